@@ -1,0 +1,76 @@
+# How this project's targets are made: one library a folder, its includes rooted at the layer's folder,
+# warnings as errors for our own code, and only the dependencies that a target names.
+
+include(GNUInstallDirs)
+
+add_library(loamfec_options INTERFACE)
+target_compile_options(
+  loamfec_options
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wconversion
+            -Wsign-conversion
+            -Wshadow
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wcast-align
+            -Wold-style-cast
+            -Wimplicit-fallthrough
+            -Wnull-dereference
+            -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release")
+  # g++ 12 reports null dereferences on inlined library code that cannot happen.
+  target_compile_options(loamfec_options INTERFACE -Wno-null-dereference)
+endif()
+if(LOAMFEC_SANITIZE)
+  target_compile_options(loamfec_options INTERFACE -fsanitize=${LOAMFEC_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(loamfec_options INTERFACE -fsanitize=${LOAMFEC_SANITIZE})
+endif()
+if(LOAMFEC_COVERAGE)
+  target_compile_options(loamfec_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(loamfec_options INTERFACE --coverage)
+endif()
+
+# loamfec_library(name SOURCES file... [DEPENDS target...])
+# Headers are included as <folder>/<Header.h>, from the parent of the folder that holds the target.
+function(loamfec_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
+  add_library(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/..)
+  target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE loamfec_options)
+endfunction()
+
+# loamfec_executable(name SOURCES file... [DEPENDS target...])
+function(loamfec_executable name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} loamfec_options)
+endfunction()
+
+# loamfec_benchmark(name SOURCES file... [DEPENDS target...])
+# One Google Benchmark binary with a main of the library's; scripts/bench runs all of them. A test of
+# its own runs each benchmark in it once, with LOAMFEC_BENCH_TINY=1 in the environment.
+function(loamfec_benchmark name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} benchmark::benchmark
+                                        benchmark::benchmark_main loamfec_options)
+  add_test(NAME ${name}.Tiny COMMAND ${name} --benchmark_min_time=0)
+  set_tests_properties(
+    ${name}.Tiny
+    PROPERTIES ENVIRONMENT LOAMFEC_BENCH_TINY=1 TIMEOUT 300
+               FAIL_REGULAR_EXPRESSION "ERROR OCCURRED")
+endfunction()
+
+# loamfec_test(name SOURCES file... [DEPENDS target...])
+# One GoogleTest binary, registered with CTest as one test a case.
+function(loamfec_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gmock GTest::gtest GTest::gtest_main
+                                        loamfec_options)
+  target_compile_options(${name} PRIVATE ${LOAMFEC_TEST_FLAGS})
+  gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()
+include(GoogleTest)

@@ -1,0 +1,61 @@
+# shellcheck shell=bash
+# What the scripts beside this file share; sourced by them, never run. Leaves the caller in the
+# repository's root with errors fatal.
+
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+# Objects of another clone of the same sources may be reused: paths count from the root.
+export CCACHE_BASEDIR="${PWD}"
+
+kJobs="$(nproc)"
+readonly kJobs
+
+# say TEXT: a headline.
+say() {
+  if [[ -t 1 ]]; then
+    printf '\n\033[1m== %s\033[0m\n' "$*"
+  else
+    printf '\n== %s\n' "$*"
+  fi
+}
+
+# die TEXT: one line on standard error, and the script ends.
+die() {
+  printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+  exit 1
+}
+
+# duration SECONDS: "7 s" or "3 min 07 s".
+duration() {
+  if (($1 < 60)); then
+    printf '%d s' "$1"
+  else
+    printf '%d min %02d s' "$(($1 / 60))" "$(($1 % 60))"
+  fi
+}
+
+# build PRESET [TARGET...]: configures if there is nothing to build from yet, then builds.
+build() {
+  local preset="$1"
+  shift
+  if [[ ! -f "build/${preset}/build.ninja" ]]; then
+    cmake --preset "${preset}" --log-level=WARNING
+  fi
+  cmake --build --preset "${preset}" --parallel "${kJobs}" ${1:+--target "$@"}
+}
+
+# run_tests PRESET: every test of what build made. A log shows the failures and the sum, a terminal
+# also how far it is.
+run_tests() {
+  # The thread sanitizer's fixed address layout meets a randomised one only by luck.
+  local -a command=(ctest --preset "$1" --parallel "${kJobs}")
+  if [[ "$1" == tsan ]] && setarch --addr-no-randomize true 2>/dev/null; then
+    command=(setarch --addr-no-randomize "${command[@]}")
+  fi
+  if [[ -t 1 ]]; then
+    "${command[@]}" --progress
+  else
+    "${command[@]}" | sed -E '/^ +Start +[0-9]+: /d; /^ *[0-9]+\/[0-9]+ Test .* Passed /d'
+  fi
+}

@@ -1,0 +1,324 @@
+// The writing and the reading side of the FEC table's shared memory. The commit and the update of
+// the software table write here; its reads, its restore and the linkage's usage tracking read here;
+// the table interface and the table's status reports clean up.
+//
+// Corruption that a lookup or a walk meets is handed to the map, and the row counts as absent (or
+// as the default row); nothing here throws on its account.
+
+#include "fec/FecTableEntryLog.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "Asic/Constants.h"
+#include "Glint/Guarded.h"
+#include "Glint/SharedMemEntityManager.h"
+#include "Pell/Assert.h"
+#include "Zev/Trace.h"
+
+namespace LoamFec {
+
+namespace {
+
+constexpr const char* kClass = "FecTableEntryLog";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+// Mounts one collection for writing and returns its entity; null when the entity is of another
+// type.
+template <typename Entity>
+Pell::Ptr<Entity> mountCollection(const Pell::Ptr<Vanta::EntityManager>& entityManager,
+                                  const Pell::String& path, std::uint32_t capacity) {
+  const auto manager = ZevSharedMem::getEntityManager(entityManager);
+  ZevGlint::MountInfo mountInfo(ZevGlint::ZevGlintType::writer);
+  mountInfo.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, capacity));
+  manager->doMount(path, Entity::kTypeName, mountInfo);
+  return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
+}
+
+}  // namespace
+
+FecTableEntryLog::FecTableEntryLog(Asic::SwTableId tableId,
+                                   const Pell::Ptr<Vanta::EntityManager>& entityManager,
+                                   const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface)
+    : EntryLogBase(tableId, entityManager, groupLogInterface) {
+  handleInitialized();
+}
+
+FecTableEntryLog::~FecTableEntryLog() {
+  hasNotificationActiveIs(false);
+  tableConfigGlintDelAll();
+  tableEntryLog_ = nullptr;
+}
+
+Pell::Ptr<FecTableEntryLog> FecTableEntryLog::FecTableEntryLogIs(
+    Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
+    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface) {
+  return Zev::makeObject<FecTableEntryLog>(tableId, entityManager, groupLogInterface);
+}
+
+Pell::Ptr<FecTableEntryLog> fecTableEntryLogFactory(
+    Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
+    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface) {
+  return FecTableEntryLog::FecTableEntryLogIs(tableId, entityManager, groupLogInterface);
+}
+
+const Zev::TypeRecord& FecTableEntryLog::fwkType() const {
+  static const Zev::TypeRecord record{
+      kTypeName,
+      {{"tableEntryLog", 1}, {"tableConfigGlint", 2}, {"prevTableVersion", 3}},
+      {{"FecTableEntryLogIs", {"tableId", "entityManager", "groupLogInterface"}}}};
+  return record;
+}
+
+// Mounts.
+
+void FecTableEntryLog::handleInitialized() {
+  ZEV_TRACE(trace, 8, kClass, "");
+  mountGlintChangeLog();
+}
+
+void FecTableEntryLog::mountGlintChangeLog() {
+  ZEV_TRACE(trace, 8, kClass, "");
+  const Pell::String path = Asic::Constants::tableEntryLogGlintPath(
+      FecTableConstants::kGroupName, FecTableConstants::kAgentName, FecTableConstants::kTableName);
+  tableEntryLog_ = mountCollection<FecTableDataModelEntryLogGlint>(
+      entityManager(), path, FecTableConstants::kEntryLogCapacity);
+  if (tableEntryLog_) {
+    tableVersionIs(Asic::LogVersion(log().control().scratchpad()));
+  }
+  ZEV_TRACE(trace, 2, kClass, " Mounted entryLog: {}, tableVersion: {}", path, tableVersion());
+}
+
+void FecTableEntryLog::mountGlintConfig(Asic::UnitId unitId) {
+  ZEV_TRACE(trace, 8, kClass, "");
+  const Pell::String path = FecTableConstants::configGlintPath(unitId);
+  tableConfigGlintIs(unitId, mountCollection<FecTableDataModelConfigGlint>(
+                                 entityManager(), path, FecTableConstants::kConfigCapacity));
+  ZEV_TRACE(trace, 2, kClass, " Mounted config for unitId: {} at {}", unitId, path);
+}
+
+void FecTableEntryLog::tableConfigGlintIs(
+    Asic::UnitId unitId, const Pell::Ptr<FecTableDataModelConfigGlint>& configGlint) {
+  tableConfigGlint_.insertOrAssign(unitId, configGlint);
+}
+
+Pell::Ptr<FecTableDataModelConfigGlint> FecTableEntryLog::tableConfigGlintDel(
+    Asic::UnitId unitId) {
+  return tableConfigGlint_.take(unitId).value_or(nullptr);
+}
+
+void FecTableEntryLog::tableConfigGlintDelAll() { tableConfigGlint_.clear(); }
+
+Pell::Ptr<FecTableDataModelConfigGlint> FecTableEntryLog::tableConfigGlint(
+    Asic::UnitId unitId) const {
+  const auto* held = tableConfigGlint_.find(unitId);
+  return held == nullptr ? nullptr : *held;
+}
+
+bool FecTableEntryLog::tableConfigGlintHas(Asic::UnitId unitId) const {
+  return tableConfigGlint_.has(unitId);
+}
+
+FecTableEntryLog::LogMap& FecTableEntryLog::log() const {
+  PELL_ASSERT(tableEntryLog_, "tableEntryLog");
+  return tableEntryLog_->entryLogConfig();
+}
+
+FecTableEntryLog::ConfigMap& FecTableEntryLog::config(Asic::UnitId unitId) const {
+  const auto* held = tableConfigGlint_.find(unitId);
+  PELL_ASSERT(held != nullptr && *held, "tableConfigGlint( unitId )");
+  return (*held)->swTableEntries();
+}
+
+// Writes and deletes.
+
+Asic::LogVersion FecTableEntryLog::entryIs(const FecTableDataModelLogEntry& logEntry,
+                                           const FecTableDataModelResourceKeys& rsrcKeys,
+                                           const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                                           Asic::UnitId unitId) {
+  const Asic::LogVersion version = tableVersionInc(Asic::LogVersion(1));
+  ZEV_TRACE(trace, 8, kClass, " logEntry: {} neededEntry: {} version: {} unitId: {}", logEntry,
+            neededEntry, version, unitId);
+  PELL_ASSERT_MESSAGE(tableConfigGlintHas(unitId), "tableConfigGlintHas( unitId )",
+                      fmt::format("Config glint for unitId:{} is not created yet!", unitId));
+  config(unitId).rowIs({logEntry, rsrcKeys, version, false});
+  logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},
+            neededEntry);
+  return version;
+}
+
+Asic::LogVersion FecTableEntryLog::entryDel(const FecTableDataModelEntryKey& key,
+                                            const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                                            Asic::UnitId unitId) {
+  ZEV_TRACE(trace, 8, kClass, " key:{} neededEntry: {} unitId: {}", key, neededEntry, unitId);
+  ConfigMap& entries = config(unitId);
+  const auto found = Glint::guardedRow(entries, key);
+  if (!found) {
+    ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist. So ignoring delete", key);
+    return {};
+  }
+  const Asic::LogVersion version = tableVersionInc(Asic::LogVersion(1));
+  entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});
+  logChange({version, FecTableDataModelLogGlintEntry::kEntryDeleted, unitId, found->logEntry()},
+            neededEntry);
+  return version;
+}
+
+Asic::LogVersion FecTableEntryLog::tableDel(const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                                            Asic::UnitId unitId) {
+  ZEV_TRACE(trace, 8, kClass, " neededEntry:{}, unitId: {}", neededEntry, unitId);
+  const Asic::LogVersion version = tableVersionInc(Asic::LogVersion(1));
+  ConfigMap& entries = config(unitId);
+  Glint::forEachRow(entries, [&](const FecTableDataModelConfigGlintEntry& walked) {
+    const FecTableDataModelConfigGlintEntry row =
+        Glint::guardedRow(entries, walked.key()).value_or(FecTableDataModelConfigGlintEntry());
+    entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});
+  });
+  logChange({version, FecTableDataModelLogGlintEntry::kTableDeleted, unitId,
+             FecTableDataModelLogEntry()},
+            neededEntry);
+  return version;
+}
+
+// The log row, the scratchpad and the group log, in this order, after the configuration rows.
+void FecTableEntryLog::logChange(const FecTableDataModelLogGlintEntry& row,
+                                 const Pell::Ptr<const Asic::NeededEntry>& neededEntry) {
+  log().rowIs(row);
+  log().control().scratchpadIs(row.version().value());
+  groupLogInterface()->addGroupLogEntry(tableId(), row.version(), neededEntry);
+}
+
+// Cleanup.
+
+void FecTableEntryLog::cleanupEntryLog(Asic::LogVersion version) {
+  ZEV_TRACE(trace, 8, kClass, " version {}", version);
+  if (prevTableVersion_ == Asic::LogVersion()) {
+    cleanupFirstTime(version);
+  } else if (version >= prevTableVersion_) {
+    cleanupFromCursor(version);
+  }
+  prevTableVersion_ = version;
+}
+
+// The log may hold rows of earlier runs, with gaps: every row is looked at.
+void FecTableEntryLog::cleanupFirstTime(Asic::LogVersion version) {
+  Glint::forEachRow(log(), [&](const FecTableDataModelLogGlintEntry& row) {
+    if (row.version() <= version) {
+      log().rowDel(row.version());
+      cleanupConfig(row);
+    }
+  });
+}
+
+// Each version from the cursor on is looked up; a gap wider than the log has rows is cheaper to
+// close from the rows.
+void FecTableEntryLog::cleanupFromCursor(Asic::LogVersion version) {
+  if (version.value() - prevTableVersion_.value() <= log().rowCount()) {
+    cleanupEachVersion(version);
+  } else {
+    cleanupRowsInOrder(version);
+  }
+}
+
+void FecTableEntryLog::cleanupEachVersion(Asic::LogVersion version) {
+  for (std::uint64_t v = prevTableVersion_.value();; ++v) {
+    cleanupVersion(Asic::LogVersion(v));
+    if (v == version.value()) {
+      return;
+    }
+  }
+}
+
+void FecTableEntryLog::cleanupRowsInOrder(Asic::LogVersion version) {
+  std::vector<Asic::LogVersion> versions;
+  Glint::forEachRow(log(), [&](const FecTableDataModelLogGlintEntry& row) {
+    if (row.version() >= prevTableVersion_ && row.version() <= version) {
+      versions.push_back(row.version());
+    }
+  });
+  std::sort(versions.begin(), versions.end());
+  for (const Asic::LogVersion at : versions) {
+    cleanupVersion(at);
+  }
+}
+
+void FecTableEntryLog::cleanupVersion(Asic::LogVersion version) {
+  if (const auto row = Glint::guardedRow(log(), version)) {
+    log().rowDel(version);
+    cleanupConfig(*row);
+  }
+}
+
+// What the removal of one log row means for the unit's configuration table.
+void FecTableEntryLog::cleanupConfig(const FecTableDataModelLogGlintEntry& logRow) {
+  const Pell::Ptr<FecTableDataModelConfigGlint> held = tableConfigGlint(logRow.unitId());
+  if (!held) {
+    ZEV_TRACE(trace, 3, kClass, " configGlint not found for unitId: {}", logRow.unitId());
+    return;
+  }
+  if ((logRow.operation() & FecTableDataModelLogGlintEntry::kEntryDeleted) != 0) {
+    cleanupConfigRow(held->swTableEntries(), logRow);
+  }
+  if ((logRow.operation() & FecTableDataModelLogGlintEntry::kTableDeleted) != 0) {
+    ZEV_TRACE(trace, 3, kClass, " deleteing all entries for unitId: {}", logRow.unitId());
+    cleanupConfigTable(held->swTableEntries(), logRow.version());
+  }
+}
+
+// A row that was written or deleted again since then carries another version and stays.
+void FecTableEntryLog::cleanupConfigRow(ConfigMap& config,
+                                        const FecTableDataModelLogGlintEntry& logRow) {
+  const auto row = Glint::guardedRow(config, logRow.logEntry().key);
+  if (row && row->version() == logRow.version()) {
+    config.rowDel(row->key());
+  }
+}
+
+void FecTableEntryLog::cleanupConfigTable(ConfigMap& config, Asic::LogVersion version) {
+  Glint::forEachRow(config, [&](const FecTableDataModelConfigGlintEntry& row) {
+    if (row.version() == version) {
+      config.rowDel(row.key());
+    }
+  });
+}
+
+// Queries.
+
+FecTableDataModelLogEntry FecTableEntryLog::entry(const FecTableDataModelEntryKey& key,
+                                                  Asic::UnitId unitId) const {
+  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key, unitId);
+  const auto row = Glint::guardedRow(config(unitId), key);
+  return row && !row->isDeleted() ? row->logEntry() : FecTableDataModelLogEntry();
+}
+
+bool FecTableEntryLog::entryHas(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const {
+  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key, unitId);
+  const auto row = Glint::guardedRow(config(unitId), key);
+  return row && !row->isDeleted();
+}
+
+FecTableDataModelResourceKeys FecTableEntryLog::entryRsrcKeys(const FecTableDataModelEntryKey& key,
+                                                              Asic::UnitId unitId) const {
+  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key, unitId);
+  const auto row = Glint::guardedRow(config(unitId), key);
+  return row ? row->rsrcKeys() : FecTableDataModelResourceKeys();
+}
+
+std::uint32_t FecTableEntryLog::entrysInDeletion(Asic::UnitId unitId) const {
+  ZEV_TRACE(trace, 8, kClass, " unitId:{}", unitId);
+  std::uint32_t count = 0;
+  Glint::forEachRow(config(unitId), [&](const FecTableDataModelConfigGlintEntry& row) {
+    count += row.isDeleted() ? 1U : 0U;
+  });
+  return count;
+}
+
+std::uint32_t FecTableEntryLog::entrys(Asic::UnitId unitId) const {
+  ZEV_TRACE(trace, 8, kClass, " unitId:{}", unitId);
+  return config(unitId).rowCount() - entrysInDeletion(unitId);
+}
+
+std::uint32_t FecTableEntryLog::entryLogConfigRows() const { return log().rowCount(); }
+
+}  // namespace LoamFec

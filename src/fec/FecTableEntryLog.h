@@ -1,0 +1,123 @@
+#pragma once
+
+#include <optional>
+
+#include "Asic/EntryLogBase.h"
+#include "Pell/HashMap.h"
+#include "records/FecSharedTables.h"
+#include "records/FecTableConstants.h"
+
+namespace LoamFec {
+
+// The FEC table's log of committed changes, and the configuration table of each unit, in shared
+// memory.
+//
+// Kind: object with identity, one a table interface.
+// Ownership: holds its mounts; what stands in them outlives it.
+// Threads: the event loop's; other processes read the tables.
+// Invariants: every change gets a version one above the last, across all units. A change is
+// written in the order configuration rows, log row, scratchpad, group log, so whoever sees a
+// version in the scratchpad finds its rows. A deleted entry keeps its row, marked, until the log is
+// cleaned up past its deletion.
+class FecTableEntryLog : public Asic::EntryLogBase {
+ public:
+  static constexpr const char* kTypeName = "LoamFec::FecTableEntryLog";
+
+  // Mounts the entry log; tableVersion() goes on where the last process stopped. Throws
+  // ZevGlint::MountException.
+  FecTableEntryLog(Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
+                   const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface);
+  static Pell::Ptr<FecTableEntryLog> FecTableEntryLogIs(
+      Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
+      const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface);
+
+  const Zev::TypeRecord& fwkType() const override;
+  ~FecTableEntryLog() override;
+
+  void handleInitialized();
+  void mountGlintChangeLog();
+  // Mounts the unit's configuration table, replacing an earlier mount. Throws
+  // ZevGlint::MountException.
+  void mountGlintConfig(Asic::UnitId unitId);
+
+  // Null when the entity at the log's path was of another type.
+  const Pell::Ptr<FecTableDataModelEntryLogGlint>& tableEntryLog() const { return tableEntryLog_; }
+
+  // The configuration table of each unit; a unit's pointer may be null after a mount of another
+  // type.
+  void tableConfigGlintIs(Asic::UnitId unitId,
+                          const Pell::Ptr<FecTableDataModelConfigGlint>& configGlint);
+  // Returns what was there; null when the unit had none.
+  Pell::Ptr<FecTableDataModelConfigGlint> tableConfigGlintDel(Asic::UnitId unitId);
+  void tableConfigGlintDelAll();
+  // Null when the unit has none.
+  Pell::Ptr<FecTableDataModelConfigGlint> tableConfigGlint(Asic::UnitId unitId) const;
+  bool tableConfigGlintHas(Asic::UnitId unitId) const;
+
+  // Logs the write of an entry and returns its version. The unit's configuration table must be
+  // mounted: the process stops otherwise.
+  Asic::LogVersion entryIs(const FecTableDataModelLogEntry& logEntry,
+                           const FecTableDataModelResourceKeys& rsrcKeys,
+                           const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                           Asic::UnitId unitId);
+  // Logs the deletion of a key and returns its version; 0, with nothing logged, when the key has
+  // no row. A row that is marked deleted already is marked again.
+  Asic::LogVersion entryDel(const FecTableDataModelEntryKey& key,
+                            const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                            Asic::UnitId unitId);
+  // Logs the deletion of all of a unit's entries, under one version, and returns it.
+  Asic::LogVersion tableDel(const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                            Asic::UnitId unitId);
+
+  // Removes the log rows up to the version, and the configuration rows that the deletions among
+  // them marked. A version below the last one removes nothing and moves the cursor back.
+  void cleanupEntryLog(Asic::LogVersion version);
+  // Argument of the last cleanup; 0: none has run in this process.
+  Asic::LogVersion prevTableVersion() const { return prevTableVersion_; }
+
+  // What is committed. The unit's configuration table must be mounted.
+  // The default log entry when the key has no row or a deleted one.
+  FecTableDataModelLogEntry entry(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
+  // True when the key has a row that is not deleted.
+  bool entryHas(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
+  // Of a deleted row too; the default keys when the key has no row.
+  FecTableDataModelResourceKeys entryRsrcKeys(const FecTableDataModelEntryKey& key,
+                                              Asic::UnitId unitId) const;
+  // Rows marked deleted. Linear in the unit's rows.
+  std::uint32_t entrysInDeletion(Asic::UnitId unitId) const;
+  // Rows that are not marked deleted. Linear in the unit's rows.
+  std::uint32_t entrys(Asic::UnitId unitId) const;
+
+  // Rows of the log. Constant time.
+  std::uint32_t entryLogConfigRows() const;
+
+ private:
+  static constexpr std::uint32_t kTableConfigGlintSalt = 0x525a0dd4;
+  using ConfigMap = Glint::GlintMap<FecTableDataModelConfigGlintEntry>;
+  using LogMap = Glint::GlintMap<FecTableDataModelLogGlintEntry>;
+
+  LogMap& log() const;
+  ConfigMap& config(Asic::UnitId unitId) const;
+  void logChange(const FecTableDataModelLogGlintEntry& row,
+                 const Pell::Ptr<const Asic::NeededEntry>& neededEntry);
+  void cleanupFirstTime(Asic::LogVersion version);
+  void cleanupFromCursor(Asic::LogVersion version);
+  void cleanupEachVersion(Asic::LogVersion version);
+  void cleanupRowsInOrder(Asic::LogVersion version);
+  void cleanupVersion(Asic::LogVersion version);
+  void cleanupConfig(const FecTableDataModelLogGlintEntry& logRow);
+  static void cleanupConfigRow(ConfigMap& config, const FecTableDataModelLogGlintEntry& logRow);
+  static void cleanupConfigTable(ConfigMap& config, Asic::LogVersion version);
+
+  Pell::Ptr<FecTableDataModelEntryLogGlint> tableEntryLog_;
+  Pell::HashMap<Asic::UnitId, Pell::Ptr<FecTableDataModelConfigGlint>,
+                Asic::UnitIdHash<kTableConfigGlintSalt>>
+      tableConfigGlint_;
+  Asic::LogVersion prevTableVersion_;
+};
+
+Pell::Ptr<FecTableEntryLog> fecTableEntryLogFactory(
+    Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
+    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface);
+
+}  // namespace LoamFec

@@ -1,0 +1,156 @@
+// The records that carry one request from the table that accepts it to the commit that logs it, and
+// the hook interface of the platform. All decisions are the software table's and its linkage's;
+// what stands here holds, forwards and finalises.
+
+#include "fec/FecTableInfraTypes.h"
+
+#include <utility>
+
+#include "Zev/Trace.h"
+#include "fec/FecTableSwTable.h"
+
+namespace LoamFec {
+
+namespace {
+
+constexpr const char* kWrapperClass = "FecTableEntryWrapper";
+
+Zev::TraceHandle& wrapperTrace = Zev::traceHandle(kWrapperClass);
+
+}  // namespace
+
+FecTableEntryWrapper::FecTableEntryWrapper(
+    const FecTableDataModelEntry& entry,
+    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle)
+    : entry_(entry), entryHandle_(entryHandle) {}
+
+FecTableEntryWrapper::~FecTableEntryWrapper() { hasNotificationActiveIs(false); }
+
+FecTableEntryWrapper::Ptr FecTableEntryWrapper::FecTableEntryWrapperIs(
+    const FecTableDataModelEntry& entry,
+    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle) {
+  return Zev::makeObject<FecTableEntryWrapper>(entry, entryHandle);
+}
+
+const Zev::TypeRecord& FecTableEntryWrapper::fwkType() const {
+  static const Zev::TypeRecord record{
+      kTypeName, {{"entry", 1}, {"entryHandle", 2}, {"intfIdResPtr", 3}}};
+  return record;
+}
+
+FecTableEntryWrapper::DestId FecTableEntryWrapper::destId() const {
+  const LoamAdjLib::DestId destination =
+      intfIdResPtr_ ? intfIdResPtr_->destId() : LoamAdjLib::DestId();
+  return {destination.first, destination.second, destination.third};
+}
+
+void FecTableEntryWrapper::setResolvedFields() {
+  const DestId destination = destId();
+  entry_.resolvedDest.first = destination.first;
+  entry_.resolvedDest.second = static_cast<std::uint16_t>(destination.second);
+  entry_.resolvedDest.third = destination.third;
+}
+
+void FecTableEntryWrapper::finalizeOnSuccess(const Pell::Ptr<FecTableSwTable>& swTable,
+                                             bool isDeleted) {
+  ZEV_TRACE(wrapperTrace, 8, kWrapperClass, " key: {} isDeleted: {}", key(), isDeleted);
+  if (!isDeleted) {
+    setResolvedFields();
+  }
+  const Pell::Ptr<FecTableSwTableHelperBase> helper = swTable->swTableHelper();
+  helper->finalizeOnSuccess(Ptr(this), isDeleted);
+}
+
+bool FecTableEntryWrapper::finalizeOnFailure(const Pell::Ptr<FecTableSwTable>& swTable,
+                                             bool isDeleted) {
+  ZEV_TRACE(wrapperTrace, 8, kWrapperClass, " key: {} isDeleted: {}", key(), isDeleted);
+  const Pell::Ptr<FecTableSwTableHelperBase> helper = swTable->swTableHelper();
+  const bool retVal = helper->finalizeOnFailure(Ptr(this), isDeleted, swTable);
+  ZEV_TRACE(wrapperTrace, 3, kWrapperClass, " retVal: {}", retVal);
+  return retVal;
+}
+
+FecTableEntryWrapper::Ptr fecTableEntryWrapperFactory(
+    const FecTableDataModelEntry& entry,
+    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle) {
+  return FecTableEntryWrapper::FecTableEntryWrapperIs(entry, entryHandle);
+}
+
+FecTableResolverEntry::FecTableResolverEntry(
+    const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
+    Asic::EntryFlags flags, FecTableSwTable* swTable,
+    const Pell::Ptr<FecTableEntryWrapper>& swTableEntry)
+    : ResolverEntry(dependantEntryHandle, flags), swTable_(swTable), swTableEntry_(swTableEntry) {}
+
+FecTableResolverEntry::~FecTableResolverEntry() { hasNotificationActiveIs(false); }
+
+Pell::Ptr<FecTableResolverEntry> FecTableResolverEntry::FecTableResolverEntryIs(
+    const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
+    Asic::EntryFlags flags, FecTableSwTable* swTable,
+    const Pell::Ptr<FecTableEntryWrapper>& swTableEntry) {
+  return Zev::makeObject<FecTableResolverEntry>(dependantEntryHandle, flags, swTable, swTableEntry);
+}
+
+const Zev::TypeRecord& FecTableResolverEntry::fwkType() const {
+  static const Zev::TypeRecord record{
+      kTypeName,
+      {{"dependantEntryHandle", 1}, {"flags", 2}, {"swTable", 3}, {"swTableEntry", 4}}};
+  return record;
+}
+
+bool FecTableResolverEntry::isResolved() {
+  return swTable_->isResolverEntryResolved(Pell::Ptr<FecTableResolverEntry>(this));
+}
+
+void FecTableResolverEntry::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) {
+  swTable_->commitEntry(resolverEntry);
+}
+
+Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
+    const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
+    Asic::EntryFlags flags, FecTableSwTable* swTable,
+    const Pell::Ptr<FecTableEntryWrapper>& swTableEntry) {
+  return FecTableResolverEntry::FecTableResolverEntryIs(dependantEntryHandle, flags, swTable,
+                                                        swTableEntry);
+}
+
+FecTableSwTableHelperBase::~FecTableSwTableHelperBase() { hasNotificationActiveIs(false); }
+
+Pell::Ptr<FecTableSwTableHelperBase> FecTableSwTableHelperBase::FecTableSwTableHelperBaseIs() {
+  return Zev::makeObject<FecTableSwTableHelperBase>();
+}
+
+const Zev::TypeRecord& FecTableSwTableHelperBase::fwkType() const {
+  static const Zev::TypeRecord record{
+      kTypeName,
+      {},
+      {{"finalizeOnSuccess", {"entry", "isDelete"}},
+       {"finalizeOnFailure", {"entry", "isDelete", "swTable"}},
+       {"finalizeOnResourceUpdate", {"entry", "swTable", "someResourceHasFailed"}},
+       {"handleHwError", {"entry", "errorCode"}}}};
+  return record;
+}
+
+void FecTableSwTableHelperBase::finalizeOnSuccess(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
+                                                  bool /*isDelete*/) {}
+
+bool FecTableSwTableHelperBase::finalizeOnFailure(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
+                                                  bool /*isDelete*/,
+                                                  Pell::Ptr<FecTableSwTable> const& /*swTable*/) {
+  return false;
+}
+
+bool FecTableSwTableHelperBase::finalizeOnResourceUpdate(
+    Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
+    Pell::Ptr<FecTableSwTable> const& /*swTable*/, bool /*someResourceHasFailed*/) {
+  return true;
+}
+
+void FecTableSwTableHelperBase::handleHwError(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
+                                              unsigned int /*errorCode*/) {}
+
+Pell::Ptr<FecTableSwTableHelperBase> fecTableSwTableHelperBaseFactory() {
+  return FecTableSwTableHelperBase::FecTableSwTableHelperBaseIs();
+}
+
+}  // namespace LoamFec

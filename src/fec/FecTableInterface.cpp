@@ -1,0 +1,211 @@
+// Registration, the parts that all units share, and the making and wiring of each unit's table. The
+// names by which the framework's tables are known are made here too.
+
+#include "fec/FecTableInterface.h"
+
+#include <cstdint>
+#include <utility>
+
+#include "Asic/Constants.h"
+#include "Asic/SwTableInterfacesSingleton.h"
+#include "Pell/Assert.h"
+#include "Pell/Exceptions.h"
+#include "Zev/Trace.h"
+
+namespace Asic {
+
+Pell::String CanonicalTableName::name() const {
+  switch (type_) {
+    case OrderedTableType::orderedSwTable:
+      return "OrderedSwTable." + first_ + "." + second_;
+    case OrderedTableType::partiallyOrderedSwTable:
+      return "PartiallyOrderedSwTable." + second_;
+    case OrderedTableType::resourceTable:
+      return "ResourceTable." + second_;
+  }
+  PELL_ASSERT_MESSAGE(false, "\"false\" == nullptr", "Table type undefined!");
+  return {};
+}
+
+}  // namespace Asic
+
+namespace LoamFec {
+
+namespace {
+
+constexpr const char* kClass = "FecTableInterface";
+constexpr const char* kRegisteredName = "LoamFec::FecTableInterface";
+constexpr const char* kResourceTableName = "IntfIdToDestIdResourceTable.LoamAdj";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+Pell::Ptr<Asic::SwTableInterfacesSingleton> registry() {
+  const Pell::String name = Asic::SwTableInterfacesSingleton::kTypeName;
+  if (!Zev::Entity::singletonExists(name)) {
+    Zev::Entity::singletonIs(Asic::SwTableInterfacesSingleton::make, name);
+  }
+  return Asic::SwTableInterfacesSingleton::instance();
+}
+
+}  // namespace
+
+Pell::Ptr<FecTableInterface> FecTableInterface::getIntf(
+    Pell::Ptr<Asic::OrderedTableInterface> const& ordTblIntf) {
+  if (const auto registered = registry()->swTableIntf(kRegisteredName)) {
+    return Pell::dynamicPtrCast<FecTableInterface>(registered);
+  }
+  return Zev::makeObject<FecTableInterface>(ordTblIntf);
+}
+
+FecTableInterface::FecTableInterface(
+    Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf)
+    : TableInterfaceBase(orderedTableIntf),
+      tableName_(FecTableConstants::kTableName),
+      groupName_(FecTableConstants::kGroupName),
+      agentName_(FecTableConstants::kAgentName) {
+  handleInitialized();
+}
+
+FecTableInterface::~FecTableInterface() {
+  hasNotificationActiveIs(false);
+  entryLog_ = nullptr;
+  swTableStatus_ = nullptr;
+  swTable_.clear();
+}
+
+const Zev::TypeRecord& FecTableInterface::fwkType() const {
+  static const Zev::TypeRecord record{kTypeName,
+                                      {{"tableName", 1},
+                                       {"groupName", 2},
+                                       {"agentName", 3},
+                                       {"entryLog", 4},
+                                       {"swTableStatus", 5},
+                                       {"swTable", 6}}};
+  return record;
+}
+
+void FecTableInterface::handleInitialized() {
+  const Pell::Ptr<Asic::SwTableInterfacesSingleton> singleton = registry();
+  PELL_ASSERT_MESSAGE(!singleton->swTableIntfHas(kRegisteredName),
+                      "!singleton->swTableIntfHas( \"LoamFec::FecTableInterface\" )",
+                      "Interface already created");
+  const Asic::SwTableId tableId = FecTableConstants::kTableId;
+  orderedTableIntf()->makeGroupIntf(agentName_, groupName_, tableId.agentAndGroupId());
+  const Pell::Ptr<Asic::GroupInterface> group = groupIntf();
+  ZEV_TRACE(trace, 8, kClass, " Creating entry log for {}", tableId);
+  entryLogIs(tableId, orderedTableIntf()->entityManager(), group->groupLogInterface());
+  swTableStatusIs(tableId);
+  cleanUpToCommittedVersion(*group);
+  ZEV_TRACE(trace, 2, kClass, " Entry log created for table id: {} at version: {}", tableId,
+            entryLog_->tableVersion());
+  group->swTableSetIs(tableId);
+  singleton->swTableIntfIs(kRegisteredName, Pell::Ptr<Asic::TableInterfaceBase>(this));
+}
+
+// Drops what the hardware had applied when the last process ended; what the log holds beyond that
+// still waits for the hardware.
+void FecTableInterface::cleanUpToCommittedVersion(Asic::GroupInterface& groupIntf) {
+  const Pell::Ptr<Asic::GroupLog>& groupLog = groupIntf.groupLog();
+  try {
+    if (!groupLog->hasTableVersion(FecTableConstants::kTableId)) {
+      return;
+    }
+    const Asic::LogVersion version = groupLog->tableVersion(FecTableConstants::kTableId);
+    entryLog_->cleanupEntryLog(version);
+    ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized",
+                 " Cleaned entry log until table version: {}", version);
+    if (entryLog_->tableVersion() > version) {
+      swTableStatus_->pendingHwWritesIs(true);
+    }
+  } catch (const Pell::CorruptionDetectedException& corruption) {
+    groupLog->versionsMap().doCorruptionDetected(corruption.message());
+  }
+}
+
+Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
+    Asic::UnitId unitId, Pell::Ptr<FecTableSwTableHelperBase> const& swTableHelper, bool reset) {
+  ZEV_TRACE(trace, 8, kClass, "unitId: {}", unitId);
+  const Asic::SwTableId tableId = FecTableConstants::kTableId;
+  const Pell::Ptr<Asic::GroupInterface> group = groupIntf();
+  PELL_ASSERT(group->swTableSetHas(tableId), "groupIntf->swTableSetHas( tableId() )");
+  if (const Pell::Ptr<FecTableSwTable> existing = swTable(unitId)) {
+    ZEV_TRACE(trace, 3, kClass, "swTable with unitId: {} exists", unitId);
+    if (swTableHelper) {
+      ZEV_TRACE(trace, 2, kClass, "Update software table helper");
+      existing->swTableHelperIs(swTableHelper);
+    }
+    if (reset) {
+      ZEV_TRACE(trace, 2, kClass, " Clearing entries for table id: {}", tableId);
+      existing->clearTable(false);
+    }
+    return existing;
+  }
+  entryLog_->mountGlintConfig(unitId);
+  const auto name = Zev::makeObject<Asic::CanonicalTableName>(
+      Asic::OrderedTableType::orderedSwTable, groupName_, tableName_);
+  const Pell::Ptr<FecTableSwTable> table = fecTableSwTableFactory(
+      name, tableId, unitId, swTableStatus_, entryLog_, group->groupResolver());
+  if (swTableHelper) {
+    table->swTableHelperIs(swTableHelper);
+  }
+  table->intfIdToDestIdLinkageIs(makeLinkage(*table));
+  if (reset) {
+    ZEV_TRACE(trace, 2, kClass, " Clearing entries for table id: {}", tableId);
+    table->clearTable(false);
+  } else {
+    ZEV_TRACE(trace, 2, kClass, " Restoring entries for table id: {}", tableId);
+    table->restoreEntries();
+  }
+  swTableIs(unitId, table);
+  group->swTableSet(tableId)->swTableIs(table);
+  return table;
+}
+
+Pell::Ptr<Asic::GroupInterface> FecTableInterface::groupIntf() const {
+  Pell::Ptr<Asic::GroupInterface> group = orderedTableIntf()->groupIntf(
+      Asic::Constants::canonicalizeGroupName(agentName_, groupName_));
+  PELL_ASSERT(group, "groupIntf");
+  return group;
+}
+
+Pell::Ptr<FecTableIntfIdToDestIdLinkage> FecTableInterface::makeLinkage(
+    FecTableSwTable& table) const {
+  using ResourceTable = FecTableIntfIdToDestIdLinkage::ResourceTable;
+  const auto name = Zev::makeObject<Asic::CanonicalTableName>(
+      Asic::OrderedTableType::resourceTable, "", kResourceTableName);
+  const auto resTbl = orderedTableIntf()->resourceTable(name->name());
+  PELL_ASSERT(resTbl, "resTbl");
+  const auto typedResourceTable = Pell::dynamicPtrCast<ResourceTable>(resTbl);
+  PELL_ASSERT(typedResourceTable, "typedResourceTable");
+  return fecTableIntfIdToDestIdLinkageFactory(&table, typedResourceTable->makeClientInstance());
+}
+
+Pell::Ptr<FecTableEntryLog> FecTableInterface::entryLogIs(
+    Asic::SwTableId tableId, Pell::Ptr<Vanta::EntityManager> const& entityManager,
+    Pell::Ptr<Asic::GroupLogInterface> const& groupLogInterface) {
+  const bool unchanged = entryLog_ && entryLog_->tableId() == tableId &&
+                         entryLog_->entityManager() == entityManager &&
+                         entryLog_->groupLogInterface() == groupLogInterface;
+  if (!unchanged) {
+    entryLog_ = fecTableEntryLogFactory(tableId, entityManager, groupLogInterface);
+  }
+  return entryLog_;
+}
+
+Pell::Ptr<Asic::OrderedSwTableStatus> FecTableInterface::swTableStatusIs(Asic::SwTableId tableId) {
+  if (!swTableStatus_ || swTableStatus_->tableId() != tableId) {
+    swTableStatus_ = Zev::makeObject<Asic::OrderedSwTableStatus>(tableId);
+  }
+  return swTableStatus_;
+}
+
+void FecTableInterface::swTableIs(Asic::UnitId unitId, Pell::Ptr<FecTableSwTable> const& table) {
+  swTable_.insertOrAssign(unitId, table);
+}
+
+Pell::Ptr<FecTableSwTable> FecTableInterface::swTable(Asic::UnitId unitId) const {
+  const auto* held = swTable_.find(unitId);
+  return held == nullptr ? nullptr : *held;
+}
+
+}  // namespace LoamFec

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "Asic/OrderedSwTableStatus.h"
+#include "Asic/TableInterfaceBase.h"
+#include "Pell/HashMap.h"
+#include "fec/FecTableEntryLog.h"
+#include "fec/FecTableSwTable.h"
+
+namespace LoamFec {
+
+// The FEC table of this process: where an agent begins.
+//
+//   auto fec = FecTableInterface::getIntf(orderedTables);
+//   auto table = fec->makeSwTable(unitId, platformHelper, false);
+//   table->entryWriteWithResponseHandler(key, entry, nullptr, handler);
+//
+// Kind: one a process, registered as "LoamFec::FecTableInterface" with the platform's registry of
+// table interfaces.
+// Ownership: held by the registry; holds the entry log, the status and the table of each unit.
+// Threads: the event loop's.
+class FecTableInterface : public Asic::TableInterfaceBase {
+ public:
+  static constexpr const char* kTypeName = "LoamFec::FecTableInterface";
+
+  // The process's interface, made on the first call; the argument is not looked at after that.
+  static Pell::Ptr<FecTableInterface> getIntf(
+      Pell::Ptr<Asic::OrderedTableInterface> const& ordTblIntf);
+
+  // Joins the table's group and mounts the entry log. A second interface stops the process: use
+  // getIntf(). Throws ZevGlint::MountException.
+  explicit FecTableInterface(Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf);
+
+  const Zev::TypeRecord& fwkType() const override;
+  ~FecTableInterface() override;
+
+  void handleInitialized();
+
+  const Pell::String& tableName() const { return tableName_; }
+  const Pell::String& groupName() const { return groupName_; }
+  const Pell::String& agentName() const { return agentName_; }
+
+  // The unit's table. The first call makes it, and restores it from shared memory or, with reset,
+  // logs a deletion of what is there; a later call returns the same table, cleared with reset. A
+  // helper that is not null replaces the table's. The resource table must be filed with the
+  // ordered-table interface before. Throws ZevGlint::MountException.
+  Pell::Ptr<FecTableSwTable> makeSwTable(Asic::UnitId unitId,
+                                         Pell::Ptr<FecTableSwTableHelperBase> const& swTableHelper,
+                                         bool reset);
+
+  // The log of these three; the one that is there if it is theirs, a new one otherwise. Tables
+  // that exist keep the log they have.
+  Pell::Ptr<FecTableEntryLog> entryLogIs(
+      Asic::SwTableId tableId, Pell::Ptr<Vanta::EntityManager> const& entityManager,
+      Pell::Ptr<Asic::GroupLogInterface> const& groupLogInterface);
+  const Pell::Ptr<FecTableEntryLog>& entryLog() const { return entryLog_; }
+  void entryLogDel() { entryLog_ = nullptr; }
+
+  // The status of that table, made when there is none.
+  Pell::Ptr<Asic::OrderedSwTableStatus> swTableStatusIs(Asic::SwTableId tableId);
+  const Pell::Ptr<Asic::OrderedSwTableStatus>& swTableStatus() const { return swTableStatus_; }
+  void swTableStatusDel() { swTableStatus_ = nullptr; }
+
+  void swTableIs(Asic::UnitId unitId, Pell::Ptr<FecTableSwTable> const& table);
+  // Null when the unit has none.
+  Pell::Ptr<FecTableSwTable> swTable(Asic::UnitId unitId) const;
+  // Drop the interface's references. The group's set of tables holds a reference too, and the
+  // tables' entries must have left the group's resolver before the last one goes.
+  void swTableDel(Asic::UnitId unitId) { swTable_.erase(unitId); }
+  void swTableDelAll() { swTable_.clear(); }
+
+ private:
+  static constexpr std::uint32_t kSwTableSalt = 0x0c35f9e1;
+
+  Pell::Ptr<Asic::GroupInterface> groupIntf() const;
+  void cleanUpToCommittedVersion(Asic::GroupInterface& groupIntf);
+  Pell::Ptr<FecTableIntfIdToDestIdLinkage> makeLinkage(FecTableSwTable& table) const;
+
+  Pell::String tableName_;
+  Pell::String groupName_;
+  Pell::String agentName_;
+  Pell::Ptr<FecTableEntryLog> entryLog_;
+  Pell::Ptr<Asic::OrderedSwTableStatus> swTableStatus_;
+  Pell::HashMap<Asic::UnitId, Pell::Ptr<FecTableSwTable>, Asic::UnitIdHash<kSwTableSalt>> swTable_;
+};
+
+}  // namespace LoamFec

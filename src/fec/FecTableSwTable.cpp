@@ -1,0 +1,1048 @@
+// The software table itself: construction, the elementary operations on its transient state, and
+// its public operations, which hold what they need for the duration of the call and run the generic
+// algorithms of the accessors. The accessors come first: they use nothing but the table's public
+// operations, the entry log (what is committed), the linkage (resources) and the group resolver
+// (what waits).
+//
+//   request -> transient maps, resolver queue -> isResolved -> commit -> entry log, in-log queue
+//           -> status version -> response handler
+
+#include "fec/FecTableSwTable.h"
+
+#include <utility>
+
+#include "Glint/Guarded.h"
+#include "Pell/Assert.h"
+#include "Zev/Exceptions.h"
+#include "Zev/Trace.h"
+
+namespace {
+
+constexpr const char* kClass = "FecTableSwTable";
+
+// The software table's own handle, and the accessors' default one.
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+}  // namespace
+
+namespace Asic {
+
+// The generic algorithms of an ordered software table.
+//
+// Kind: a view made for one call; refers to the table.
+template <typename Table>
+class OrderedSwTableAccessor {
+ public:
+  using Key = typename Table::Key;
+  using Entry = typename Table::Entry;
+  using Handle = typename Table::EntryHandle;
+  using Dependency = typename Table::Dependency;
+  using ResponseHandler = typename Table::ResponseHandler;
+
+  explicit OrderedSwTableAccessor(Table& table) : table_(table) {}
+
+  // Requests.
+
+  template <typename Constants, typename TableResolverEntry, typename Wrapper, typename Linkage>
+  Pell::Ptr<Handle const> entryWriteGeneric(const Key& key, const Entry& entry,
+                                            const Dependency& dependency,
+                                            const ResponseHandler& handler,
+                                            const Linkage& linkage) {
+    ZEV_TRACE(trace, 8, kClass, "key: {}", key);
+    const Pell::Ptr<Handle> handle = newHandle(nextVersion(key), key, handler);
+    Entry written = entry;
+    written.key = key;
+    const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(written, handle);
+    table_.transientRemoveEntryDel(key);
+    table_.transientAddEntryIs(wrapper);
+    linkage->resolveEntry(wrapper);
+    enqueue<TableResolverEntry>(dependency, EntryFlags::write(), wrapper);
+    ZEV_TRACE(trace, 2, kClass, "Done processing write for key: {} ", key);
+    maybeUpdateSuspend<Constants>();
+    return handle;
+  }
+
+  template <typename Constants, typename TableResolverEntry, typename Wrapper>
+  Pell::Ptr<Handle const> entryRemoveGeneric(const Key& key, const Dependency& dependency,
+                                             const ResponseHandler& handler) {
+    ZEV_TRACE(trace, 8, kClass, " Key: {} ", key);
+    const Pell::Ptr<Handle> handle = newHandle(nextVersion(key), key, handler);
+    Entry removed;
+    removed.key = key;
+    const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(removed, handle);
+    const auto resolverEntry = newResolverEntry<TableResolverEntry>(
+        dependency, EntryFlags::entryDelete(), wrapper);
+    table_.transientAddEntryDel(key);
+    table_.transientRemoveEntryIs(wrapper);
+    enqueue(resolverEntry);
+    ZEV_TRACE(trace, 2, kClass, " Done processing remove for key: {} ", key);
+    maybeUpdateSuspend<Constants>();
+    return handle;
+  }
+
+  template <typename Constants, typename TableResolverEntry, typename Wrapper>
+  void entryRemoveAllGeneric(const Dependency& dependency, const ResponseHandler& handler) {
+    ZEV_TRACE(trace, 8, kClass, "");
+    const Pell::Ptr<Handle> handle = newHandle(EntryVersion(), Key(), handler);
+    const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(Entry(), handle);
+    const auto resolverEntry = newResolverEntry<TableResolverEntry>(
+        dependency, EntryFlags::tableDelete(), wrapper);
+    table_.transientAddEntryDelAll();
+    table_.transientRemoveEntryDelAll();
+    raiseRemoveAllVersion();
+    enqueue(resolverEntry);
+    ZEV_TRACE(trace, 2, kClass, "Done processing remove all ");
+    maybeUpdateSuspend<Constants>();
+  }
+
+  template <typename Constants>
+  void maybeUpdateSuspend() {
+    ZEV_TRACE(trace, 8, kClass, "");
+    const std::uint32_t waiting =
+        table_.groupResolver() ? table_.groupResolver()->resolverQueueLength() : 0;
+    const Pell::Ptr<OrderedSwTableStatus>& status = table_.status();
+    if (status->suspend()) {
+      if (waiting <= Constants::kResumeAtOrBelow) {
+        ZEV_TRACE(trace, 2, kClass, "Turning off suspend");
+        status->suspendIs(false);
+      }
+    } else if (waiting > Constants::kSuspendAbove) {
+      ZEV_TRACE(trace, 2, kClass, "Turning on suspend");
+      status->suspendIs(true);
+    }
+  }
+
+  // Resolution.
+
+  template <typename Constants, typename TableResolverEntryPtr, typename... Linkages>
+  bool isResolverEntryResolved(const TableResolverEntryPtr& resolverEntry,
+                               const Linkages&... linkages) {
+    const auto& wrapper = resolverEntry->swTableEntry();
+    const bool isEntryDeleted = resolverEntry->isEntryDeleted();
+    if (table_.entryLog()->entryLogConfigRows() >= Constants::kEntryLogCapacity) {
+      ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in entryLog!",
+                wrapper->key(), isEntryDeleted);
+      return false;
+    }
+    if (const auto& dependency = resolverEntry->dependantEntryHandle()) {
+      if (dependency->entryState() == EntryState::notResolved) {
+        ZEV_TRACE(trace, 3, kClass, "key: {} dependant entry not yet resolved", wrapper->key());
+        return false;
+      }
+      ZEV_TRACE(trace, 3, kClass, "key: {} dependant entry is resolved", wrapper->key());
+    }
+    if (!isEntryDeleted) {
+      table_.setRsrcPtrs(wrapper, true);
+      if (!(resAccessorCheckResolved(wrapper, linkages) && ...)) {
+        return false;
+      }
+    }
+    ZEV_TRACE(trace, 3, kClass, "key: {}, isEntryDeleted: {}, isTableDeleted: {}, resolved: true",
+              wrapper->key(), isEntryDeleted, resolverEntry->isTableDeleted());
+    return true;
+  }
+
+  // Commit.
+
+  template <typename Constants, typename TableResolverEntry, typename Wrapper, typename... Linkages>
+  void commitEntry(const Pell::Ptr<ResolverEntry>& resolverEntry, const Linkages&... linkages) {
+    const auto typedEntry = Pell::dynamicPtrCast<TableResolverEntry>(resolverEntry);
+    const Dependency dependency = typedEntry->dependantEntryHandle();
+    const Pell::Ptr<Wrapper> wrapper = typedEntry->swTableEntry();
+    const bool isEntryDelete = typedEntry->isEntryDeleted();
+    const bool isTableDelete = typedEntry->isTableDeleted();
+    ZEV_TRACE(trace, 8, kClass, "Entry: {}, isEntryDeleted: {}, isTableDeleted: {}",
+              wrapper->key(), isEntryDelete, isTableDelete);
+    PELL_ASSERT(!(isEntryDelete && isTableDelete), "!( isEntryDelete && isTableDelete )");
+    const Pell::Ptr<Handle> entryHandle =
+        Pell::dynamicPtrCast<Handle>(wrapper->entryHandle());
+    PELL_ASSERT(entryHandle, "entryHandle != NULL");
+    const EntryVersion entryConfVersion = entryHandle->version();
+    PELL_ASSERT(isTableDelete || entryConfVersion.valid(), "entryConfVersion.valid()");
+
+    const bool dependencyFailed = dependency && hasFailed(dependency->entryState());
+    bool committed = !dependencyFailed;
+    if (dependencyFailed) {
+      traceFailedDependency(wrapper, isTableDelete);
+    } else if (isTableDelete) {
+      commitTableDelete(wrapper, dependency, linkages...);
+    } else if (isEntryDelete) {
+      commitEntryDelete(wrapper, entryHandle, dependency, linkages...);
+    } else {
+      committed = commitEntryWrite(wrapper, entryHandle, dependency, linkages...);
+    }
+    if (committed) {
+      table_.status()->pendingHwWritesIs(true);
+    } else {
+      fail(wrapper, entryHandle, isTableDelete);
+    }
+    maybeUpdateSuspend<Constants>();
+  }
+
+  // Reads.
+
+  Entry entryReadGeneric(const Key& key) const {
+    ZEV_TRACE(trace, 8, kClass, "key: {}", key);
+    if (const auto* pending = table_.transientAddEntry().find(key)) {
+      return (*pending)->entry();
+    }
+    if (!table_.transientRemoveEntry().has(key) &&
+        table_.entryLog()->entryHas(key, table_.unitId())) {
+      return table_.entryFromConfig(key);
+    }
+    ZEV_TRACE(trace, 1, kClass, "Failed to find entry for key: {}", key);
+    return Entry();
+  }
+
+  Entry entryFromConfig(const Key& key) const {
+    ZEV_TRACE(trace, 8, kClass, "key: {}", key);
+    const auto& log = table_.entryLog();
+    return Entry::fromLog(log->entry(key, table_.unitId()),
+                          log->entryRsrcKeys(key, table_.unitId()));
+  }
+
+  // Shared memory.
+
+  template <typename Wrapper>
+  Pell::Ptr<Wrapper> entryWrapperFromConfig(const Key& key, bool refreshRsrcPtrs) {
+    ZEV_TRACE(trace, 8, kClass, "key: {}, refreshRsrcPtrs: {}", key, refreshRsrcPtrs);
+    const Entry entry = table_.entryFromConfig(key);
+    const Pell::Ptr<Handle> handle = Table::entryHandleFactory(EntryVersion(), key, &table_);
+    const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(entry, handle);
+    table_.setRsrcPtrs(wrapper, refreshRsrcPtrs);
+    wrapper->retrieveClientData();
+    return wrapper;
+  }
+
+  template <typename Wrapper, typename Linkage>
+  void restoreEntries(const Linkage& linkage) {
+    ZEV_TRACE(trace, 8, kClass, "");
+    const auto configGlint = unitConfig();
+    if (!configGlint) {
+      return;
+    }
+    Glint::forEachRow(configGlint->swTableEntries(), [&](const auto& row) {
+      if (!row.isDeleted()) {
+        linkage->restoreEntry(entryWrapperFromConfig<Wrapper>(row.key(), true));
+      }
+    });
+    linkage->handleResourceChangeAtInit();
+  }
+
+  template <typename Wrapper, typename Linkage>
+  void delAllEntries(bool releaseResources, const Pell::Ptr<NeededEntry const>& neededEntry,
+                     const Linkage& linkage) {
+    ZEV_TRACE(trace, 8, kClass, " releaseResources: {}, neededEntry:{} ", releaseResources,
+              neededEntry);
+    const auto configGlint = unitConfig();
+    if (!configGlint || !configGlint->swTableEntries().isReady()) {
+      return;
+    }
+    if (releaseResources) {
+      Glint::forEachRow(configGlint->swTableEntries(), [&](const auto& row) {
+        linkage->updateLocalUsage(entryWrapperFromConfig<Wrapper>(row.key(), false), true);
+      });
+    }
+    table_.entryLog()->tableDel(neededEntry, table_.unitId());
+  }
+
+  template <typename Wrapper, typename Linkage>
+  Pell::Ptr<OrderedSwTable::EntryHandle const> updateEntry(const Key& key,
+                                                           const Linkage& linkage) {
+    const auto& log = table_.entryLog();
+    if (!log->entryHas(key, table_.unitId())) {
+      ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist ", key);
+      return nullptr;
+    }
+    const Pell::Ptr<Wrapper> wrapper = entryWrapperFromConfig<Wrapper>(key, false);
+    wrapper->setResolvedFields();
+    const bool commitToLog = linkage->entryResolutionState(wrapper) != EntryState::notResolved;
+    if (!commitToLog) {
+      ZEV_TRACE(trace, 3, kClass, "key: {} is still unresolved!", key);
+    }
+    const Pell::Ptr<OrderedSwTable::EntryHandle>& handle = wrapper->entryHandle();
+    const auto logEntry = wrapper->entry().logEntry();
+    const bool changed = !logEntry.isEq(logEntry, log->entry(key, table_.unitId()));
+    if (changed && commitToLog) {
+      const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
+      const LogVersion version =
+          log->entryIs(logEntry, wrapper->entry().resourceKeys(), needed, table_.unitId());
+      handle->logVersionIs(version);
+      handle->entryStateIs(EntryState::hwWritePending);
+      ZEV_TRACE(trace, 3, kClass, " key: {}, neededEntry: {}, entryLogVersion: {} ", key, needed,
+                version);
+    } else {
+      ZEV_TRACE(trace, 3, kClass,
+                " key: {}, commitToLog: {}, no change in logEntry or don't commit to log", key,
+                commitToLog);
+      handle->logVersionIs(log->tableVersion());
+      handle->entryStateIs(EntryState::hwWritePending);
+    }
+    return handle;
+  }
+
+ private:
+  static bool hasFailed(EntryState state) {
+    return state == EntryState::dependencyFailed || state == EntryState::commitFailed ||
+           state == EntryState::resourceFailed;
+  }
+
+  // Version of a new write or remove: one above the newest that is pending for the key.
+  EntryVersion nextVersion(const Key& key) {
+    EntryVersion version;
+    if (const EntryVersion* currEntryVersion = table_.transientVersionForKey().find(key)) {
+      PELL_ASSERT(currEntryVersion->valid(), "currEntryVersion.valid()");
+      version = EntryVersion(currEntryVersion->major() + 1, currEntryVersion->minor());
+    } else {
+      ZEV_TRACE(trace, 8, kClass, " Key: {} not found in entry version collection", key);
+    }
+    table_.transientVersionForKeyIs(key, version);
+    return version;
+  }
+
+  void raiseRemoveAllVersion() {
+    const MajorVersion current = table_.transientRemoveAllVersion();
+    if (current.valid()) {
+      ZEV_TRACE(trace, 8, kClass, "Found valid table remove all version: {}", current);
+      table_.transientRemoveAllVersionIs(current + 1);
+    } else {
+      ZEV_TRACE(trace, 8, kClass, "No remove all operation currently enqueued");
+      table_.transientRemoveAllVersionIs(MajorVersion(0));
+    }
+  }
+
+  Pell::Ptr<Handle> newHandle(const EntryVersion& version, const Key& key,
+                              const ResponseHandler& handler) {
+    Pell::Ptr<Handle> handle = Table::entryHandleFactory(version, key, &table_);
+    handle->responseHandlerIs(handler);
+    handle->entryStateIs(EntryState::notResolved);
+    return handle;
+  }
+
+  template <typename TableResolverEntry, typename Wrapper>
+  Pell::Ptr<TableResolverEntry> newResolverEntry(const Dependency& dependency, EntryFlags flags,
+                                                 const Pell::Ptr<Wrapper>& wrapper) {
+    return TableResolverEntry::FecTableResolverEntryIs(dependency, flags, &table_, wrapper);
+  }
+
+  template <typename TableResolverEntry, typename Wrapper>
+  void enqueue(const Dependency& dependency, EntryFlags flags, const Pell::Ptr<Wrapper>& wrapper) {
+    enqueue(newResolverEntry<TableResolverEntry>(dependency, flags, wrapper));
+  }
+  void enqueue(const Pell::Ptr<ResolverEntry>& resolverEntry) {
+    table_.groupResolver()->resolverQueueEnq(resolverEntry);
+    table_.groupResolver()->updateGenId();
+  }
+
+  template <typename Wrapper, typename Linkage>
+  bool resAccessorCheckResolved(const Pell::Ptr<Wrapper>& wrapper, const Linkage& linkage) const {
+    if (linkage->entryResolutionState(wrapper) == EntryState::notResolved) {
+      ZEV_TRACE(trace, 3, kClass, "key: {} is still unresolved!", wrapper->key());
+      return false;
+    }
+    return true;
+  }
+
+  // False: a linkage refused the write.
+  template <typename Wrapper, typename... Linkages>
+  bool commitEntryWrite(const Pell::Ptr<Wrapper>& wrapper, const Pell::Ptr<Handle>& entryHandle,
+                        const Dependency& dependency, const Linkages&... linkages) {
+    if (!(linkages->checkCommitToLog(wrapper, false) && ...)) {
+      return false;
+    }
+    const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
+    (linkages->updateLocalUsage(wrapper, false), ...);
+    addDependency(needed, dependency);
+    cleanAddSide(wrapper->key(), entryHandle->version());
+    const LogVersion logVersion =
+        table_.entryLog()->entryIs(wrapper->entry().logEntry(), wrapper->entry().resourceKeys(),
+                                   needed, table_.unitId());
+    enterLog(entryHandle, logVersion);
+    return true;
+  }
+
+  template <typename Wrapper, typename... Linkages>
+  void commitEntryDelete(const Pell::Ptr<Wrapper>& wrapper, const Pell::Ptr<Handle>& entryHandle,
+                         const Dependency& dependency, const Linkages&... linkages) {
+    (linkages->updateLocalUsage(wrapper, true), ...);
+    const Pell::Ptr<NeededEntry> needed = Zev::makeObject<NeededEntry>();
+    addDependency(needed, dependency);
+    const Key key = wrapper->key();
+    cleanRemoveSide(key, entryHandle->version());
+    enterLog(entryHandle, table_.entryLog()->entryDel(key, needed, table_.unitId()));
+  }
+
+  // The handle of a table delete goes neither into the log queue nor to its handler.
+  template <typename Wrapper, typename... Linkages>
+  void commitTableDelete(const Pell::Ptr<Wrapper>& wrapper, const Dependency& dependency,
+                         const Linkages&... linkages) {
+    const MajorVersion currRemoveAllVersion = table_.transientRemoveAllVersion();
+    PELL_ASSERT(currRemoveAllVersion.valid(), "currRemoveAllVersion.valid()");
+    ZEV_TRACE(trace, 8, kClass, "Committing table delete for version: {}", currRemoveAllVersion);
+    const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
+    addDependency(needed, dependency);
+    (delAllEntries<Wrapper>(true, needed, linkages), ...);
+    table_.transientRemoveAllVersionIs(currRemoveAllVersion - 1);
+  }
+
+  static void addDependency(const Pell::Ptr<NeededEntry>& needed, const Dependency& dependency) {
+    if (dependency) {
+      needed->add(dependency->entryTableVersion());
+    }
+  }
+
+  void enterLog(const Pell::Ptr<Handle>& entryHandle, LogVersion logVersion) {
+    entryHandle->logVersionIs(logVersion);
+    entryHandle->entryStateIs(EntryState::hwWritePending);
+    table_.entryHandleInLogEnq(entryHandle);
+  }
+
+  // A newer request of the key, still in flight, keeps its records.
+  void cleanAddSide(const Key& key, const EntryVersion& version) {
+    if (isNewest(table_.transientAddEntry(), key, version)) {
+      table_.transientAddEntryDel(key);
+      table_.transientVersionForKeyDel(key);
+    }
+  }
+  void cleanRemoveSide(const Key& key, const EntryVersion& version) {
+    if (isNewest(table_.transientRemoveEntry(), key, version)) {
+      table_.transientRemoveEntryDel(key);
+      table_.transientVersionForKeyDel(key);
+    }
+  }
+  template <typename Entries>
+  static bool isNewest(const Entries& entries, const Key& key, const EntryVersion& version) {
+    const auto* held = entries.find(key);
+    if (held == nullptr) {
+      return false;
+    }
+    const auto* handle = static_cast<const Handle*>((*held)->entryHandle().get());
+    return handle != nullptr && EntryVersion::isEq(handle->version(), version);
+  }
+
+  template <typename Wrapper>
+  static void traceFailedDependency(const Pell::Ptr<Wrapper>& wrapper, bool isTableDelete) {
+    if (isTableDelete) {
+      ZEV_TRACE_AS(trace, 1, kClass, "commitEntry", "Failed dependent entry for remove all");
+    } else {
+      ZEV_TRACE_AS(trace, 1, kClass, "commitEntry", "Failed dependent entry for key: {}",
+                   wrapper->key());
+    }
+  }
+
+  template <typename Wrapper>
+  static void fail(const Pell::Ptr<Wrapper>& wrapper, const Pell::Ptr<Handle>& entryHandle,
+                   bool isTableDelete) {
+    if (isTableDelete) {
+      ZEV_TRACE_AS(trace, 1, kClass, "commitEntry",
+                   "Failed to commit entry remove all operation");
+    } else {
+      ZEV_TRACE_AS(trace, 1, kClass, "commitEntry", "Failed to commit entry key: {}",
+                   wrapper->key());
+    }
+    entryHandle->entryStateIs(EntryState::commitFailed);
+    respond(entryHandle);
+  }
+
+ public:
+  // Calls a copy of the handle's handler, if it has one: the handler may replace it.
+  static void respond(const Pell::Ptr<Handle>& entryHandle) {
+    const ResponseHandler handler = entryHandle->responseHandler();
+    if (handler) {
+      handler(entryHandle);
+    }
+  }
+
+ private:
+  // Null when the table has no entry log or the unit no configuration table.
+  auto unitConfig() const {
+    const auto& log = table_.entryLog();
+    return log ? log->tableConfigGlint(table_.unitId()) : nullptr;
+  }
+
+  Table& table_;
+};
+
+// The steps of a walk over a table's entries.
+template <typename State>
+class IterStateAccessor {
+ public:
+  using Entry = LoamFec::FecTableDataModelEntry;
+  using Key = LoamFec::FecTableDataModelEntryKey;
+
+  explicit IterStateAccessor(State& iterState) : iterState_(&iterState) {}
+
+  // At the first pending write; the committed entries from their first row on.
+  void initIterState() {
+    const auto& table = *iterState_->swTable_;
+    iterState_->removeAllPending_ = table.transientRemoveAllVersion().valid();
+    iterState_->transientAt_ = table.transientAddEntry().begin();
+    startConfigAt([](auto& rows) { return rows.iterator(); });
+  }
+
+  void initIterStateFromKey(const Key& key) {
+    initIterState();
+    const auto& table = *iterState_->swTable_;
+    const auto& pending = table.transientAddEntry();
+    iterState_->transientAt_ = pending.cursorOf(key);
+    if (pending.has(key)) {
+      iterState_->positioned_ = true;
+    } else if (!iterState_->removeAllPending_ &&
+               table.entryLog()->entryHas(key, table.unitId())) {
+      iterState_->inTblCfg_ = true;
+      startConfigAt([&key](auto& rows) { return rows.iteratorAt(key); });
+    } else {
+      iterState_->atEnd_ = true;
+    }
+  }
+
+  Entry maybeUpdateCurrentEntry() {
+    if (iterState_->atEnd_) {
+      return Entry();
+    }
+    if (nextTransient()) {
+      return iterState_->currentEntry_;
+    }
+    if (iterState_->removeAllPending_) {
+      iterState_->positioned_ = false;
+      iterState_->inTblCfg_ = false;
+      iterState_->removeAllPending_ = false;
+      return end();
+    }
+    iterState_->inTblCfg_ = true;
+    return nextConfig() ? iterState_->currentEntry_ : end();
+  }
+
+ private:
+  bool nextTransient() {
+    const auto& pending = iterState_->swTable_->transientAddEntry();
+    auto& at = iterState_->transientAt_;
+    if (pending.elementAt(at) == nullptr) {
+      at = pending.next(at);
+    }
+    const auto* element = pending.elementAt(at);
+    if (element == nullptr) {
+      return false;
+    }
+    PELL_ASSERT(!iterState_->inTblCfg(), "!iterState_->inTblCfg()");
+    iterState_->currentEntry_ = element->value->entry();
+    iterState_->fromTransient_ = true;
+    at = pending.next(at);
+    return true;
+  }
+
+  // The row is looked up again when its turn comes: it may have changed since the last step.
+  bool nextConfig() {
+    iterState_->fromTransient_ = false;
+    auto& at = iterState_->configAt_;
+    while (at && at->valid()) {
+      const Key key = at->row().key();
+      const auto row = Glint::guardedRow(rows(), key);
+      if (!Glint::guarded(rows(), [&] { at->advance(); })) {
+        at.reset();
+      }
+      if (row && !row->isDeleted() && !isShadowed(key)) {
+        iterState_->currentEntry_ = Entry::fromLog(row->logEntry(), row->rsrcKeys());
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool isShadowed(const Key& key) const {
+    return iterState_->swTable_->transientRemoveEntry().has(key) ||
+           iterState_->swTable_->transientAddEntry().has(key);
+  }
+
+  Entry end() {
+    iterState_->atEnd_ = true;
+    iterState_->fromTransient_ = false;
+    iterState_->currentEntry_ = Entry();
+    return Entry();
+  }
+
+  template <typename Start>
+  void startConfigAt(Start&& start) {
+    iterState_->configAt_.reset();
+    const auto& table = *iterState_->swTable_;
+    if (table.entryLog()->tableConfigGlint(table.unitId())) {
+      Glint::guarded(rows(), [&] { iterState_->configAt_.emplace(start(rows())); });
+    }
+  }
+
+  auto& rows() const {
+    const auto& table = *iterState_->swTable_;
+    return table.entryLog()->tableConfigGlint(table.unitId())->swTableEntries();
+  }
+
+  State* iterState_;
+};
+
+}  // namespace Asic
+
+namespace LoamFec {
+
+using Accessor = Asic::OrderedSwTableAccessor<FecTableSwTable>;
+using ReadAccessor = Asic::OrderedSwTableAccessor<const FecTableSwTable>;
+
+// Construction and wiring.
+
+FecTableSwTable::FecTableSwTable(Pell::Ptr<Asic::CanonicalTableName const> const& tableName,
+                                 Asic::SwTableId tableId, Asic::UnitId unitId,
+                                 Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+                                 Pell::Ptr<FecTableEntryLog> const& entryLog,
+                                 Pell::Ptr<Asic::GroupResolver> const& groupResolver)
+    : FecTableDataModelSwTableBase(tableName, tableId, unitId, status),
+      entryLog_(entryLog),
+      groupResolver_(groupResolver) {
+  handleInitialized();
+}
+
+// What holds the table's pending work goes in the reverse order of the members' declaration, the
+// linkage first and the helper last.
+FecTableSwTable::~FecTableSwTable() {
+  hasNotificationActiveIs(false);
+  intfIdToDestIdLinkage_ = nullptr;
+  entryHandleInLog_.doClear(false);
+  groupResolver_ = nullptr;
+  entryLog_ = nullptr;
+  transientVersionForKey_.clear();
+  transientRemoveEntry_.clear();
+  transientAddEntry_.clear();
+  swTableHelper_ = nullptr;
+}
+
+Pell::Ptr<FecTableSwTable> FecTableSwTable::FecTableSwTableIs(
+    Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
+    Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+    Pell::Ptr<FecTableEntryLog> const& entryLog,
+    Pell::Ptr<Asic::GroupResolver> const& groupResolver) {
+  return Zev::makeObject<FecTableSwTable>(tableName, tableId, unitId, status, entryLog,
+                                          groupResolver);
+}
+
+Pell::Ptr<FecTableSwTable> fecTableSwTableFactory(
+    Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
+    Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+    Pell::Ptr<FecTableEntryLog> const& entryLog,
+    Pell::Ptr<Asic::GroupResolver> const& groupResolver) {
+  return FecTableSwTable::FecTableSwTableIs(tableName, tableId, unitId, status, entryLog,
+                                            groupResolver);
+}
+
+Pell::Ptr<FecTableSwTable::EntryHandle> FecTableSwTable::entryHandleFactory(
+    Asic::EntryVersion const& version, Key const& key, FecTableDataModelSwTableBase* table) {
+  return Zev::makeObject<EntryHandle>(version, key, table);
+}
+
+const Pell::Publisher* FecTableSwTable::notifieeList() const { return &publisher_; }
+
+const Zev::TypeRecord& FecTableSwTable::fwkType() const {
+  static const Zev::TypeRecord record{
+      kTypeName,
+      {{"swTableHelper", kSwTableHelperAttribute},
+       {"transientAddEntry", kTransientAddEntryAttribute},
+       {"transientRemoveEntry", kTransientRemoveEntryAttribute},
+       {"transientVersionForKey", kTransientVersionForKeyAttribute},
+       {"transientRemoveAllVersion", kTransientRemoveAllVersionAttribute},
+       {"entryLog", kEntryLogAttribute},
+       {"groupResolver", kGroupResolverAttribute},
+       {"entryHandleInLog", kEntryHandleInLogAttribute},
+       {"intfIdToDestIdLinkage", kIntfIdToDestIdLinkageAttribute}},
+      {{"transientVersionForKeyDelAll", {}}, {"getTableEntries_py", {}}}};
+  return record;
+}
+
+void FecTableSwTable::doCreateHwTable() {}
+
+void FecTableSwTable::handleInitialized() {
+  ZEV_TRACE(trace, 8, kClass, "");
+  swTableHelper_ = fecTableSwTableHelperBaseFactory();
+}
+
+void FecTableSwTable::swTableHelperIs(Pell::Ptr<FecTableSwTableHelperBase> const& helper) {
+  if (swTableHelper_ != helper) {
+    swTableHelper_ = helper;
+    publisher_.attributeChange(kSwTableHelperAttribute);
+  }
+}
+
+void FecTableSwTable::intfIdToDestIdLinkageIs(
+    Pell::Ptr<FecTableIntfIdToDestIdLinkage> const& linkage) {
+  if (intfIdToDestIdLinkage_ != linkage) {
+    intfIdToDestIdLinkage_ = linkage;
+    publisher_.attributeChange(kIntfIdToDestIdLinkageAttribute);
+  }
+}
+
+// Transient state. Keys are copied before anything is released: a caller's reference may stand in
+// what goes.
+
+namespace {
+
+// Stores the wrapper under its key; true when that changed something.
+template <typename Entries>
+bool storeWrapper(Entries& entries, Pell::Ptr<FecTableEntryWrapper> const& wrapper,
+                  const char* attributeName) {
+  if (!wrapper) {
+    Zev::throwMutatorArgNullPointerException(kClass, attributeName);
+  }
+  if (const auto* held = entries.find(wrapper->key()); held != nullptr && *held == wrapper) {
+    return false;
+  }
+  entries.insertOrAssign(wrapper->key(), wrapper);
+  return true;
+}
+
+}  // namespace
+
+void FecTableSwTable::transientAddEntryIs(Pell::Ptr<FecTableEntryWrapper> const& wrapper) {
+  if (storeWrapper(transientAddEntry_, wrapper, "transientAddEntry")) {
+    const Key key = wrapper->key();
+    publisher_.attributeElementChange(kTransientAddEntryAttribute, &key);
+  }
+}
+
+void FecTableSwTable::transientAddEntryDel(Key const& key) {
+  const Key removed = key;
+  if (transientAddEntry_.erase(removed)) {
+    publisher_.attributeElementChange(kTransientAddEntryAttribute, &removed);
+  }
+}
+
+void FecTableSwTable::transientAddEntryDelAll() {
+  if (publisher_.idle()) {
+    transientAddEntry_.clear();
+  } else {
+    transientAddEntry_.forEach([this](Key const& key, const auto&) { transientAddEntryDel(key); });
+  }
+}
+
+void FecTableSwTable::transientRemoveEntryIs(Pell::Ptr<FecTableEntryWrapper> const& wrapper) {
+  if (storeWrapper(transientRemoveEntry_, wrapper, "transientRemoveEntry")) {
+    const Key key = wrapper->key();
+    publisher_.attributeElementChange(kTransientRemoveEntryAttribute, &key);
+  }
+}
+
+void FecTableSwTable::transientRemoveEntryDel(Key const& key) {
+  const Key removed = key;
+  if (transientRemoveEntry_.erase(removed)) {
+    publisher_.attributeElementChange(kTransientRemoveEntryAttribute, &removed);
+  }
+}
+
+void FecTableSwTable::transientRemoveEntryDelAll() {
+  if (publisher_.idle()) {
+    transientRemoveEntry_.clear();
+  } else {
+    transientRemoveEntry_.forEach(
+        [this](Key const& key, const auto&) { transientRemoveEntryDel(key); });
+  }
+}
+
+void FecTableSwTable::transientVersionForKeyIs(Key const& key, Asic::EntryVersion const& version) {
+  const Key stored = key;
+  if (const Asic::EntryVersion* held = transientVersionForKey_.find(stored);
+      held != nullptr && Asic::EntryVersion::isEq(*held, version)) {
+    return;
+  }
+  transientVersionForKey_.insertOrAssign(stored, version);
+  publisher_.attributeElementChange(kTransientVersionForKeyAttribute, &stored);
+}
+
+void FecTableSwTable::transientVersionForKeyDel(Key const& key) {
+  const Key removed = key;
+  if (transientVersionForKey_.erase(removed)) {
+    publisher_.attributeElementChange(kTransientVersionForKeyAttribute, &removed);
+  }
+}
+
+void FecTableSwTable::transientVersionForKeyDelAll() {
+  if (publisher_.idle()) {
+    transientVersionForKey_.clear();
+  } else {
+    transientVersionForKey_.forEach(
+        [this](Key const& key, const auto&) { transientVersionForKeyDel(key); });
+  }
+}
+
+void FecTableSwTable::transientRemoveAllVersionIs(Asic::MajorVersion version) {
+  const Asic::MajorVersion oldVersion = transientRemoveAllVersion_;
+  if (oldVersion == version) {
+    return;
+  }
+  transientRemoveAllVersion_ = version;
+  publisher_.recursiveAttributeChange(kTransientRemoveAllVersionAttribute, &oldVersion);
+}
+
+// In-log queue.
+
+void FecTableSwTable::entryHandleInLogEnq(const Pell::Ptr<EntryHandle>& handle) {
+  const std::uint32_t sequence = entryHandleInLog_.enq(handle);
+  publisher_.attributeElementChange(kEntryHandleInLogAttribute, &sequence);
+}
+
+Pell::Ptr<FecTableSwTable::EntryHandle> FecTableSwTable::entryHandleInLogDeq() {
+  std::uint32_t sequence = 0;
+  Pell::Ptr<EntryHandle> handle = entryHandleInLog_.deq(&sequence);
+  if (handle) {
+    publisher_.attributeElementChange(kEntryHandleInLogAttribute, &sequence);
+  }
+  return handle;
+}
+
+void FecTableSwTable::entryHandleInLogDelAll() {
+  if (publisher_.idle()) {
+    entryHandleInLog_.doClear(true);
+    return;
+  }
+  while (!entryHandleInLog_.empty()) {
+    entryHandleInLogDeq();
+  }
+}
+
+// Requests.
+
+Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryWrite(
+    Key const& key, Entry const& entry, Dependency const& dependency) {
+  ZEV_TRACE(trace, 8, kClass, " key: {}", key);
+  return entryWriteWithResponseHandler(key, entry, dependency, ResponseHandler());
+}
+
+Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryWriteWithResponseHandler(
+    Key const& key, Entry const& entry, Dependency const& dependency,
+    ResponseHandler const& handler) {
+  ZEV_TRACE(trace, 8, kClass, " key: {}", key);
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
+  return Accessor(*this)
+      .entryWriteGeneric<FecTableConstants, FecTableResolverEntry, FecTableEntryWrapper>(
+          key, entry, dependency, handler, linkage);
+}
+
+Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryRemove(
+    Key const& key, Dependency const& dependency) {
+  ZEV_TRACE(trace, 8, kClass, " key: {}", key);
+  return entryRemoveWithResponseHandler(key, dependency, ResponseHandler());
+}
+
+Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryRemoveWithResponseHandler(
+    Key const& key, Dependency const& dependency, ResponseHandler const& handler) {
+  ZEV_TRACE(trace, 8, kClass, " key: {}", key);
+  return Accessor(*this)
+      .entryRemoveGeneric<FecTableConstants, FecTableResolverEntry, FecTableEntryWrapper>(
+          key, dependency, handler);
+}
+
+void FecTableSwTable::entryRemoveAll(Dependency const& dependency) {
+  ZEV_TRACE(trace, 8, kClass, "");
+  entryRemoveAllWithResponseHandler(dependency, ResponseHandler());
+}
+
+void FecTableSwTable::entryRemoveAllWithResponseHandler(Dependency const& dependency,
+                                                        ResponseHandler const& handler) {
+  ZEV_TRACE(trace, 8, kClass, "");
+  Accessor(*this)
+      .entryRemoveAllGeneric<FecTableConstants, FecTableResolverEntry, FecTableEntryWrapper>(
+          dependency, handler);
+}
+
+// Framework calls. Handlers and hooks that run inside may drop the last other reference to the
+// table: it is held until the call is done.
+
+bool FecTableSwTable::isResolverEntryResolved(
+    const Pell::Ptr<FecTableResolverEntry>& resolverEntry) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
+  const Pell::Ptr<FecTableResolverEntry> held = resolverEntry;
+  return Accessor(*this)
+      .isResolverEntryResolved<FecTableConstants, Pell::Ptr<FecTableResolverEntry>>(held, linkage);
+}
+
+void FecTableSwTable::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
+  Accessor(*this).commitEntry<FecTableConstants, FecTableResolverEntry, FecTableEntryWrapper>(
+      resolverEntry, linkage);
+}
+
+// A handler may report again, and so release handles behind the one it is called for: the front of
+// the queue is read afresh for each.
+void FecTableSwTable::tableStatusVersion(Asic::LogVersion version) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+  ZEV_TRACE(trace, 8, kClass, "tableVersion: {}", version);
+  entryLog_->cleanupEntryLog(version);
+  groupResolver_->updateGenId();
+  for (;;) {
+    const Pell::Ptr<EntryHandle> handle = entryHandleInLogFront();
+    if (!handle || version < handle->logVersion()) {
+      break;
+    }
+    entryHandleInLogDeq();
+    ZEV_TRACE(trace, 3, kClass, "Processing version: {}, key: {}", version, handle->key());
+    handle->entryStateIs(EntryState::done);
+    Accessor::respond(handle);
+  }
+  if (entryLog_->tableVersion() == version) {
+    status()->pendingHwWritesIs(false);
+  }
+}
+
+void FecTableSwTable::setRsrcPtrs(const Pell::Ptr<FecTableEntryWrapper>& wrapper, bool refresh) {
+  ZEV_TRACE(trace, 8, kClass, "key: {}, refresh: {}", wrapper->key(), refresh);
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
+  if (refresh) {
+    linkage->resolveEntry(wrapper);
+  } else {
+    linkage->setResourceHandle(wrapper);
+  }
+}
+
+Pell::Ptr<Asic::NeededEntry> FecTableSwTable::getNeededEntrySet(
+    const Pell::Ptr<FecTableEntryWrapper const>& wrapper) const {
+  ZEV_TRACE(trace, 8, kClass, "key: {}", wrapper->key());
+  const Pell::Ptr<Asic::NeededEntry> reported = intfIdToDestIdLinkage_->getNeededEntrySet(wrapper);
+  if (!reported) {
+    return nullptr;
+  }
+  Pell::Ptr<Asic::NeededEntry> needed = Zev::makeObject<Asic::NeededEntry>();
+  needed->merge(reported);
+  return needed;
+}
+
+// Reads.
+
+FecTableDataModelEntry FecTableSwTable::entryRead(Key const& key) const {
+  ZEV_TRACE_AS(trace, 8, kClass, "entryRead", " key: {}", key);
+  return ReadAccessor(*this).entryReadGeneric(key);
+}
+
+FecTableDataModelEntry FecTableSwTable::entry(Key const& key) const {
+  ZEV_TRACE_AS(trace, 8, kClass, "entryRead", " key: {}", key);
+  return ReadAccessor(*this).entryReadGeneric(key);
+}
+
+bool FecTableSwTable::entryHas(Key const& key) const {
+  ZEV_TRACE(trace, 8, kClass, "key: {}", key);
+  if (transientAddEntry_.has(key)) {
+    return true;
+  }
+  return !transientRemoveEntry_.has(key) && !transientRemoveAllVersion_.valid() &&
+         entryLog_->entryHas(key, unitId());
+}
+
+FecTableDataModelEntry FecTableSwTable::entryFromConfig(Key const& key) const {
+  return ReadAccessor(*this).entryFromConfig(key);
+}
+
+unsigned FecTableSwTable::entrys() const {
+  if (transientRemoveAllVersion_.valid()) {
+    return transientAddEntry_.size();
+  }
+  unsigned count = entryLog_->entrys(unitId());
+  transientAddEntry_.forEach([&](Key const& key, const auto&) {
+    count += entryLog_->entryHas(key, unitId()) ? 0U : 1U;
+  });
+  transientRemoveEntry_.forEach([&](Key const& key, const auto&) {
+    count -= entryLog_->entryHas(key, unitId()) ? 1U : 0U;
+  });
+  return count;
+}
+
+FecTableDataModelEntryIteratorConst FecTableSwTable::entryIteratorConst(Key const& key) const {
+  return FecTableDataModelEntryIteratorConst(initIterStateFromKey(key));
+}
+
+FecTableDataModelEntryIteratorConst FecTableSwTable::entryIteratorConst() const {
+  return FecTableDataModelEntryIteratorConst(initIterState());
+}
+
+Pell::Ptr<FecTableDataModelSwTableIteratorState> FecTableSwTable::initIterState() const {
+  auto state = fecTableSwTableIteratorStateFactory(Pell::Ptr<FecTableSwTable const>(this));
+  Asic::IterStateAccessor<FecTableSwTableIteratorState>(*state).initIterState();
+  return state;
+}
+
+Pell::Ptr<FecTableDataModelSwTableIteratorState> FecTableSwTable::initIterStateFromKey(
+    Key const& key) const {
+  auto state = fecTableSwTableIteratorStateFactory(Pell::Ptr<FecTableSwTable const>(this));
+  Asic::IterStateAccessor<FecTableSwTableIteratorState>(*state).initIterStateFromKey(key);
+  return state;
+}
+
+Pell::Ptr<SwTableEntries_py> FecTableSwTable::getTableEntries_py() const {
+  Pell::Ptr<SwTableEntries_py> snapshot = Zev::makeObject<SwTableEntries_py>();
+  const auto state = initIterState();
+  for (;;) {
+    const Entry entry = state->maybeUpdateCurrentEntry();
+    if (state->atEnd()) {
+      return snapshot;
+    }
+    snapshot->tableEntriesIs(entry);
+  }
+}
+
+// From shared memory.
+
+void FecTableSwTable::restoreEntries() {
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
+  Accessor(*this).restoreEntries<FecTableEntryWrapper>(linkage);
+}
+
+void FecTableSwTable::clearTable(bool releaseResources) {
+  ZEV_TRACE(trace, 8, kClass, "");
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
+  Accessor(*this).delAllEntries<FecTableEntryWrapper>(releaseResources, nullptr, linkage);
+}
+
+Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> FecTableSwTable::updateEntry(Key const& key) {
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
+  return Accessor(*this).updateEntry<FecTableEntryWrapper>(key, linkage);
+}
+
+// Walk and snapshot.
+
+FecTableSwTableIteratorState::FecTableSwTableIteratorState(
+    const Pell::Ptr<FecTableSwTable const>& swTable)
+    : swTable_(swTable) {}
+
+FecTableSwTableIteratorState::~FecTableSwTableIteratorState() { hasNotificationActiveIs(false); }
+
+Pell::Ptr<FecTableSwTableIteratorState>
+FecTableSwTableIteratorState::FecTableSwTableIteratorStateIs(
+    const Pell::Ptr<FecTableSwTable const>& swTable) {
+  return Zev::makeObject<FecTableSwTableIteratorState>(swTable);
+}
+
+Pell::Ptr<FecTableSwTableIteratorState> fecTableSwTableIteratorStateFactory(
+    const Pell::Ptr<FecTableSwTable const>& swTable) {
+  return FecTableSwTableIteratorState::FecTableSwTableIteratorStateIs(swTable);
+}
+
+const Zev::TypeRecord& FecTableSwTableIteratorState::fwkType() const {
+  static const Zev::TypeRecord record{kTypeName};
+  return record;
+}
+
+FecTableDataModelEntry FecTableSwTableIteratorState::maybeUpdateCurrentEntry() {
+  return Asic::IterStateAccessor<FecTableSwTableIteratorState>(*this).maybeUpdateCurrentEntry();
+}
+
+SwTableEntries_py::~SwTableEntries_py() { hasNotificationActiveIs(false); }
+
+const Zev::TypeRecord& SwTableEntries_py::fwkType() const {
+  static const Zev::TypeRecord record{kTypeName, {{"tableEntries", 1}}};
+  return record;
+}
+
+void SwTableEntries_py::tableEntriesIs(const FecTableDataModelEntry& entry) {
+  tableEntries_.insertOrAssign(entry.key, entry);
+}
+
+void SwTableEntries_py::tableEntriesDel(const FecTableDataModelEntryKey& key) {
+  tableEntries_.erase(key);
+}
+
+void SwTableEntries_py::tableEntriesDelAll() { tableEntries_.clear(); }
+
+}  // namespace LoamFec

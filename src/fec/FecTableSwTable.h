@@ -1,0 +1,270 @@
+#pragma once
+
+#include "Asic/GroupResolver.h"
+#include "Pell/HashMap.h"
+#include "Pell/Publisher.h"
+#include "Pell/RQueue.h"
+#include "fec/FecTableEntryLog.h"
+#include "fec/FecTableInfraTypes.h"
+#include "fec/FecTableResourceTableLinkage.h"
+#include "records/FecTableDataModelSwTableBase.h"
+
+namespace Asic {
+template <typename Table>
+class OrderedSwTableAccessor;
+template <typename State>
+class IterStateAccessor;
+}  // namespace Asic
+
+namespace LoamFec {
+
+class FecTableSwTableIteratorState;
+class SwTableEntries_py;
+
+// The software copy of the FEC table of one unit.
+//
+// A request gets a version, is kept as transient state and waits in the group resolver's queue; the
+// commit writes it to the entry log; the hardware's report of that log version completes it. Reads
+// answer as the table will be once every accepted request has been committed.
+//
+// Ownership: held by the table interface and by the group's set of tables. Holds its helper, its
+// linkage, and everything that is pending. Its entries in the resolver's queue do not hold it.
+// Threads: the event loop's. Handlers, hooks and observers may call any operation, and may drop
+// the last reference to the table.
+// Invariants: a mutator publishes its attribute only when the value has changed, after it has.
+class FecTableSwTable : public FecTableDataModelSwTableBase {
+ public:
+  static constexpr const char* kTypeName = "LoamFec::FecTableSwTable";
+
+  using EntryHandle = FecTableDataModelSwTableBase::FecEntryHandle;
+  struct QE_EntryHandleInLog {};
+
+  // Attributes as they are published. The collections' element is a FecTableDataModelEntryKey; of
+  // entryHandleInLog it is the sequence number (unsigned); transientRemoveAllVersion carries the
+  // old value (Asic::MajorVersion).
+  static constexpr short kSwTableHelperAttribute = 1;
+  static constexpr short kTransientAddEntryAttribute = 2;
+  static constexpr short kTransientRemoveEntryAttribute = 3;
+  static constexpr short kTransientVersionForKeyAttribute = 4;
+  static constexpr short kTransientRemoveAllVersionAttribute = 5;
+  static constexpr short kEntryLogAttribute = 6;
+  static constexpr short kGroupResolverAttribute = 7;
+  static constexpr short kEntryHandleInLogAttribute = 8;
+  static constexpr short kIntfIdToDestIdLinkageAttribute = 9;
+
+  static constexpr std::uint32_t kTransientAddEntrySalt = 0xaead84da;
+  static constexpr std::uint32_t kTransientRemoveEntrySalt = 0x1f3dfceb;
+  static constexpr std::uint32_t kTransientVersionForKeySalt = 0x4554b525;
+
+  using TransientAddEntries =
+      Pell::HashMap<Key, Pell::Ptr<FecTableEntryWrapper>, FecKeyHash<kTransientAddEntrySalt>>;
+  using TransientRemoveEntries =
+      Pell::HashMap<Key, Pell::Ptr<FecTableEntryWrapper>, FecKeyHash<kTransientRemoveEntrySalt>>;
+  using TransientVersions =
+      Pell::HashMap<Key, Asic::EntryVersion, FecKeyHash<kTransientVersionForKeySalt>>;
+
+  FecTableSwTable(Pell::Ptr<Asic::CanonicalTableName const> const& tableName,
+                  Asic::SwTableId tableId, Asic::UnitId unitId,
+                  Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+                  Pell::Ptr<FecTableEntryLog> const& entryLog,
+                  Pell::Ptr<Asic::GroupResolver> const& groupResolver);
+  static Pell::Ptr<FecTableSwTable> FecTableSwTableIs(
+      Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
+      Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+      Pell::Ptr<FecTableEntryLog> const& entryLog,
+      Pell::Ptr<Asic::GroupResolver> const& groupResolver);
+  static Pell::Ptr<EntryHandle> entryHandleFactory(Asic::EntryVersion const& version,
+                                                   Key const& key,
+                                                   FecTableDataModelSwTableBase* table);
+
+  const Pell::Publisher* notifieeList() const override;
+  const Zev::TypeRecord& fwkType() const override;
+  ~FecTableSwTable() override;
+  // The FEC software table has no hardware table of its own.
+  void doCreateHwTable() override;
+
+  void handleInitialized();
+  // Observing does not change the table.
+  Pell::Publisher& publisher() const { return publisher_; }
+
+  // Wiring, done by the table interface. A linkage must be there before the first write.
+  const Pell::Ptr<FecTableSwTableHelperBase>& swTableHelper() const { return swTableHelper_; }
+  void swTableHelperIs(Pell::Ptr<FecTableSwTableHelperBase> const& helper);
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage>& intfIdToDestIdLinkage() const {
+    return intfIdToDestIdLinkage_;
+  }
+  void intfIdToDestIdLinkageIs(Pell::Ptr<FecTableIntfIdToDestIdLinkage> const& linkage);
+  const Pell::Ptr<FecTableEntryLog>& entryLog() const { return entryLog_; }
+  const Pell::Ptr<Asic::GroupResolver>& groupResolver() const { return groupResolver_; }
+
+  // Transient state: the newest write, remove and version of each key that is not committed yet,
+  // and the newest remove-all. A null wrapper is refused with an exception; deleting an absent key
+  // changes nothing.
+  const TransientAddEntries& transientAddEntry() const { return transientAddEntry_; }
+  void transientAddEntryIs(Pell::Ptr<FecTableEntryWrapper> const& wrapper);
+  void transientAddEntryDel(Key const& key);
+  void transientAddEntryDelAll();
+  const TransientRemoveEntries& transientRemoveEntry() const { return transientRemoveEntry_; }
+  void transientRemoveEntryIs(Pell::Ptr<FecTableEntryWrapper> const& wrapper);
+  void transientRemoveEntryDel(Key const& key);
+  void transientRemoveEntryDelAll();
+  const TransientVersions& transientVersionForKey() const { return transientVersionForKey_; }
+  void transientVersionForKeyIs(Key const& key, Asic::EntryVersion const& version);
+  void transientVersionForKeyDel(Key const& key);
+  void transientVersionForKeyDelAll();
+  // Invalid while no remove-all is pending.
+  Asic::MajorVersion transientRemoveAllVersion() const { return transientRemoveAllVersion_; }
+  void transientRemoveAllVersionIs(Asic::MajorVersion version);
+
+  // Handles of logged operations that wait for the hardware, in log order, numbered from 1. Null
+  // or false beyond the queue's ends.
+  void entryHandleInLogEnq(const Pell::Ptr<EntryHandle>& handle);
+  Pell::Ptr<EntryHandle> entryHandleInLogDeq();
+  Pell::Ptr<EntryHandle> entryHandleInLogFront() const { return entryHandleInLog_.front(); }
+  Pell::Ptr<EntryHandle> entryHandleInLogBack() const { return entryHandleInLog_.back(); }
+  Pell::Ptr<EntryHandle> entryHandleInLog(unsigned sequence) const {
+    return entryHandleInLog_.at(sequence);
+  }
+  bool entryHandleInLogHas(unsigned sequence) const { return entryHandleInLog_.has(sequence); }
+  // Handlers are not called.
+  void entryHandleInLogDelAll();
+  std::uint32_t entryHandlesInLog() const { return entryHandleInLog_.size(); }
+
+  // Requests.
+  Pell::Ptr<EntryHandle const> entryWrite(Key const& key, Entry const& entry,
+                                          Dependency const& dependency) override;
+  Pell::Ptr<EntryHandle const> entryWriteWithResponseHandler(
+      Key const& key, Entry const& entry, Dependency const& dependency,
+      ResponseHandler const& handler) override;
+  Pell::Ptr<EntryHandle const> entryRemove(Key const& key, Dependency const& dependency) override;
+  Pell::Ptr<EntryHandle const> entryRemoveWithResponseHandler(
+      Key const& key, Dependency const& dependency, ResponseHandler const& handler) override;
+  // A remove-all that succeeds answers nobody: its handle reaches the handler only on failure.
+  void entryRemoveAll(Dependency const& dependency) override;
+  void entryRemoveAllWithResponseHandler(Dependency const& dependency,
+                                         ResponseHandler const& handler) override;
+
+  // Called by the framework.
+  bool isResolverEntryResolved(const Pell::Ptr<FecTableResolverEntry>& resolverEntry);
+  void commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry);
+  void tableStatusVersion(Asic::LogVersion version) override;
+
+  // Gives the wrapper its resource handle: a fresh request with refresh, the one that the entry's
+  // usage record holds without.
+  void setRsrcPtrs(const Pell::Ptr<FecTableEntryWrapper>& wrapper, bool refresh);
+  // Versions of other tables that must be applied before the entry; null when no linkage has any
+  // to tell, which the FEC linkage always has.
+  Pell::Ptr<Asic::NeededEntry> getNeededEntrySet(
+      const Pell::Ptr<FecTableEntryWrapper const>& wrapper) const;
+
+  // Reads. A key that is not found gives the default entry.
+  Entry entryRead(Key const& key) const override;
+  Entry entry(Key const& key) const override;
+  bool entryHas(Key const& key) const override;
+  // The committed entry alone; of a key without a live row the default log entry's fields.
+  Entry entryFromConfig(Key const& key) const;
+  // Linear in the unit's rows.
+  unsigned entrys() const override;
+  FecTableDataModelEntryIteratorConst entryIteratorConst(Key const& key) const override;
+  FecTableDataModelEntryIteratorConst entryIteratorConst() const override;
+  // Pending writes first, then committed entries that nothing pending shadows. Stable while
+  // requests and commits run between two steps. Starting at a pending write's key skips the
+  // pending writes before it; starting at a committed key yields committed entries from there on;
+  // starting at any other key the walk is at its end.
+  Pell::Ptr<FecTableDataModelSwTableIteratorState> initIterState() const override;
+  Pell::Ptr<FecTableDataModelSwTableIteratorState> initIterStateFromKey(
+      Key const& key) const override;
+  Pell::Ptr<SwTableEntries_py> getTableEntries_py() const;
+
+  // From shared memory.
+  // After a restart: rebuilds the usage of resources from the committed entries and brings each in
+  // line with its resource's present state.
+  void restoreEntries();
+  // Logs a deletion of the whole table. Pending requests stay.
+  void clearTable(bool releaseResources);
+  // Logs the committed entry again if its resource has changed what it would log. Null when the
+  // key is not committed; otherwise a handle with the version that carries the entry.
+  Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> updateEntry(Key const& key);
+
+ private:
+  mutable Pell::Publisher publisher_;
+  Pell::Ptr<FecTableSwTableHelperBase> swTableHelper_;
+  TransientAddEntries transientAddEntry_;
+  TransientRemoveEntries transientRemoveEntry_;
+  TransientVersions transientVersionForKey_;
+  Asic::MajorVersion transientRemoveAllVersion_;
+  Pell::Ptr<FecTableEntryLog> entryLog_;
+  Pell::Ptr<Asic::GroupResolver> groupResolver_;
+  Pell::RQueue<Pell::Ptr<EntryHandle>, false, QE_EntryHandleInLog> entryHandleInLog_;
+  Pell::Ptr<FecTableIntfIdToDestIdLinkage> intfIdToDestIdLinkage_;
+};
+
+// Allocates, constructs, installs the default helper and marks notification-active.
+Pell::Ptr<FecTableSwTable> fecTableSwTableFactory(
+    Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
+    Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+    Pell::Ptr<FecTableEntryLog> const& entryLog,
+    Pell::Ptr<Asic::GroupResolver> const& groupResolver);
+
+// A walk over one software table.
+//
+// Ownership: holds the table.
+class FecTableSwTableIteratorState : public FecTableDataModelSwTableIteratorState {
+ public:
+  static constexpr const char* kTypeName = "LoamFec::FecTableSwTableIteratorState";
+  using ConfigIterator = Glint::GlintMap<FecTableDataModelConfigGlintEntry>::Iterator;
+
+  explicit FecTableSwTableIteratorState(const Pell::Ptr<FecTableSwTable const>& swTable);
+  static Pell::Ptr<FecTableSwTableIteratorState> FecTableSwTableIteratorStateIs(
+      const Pell::Ptr<FecTableSwTable const>& swTable);
+
+  const Zev::TypeRecord& fwkType() const override;
+  ~FecTableSwTableIteratorState() override;
+  FecTableDataModelEntry maybeUpdateCurrentEntry() override;
+
+  // The current entry is that of a pending write.
+  bool fromTransient() const { return fromTransient_; }
+  // A start key was found among the pending writes.
+  bool positioned() const { return positioned_; }
+  // The walk is in the configuration phase.
+  bool inTblCfg() const { return inTblCfg_; }
+  void inTblCfgIs(bool inTblCfg) { inTblCfg_ = inTblCfg; }
+  // Committed entries are hidden by a pending remove-all.
+  bool removeAllPending() const { return removeAllPending_; }
+
+ private:
+  friend class Asic::IterStateAccessor<FecTableSwTableIteratorState>;
+
+  Pell::Ptr<FecTableSwTable const> swTable_;
+  FecTableSwTable::TransientAddEntries::Cursor transientAt_ = 0;
+  std::optional<ConfigIterator> configAt_;  // nothing: the unit's rows are exhausted
+  bool fromTransient_ = false;
+  bool positioned_ = false;
+  bool inTblCfg_ = false;
+  bool removeAllPending_ = false;
+};
+
+Pell::Ptr<FecTableSwTableIteratorState> fecTableSwTableIteratorStateFactory(
+    const Pell::Ptr<FecTableSwTable const>& swTable);
+
+// Snapshot of a table for scripts: every entry that an iteration yields, by key.
+class SwTableEntries_py : public Zev::PtrInterface {
+ public:
+  static constexpr const char* kTypeName = "LoamFec::SwTableEntries_py";
+  using Entries =
+      Pell::HashMap<FecTableDataModelEntryKey, FecTableDataModelEntry, FecKeyHash<0x71c8e35b>>;
+
+  const Zev::TypeRecord& fwkType() const override;
+  ~SwTableEntries_py() override;
+
+  const Entries& tableEntries() const { return tableEntries_; }
+  // Inserts or replaces the entry under its key.
+  void tableEntriesIs(const FecTableDataModelEntry& entry);
+  void tableEntriesDel(const FecTableDataModelEntryKey& key);
+  void tableEntriesDelAll();
+
+ private:
+  Entries tableEntries_;
+};
+
+}  // namespace LoamFec

@@ -1,0 +1,16 @@
+#include "Asic/CanonicalTableName.h"
+
+#include <utility>
+
+namespace Asic {
+
+CanonicalTableName::CanonicalTableName(OrderedTableType type, Pell::String first,
+                                       Pell::String second)
+    : type_(type), first_(std::move(first)), second_(std::move(second)) {}
+
+const Zev::TypeRecord& CanonicalTableName::fwkType() const {
+  static const Zev::TypeRecord record{kTypeName};
+  return record;
+}
+
+}  // namespace Asic

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <map>
+
+#include "Asic/GroupLog.h"
+#include "Asic/GroupResolver.h"
+#include "Asic/OrderedSwTableSet.h"
+
+namespace Asic {
+
+// One group of ordered tables: its resolver, its log, and the software tables in it.
+//
+// Ownership: holds all three.
+class GroupInterface : public Zev::PtrInterface {
+ public:
+  static constexpr const char* kTypeName = "Asic::GroupInterface";
+
+  GroupInterface(Zev::EventLoop& loop, const Pell::Ptr<Vanta::EntityManager>& entityManager,
+                 const Pell::String& agentName, const Pell::String& groupName,
+                 std::uint16_t agentAndGroupId);
+  // Empties the resolver's queue first: what waits there points at tables that go now.
+  ~GroupInterface() override;
+
+  const Zev::TypeRecord& fwkType() const override;
+
+  std::uint16_t agentAndGroupId() const { return agentAndGroupId_; }
+  const Pell::Ptr<GroupResolver>& groupResolver() const { return groupResolver_; }
+  const Pell::Ptr<GroupLog>& groupLog() const { return groupLog_; }
+  Pell::Ptr<GroupLogInterface> groupLogInterface() const { return groupLog_; }
+
+  // The set of the table id, made when there is none.
+  Pell::Ptr<OrderedSwTableSet> swTableSetIs(SwTableId tableId);
+  bool swTableSetHas(SwTableId tableId) const { return swTableSets_.contains(tableId); }
+  // Null when there is none.
+  Pell::Ptr<OrderedSwTableSet> swTableSet(SwTableId tableId) const;
+  const std::map<SwTableId, Pell::Ptr<OrderedSwTableSet>>& swTableSets() const {
+    return swTableSets_;
+  }
+
+  // The hardware reports a table applied: tells the table of every unit, then records the version
+  // in the group log. Called in a turn of its own.
+  void tableVersionApplied(TableVersion applied);
+
+ private:
+  std::uint16_t agentAndGroupId_;
+  Pell::Ptr<GroupResolver> groupResolver_;
+  Pell::Ptr<GroupLog> groupLog_;
+  std::map<SwTableId, Pell::Ptr<OrderedSwTableSet>> swTableSets_;
+};
+
+}  // namespace Asic

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "Asic/NeededEntry.h"
+#include "Zev/NotifyingObject.h"
+
+namespace Asic {
+
+// Where an entry log announces its versions to its group.
+class GroupLogInterface : public Zev::NotifyingObject {
+ public:
+  // The table's operation at that log version needs the given table versions applied first; null:
+  // none. Marks work for the hardware side; nothing is applied inside the call.
+  virtual void addGroupLogEntry(SwTableId tableId, LogVersion version,
+                                const Pell::Ptr<NeededEntry const>& neededEntry) = 0;
+};
+
+}  // namespace Asic

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "Asic/ResolverEntry.h"
+#include "Zev/EventLoop.h"
+#include "Zev/NotifyingObject.h"
+
+namespace Asic {
+
+// Queue of the operations of one group of tables that wait to be committed.
+//
+// Kind: object with identity, one a group.
+// Ownership: holds its entries; refers to the loop, which outlives it.
+// Threads: the event loop's.
+// Invariants: a generation is walked in turns of its own, never inside a call. A walk takes the
+// entries in queue order and asks each isResolved() and, if so, at once has it committed; what is
+// not resolved stays where it is. Entries that arrive during a walk wait for the next one. One
+// turn looks at no more than kEntriesPerTurn entries, so that other turns are not starved.
+class GroupResolver : public Zev::NotifyingObject {
+ public:
+  static constexpr const char* kTypeName = "Asic::GroupResolver";
+  static constexpr std::uint32_t kEntriesPerTurn = 1024;
+
+  explicit GroupResolver(Zev::EventLoop& loop);
+  ~GroupResolver() override;
+
+  const Zev::TypeRecord& fwkType() const override;
+
+  // Appends the entry. While the operation it depends on is not yet resolved, a change of that
+  // operation's state starts a new generation.
+  void resolverQueueEnq(Pell::Ptr<ResolverEntry> const& entry);
+
+  // Starts a new generation: the entries are looked at again, in a later turn. Many calls before
+  // that turn make one walk.
+  void updateGenId();
+
+  // Entries that wait, the one being committed included. Constant time.
+  std::uint32_t resolverQueueLength() const { return length_; }
+
+  // Drops every entry that the predicate names, without committing it. Entries point at their
+  // table without holding it: call this before the last reference to a table goes.
+  void resolverQueueDelIf(const std::function<bool(const ResolverEntry&)>& predicate);
+
+ private:
+  // Starts a generation when the operation that an entry waits for leaves its state.
+  class DependencyWatch;
+  struct Waiting {
+    Pell::Ptr<ResolverEntry> entry;          // null: committed or dropped
+    std::unique_ptr<DependencyWatch> watch;  // null: nothing to wait for
+  };
+
+  void walk();
+  void walkEntry(std::size_t at);
+  void finishWalk();
+  void drop(Waiting& waiting);
+
+  Zev::DeferredTurn turn_;
+  std::vector<Waiting> queue_;
+  std::uint32_t length_ = 0;
+  bool generationMarked_ = false;  // a walk is due after the one under way
+  bool walking_ = false;
+  std::size_t next_ = 0;  // the walk's next entry
+  std::size_t end_ = 0;   // entries from here on came during the walk
+};
+
+}  // namespace Asic

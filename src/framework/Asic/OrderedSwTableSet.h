@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Asic/OrderedSwTable.h"
+#include "Pell/HashMap.h"
+
+namespace Asic {
+
+// The software tables of all units of one table id.
+//
+// Ownership: holds a reference to each table.
+class OrderedSwTableSet : public Zev::PtrInterface {
+ public:
+  static constexpr const char* kTypeName = "Asic::OrderedSwTableSet";
+
+  explicit OrderedSwTableSet(SwTableId tableId) : tableId_(tableId) {}
+
+  const Zev::TypeRecord& fwkType() const override;
+
+  SwTableId tableId() const { return tableId_; }
+
+  // Adds the table under its unit, replacing the one that is there.
+  void swTableIs(Pell::Ptr<OrderedSwTable> const& table);
+  // Null when the unit has none.
+  Pell::Ptr<OrderedSwTable> swTable(UnitId unitId) const;
+  void swTableDel(UnitId unitId) { tables_.erase(unitId); }
+
+  // Reports the version to every table; each is held for its call, so a table may be dropped by
+  // what the report sets off.
+  void tableStatusVersion(LogVersion version) const;
+  // True while any table's status waits for the hardware.
+  bool pendingHwWrites() const;
+
+ private:
+  static constexpr std::uint32_t kSalt = 0x2f6b41c9;
+
+  SwTableId tableId_;
+  Pell::HashMap<UnitId, Pell::Ptr<OrderedSwTable>, UnitIdHash<kSalt>> tables_;
+};
+
+}  // namespace Asic

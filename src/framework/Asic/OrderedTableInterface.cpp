@@ -1,0 +1,44 @@
+#include "Asic/OrderedTableInterface.h"
+
+#include "Asic/Constants.h"
+
+namespace Asic {
+
+OrderedTableInterface::OrderedTableInterface(Zev::EventLoop& loop,
+                                             const Pell::Ptr<Vanta::EntityManager>& entityManager)
+    : loop_(loop), entityManager_(entityManager) {}
+
+const Zev::TypeRecord& OrderedTableInterface::fwkType() const {
+  static const Zev::TypeRecord record{kTypeName};
+  return record;
+}
+
+void OrderedTableInterface::makeGroupIntf(Pell::String const& agentName,
+                                          Pell::String const& groupName,
+                                          unsigned short agentAndGroupId) {
+  const Pell::String name = Constants::canonicalizeGroupName(agentName, groupName);
+  if (!groupIntfs_.contains(name)) {
+    const auto group = Zev::makeObject<GroupInterface>(loop_, entityManager_, agentName, groupName,
+                                                        agentAndGroupId);
+    groupIntfs_[name] = group;
+  }
+}
+
+Pell::Ptr<GroupInterface> OrderedTableInterface::groupIntf(
+    const Pell::String& canonicalGroupName) const {
+  const auto found = groupIntfs_.find(canonicalGroupName);
+  return found == groupIntfs_.end() ? nullptr : found->second;
+}
+
+void OrderedTableInterface::resourceTableIs(const Pell::String& canonicalTableName,
+                                            const Pell::Ptr<ResourceTableBase>& resourceTable) {
+  resourceTables_[canonicalTableName] = resourceTable;
+}
+
+Pell::Ptr<ResourceTableBase> OrderedTableInterface::resourceTable(
+    const Pell::String& canonicalTableName) const {
+  const auto found = resourceTables_.find(canonicalTableName);
+  return found == resourceTables_.end() ? nullptr : found->second;
+}
+
+}  // namespace Asic

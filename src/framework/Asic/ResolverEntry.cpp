@@ -1,0 +1,7 @@
+#include "Asic/ResolverEntry.h"
+
+namespace Asic {
+
+ResolverEntry::~ResolverEntry() = default;
+
+}  // namespace Asic

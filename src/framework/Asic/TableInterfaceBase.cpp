@@ -1,0 +1,10 @@
+#include "Asic/TableInterfaceBase.h"
+
+namespace Asic {
+
+TableInterfaceBase::TableInterfaceBase(Pell::Ptr<OrderedTableInterface> const& orderedTableIntf)
+    : orderedTableIntf_(orderedTableIntf) {}
+
+TableInterfaceBase::~TableInterfaceBase() = default;
+
+}  // namespace Asic

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Glint/GlintMap.h"
+#include "Glint/MountInfo.h"
+#include "Zev/Entity.h"
+#include "records/FecSharedRows.h"
+
+// The shared-memory entities of the FEC table, as the entity manager makes them on a mount.
+
+namespace LoamFec {
+
+// The entry log: one row a version that is not applied yet.
+//
+// Ownership: the mount lives as long as this object.
+class FecTableDataModelEntryLogGlint : public Zev::Entity {
+ public:
+  static constexpr const char* kTypeName = "LoamFec::FecTableDataModelEntryLogGlint";
+  static constexpr const char* kCollectionName = "entryLogConfig";
+
+  explicit FecTableDataModelEntryLogGlint(const ZevGlint::MountSite& site);
+  const Zev::TypeRecord& fwkType() const override;
+
+  // Inserts or replaces the row of that version.
+  void entryLogConfigIs(const FecTableDataModelLogGlintEntry& row) { entryLogConfig_.rowIs(row); }
+  void entryLogConfigDel(Asic::LogVersion version) { entryLogConfig_.rowDel(version); }
+  // Lookups and walks may throw Pell::CorruptionDetectedException.
+  Glint::GlintMap<FecTableDataModelLogGlintEntry>& entryLogConfig() { return entryLogConfig_; }
+
+ private:
+  Glint::GlintMap<FecTableDataModelLogGlintEntry> entryLogConfig_;
+};
+
+// One unit's configuration table: one row an entry, and one a deletion that is not cleaned up.
+//
+// Ownership: the mount lives as long as this object.
+class FecTableDataModelConfigGlint : public Zev::Entity {
+ public:
+  static constexpr const char* kTypeName = "LoamFec::FecTableDataModelConfigGlint";
+  static constexpr const char* kCollectionName = "swTableEntries";
+
+  explicit FecTableDataModelConfigGlint(const ZevGlint::MountSite& site);
+  const Zev::TypeRecord& fwkType() const override;
+
+  // Inserts or replaces the row of that key.
+  void swTableEntriesIs(const FecTableDataModelConfigGlintEntry& row) {
+    swTableEntries_.rowIs(row);
+  }
+  void swTableEntriesDel(const FecTableDataModelEntryKey& key) { swTableEntries_.rowDel(key); }
+  // Lookups and walks may throw Pell::CorruptionDetectedException.
+  Glint::GlintMap<FecTableDataModelConfigGlintEntry>& swTableEntries() { return swTableEntries_; }
+
+ private:
+  Glint::GlintMap<FecTableDataModelConfigGlintEntry> swTableEntries_;
+};
+
+}  // namespace LoamFec

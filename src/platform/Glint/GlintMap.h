@@ -1,0 +1,185 @@
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <type_traits>
+
+#include "Glint/GlintMapBase.h"
+#include "Glint/MountSite.h"
+#include "Glint/RowAccess.h"
+#include "Pell/Assert.h"
+#include "Pell/Exceptions.h"
+
+namespace Glint {
+
+// What a map must know about its rows; specialised beside each row type:
+//
+//   template <>
+//   struct Glint::RowTraits<Row> {
+//     using Key = ...;                       // of 4 or 8 bytes, which are the row's first bytes
+//     static constexpr const char* kTypeName = "LoamFec::Row";
+//     static constexpr std::uint32_t kLayoutVersion = 1;  // raised whenever a field changes: files
+//                                                         // of another version are refused
+//     static constexpr bool kRisingKeys = true;   // keys that rise by one: buckets in key order
+//     static Key key(const Row&);
+//     static std::uint64_t keyBits(const Key&);   // the key's bytes as a number
+//     static constexpr std::uint32_t physicalSlots(std::uint32_t nominalCapacity);
+//   };
+template <typename Row>
+struct RowTraits;
+
+// A collection of rows in shared memory, each found by its key.
+//
+// Kind, ownership: as GlintMapBase. Rows are trivially copyable and travel by value.
+// Threads: one; any number of processes may read the table at the same time.
+// Invariants: one row a key. A change is made at one store: another process, or the next writer
+// after a kill, sees the row as it was or as it is.
+//
+// Lookups, and iterators when they are made or advanced, throw Pell::CorruptionDetectedException;
+// the caller hands its message to doCorruptionDetected() and takes the row for absent. Mutators
+// never throw: damage that they meet goes to doCorruptionDetected() at once. Mutators are for
+// writer mounts only (asserted).
+template <typename Row>
+class GlintMap : public GlintMapBase {
+  using Traits = RowTraits<Row>;
+
+ public:
+  using Key = typename Traits::Key;
+
+  static_assert(std::is_trivially_copyable_v<Row>);
+  static_assert(sizeof(Key) == 4 || sizeof(Key) == 8, "a key is the first 4 or 8 bytes of its row");
+
+ private:
+  using Access = RowAccess<sizeof(Row), sizeof(Key),
+                           Traits::kRisingKeys ? KeyHash::identity : KeyHash::mixing>;
+  using Words = typename Access::Row;
+
+ public:
+  // Walks the slots: every row that is there from before the walk to after it is yielded exactly
+  // once, whatever is inserted, replaced or removed meanwhile, the current row included; rows
+  // inserted during the walk may or may not be. The map outlives its iterators.
+  class Iterator {
+   public:
+    // False at the end, and after an exception.
+    bool valid() const { return row_.has_value(); }
+    // A copy made when the iterator came to the row; it stays as it was. Valid iterators only.
+    const Row& row() const { return *row_; }
+    // Valid iterators only.
+    void advance() { moveTo(slot_ + 1); }
+
+   private:
+    friend class GlintMap;
+    Iterator(const GlintMap& map, std::uint32_t from) : map_(&map) { moveTo(from); }
+    explicit Iterator(const GlintMap& map) : map_(&map) {}
+
+    void moveTo(std::uint32_t from) {
+      row_.reset();
+      Words words;
+      if (const std::optional<std::uint32_t> slot = map_->access().nextRow(from, words)) {
+        slot_ = *slot;
+        row_ = toRow(words);
+      }
+    }
+
+    const GlintMap* map_;
+    std::uint32_t slot_ = 0;
+    std::optional<Row> row_;
+  };
+
+  // Mounts the collection; throws ZevGlint::MountException.
+  explicit GlintMap(const ZevGlint::MountSite& site) : GlintMapBase(site.table(layout(site))) {}
+
+  std::optional<Row> row(const Key& key) const {
+    Words words;
+    if (!access().find(Traits::keyBits(key), words)) {
+      return std::nullopt;
+    }
+    return toRow(words);
+  }
+
+  bool has(const Key& key) const {
+    Words words;
+    return access().find(Traits::keyBits(key), words).has_value();
+  }
+
+  // Inserts, or replaces the row of that key. A row that cannot be stored stops the process.
+  void rowIs(const Row& row) {
+    Words words = toWords(row);
+    PELL_ASSERT(Access::keyBits(words) == Traits::keyBits(Traits::key(row)),
+                "the row begins with its key");
+    change([&](Access& rows) { rows.write(words); });
+  }
+
+  // False if the key has no row.
+  bool rowDel(const Key& key) {
+    bool removed = false;
+    change([&](Access& rows) { removed = rows.remove(Traits::keyBits(key)); });
+    return removed;
+  }
+
+  // At the first row; not valid if there is none.
+  Iterator iterator() const { return Iterator(*this, 0); }
+
+  // At the key's row; not valid if it has none.
+  Iterator iteratorAt(const Key& key) const {
+    Iterator result(*this);
+    Words words;
+    if (const std::optional<std::uint32_t> slot = access().find(Traits::keyBits(key), words)) {
+      result.slot_ = *slot;
+      result.row_ = toRow(words);
+    }
+    return result;
+  }
+
+ private:
+  static TableLayout layout(const ZevGlint::MountSite& site) {
+    const ZevGlint::CollectionInfo& collection = site.collection();
+    return {.rowTypeName = Traits::kTypeName,
+            .layoutVersion = Traits::kLayoutVersion,
+            .collectionName = collection.name(),
+            .rowBytes = sizeof(Row),
+            .keyBytes = sizeof(Key),
+            .keyHash = Traits::kRisingKeys ? KeyHash::identity : KeyHash::mixing,
+            .nominalCapacity = collection.capacity(),
+            .slotCount = Traits::physicalSlots(collection.capacity())};
+  }
+
+  static Words toWords(const Row& row) {
+    Words words;
+    words.words[Access::kWords - 1] = 0;  // the tail behind the row's last byte
+    std::memcpy(words.words.data(), &row, sizeof row);
+    return words;
+  }
+
+  static Row toRow(const Words& words) {
+    struct Bytes {
+      std::byte bytes[sizeof(Row)];
+    } bytes;
+    std::memcpy(&bytes, words.words.data(), sizeof bytes);
+    return std::bit_cast<Row>(bytes);
+  }
+
+  Access access() const { return Access(table()); }
+
+  // Each attempt that fails retires a slot or mends the index, so there can be no more failures
+  // than slots and one.
+  template <typename Change>
+  void change(Change&& change) {
+    PELL_ASSERT_MESSAGE(isWriter(), "the table is mounted for writing", filePath());
+    for (std::uint32_t failures = 0;; ++failures) {
+      PELL_ASSERT_MESSAGE(failures <= Link::kMaxSlots, "damage comes to an end", filePath());
+      Access rows = access();
+      try {
+        change(rows);
+        return;
+      } catch (const Pell::CorruptionDetectedException& damage) {
+        doCorruptionDetected(damage.what());
+      }
+    }
+  }
+};
+
+}  // namespace Glint

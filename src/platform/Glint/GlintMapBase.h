@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "Glint/MountInfo.h"
+#include "Glint/Table.h"
+#include "Pell/String.h"
+
+namespace Glint {
+
+// What every mounted collection can do, whatever its rows are.
+//
+// Kind: object, part of an entity.
+// Ownership: shares the mapped table, which lives until the last of its maps has gone.
+// Threads: one.
+class GlintMapBase {
+ public:
+  GlintMapBase(const GlintMapBase&) = delete;
+  GlintMapBase& operator=(const GlintMapBase&) = delete;
+
+  // Called by whoever has caught a Pell::CorruptionDetectedException of this map, with its message:
+  // counts it, traces it at level 1, and as writer puts the damaged row out of use, or rebuilds the
+  // damaged index, so that the same damage is not met again. Never throws.
+  void doCorruptionDetected(const Pell::String& message) noexcept;
+
+  // Whether the collection can be used; a mounted one can.
+  virtual bool isReady() const { return true; }
+
+  // Rows in the collection, O(1). In a reader, a momentary value.
+  std::uint32_t rowCount() const { return table_->rowCount(); }
+  // The nominal capacity that the collection was created with.
+  std::uint32_t capacity() const { return table_->capacity(); }
+  // Corruptions counted in the file since it was created, and those that this reader has met.
+  std::uint64_t corruptionCount() const { return table_->corruptionCount(); }
+  bool isWriter() const { return table_->isWriter(); }
+  const Pell::String& filePath() const { return table_->filePath(); }
+
+  ZevGlint::CollectionControl& control() { return control_; }
+  const ZevGlint::CollectionControl& control() const { return control_; }
+
+ protected:
+  explicit GlintMapBase(std::shared_ptr<Table> table)
+      : table_(std::move(table)), control_(table_) {}
+  virtual ~GlintMapBase() = default;
+
+  Table& table() const { return *table_; }
+
+ private:
+  std::shared_ptr<Table> table_;
+  ZevGlint::CollectionControl control_;
+};
+
+}  // namespace Glint

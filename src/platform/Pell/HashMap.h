@@ -1,0 +1,178 @@
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+
+namespace Pell {
+
+// Array that grows at its end and never moves an element: chunk c holds 8 << c of them.
+// Nothing is allocated while it is empty.
+template <typename T>
+class StableArray {
+ public:
+  std::uint32_t size() const { return size_; }
+  T& operator[](std::uint32_t at) { return const_cast<T&>(std::as_const(*this)[at]); }
+  const T& operator[](std::uint32_t at) const {
+    const std::uint32_t position = at + kFirstChunk;
+    const std::uint32_t chunk = chunkOf(position);
+    return chunks_[chunk][position - (kFirstChunk << chunk)];
+  }
+  // Appends a default element.
+  void grow() {
+    const std::uint32_t chunk = chunkOf(size_ + kFirstChunk);
+    if (chunk == chunks_.size()) {
+      chunks_.push_back(std::make_unique<T[]>(std::size_t{kFirstChunk} << chunk));
+    }
+    ++size_;
+  }
+
+ private:
+  static constexpr std::uint32_t kFirstChunk = 8;
+  static std::uint32_t chunkOf(std::uint32_t position) {
+    return static_cast<std::uint32_t>(std::bit_width(position) - std::bit_width(kFirstChunk));
+  }
+
+  std::vector<std::unique_ptr<T[]>> chunks_;
+  std::uint32_t size_ = 0;
+};
+
+// Hash map of slots that never move, plus an index.
+//
+// Kind: container with value elements; Hash is a function object over Key.
+// Ownership: owns its elements; a removed element is detached before it is destroyed, so an
+// element's destructor may use the map.
+// Threads: one.
+// Invariants: a Cursor stays usable across any insertion, removal and clear(); a walk by cursor
+// yields every element that stayed during the walk exactly once, in slot order. References to a
+// stored value live until that element is removed. Lookup, insertion, removal: constant time. A
+// walk costs the number of slots, which is the largest number of elements the map has held since
+// it was last cleared.
+template <typename Key, typename Value, typename Hash>
+class HashMap {
+ public:
+  struct Element {
+    Key key;
+    Value value;
+  };
+  using Cursor = std::uint32_t;
+
+  HashMap() = default;
+  HashMap(const HashMap&) = delete;
+  HashMap& operator=(const HashMap&) = delete;
+  ~HashMap() { clear(); }
+
+  std::uint32_t size() const { return static_cast<std::uint32_t>(index_.size()); }
+  bool empty() const { return index_.empty(); }
+  bool has(const Key& key) const { return index_.contains(key); }
+
+  // Null when the key is absent.
+  Value* find(const Key& key) {
+    const auto found = index_.find(key);
+    return found == index_.end() ? nullptr : &slots_[found->second]->value;
+  }
+  const Value* find(const Key& key) const {
+    const auto found = index_.find(key);
+    return found == index_.end() ? nullptr : &slots_[found->second]->value;
+  }
+
+  // Inserts or replaces; true when the key is new. The replaced value goes after the new one is in.
+  bool insertOrAssign(const Key& key, Value value) {
+    if (Value* held = find(key); held != nullptr) {
+      std::swap(*held, value);
+      return false;
+    }
+    insertAbsent(key, std::move(value));
+    return true;
+  }
+
+  // The element's value, made by default when the key is absent.
+  Value& operator[](const Key& key) {
+    Value* held = find(key);
+    return held != nullptr ? *held : insertAbsent(key, Value());
+  }
+
+  // Removes the key and hands the value to the caller; nothing when the key is absent.
+  std::optional<Value> take(const Key& key) {
+    const auto found = index_.find(key);
+    if (found == index_.end()) {
+      return std::nullopt;
+    }
+    const Cursor slot = found->second;
+    std::optional<Value> taken(std::move(slots_[slot]->value));
+    index_.erase(found);
+    slots_[slot].reset();
+    free_.push_back(slot);
+    return taken;
+  }
+  // True when the key was there.
+  bool erase(const Key& key) { return take(key).has_value(); }
+
+  void clear() {
+    const Slots detached = std::exchange(slots_, Slots());
+    free_.clear();
+    index_.clear();
+  }
+
+  // Walk: for (auto at = map.begin(); at != map.end(); at = map.next(at)). The element of a cursor
+  // may be gone when it is reached: elementAt() is null then. next() skips free slots.
+  Cursor begin() const { return firstFrom(0); }
+  Cursor end() const { return slots_.size(); }
+  Cursor next(Cursor at) const { return firstFrom(at + 1); }
+  // True while the cursor is before the end of the slots as they are now.
+  bool within(Cursor at) const { return at < slots_.size(); }
+  const Element* elementAt(Cursor at) const {
+    return within(at) && slots_[at].has_value() ? &*slots_[at] : nullptr;
+  }
+  // The cursor at the key's element, or end().
+  Cursor cursorOf(const Key& key) const {
+    const auto found = index_.find(key);
+    return found == index_.end() ? end() : found->second;
+  }
+
+  // Calls visit(key, value) for each element; visit may change the map, and must copy what it
+  // needs of its arguments before it removes the element they stand in.
+  template <typename Visit>
+  void forEach(Visit&& visit) const {
+    for (Cursor at = begin(); within(at); at = next(at)) {
+      visit(slots_[at]->key, slots_[at]->value);
+    }
+  }
+
+ private:
+  using Slots = StableArray<std::optional<Element>>;
+
+  // Never past end(), wherever the cursor stood before a clear().
+  Cursor firstFrom(Cursor at) const {
+    while (within(at) && !slots_[at].has_value()) {
+      ++at;
+    }
+    return std::min(at, end());
+  }
+
+  Value& insertAbsent(const Key& key, Value&& value) {
+    Cursor slot = end();
+    if (free_.empty()) {
+      slots_.grow();
+    } else {
+      slot = free_.back();
+      free_.pop_back();
+    }
+    slots_[slot].emplace(Element{key, std::move(value)});
+    index_.emplace(key, slot);
+    return slots_[slot]->value;
+  }
+
+  Slots slots_;
+  std::vector<Cursor> free_;
+  boost::unordered_flat_map<Key, Cursor, Hash> index_;
+};
+
+}  // namespace Pell

@@ -1,0 +1,26 @@
+#include "Zev/EventLoop.h"
+
+#include <utility>
+
+namespace Zev {
+
+EventLoop::~EventLoop() = default;
+
+DeferredTurn::DeferredTurn(EventLoop& loop, EventLoop::Task work)
+    : loop_(loop), state_(std::make_shared<State>(State{std::move(work)})) {}
+
+DeferredTurn::~DeferredTurn() { state_->alive = false; }
+
+void DeferredTurn::mark() {
+  if (std::exchange(state_->marked, true)) {
+    return;
+  }
+  loop_.post([state = state_] {
+    state->marked = false;
+    if (state->alive) {
+      state->work();
+    }
+  });
+}
+
+}  // namespace Zev

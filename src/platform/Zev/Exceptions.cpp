@@ -1,0 +1,13 @@
+#include "Zev/Exceptions.h"
+
+#include <fmt/format.h>
+
+namespace Zev {
+
+void throwMutatorArgNullPointerException(const Pell::String& className,
+                                         const Pell::String& attributeName) {
+  throw MutatorArgNullPointerException(
+      fmt::format("{}::{}Is: the argument must not be null", className, attributeName));
+}
+
+}  // namespace Zev

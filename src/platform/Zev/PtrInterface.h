@@ -1,0 +1,106 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <utility>
+
+#include "Pell/Ptr.h"
+#include "Zev/AllocationTracker.h"
+#include "Zev/TypeRecord.h"
+
+namespace Pell {
+class Publisher;
+}
+
+namespace Zev {
+
+// Whether counts are updated atomically. Off at start; switch it before objects cross threads.
+bool threadSafePtrMode();
+void threadSafePtrModeIs(bool on);
+
+// Base of every object of the platform: counted, typed, and able to tell whether it is live.
+//
+// Kind: object with identity, made by makeObject<T>() only.
+// Ownership: lives while a Pell::Ptr holds it. It is born with one construction reference, so its
+// constructor may hand out counted pointers to itself; makeObject() turns that reference into the
+// pointer it returns.
+// Threads: counts are plain increments unless thread-safe-pointer mode is on.
+// Invariants: once being destroyed it stays so; counted pointers made by a destructor do no harm.
+class PtrInterface {
+ public:
+  PtrInterface(const PtrInterface&) = delete;
+  PtrInterface& operator=(const PtrInterface&) = delete;
+
+  // The publisher that announces this object's changes; null for a class that announces none.
+  virtual const Pell::Publisher* notifieeList() const;
+  // Called by the runtime with true when the last reference has gone: ends the object.
+  virtual void zeroReferencesIs(bool zero);
+  virtual const TypeRecord& fwkType() const = 0;
+
+ protected:
+  PtrInterface() = default;
+  virtual ~PtrInterface();
+
+ public:
+  void refInc() const noexcept {
+    if (sThreadSafe.load(std::memory_order_relaxed)) [[unlikely]] {
+      references_.fetch_add(1, std::memory_order_relaxed);
+    } else {
+      references_.store(references() + 1, std::memory_order_relaxed);
+    }
+  }
+  void refDec() const noexcept {
+    std::uint32_t left = 0;
+    if (sThreadSafe.load(std::memory_order_relaxed)) [[unlikely]] {
+      left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    } else {
+      left = references() - 1;
+      references_.store(left, std::memory_order_relaxed);
+    }
+    if (left == 0 && !beingDestroyed_) {
+      const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
+    }
+  }
+  std::uint32_t references() const noexcept { return references_.load(std::memory_order_relaxed); }
+
+  // Set by makeObject() once construction is complete, cleared first thing by a destructor: while
+  // it is off, no change notification reaches the object.
+  bool hasNotificationActive() const { return notificationActive_; }
+  void hasNotificationActiveIs(bool active) { notificationActive_ = active; }
+
+  bool isBeingDestroyed() const { return beingDestroyed_; }
+
+ private:
+  template <typename T, typename... Arguments>
+  friend Pell::Ptr<T> makeObject(Arguments&&... arguments);
+  friend bool threadSafePtrMode();
+  friend void threadSafePtrModeIs(bool on);
+
+  static std::atomic<bool> sThreadSafe;
+
+  AllocationTracker* tracker_ = nullptr;
+  mutable std::atomic<std::uint32_t> references_ = 1;
+  bool notificationActive_ = false;
+  bool beingDestroyed_ = false;
+};
+
+// The allocation tracker of T, which names itself in T::kTypeName.
+template <typename T>
+AllocationTracker& trackerOf() {
+  static AllocationTracker tracker(T::kTypeName);
+  return tracker;
+}
+
+// The one way in which objects are made: allocates under the type's tracker, constructs, marks the
+// object notification-active. What the constructor throws propagates; nothing is left then.
+template <typename T, typename... Arguments>
+Pell::Ptr<T> makeObject(Arguments&&... arguments) {
+  T* object = new T(std::forward<Arguments>(arguments)...);
+  PtrInterface* base = object;
+  base->tracker_ = &trackerOf<T>();
+  base->tracker_->allocated();
+  object->hasNotificationActiveIs(true);
+  return Pell::Ptr<T>::adopt(object);
+}
+
+}  // namespace Zev

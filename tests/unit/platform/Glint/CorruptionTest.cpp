@@ -1,0 +1,500 @@
+// Damage of every kind, done to the file under the eyes of a mounted writer or reader: it is
+// reported, counted and put out of use; every other row stays; nothing hangs.
+
+#include <functional>
+#include <optional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Glint/Verify.h"
+#include "TableFile.h"
+#include "TestTables.h"
+#include "testing/LeakCheck.h"
+#include "testing/TemporaryRoot.h"
+#include "testing/TraceRecorder.h"
+
+namespace {
+
+using glint_test::Offsets;
+using glint_test::RisingRow;
+using glint_test::risingRow;
+using glint_test::State;
+using ::testing::HasSubstr;
+using Rows = Glint::GlintMap<RisingRow>;
+
+constexpr std::uint32_t kCapacity = 8;  // buckets too, and keys are their own hashes
+constexpr std::uint32_t kSlots = 16;
+constexpr std::uint32_t kRows = 12;    // keys 0 to 11, in the slots of these numbers
+constexpr std::uint64_t kAbsent = 16;  // of the bucket of keys 0 and 8
+
+const Offsets kOffsets(kCapacity, kSlots, sizeof(RisingRow));
+
+class CorruptionTest : public testing_support::LeakCheckedTest {
+ protected:
+  CorruptionTest() {
+    mountAnew();
+    for (std::uint64_t key = 0; key < kRows; ++key) {
+      rows().rowIs(risingRow(key, key));
+    }
+    rows().control().scratchpadIs(99);
+  }
+
+  void mountAnew() {
+    entity_ = nullptr;
+    state_.reset();
+    state_.emplace(root_.path());
+    entity_ = state_->mount<RisingRow>("t", kCapacity);
+  }
+  void unmount() {
+    entity_ = nullptr;
+    state_.reset();
+  }
+  Rows& rows() { return entity_->rows(); }
+  const std::string& root() const { return root_.path(); }
+  std::string file() const { return root_.path() + "/t.table"; }
+
+  Glint::Seq seq(std::uint32_t slot) const {
+    return Glint::Seq(glint_test::wordAt<std::uint64_t>(file(), kOffsets.slot(slot)));
+  }
+  void damageRow(std::uint32_t slot) {
+    glint_test::flipBit(file(), 8 * (kOffsets.row(slot, seq(slot).copy()) + 20));
+  }
+
+  // Damage is thrown once, counted, and not met again; returns what was thrown.
+  std::string thrownOnceBy(const std::function<void()>& look) {
+    const std::uint64_t before = rows().corruptionCount();
+    std::string text;
+    try {
+      look();
+      ADD_FAILURE() << "the damage was not seen";
+    } catch (const Pell::CorruptionDetectedException& damage) {
+      text = damage.what();
+      rows().doCorruptionDetected(damage.what());
+    }
+    EXPECT_EQ(rows().corruptionCount(), before + 1);
+    EXPECT_NO_THROW(look());
+    return text;
+  }
+
+  void expectRowsExcept(std::optional<std::uint64_t> missing) {
+    for (std::uint64_t key = 0; key < kRows; ++key) {
+      if (key == missing) {
+        EXPECT_FALSE(rows().has(key));
+      } else {
+        EXPECT_EQ(rows().row(key), risingRow(key, key)) << key;
+      }
+    }
+    EXPECT_FALSE(rows().has(kAbsent));
+    const auto found = glint_test::walk(rows());
+    EXPECT_EQ(found.steps, kRows - (missing ? 1 : 0));
+    EXPECT_EQ(found.rows.size(), found.steps);
+    EXPECT_EQ(rows().rowCount(), found.steps);
+  }
+
+  void expectVerifies() {
+    const Glint::Verification found = Glint::verifyTable(file());
+    EXPECT_TRUE(found.clean()) << found.findings.front();
+  }
+
+ private:
+  testing_support::TemporaryRoot root_;
+  std::optional<State> state_;
+  Pell::Ptr<glint_test::TestEntity<RisingRow>> entity_;
+};
+
+TEST_F(CorruptionTest, ADamagedRowIsReportedOnceAndThenAbsent) {
+  damageRow(3);
+  EXPECT_THAT(thrownOnceBy([&] { rows().row(3); }),
+              HasSubstr("slot 3: the checksum of the row of key 3 does not match"));
+  expectRowsExcept(3);
+  expectVerifies();
+  rows().rowIs(risingRow(3, 3));  // the key can be written again
+  expectRowsExcept(std::nullopt);
+}
+
+TEST_F(CorruptionTest, TheSlotOfADamagedRowIsNotUsedAgainNotEvenAfterARestart) {
+  damageRow(3);
+  thrownOnceBy([&] { rows().row(3); });
+  EXPECT_TRUE(seq(3).retired());
+  for (std::uint64_t key = 100; key < 100 + kSlots - kRows; ++key) {
+    rows().rowIs(risingRow(key, 1));
+  }
+  mountAnew();
+  EXPECT_TRUE(seq(3).retired());
+  EXPECT_EQ(rows().rowCount(), kSlots - 1);
+  EXPECT_EQ(rows().corruptionCount(), 1U);  // kept in the file
+  EXPECT_EQ(Glint::verifyTable(file()).retiredSlots, 1U);
+}
+
+TEST_F(CorruptionTest, ACorruptionIsTracedAtLevel1WithItsText) {
+  testing_support::TraceRecorder traces({"GlintMapBase"});
+  rows().doCorruptionDetected("some damage");
+  ASSERT_TRUE(traces.has(1, "some damage"));
+  EXPECT_EQ(traces.find("some damage")->className, "GlintMapBase");
+  EXPECT_EQ(traces.find("some damage")->function, "doCorruptionDetected");
+  EXPECT_EQ(rows().corruptionCount(), 1U);
+  expectRowsExcept(std::nullopt);  // nothing was thrown, so nothing is put out of use
+}
+
+TEST_F(CorruptionTest, ADamagedKeyDoesNotHideItsRow) {
+  // Key 8 becomes one of another bucket, then another one of its own bucket.
+  for (const unsigned bit : {1U, 20U}) {
+    const std::uint64_t keyBit = 8 * kOffsets.row(8, seq(8).copy()) + bit;
+    glint_test::flipBit(file(), keyBit);
+    EXPECT_THROW(rows().row(8), Pell::CorruptionDetectedException);
+    EXPECT_THROW(rows().has(kAbsent), Pell::CorruptionDetectedException);  // on the way to a miss
+    EXPECT_EQ(rows().row(0), risingRow(0, 0));  // behind it on the same chain
+    glint_test::flipBit(file(), keyBit);
+  }
+  expectRowsExcept(std::nullopt);
+}
+
+TEST_F(CorruptionTest, AWalkEndsAtADamagedRowAndTheNextOneIsWhole) {
+  damageRow(5);
+  std::size_t steps = 0;
+  auto it = rows().iterator();
+  const auto walkOn = [&] {
+    for (; it.valid(); it.advance()) {
+      ++steps;
+    }
+  };
+  EXPECT_THAT(thrownOnceBy(walkOn), HasSubstr("slot 5"));
+  EXPECT_EQ(steps, 5U);
+  EXPECT_FALSE(it.valid());
+  expectRowsExcept(5);
+}
+
+TEST_F(CorruptionTest, AWalkThatBeginsAtADamagedRowIsReportedToo) {
+  damageRow(0);
+  thrownOnceBy([&] { rows().iterator(); });
+  expectRowsExcept(0);
+}
+
+TEST_F(CorruptionTest, AnImpossibleSeqIsReportedByLookupsAndWalks) {
+  glint_test::flipBit(file(), 8 * kOffsets.slot(4) + 1);  // the live bit
+  EXPECT_THROW(rows().iteratorAt(4), Pell::CorruptionDetectedException);
+  EXPECT_THROW(glint_test::walk(rows()), Pell::CorruptionDetectedException);
+  EXPECT_THAT(thrownOnceBy([&] { rows().row(4); }), HasSubstr("slot 4: its seq is impossible"));
+  expectRowsExcept(4);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, ALiveSlotOfVersion0IsImpossible) {
+  glint_test::wordAtIs(file(), kOffsets.slot(4), Glint::Seq(0, true, 0).word());
+  EXPECT_THROW(rows().row(4), Pell::CorruptionDetectedException);
+  unmount();
+  EXPECT_THAT(Glint::verifyTable(file()).findings.front(), HasSubstr("slot 4: impossible seq"));
+}
+
+TEST_F(CorruptionTest, ARowThatWasTakenOffWithAValidSeqIsMissed) {
+  // Dead with a valid check, though nobody deleted it: no checksum vouches for that.
+  glint_test::wordAtIs(file(), kOffsets.slot(4),
+                       Glint::Seq(seq(4).version(), false, seq(4).copy()).word());
+  EXPECT_THAT(thrownOnceBy([&] { rows().has(4); }), HasSubstr("does not belong there"));
+  EXPECT_FALSE(rows().has(4));
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, ALinkOutOfRangeIsMendedAndNoRowIsLost) {
+  for (const std::uint32_t slot : {kSlots, kSlots + 1, Glint::Link::kMaxSlots - 1}) {
+    glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::to(slot).word());
+    EXPECT_THAT(thrownOnceBy([&] { rows().row(0); }), HasSubstr("leads nowhere")) << slot;
+    expectRowsExcept(std::nullopt);
+    expectVerifies();
+  }
+}
+
+TEST_F(CorruptionTest, ADamagedLinkWithinAChainIsMendedAndNoRowIsLost) {
+  glint_test::flipBit(file(), 8 * kOffsets.link(8));  // 8 precedes 0
+  EXPECT_THAT(thrownOnceBy([&] { rows().row(0); }), HasSubstr("leads nowhere"));
+  expectRowsExcept(std::nullopt);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, ACycleIsMendedAndNoRowIsLost) {
+  glint_test::wordAtIs(file(), kOffsets.link(0), Glint::Link::to(8).word());
+  EXPECT_THAT(thrownOnceBy([&] { rows().has(kAbsent); }), HasSubstr("cycle"));
+  expectRowsExcept(std::nullopt);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, AChainThatLeadsIntoAnotherBucketIsMendedAndNoRowIsLost) {
+  glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::to(1).word());
+  EXPECT_THAT(thrownOnceBy([&] { rows().row(0); }), HasSubstr("does not belong there"));
+  expectRowsExcept(std::nullopt);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, MutatorsMendWhatTheyMeetAndGoOn) {
+  damageRow(8);                                       // precedes key 0 on its chain
+  glint_test::flipBit(file(), 8 * kOffsets.head(1));  // the chain of keys 1 and 9
+  EXPECT_FALSE(rows().rowDel(kAbsent));
+  EXPECT_FALSE(rows().has(8));
+  EXPECT_TRUE(rows().rowDel(9));
+  rows().rowIs(risingRow(8, 8));
+  rows().rowIs(risingRow(9, 9));
+  EXPECT_EQ(rows().corruptionCount(), 2U);
+  expectRowsExcept(std::nullopt);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, AFreeSlotThatBecameLiveIsRetiredWhenItsTurnComes) {
+  const std::uint32_t next = kRows;  // slots of a fresh table are filled in turn
+  glint_test::wordAtIs(file(), kOffsets.slot(next), Glint::Seq(1, true, 0).word());
+  rows().rowIs(risingRow(12, 12));
+  EXPECT_EQ(rows().corruptionCount(), 1U);
+  EXPECT_TRUE(seq(next).retired());
+  EXPECT_EQ(rows().row(12), risingRow(12, 12));
+}
+
+TEST_F(CorruptionTest, AWriterThatFindsTheGenerationOddRebuildsTheIndex) {
+  glint_test::flipBit(file(), 8 * offsetof(Glint::Header, generation));
+  EXPECT_EQ(rows().row(3), risingRow(3, 3));  // found in the slots
+  rows().rowIs(risingRow(20, 20));
+  EXPECT_EQ(rows().corruptionCount(), 1U);
+  EXPECT_TRUE(rows().rowDel(20));
+  expectRowsExcept(std::nullopt);
+  expectVerifies();
+}
+
+// ---- mounts of damaged files
+
+TEST_F(CorruptionTest, AMountPutsDamagedRowsOutOfUseAndCountsThem) {
+  unmount();
+  damageRow(3);
+  damageRow(9);
+  testing_support::TraceRecorder traces({"GlintTable"});
+  mountAnew();
+  EXPECT_EQ(rows().corruptionCount(), 2U);
+  EXPECT_EQ(traces.texts(1).size(), 2U);
+  EXPECT_THAT(traces.texts(1).front(),
+              HasSubstr("slot 3: the row's checksum does not match (key 3"));
+  EXPECT_FALSE(rows().has(3));
+  EXPECT_FALSE(rows().has(9));
+  EXPECT_EQ(rows().rowCount(), kRows - 2);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, AMountCountsRowsAnewWhenTheCounterIsDamaged) {
+  unmount();
+  glint_test::flipBit(file(), 8 * offsetof(Glint::Header, rowCount));
+  mountAnew();
+  EXPECT_EQ(rows().corruptionCount(), 1U);
+  expectRowsExcept(std::nullopt);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, AMountFinishesTheRebuildingOfAnIndex) {
+  unmount();
+  glint_test::wordAtIs<std::uint64_t>(file(), offsetof(Glint::Header, generation), 101);
+  for (std::uint32_t bucket = 0; bucket < kCapacity; ++bucket) {
+    glint_test::wordAtIs(file(), kOffsets.head(bucket), Glint::Link::end().word());
+  }
+  {
+    State reader(root());  // until then readers find every row in the slots
+    auto entity = reader.mountReader<RisingRow>("t");
+    EXPECT_EQ(entity->rows().row(7), risingRow(7, 7));
+    EXPECT_FALSE(entity->rows().has(kAbsent));
+    EXPECT_EQ(glint_test::walk(entity->rows()).steps, kRows);
+  }
+  EXPECT_TRUE(Glint::verifyTable(file()).changeInFlight);
+  mountAnew();
+  expectRowsExcept(std::nullopt);
+  expectVerifies();
+}
+
+TEST_F(CorruptionTest, AMountRefusesADamagedStructureAndChangesNothing) {
+  unmount();
+  const glint_test::Bytes good = glint_test::readFile(file());
+  const auto refused = [&](const char* why) {
+    const glint_test::Bytes damaged = glint_test::readFile(file());
+    try {
+      mountAnew();
+      ADD_FAILURE() << "mounted in spite of: " << why;
+    } catch (const ZevGlint::MountException& error) {
+      EXPECT_THAT(error.what(), HasSubstr(why));
+      EXPECT_THAT(error.what(), HasSubstr("nothing has been changed"));
+    }
+    EXPECT_EQ(glint_test::readFile(file()), damaged);
+    EXPECT_THAT(Glint::verifyTable(file()).findings, ::testing::Contains(HasSubstr(why)));
+    unmount();
+    glint_test::writeFile(file(), good);
+  };
+  glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::end().word());
+  refused("slot 0: live but not reachable from bucket 0");
+  glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::to(kSlots).word());
+  refused("bucket 0: link");
+  glint_test::wordAtIs(file(), kOffsets.link(0), Glint::Link::to(8).word());
+  refused("bucket 0: slot 8 is reached twice");
+  glint_test::wordAtIs(file(), kOffsets.link(0), Glint::Link::to(12).word());
+  refused("slot 12: reachable, dead, and no change of it is in flight");
+  glint_test::flipBit(file(), 8 * kOffsets.slot(6) + 40);
+  refused("slot 6: impossible seq");
+  glint_test::flipBit(file(), 8 * offsetof(Glint::Header, slotsInUse));
+  refused("slots in use: impossible word");
+  glint_test::flipBit(file(), 8 * (offsetof(Glint::Header, scratchpad) + 32));
+  refused("scratchpad: the checksum does not match");
+}
+
+TEST_F(CorruptionTest, TheVerifierSeesAnAltogetherWrongRowCount) {
+  unmount();
+  for (const std::uint32_t count : {kRows - 1, kRows, kRows + 1}) {  // a kill may leave one off
+    glint_test::wordAtIs(file(), offsetof(Glint::Header, rowCount),
+                         Glint::Counter::of(count).word());
+    expectVerifies();
+  }
+  glint_test::wordAtIs(file(), offsetof(Glint::Header, rowCount),
+                       Glint::Counter::of(kRows + 2).word());
+  EXPECT_THAT(Glint::verifyTable(file()).findings,
+              ::testing::ElementsAre("the header counts 14 rows, there are 12"));
+}
+
+TEST_F(CorruptionTest, TheVerifierTellsWhatItCannotRead) {
+  EXPECT_THAT(Glint::verifyTable(root() + "/none").findings.front(), HasSubstr("cannot open it"));
+  EXPECT_THAT(Glint::verifyTable(root()).findings.front(), HasSubstr("no regular file"));
+}
+
+// ---- every bit
+
+// What a look at a whole table says: its rows, or that damage was reported on the way.
+struct Look {
+  bool reported = false;
+  std::map<std::uint64_t, RisingRow> walked;
+  std::map<std::uint64_t, RisingRow> found;
+  bool absentFound = false;
+  std::uint32_t rowCount = 0;
+  std::uint64_t scratchpad = 0;
+};
+
+Look lookAt(Rows& rows) {
+  Look look;
+  const auto attempt = [&](const std::function<void()>& step) {
+    try {
+      step();
+    } catch (const Pell::CorruptionDetectedException& damage) {
+      look.reported = true;
+      rows.doCorruptionDetected(damage.what());
+    }
+  };
+  for (std::uint64_t key = 0; key < kRows; ++key) {
+    attempt([&] {
+      if (const auto row = rows.row(key)) {
+        look.found.insert_or_assign(key, *row);
+      }
+    });
+  }
+  attempt([&] { look.absentFound = rows.has(kAbsent); });
+  attempt([&] { look.walked = glint_test::walk(rows).rows; });
+  attempt([&] { look.rowCount = rows.rowCount(); });
+  attempt([&] { look.scratchpad = rows.control().scratchpad(); });
+  return look;
+}
+
+class EveryBit : public CorruptionTest {
+ protected:
+  EveryBit() {
+    for (std::uint64_t key = 0; key < kRows; ++key) {
+      expected_.insert_or_assign(key, risingRow(key, key));
+    }
+  }
+
+  // No row is invented; one that is missing was reported.
+  void expectHonest(const Look& look, bool reported) const {
+    EXPECT_FALSE(look.absentFound);
+    for (const auto* rows : {&look.found, &look.walked}) {
+      for (const auto& [key, row] : *rows) {
+        EXPECT_EQ(row, risingRow(key, key));
+        EXPECT_TRUE(expected_.contains(key));
+      }
+    }
+    if (!reported) {
+      EXPECT_EQ(look.found, expected_);
+      EXPECT_EQ(look.walked, expected_);
+      EXPECT_EQ(look.rowCount, kRows);
+      EXPECT_EQ(look.scratchpad, 99U);
+    }
+  }
+
+  // Each bit of each part of the file that means something.
+  template <typename Visit>
+  static void forEachBit(Visit visit) {
+    const std::pair<std::uint64_t, std::uint64_t> parts[] = {
+        {0, sizeof(Glint::Header)},
+        {kOffsets.head(0), 4 * kCapacity},
+        {kOffsets.link(0), 4 * kSlots},
+        {kOffsets.slot(0), Glint::slotBytes(sizeof(RisingRow)) * kSlots}};
+    for (const auto& [begin, bytes] : parts) {
+      for (std::uint64_t bit = 8 * begin; bit < 8 * (begin + bytes); ++bit) {
+        visit(bit);
+      }
+    }
+  }
+
+ private:
+  std::map<std::uint64_t, RisingRow> expected_;
+};
+
+TEST_F(EveryBit, FlippedUnderAReaderIsHarmlessOrReported) {
+  unmount();
+  forEachBit([&](std::uint64_t bit) {
+    SCOPED_TRACE(bit);
+    glint_test::flipBit(file(), bit);
+    try {
+      State state(root());
+      auto entity = state.mountReader<RisingRow>("t");
+      const Look look = lookAt(entity->rows());
+      expectHonest(look, look.reported);
+    } catch (const ZevGlint::MountException&) {
+      EXPECT_LT(bit, 8 * sizeof(Glint::FixedHeader));  // only a damaged header keeps readers out
+    }
+    glint_test::flipBit(file(), bit);
+  });
+}
+
+TEST_F(EveryBit, FlippedBeforeAMountIsHarmlessOrReported) {
+  unmount();
+  const glint_test::Bytes good = glint_test::readFile(file());
+  forEachBit([&](std::uint64_t bit) {
+    SCOPED_TRACE(bit);
+    glint_test::flipBit(file(), bit);
+    const bool clean = Glint::verifyTable(file()).clean();
+    try {
+      mountAnew();
+      const bool reportedByMount = rows().corruptionCount() != 0;
+      EXPECT_EQ(reportedByMount, !clean);  // the verifier and a mount are of one mind
+      const Look look = lookAt(rows());
+      EXPECT_FALSE(look.reported);  // what a mount lets pass is whole
+      expectHonest(look, reportedByMount);
+      rows().rowIs(risingRow(kAbsent, 1));
+      EXPECT_TRUE(rows().rowDel(kAbsent));
+    } catch (const ZevGlint::MountException&) {
+      EXPECT_FALSE(clean);
+    }
+    unmount();
+    glint_test::writeFile(file(), good);
+  });
+}
+
+TEST_F(EveryBit, FlippedUnderAWriterIsHarmlessOrReportedAndItGoesOn) {
+  unmount();
+  const glint_test::Bytes good = glint_test::readFile(file());
+  forEachBit([&](std::uint64_t bit) {
+    SCOPED_TRACE(bit);
+    mountAnew();
+    glint_test::flipBit(file(), bit);
+    const Look look = lookAt(rows());
+    expectHonest(look, look.reported);
+    for (std::uint64_t key = 0; key <= kRows; ++key) {  // also what was lost is put right
+      rows().rowIs(risingRow(key, key + 1));
+    }
+    const auto after = glint_test::walk(rows());
+    EXPECT_EQ(after.steps, kRows + 1);
+    EXPECT_EQ(after.rows.at(7), risingRow(7, 8));
+    EXPECT_EQ(rows().rowCount(), kRows + 1);
+    unmount();
+    glint_test::writeFile(file(), good);
+  });
+}
+
+}  // namespace

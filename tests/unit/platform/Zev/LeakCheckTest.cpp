@@ -1,0 +1,51 @@
+#include <string_view>
+
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+
+#include "Zev/PtrInterface.h"
+#include "testing/LeakCheck.h"
+
+namespace {
+
+class Leakable : public Zev::PtrInterface {
+ public:
+  static constexpr std::string_view kTypeName = "Leakable";
+  const Zev::TypeRecord& fwkType() const override {
+    static const Zev::TypeRecord record{kTypeName};
+    return record;
+  }
+};
+
+TEST(LeakCheck, AcceptsObjectsThatHaveGone) {
+  const testing_support::LeakCheck leaks;
+  Zev::makeObject<Leakable>();
+}
+
+TEST(LeakCheck, AcceptsObjectsThatWereThereBefore) {
+  const auto old = Zev::makeObject<Leakable>();
+  const testing_support::LeakCheck leaks;
+}
+
+TEST(LeakCheck, NamesTheTypeAndTheNumberOfWhatIsLeft) {
+  static Pell::Ptr<Leakable> one;
+  static Pell::Ptr<Leakable> two;
+  EXPECT_NONFATAL_FAILURE(
+      {
+        const testing_support::LeakCheck leaks;
+        one = Zev::makeObject<Leakable>();
+        two = Zev::makeObject<Leakable>();
+      },
+      "leaked 2 of Leakable");
+  one = nullptr;
+  two = nullptr;
+}
+
+class HoldsAnObject : public testing_support::LeakCheckedTest {
+ protected:
+  Pell::Ptr<Leakable> held_ = Zev::makeObject<Leakable>();
+};
+
+TEST_F(HoldsAnObject, TheMembersOfAFixtureGoBeforeTheCheck) { EXPECT_EQ(held_->references(), 1U); }
+
+}  // namespace
