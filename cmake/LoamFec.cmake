@@ -49,13 +49,13 @@ function(loamfec_executable name)
 endfunction()
 
 # loamfec_benchmark(name SOURCES file... [DEPENDS target...])
-# One Google Benchmark binary with a main of the library's; scripts/bench runs all of them. A test of
-# its own runs each benchmark in it once, with LOAMFEC_BENCH_TINY=1 in the environment.
+# One Google Benchmark binary, its main among its sources; scripts/bench runs all of them. A test of its
+# own runs it with LOAMFEC_BENCH_TINY=1 in the environment.
 function(loamfec_benchmark name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} benchmark::benchmark
-                                        benchmark::benchmark_main loamfec_options)
+                                        loamfec_options)
   add_test(NAME ${name}.Tiny COMMAND ${name} --benchmark_min_time=0)
   set_tests_properties(
     ${name}.Tiny

@@ -8,7 +8,6 @@
 #include "fec/FecTableEntryLog.h"
 
 #include <algorithm>
-#include <vector>
 
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
@@ -231,16 +230,32 @@ void FecTableEntryLog::cleanupEachVersion(Asic::LogVersion version) {
 }
 
 void FecTableEntryLog::cleanupRowsInOrder(Asic::LogVersion version) {
-  std::vector<Asic::LogVersion> versions;
-  Glint::forEachRow(log(), [&](const FecTableDataModelLogGlintEntry& row) {
-    if (row.version() >= prevTableVersion_ && row.version() <= version) {
-      versions.push_back(row.version());
-    }
-  });
-  std::sort(versions.begin(), versions.end());
-  for (const Asic::LogVersion at : versions) {
+  for (const Asic::LogVersion at : versionsFromCursor(version)) {
     cleanupVersion(at);
   }
+}
+
+// Ascending. Damage ends a walk and is out of use from then on, so the rows behind it are found by
+// the next walk; there is no more damage than the log has slots.
+std::vector<Asic::LogVersion> FecTableEntryLog::versionsFromCursor(Asic::LogVersion version) const {
+  constexpr std::uint32_t kMaxWalks =
+      Glint::RowTraits<FecTableDataModelLogGlintEntry>::physicalSlots(
+          FecTableConstants::kEntryLogCapacity) +
+      1;
+  std::vector<Asic::LogVersion> versions;
+  bool whole = false;
+  for (std::uint32_t walks = 0; !whole && walks < kMaxWalks; ++walks) {
+    versions.clear();
+    whole = Glint::guarded(log(), [&] {
+      for (auto at = log().iterator(); at.valid(); at.advance()) {
+        if (at.row().version() >= prevTableVersion_ && at.row().version() <= version) {
+          versions.push_back(at.row().version());
+        }
+      }
+    });
+  }
+  std::sort(versions.begin(), versions.end());
+  return versions;
 }
 
 void FecTableEntryLog::cleanupVersion(Asic::LogVersion version) {
@@ -316,7 +331,8 @@ std::uint32_t FecTableEntryLog::entrysInDeletion(Asic::UnitId unitId) const {
 
 std::uint32_t FecTableEntryLog::entrys(Asic::UnitId unitId) const {
   ZEV_TRACE(trace, 8, kClass, " unitId:{}", unitId);
-  return config(unitId).rowCount() - entrysInDeletion(unitId);
+  const std::uint32_t rows = config(unitId).rowCount();
+  return rows - entrysInDeletion(unitId);
 }
 
 std::uint32_t FecTableEntryLog::entryLogConfigRows() const { return log().rowCount(); }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <vector>
 
 #include "Asic/EntryLogBase.h"
 #include "Pell/HashMap.h"
@@ -104,6 +104,7 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   void cleanupFromCursor(Asic::LogVersion version);
   void cleanupEachVersion(Asic::LogVersion version);
   void cleanupRowsInOrder(Asic::LogVersion version);
+  std::vector<Asic::LogVersion> versionsFromCursor(Asic::LogVersion version) const;
   void cleanupVersion(Asic::LogVersion version);
   void cleanupConfig(const FecTableDataModelLogGlintEntry& logRow);
   static void cleanupConfigRow(ConfigMap& config, const FecTableDataModelLogGlintEntry& logRow);

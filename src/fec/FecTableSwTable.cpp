@@ -41,10 +41,10 @@ class OrderedSwTableAccessor {
 
   explicit OrderedSwTableAccessor(Table& table) : table_(table) {}
 
-  // Requests.
+  // Requests. Keys come by value: a caller's key may stand in what the request replaces.
 
   template <typename Constants, typename TableResolverEntry, typename Wrapper, typename Linkage>
-  Pell::Ptr<Handle const> entryWriteGeneric(const Key& key, const Entry& entry,
+  Pell::Ptr<Handle const> entryWriteGeneric(Key key, const Entry& entry,
                                             const Dependency& dependency,
                                             const ResponseHandler& handler,
                                             const Linkage& linkage) {
@@ -63,7 +63,7 @@ class OrderedSwTableAccessor {
   }
 
   template <typename Constants, typename TableResolverEntry, typename Wrapper>
-  Pell::Ptr<Handle const> entryRemoveGeneric(const Key& key, const Dependency& dependency,
+  Pell::Ptr<Handle const> entryRemoveGeneric(Key key, const Dependency& dependency,
                                              const ResponseHandler& handler) {
     ZEV_TRACE(trace, 8, kClass, " Key: {} ", key);
     const Pell::Ptr<Handle> handle = newHandle(nextVersion(key), key, handler);
@@ -378,7 +378,8 @@ class OrderedSwTableAccessor {
                          const Linkages&... linkages) {
     const MajorVersion currRemoveAllVersion = table_.transientRemoveAllVersion();
     PELL_ASSERT(currRemoveAllVersion.valid(), "currRemoveAllVersion.valid()");
-    ZEV_TRACE(trace, 8, kClass, "Committing table delete for version: {}", currRemoveAllVersion);
+    ZEV_TRACE_AS(trace, 8, kClass, "commitEntry", "Committing table delete for version: {}",
+                 currRemoveAllVersion);
     const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
     addDependency(needed, dependency);
     (delAllEntries<Wrapper>(true, needed, linkages), ...);
@@ -398,13 +399,13 @@ class OrderedSwTableAccessor {
   }
 
   // A newer request of the key, still in flight, keeps its records.
-  void cleanAddSide(const Key& key, const EntryVersion& version) {
+  void cleanAddSide(Key key, const EntryVersion& version) {
     if (isNewest(table_.transientAddEntry(), key, version)) {
       table_.transientAddEntryDel(key);
       table_.transientVersionForKeyDel(key);
     }
   }
-  void cleanRemoveSide(const Key& key, const EntryVersion& version) {
+  void cleanRemoveSide(Key key, const EntryVersion& version) {
     if (isNewest(table_.transientRemoveEntry(), key, version)) {
       table_.transientRemoveEntryDel(key);
       table_.transientVersionForKeyDel(key);
@@ -484,8 +485,9 @@ class IterStateAccessor {
     initIterState();
     const auto& table = *iterState_->swTable_;
     const auto& pending = table.transientAddEntry();
-    iterState_->transientAt_ = pending.cursorOf(key);
+    iterState_->transientAt_.reset();
     if (pending.has(key)) {
+      iterState_->transientAt_ = pending.cursorOf(key);
       iterState_->positioned_ = true;
     } else if (!iterState_->removeAllPending_ &&
                table.entryLog()->entryHas(key, table.unitId())) {
@@ -517,28 +519,34 @@ class IterStateAccessor {
   bool nextTransient() {
     const auto& pending = iterState_->swTable_->transientAddEntry();
     auto& at = iterState_->transientAt_;
-    if (pending.elementAt(at) == nullptr) {
-      at = pending.next(at);
+    if (at && pending.elementAt(*at) == nullptr) {
+      at = pending.next(*at);
     }
-    const auto* element = pending.elementAt(at);
+    const auto* element = at ? pending.elementAt(*at) : nullptr;
     if (element == nullptr) {
+      at.reset();
       return false;
     }
     PELL_ASSERT(!iterState_->inTblCfg(), "!iterState_->inTblCfg()");
     iterState_->currentEntry_ = element->value->entry();
     iterState_->fromTransient_ = true;
-    at = pending.next(at);
+    at = pending.next(*at);
     return true;
   }
 
   // The row is looked up again when its turn comes: it may have changed since the last step.
+  // Corruption ends the walk.
   bool nextConfig() {
     iterState_->fromTransient_ = false;
     auto& at = iterState_->configAt_;
     while (at && at->valid()) {
+      auto& rows = iterState_->configGlint_->swTableEntries();
       const Key key = at->row().key();
-      const auto row = Glint::guardedRow(rows(), key);
-      if (!Glint::guarded(rows(), [&] { at->advance(); })) {
+      decltype(rows.row(key)) row;
+      if (!Glint::guarded(rows, [&] {
+            row = rows.row(key);
+            at->advance();
+          })) {
         at.reset();
       }
       if (row && !row->isDeleted() && !isShadowed(key)) {
@@ -565,14 +573,11 @@ class IterStateAccessor {
   void startConfigAt(Start&& start) {
     iterState_->configAt_.reset();
     const auto& table = *iterState_->swTable_;
-    if (table.entryLog()->tableConfigGlint(table.unitId())) {
-      Glint::guarded(rows(), [&] { iterState_->configAt_.emplace(start(rows())); });
+    iterState_->configGlint_ = table.entryLog()->tableConfigGlint(table.unitId());
+    if (iterState_->configGlint_) {
+      auto& rows = iterState_->configGlint_->swTableEntries();
+      Glint::guarded(rows, [&] { iterState_->configAt_.emplace(start(rows)); });
     }
-  }
-
-  auto& rows() const {
-    const auto& table = *iterState_->swTable_;
-    return table.entryLog()->tableConfigGlint(table.unitId())->swTableEntries();
   }
 
   State* iterState_;
@@ -793,6 +798,7 @@ Pell::Ptr<FecTableSwTable::EntryHandle> FecTableSwTable::entryHandleInLogDeq() {
 }
 
 void FecTableSwTable::entryHandleInLogDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
   if (publisher_.idle()) {
     entryHandleInLog_.doClear(true);
     return;
@@ -802,7 +808,8 @@ void FecTableSwTable::entryHandleInLogDelAll() {
   }
 }
 
-// Requests.
+// Requests. An observer that runs inside may drop the last other reference to the table: it is held
+// until the call is done.
 
 Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryWrite(
     Key const& key, Entry const& entry, Dependency const& dependency) {
@@ -813,6 +820,7 @@ Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryWrite(
 Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryWriteWithResponseHandler(
     Key const& key, Entry const& entry, Dependency const& dependency,
     ResponseHandler const& handler) {
+  const Pell::Ptr<FecTableSwTable> self(this);
   ZEV_TRACE(trace, 8, kClass, " key: {}", key);
   const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
   return Accessor(*this)
@@ -828,6 +836,7 @@ Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryRemove(
 
 Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryRemoveWithResponseHandler(
     Key const& key, Dependency const& dependency, ResponseHandler const& handler) {
+  const Pell::Ptr<FecTableSwTable> self(this);
   ZEV_TRACE(trace, 8, kClass, " key: {}", key);
   return Accessor(*this)
       .entryRemoveGeneric<FecTableConstants, FecTableResolverEntry, FecTableEntryWrapper>(
@@ -841,6 +850,7 @@ void FecTableSwTable::entryRemoveAll(Dependency const& dependency) {
 
 void FecTableSwTable::entryRemoveAllWithResponseHandler(Dependency const& dependency,
                                                         ResponseHandler const& handler) {
+  const Pell::Ptr<FecTableSwTable> self(this);
   ZEV_TRACE(trace, 8, kClass, "");
   Accessor(*this)
       .entryRemoveAllGeneric<FecTableConstants, FecTableResolverEntry, FecTableEntryWrapper>(

@@ -236,8 +236,10 @@ class FecTableSwTableIteratorState : public FecTableDataModelSwTableIteratorStat
   friend class Asic::IterStateAccessor<FecTableSwTableIteratorState>;
 
   Pell::Ptr<FecTableSwTable const> swTable_;
-  FecTableSwTable::TransientAddEntries::Cursor transientAt_ = 0;
-  std::optional<ConfigIterator> configAt_;  // nothing: the unit's rows are exhausted
+  // Nothing: the pending writes are exhausted. The map's end would not do: it moves with the map.
+  std::optional<FecTableSwTable::TransientAddEntries::Cursor> transientAt_;
+  Pell::Ptr<FecTableDataModelConfigGlint> configGlint_;  // the mount that configAt_ walks
+  std::optional<ConfigIterator> configAt_;               // nothing: its rows are exhausted
   bool fromTransient_ = false;
   bool positioned_ = false;
   bool inTblCfg_ = false;

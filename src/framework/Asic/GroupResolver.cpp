@@ -1,7 +1,8 @@
 // The queue is a vector that only grows during a walk; an entry that has gone leaves a hole, and
 // the end of the walk closes the holes, so commits in a walk cost no moves. Handlers that run
 // inside a commit may append entries, start generations, and drop entries: the walk goes by index
-// and holds a reference to the entry it is at.
+// and holds a reference to the entry it is at. What leaves the queue is taken out of it before it
+// is released, so that whatever a release sets off finds the queue in order.
 
 #include "Asic/GroupResolver.h"
 
@@ -11,6 +12,23 @@
 #include "Pell/Publisher.h"
 
 namespace Asic {
+
+namespace {
+
+// Does the action when its scope is left, also by an exception.
+template <typename Action>
+class AtExit {
+ public:
+  explicit AtExit(Action action) : action_(std::move(action)) {}
+  AtExit(const AtExit&) = delete;
+  AtExit& operator=(const AtExit&) = delete;
+  ~AtExit() { action_(); }
+
+ private:
+  Action action_;
+};
+
+}  // namespace
 
 class GroupResolver::DependencyWatch {
  public:
@@ -68,28 +86,29 @@ void GroupResolver::walk() {
     next_ = 0;
     end_ = queue_.size();
   }
+  const AtExit turnEnded([this] { endTurn(); });
   const std::size_t turnEnd = std::min(end_, next_ + kEntriesPerTurn);
   while (next_ < turnEnd) {
     walkEntry(next_++);
-  }
-  if (next_ < end_) {
-    turn_.mark();
-  } else {
-    finishWalk();
   }
 }
 
 void GroupResolver::walkEntry(std::size_t at) {
   const Pell::Ptr<ResolverEntry> entry = queue_[at].entry;
-  if (entry && entry->isResolved()) {
+  // The answer may have been found by ending the entry's table, which drops the entry.
+  if (entry && entry->isResolved() && queue_[at].entry) {
+    const AtExit committed([this, at] { take(at); });
     entry->commitEntry(entry);
-    drop(queue_[at]);
   }
 }
 
-void GroupResolver::finishWalk() {
-  std::erase_if(queue_, [](const Waiting& waiting) { return !waiting.entry; });
+void GroupResolver::endTurn() {
+  if (next_ < end_) {
+    turn_.mark();
+    return;
+  }
   walking_ = false;
+  closeHoles();
   if (generationMarked_) {
     turn_.mark();
   }
@@ -97,22 +116,26 @@ void GroupResolver::finishWalk() {
 
 void GroupResolver::resolverQueueDelIf(
     const std::function<bool(const ResolverEntry&)>& predicate) {
+  std::vector<Waiting> dropped;
   for (std::size_t at = 0; at < queue_.size(); ++at) {
     if (queue_[at].entry && predicate(*queue_[at].entry)) {
-      drop(queue_[at]);
+      dropped.push_back(take(at));
     }
   }
   if (!walking_) {
-    std::erase_if(queue_, [](const Waiting& waiting) { return !waiting.entry; });
+    closeHoles();
   }
 }
 
-void GroupResolver::drop(Waiting& waiting) {
-  if (waiting.entry) {
+GroupResolver::Waiting GroupResolver::take(std::size_t at) {
+  if (queue_[at].entry) {
     --length_;
-    // What goes with the entry may call back: the hole is there before anything is released.
-    const Waiting dropped = std::exchange(waiting, Waiting());
   }
+  return std::exchange(queue_[at], Waiting());
+}
+
+void GroupResolver::closeHoles() {
+  std::erase_if(queue_, [](const Waiting& waiting) { return !waiting.entry; });
 }
 
 }  // namespace Asic

@@ -19,7 +19,10 @@ namespace Asic {
 // Invariants: a generation is walked in turns of its own, never inside a call. A walk takes the
 // entries in queue order and asks each isResolved() and, if so, at once has it committed; what is
 // not resolved stays where it is. Entries that arrive during a walk wait for the next one. One
-// turn looks at no more than kEntriesPerTurn entries, so that other turns are not starved.
+// turn looks at no more than kEntriesPerTurn entries, so that other turns are not starved. What an
+// entry throws ends the turn and goes to the loop, and the walk goes on behind that entry in the
+// next turn: an entry that threw in isResolved() waits on; one that threw in commitEntry() leaves
+// the queue, because its commit has begun and a second one could log and answer it twice.
 class GroupResolver : public Zev::NotifyingObject {
  public:
   static constexpr const char* kTypeName = "Asic::GroupResolver";
@@ -42,7 +45,8 @@ class GroupResolver : public Zev::NotifyingObject {
   std::uint32_t resolverQueueLength() const { return length_; }
 
   // Drops every entry that the predicate names, without committing it. Entries point at their
-  // table without holding it: call this before the last reference to a table goes.
+  // table without holding it: call this before the last reference to a table goes. The predicate
+  // only looks; it leaves the queue alone.
   void resolverQueueDelIf(const std::function<bool(const ResolverEntry&)>& predicate);
 
  private:
@@ -55,8 +59,10 @@ class GroupResolver : public Zev::NotifyingObject {
 
   void walk();
   void walkEntry(std::size_t at);
-  void finishWalk();
-  void drop(Waiting& waiting);
+  void endTurn();
+  // Leaves a hole; nothing more when there is one already.
+  Waiting take(std::size_t at);
+  void closeHoles();
 
   Zev::DeferredTurn turn_;
   std::vector<Waiting> queue_;

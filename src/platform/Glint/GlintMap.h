@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -77,7 +78,7 @@ class GlintMap : public GlintMapBase {
 
     void moveTo(std::uint32_t from) {
       row_.reset();
-      Words words;
+      Words words{};
       if (const std::optional<std::uint32_t> slot = map_->access().nextRow(from, words)) {
         slot_ = *slot;
         row_ = toRow(words);
@@ -93,7 +94,7 @@ class GlintMap : public GlintMapBase {
   explicit GlintMap(const ZevGlint::MountSite& site) : GlintMapBase(site.table(layout(site))) {}
 
   std::optional<Row> row(const Key& key) const {
-    Words words;
+    Words words{};
     if (!access().find(Traits::keyBits(key), words)) {
       return std::nullopt;
     }
@@ -101,7 +102,7 @@ class GlintMap : public GlintMapBase {
   }
 
   bool has(const Key& key) const {
-    Words words;
+    Words words{};
     return access().find(Traits::keyBits(key), words).has_value();
   }
 
@@ -126,7 +127,7 @@ class GlintMap : public GlintMapBase {
   // At the key's row; not valid if it has none.
   Iterator iteratorAt(const Key& key) const {
     Iterator result(*this);
-    Words words;
+    Words words{};
     if (const std::optional<std::uint32_t> slot = access().find(Traits::keyBits(key), words)) {
       result.slot_ = *slot;
       result.row_ = toRow(words);
@@ -148,17 +149,14 @@ class GlintMap : public GlintMapBase {
   }
 
   static Words toWords(const Row& row) {
-    Words words;
-    words.words[Access::kWords - 1] = 0;  // the tail behind the row's last byte
+    Words words{};
     std::memcpy(words.words.data(), &row, sizeof row);
     return words;
   }
 
   static Row toRow(const Words& words) {
-    struct Bytes {
-      std::byte bytes[sizeof(Row)];
-    } bytes;
-    std::memcpy(&bytes, words.words.data(), sizeof bytes);
+    std::array<std::byte, sizeof(Row)> bytes{};
+    std::memcpy(bytes.data(), words.words.data(), sizeof bytes);
     return std::bit_cast<Row>(bytes);
   }
 
@@ -170,7 +168,8 @@ class GlintMap : public GlintMapBase {
   void change(Change&& change) {
     PELL_ASSERT_MESSAGE(isWriter(), "the table is mounted for writing", filePath());
     for (std::uint32_t failures = 0;; ++failures) {
-      PELL_ASSERT_MESSAGE(failures <= Link::kMaxSlots, "damage comes to an end", filePath());
+      PELL_ASSERT_MESSAGE(failures <= table().view().fixed().slotCount, "damage comes to an end",
+                          filePath());
       Access rows = access();
       try {
         change(rows);

@@ -70,7 +70,7 @@ class Inspector {
       return;
     }
     const ScratchpadSlot::Copy& copy = pad.copies[seq.copy()];
-    SealedRow<1> row;
+    SealedRow<1> row{};
     if (readCopy(&copy.checksum, pad.seq, seq.word(), row) != CopyState::good) {
       structural("scratchpad: the checksum does not match");
       return;

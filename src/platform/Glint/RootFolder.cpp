@@ -10,9 +10,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 
-#include <errno.h>
 #include <fmt/format.h>
 
 #include "Glint/MountInfo.h"

@@ -177,7 +177,7 @@ class RowAccess {
 
   // absent: a good row of another key of the chain; found: a row of another chain.
   Answer confirmOther(std::uint32_t slot, Seq seq, std::uint64_t key, std::uint32_t chain) const {
-    Row row;
+    Row row{};
     if (!copyOut(slot, seq, row) || keyBits(row) == key) {
       return Answer::changed;
     }
@@ -191,7 +191,7 @@ class RowAccess {
       return Answer::absent;
     }
     for (const Seq under : {seq.published(), seq.beforeDelete()}) {
-      Row row;
+      Row row{};
       const std::uint64_t checksum = loadRelaxed(copyAt(slot, under.copy())[0]);
       for (std::size_t word = 0; word < kWords; ++word) {
         row.words[word] = loadRelaxed(copyAt(slot, under.copy())[1 + word]);

@@ -23,9 +23,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
-#include <errno.h>
 #include <fmt/format.h>
 
 #include "Glint/Inspection.h"
@@ -220,7 +220,7 @@ std::shared_ptr<Table> Table::mountReader(const std::shared_ptr<RootFolder>& roo
 std::shared_ptr<Table> Table::map(const RootFolder::File& file, const Pell::String& path,
                                   const TableLayout& layout, bool writable) {
   const int fd = file.fd.get();
-  FixedHeader header;
+  FixedHeader header{};
   if (file.status.st_size < static_cast<off_t>(sizeof(Header)) ||
       ::pread(fd, &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
     refuse(path, "it is too short for a shared table");
@@ -395,7 +395,7 @@ std::uint64_t Table::scratchpad() const {
     if (!seq.valid() || !seq.live()) {
       break;
     }
-    SealedRow<1> row;
+    SealedRow<1> row{};
     switch (readCopy(&pad.copies[seq.copy()].checksum, pad.seq, seq.word(), row)) {
       case CopyState::good:
         return row.words[0];
@@ -486,18 +486,22 @@ void Table::unlinkWherever(std::uint32_t slot) {
         return;
       }
       if (link.slot() == slot) {
-        const Link after(loadRelaxed(view_.linkAfter(slot)));
-        if (!after.valid()) {
-          rebuildIndex();
-          return;
-        }
-        storeRelease(*word, after.word());
-        generationIs(generation_ + 2);
+        unlink(slot, *word);
         return;
       }
       word = &view_.linkAfter(link.slot());
     }
   }
+}
+
+void Table::unlink(std::uint32_t slot, std::uint32_t& word) {
+  const Link after(loadRelaxed(view_.linkAfter(slot)));
+  if (!after.valid()) {
+    rebuildIndex();
+    return;
+  }
+  storeRelease(word, after.word());
+  generationIs(generation_ + 2);
 }
 
 // From the slots alone. The generation is odd from before the first store to after the last, so
@@ -511,18 +515,23 @@ void Table::rebuildIndex() {
   rowCount_ = 0;
   for (std::uint32_t slot = slotsInUse_; slot-- > 0;) {
     const Seq seq(loadRelaxed(*view_.slot(slot)));
-    if (seq.valid() && !seq.live()) {
-      if (!seq.retired()) {
-        freeSlots_.push_back(slot);
-      }
-    } else if (!relink(slot, seq)) {
-      ZEV_TRACE(tableTraceHandle(), 1, "Glint::Table", "{}: slot {} is retired", filePath_, slot);
-      storeRelease(*view_.slot(slot), Seq::retiredSlot().word());
-      countCorruption(1);
+    if (!seq.valid() || seq.live()) {
+      relinkOrRetire(slot, seq);
+    } else if (!seq.retired()) {
+      freeSlots_.push_back(slot);
     }
   }
   storeRelaxed(view_.header().rowCount, Counter::of(rowCount_).word());
   generationIs(generation_ + 1);
+}
+
+void Table::relinkOrRetire(std::uint32_t slot, Seq seq) {
+  if (relink(slot, seq)) {
+    return;
+  }
+  ZEV_TRACE(tableTraceHandle(), 1, "Glint::Table", "{}: slot {} is retired", filePath_, slot);
+  storeRelease(*view_.slot(slot), Seq::retiredSlot().word());
+  countCorruption(1);
 }
 
 // False if the slot holds no row that could be linked: damaged, or a second one of its key.

@@ -81,7 +81,9 @@ class Table {
   int reserveChunk();
   void retire(std::uint32_t slot);
   void unlinkWherever(std::uint32_t slot);
+  void unlink(std::uint32_t slot, std::uint32_t& word);
   void rebuildIndex();
+  void relinkOrRetire(std::uint32_t slot, Seq seq);
   bool relink(std::uint32_t slot, Seq seq);
   bool rowChecksOut(std::uint32_t slot, Seq seq) const;
   void countCorruption(std::uint32_t times);

@@ -8,9 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
-#include <errno.h>
 #include <fmt/format.h>
 
 #include "Glint/Inspection.h"
@@ -103,7 +103,7 @@ Verification verifyTable(const Pell::String& filePath) {
   Verification result;
   const Mapping mapping(filePath);
   Pell::String fault = mapping.fault();
-  FixedHeader sealed;
+  FixedHeader sealed{};
   if (fault.empty()) {
     std::memcpy(&sealed, mapping.base(), sizeof sealed);
     fault = sealedHeaderFinding(sealed, mapping.bytes());

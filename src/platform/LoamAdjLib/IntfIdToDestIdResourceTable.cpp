@@ -6,6 +6,7 @@
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "Pell/Exceptions.h"
@@ -13,6 +14,15 @@
 namespace LoamAdjLib {
 
 using ResourceTable = IntfIdToDestIdResourceTableResourceTable;
+
+namespace {
+
+// Null needs what an empty set needs: nothing.
+std::span<const Asic::TableVersion> versionsOf(const Pell::Ptr<Asic::NeededEntry const>& needed) {
+  return needed ? needed->tableVersions() : std::span<const Asic::TableVersion>();
+}
+
+}  // namespace
 
 ResourceTable::ResourceHandle::~ResourceHandle() { hasNotificationActiveIs(false); }
 
@@ -56,9 +66,12 @@ void ResourceTable::ClientInstance::ackUpdate(const Pell::Ptr<ResourceHandle con
   const auto use = std::find_if(record.uses.begin(), record.uses.end(),
                                 [this](const Use& held) { return held.client == this; });
   if (use == record.uses.end()) {
-    record.uses.push_back({this, updateNumber, dependency});
-  } else {
-    *use = {this, updateNumber, dependency};
+    record.uses.push_back({this, updateNumber});
+  } else if (updateNumber == handle->updateNumber()) {
+    use->acknowledged = updateNumber;
+  }
+  if (dependency) {
+    record.operations.push_back(dependency);
   }
   resourceTable_->reviewLater(record);
 }
@@ -68,7 +81,7 @@ void ResourceTable::ClientInstance::release(const Pell::Ptr<ResourceHandle const
   Record& record = resourceTable_->record(handle->key());
   std::erase_if(record.uses, [this](const Use& use) { return use.client == this; });
   if (dependency) {
-    record.releases.push_back(dependency);
+    record.operations.push_back(dependency);
   }
   resourceTable_->reviewLater(record);
 }
@@ -114,7 +127,8 @@ void ResourceTable::destinationFailed(Wirex::IntfId intfId) {
 void ResourceTable::destinationDel(Wirex::IntfId intfId) { targetIs(intfId, Target()); }
 
 std::uint32_t ResourceTable::waitingUpdates() const {
-  return static_cast<std::uint32_t>(review_.size());
+  return static_cast<std::uint32_t>(std::ranges::count_if(
+      review_, [this](const Key& key) { return !showsTarget(*records_.find(key)); }));
 }
 
 ResourceTable::Record& ResourceTable::record(const Key& key) {
@@ -128,7 +142,11 @@ ResourceTable::Record& ResourceTable::record(const Key& key) {
 
 void ResourceTable::targetIs(Wirex::IntfId intfId, Target target) {
   Record& held = record(Key(intfId));
-  held.target = std::move(target);
+  const DestId replaced = std::exchange(held.target, std::move(target)).destId;
+  std::erase(held.retired, held.target.destId);
+  if (replaced != DestId() && replaced != held.target.destId) {
+    held.retired.push_back(replaced);
+  }
   reviewLater(held);
 }
 
@@ -157,60 +175,87 @@ void ResourceTable::reviewRecord(const Key& key) {
     review_.push_back(key);
     return;
   }
-  for (const DestId& destination : std::exchange(held.retired, {})) {
-    if (freedHandler_) {
-      freedHandler_(key.intfId(), destination);
-    }
-  }
-  publishTarget(key);
-}
-
-void ResourceTable::publishTarget(const Key& key) {
-  Record& held = *records_.find(key);
-  const Pell::Ptr<ResourceHandle> handle = held.handle;
-  const bool sameDestination = handle->destId_ == held.target.destId;
-  if (handle->entryState_ == held.target.state && sameDestination &&
-      handle->neededEntry_ == held.target.neededEntry) {
-    return;
-  }
-  if (handle->destId_ != DestId() && !sameDestination) {
-    held.retired.push_back(handle->destId_);
-  }
-  handle->contentsIs(held.target.state, held.target.destId, held.target.neededEntry);
-  handle->publisher().attributeChange(ResourceHandle::kChangeAttribute);
-  groupResolver_->updateGenId();
-  reviewLater(*records_.find(key));
+  freeRetired(held);
+  publishTarget(held);
 }
 
 // Every user has acknowledged the current update, and what carries it (or ends a former use) has
 // been applied.
 bool ResourceTable::settled(Record& record) const {
-  std::erase_if(record.releases,
-                [this](const Dependency& operation) { return applied(*operation); });
-  bool allAcknowledged = record.releases.empty();
-  for (Use& use : record.uses) {
-    if (use.dependency && applied(*use.dependency)) {
-      use.dependency = nullptr;
-    }
-    allAcknowledged = allAcknowledged && !use.dependency &&
-                      use.acknowledged == record.handle->updateNumber();
-  }
-  return allAcknowledged;
+  takeVersions(record);
+  std::erase_if(record.awaited,
+                [this](const Asic::TableVersion& wanted) { return applied(wanted); });
+  const std::uint32_t current = record.handle->updateNumber();
+  return record.awaited.empty() && std::ranges::all_of(record.uses, [current](const Use& use) {
+           return use.acknowledged == current;
+         });
 }
 
 // An operation that has no log version by now is no constraint: it was answered without a log row,
 // or it will be driven again.
-bool ResourceTable::applied(const Asic::DependencyEntryHandle& operation) const {
-  const Asic::TableVersion wanted = operation.entryTableVersion();
-  if (wanted.logVersion() == Asic::LogVersion()) {
-    return true;
+void ResourceTable::takeVersions(Record& record) {
+  for (const Dependency& operation : std::exchange(record.operations, {})) {
+    const Asic::TableVersion wanted = operation->entryTableVersion();
+    if (wanted.logVersion() == Asic::LogVersion()) {
+      continue;
+    }
+    const auto held = std::ranges::find(record.awaited, wanted.tableId(),
+                                        [](const auto& version) { return version.tableId(); });
+    if (held == record.awaited.end()) {
+      record.awaited.push_back(wanted);
+    } else if (held->logVersion() < wanted.logVersion()) {
+      *held = wanted;
+    }
   }
+}
+
+bool ResourceTable::applied(const Asic::TableVersion& wanted) const {
   try {
     return groupLog_->tableVersion(wanted.tableId()) >= wanted.logVersion();
   } catch (const Pell::CorruptionDetectedException& corruption) {
     groupLog_->versionsMap().doCorruptionDetected(corruption.message());
     return false;
   }
+}
+
+// Called when the current update is settled: then entries use what the handle shows, or, while it
+// shows no destination yet, still the one before. The handler may set targets, and so change the
+// list that is being worked off.
+void ResourceTable::freeRetired(Record& record) {
+  if (!record.uses.empty() && record.handle->entryState() == Asic::EntryState::notResolved) {
+    return;
+  }
+  const DestId shown = record.handle->destId();
+  for (std::size_t left = record.retired.size(); left > 0; --left) {
+    const auto found = std::ranges::find_if(
+        record.retired, [&shown](const DestId& destination) { return destination != shown; });
+    if (found == record.retired.end()) {
+      return;
+    }
+    const DestId freed = *found;
+    record.retired.erase(found);
+    if (const FreedHandler handler = freedHandler_) {
+      handler(record.handle->key().intfId(), freed);
+    }
+  }
+}
+
+bool ResourceTable::showsTarget(const Record& record) {
+  const ResourceHandle& handle = *record.handle;
+  return handle.entryState() == record.target.state && handle.destId() == record.target.destId &&
+         std::ranges::is_permutation(versionsOf(handle.neededEntry()),
+                                     versionsOf(record.target.neededEntry));
+}
+
+void ResourceTable::publishTarget(Record& record) {
+  if (showsTarget(record)) {
+    return;
+  }
+  const Pell::Ptr<ResourceHandle> handle = record.handle;
+  handle->contentsIs(record.target.state, record.target.destId, record.target.neededEntry);
+  handle->publisher().attributeChange(ResourceHandle::kChangeAttribute);
+  groupResolver_->updateGenId();
+  reviewLater(record);
 }
 
 void ResourceTable::clientGone(const ClientInstance* client) {

@@ -139,11 +139,14 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   // There is no destination for now: entries that want it wait.
   void destinationDel(Wirex::IntfId intfId);
 
-  // Called with a destination that has been replaced, when no hardware entry uses it any more.
+  // Called once for each destination that has been replaced, when no hardware entry uses it any
+  // more; not for one that has been set again by then. While entries wait for a new destination
+  // they keep the last one. The handler may call any operation of the owner's side.
   using FreedHandler = std::function<void(Wirex::IntfId, const DestId&)>;
   void freedHandlerIs(FreedHandler handler) { freedHandler_ = std::move(handler); }
 
-  // Handles with a change that waits for the last one to be acknowledged and applied.
+  // Handles whose change is not published yet: it waits for its turn, or for the last change to be
+  // acknowledged and applied.
   std::uint32_t waitingUpdates() const;
 
  private:
@@ -157,15 +160,17 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   struct Use {
     const ClientInstance* client;
     std::uint32_t acknowledged;  // update number
-    Dependency dependency;       // null once applied
   };
   struct Record {
     Pell::Ptr<ResourceHandle> handle;
     Target target;
     std::vector<Use> uses;
-    std::vector<Dependency> releases;  // operations after which a former use is over
-    std::vector<DestId> retired;       // replaced destinations that hardware may still use
-    bool queued = false;               // in review_
+    // What the hardware must apply before the handle changes again: operations named since the last
+    // review, and the versions of those before, the highest of each table.
+    std::vector<Dependency> operations;
+    std::vector<Asic::TableVersion> awaited;
+    std::vector<DestId> retired;  // once the target, not now; hardware may still use them
+    bool queued = false;          // in review_
   };
   static constexpr std::uint32_t kSalt = 0x7be1c04d;
 
@@ -174,9 +179,12 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   void reviewLater(Record& record);
   void review();
   void reviewRecord(const Key& key);
-  void publishTarget(const Key& key);
   bool settled(Record& record) const;
-  bool applied(const Asic::DependencyEntryHandle& operation) const;
+  static void takeVersions(Record& record);
+  bool applied(const Asic::TableVersion& wanted) const;
+  void freeRetired(Record& record);
+  static bool showsTarget(const Record& record);
+  void publishTarget(Record& record);
   void clientGone(const ClientInstance* client);
 
   Pell::Ptr<Asic::GroupResolver> groupResolver_;

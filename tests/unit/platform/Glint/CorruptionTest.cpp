@@ -2,7 +2,10 @@
 // reported, counted and put out of use; every other row stays; nothing hangs.
 
 #include <functional>
+#include <map>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -302,6 +305,75 @@ TEST_F(CorruptionTest, AMountFinishesTheRebuildingOfAnIndex) {
   mountAnew();
   expectRowsExcept(std::nullopt);
   expectVerifies();
+}
+
+// ---- what a kill leaves
+
+class KilledWithinAChange : public CorruptionTest {
+ protected:
+  // The state in which the row of key 8, at the head of its chain, is dead and still linked.
+  void expectSeenAsAbsentAndTidiedUp(Glint::Seq dead) {
+    unmount();
+    glint_test::wordAtIs(file(), kOffsets.slot(8), dead.word());
+    const Glint::Verification before = Glint::verifyTable(file());
+    EXPECT_TRUE(before.clean()) << before.findings.front();
+    EXPECT_TRUE(before.changeInFlight);
+    {
+      State reader(root());
+      auto entity = reader.mountReader<RisingRow>("t");
+      EXPECT_FALSE(entity->rows().has(8));
+      EXPECT_FALSE(entity->rows().has(kAbsent));
+      EXPECT_EQ(entity->rows().row(0), risingRow(0, 0));
+      EXPECT_EQ(glint_test::walk(entity->rows()).steps, kRows - 1);
+    }
+    mountAnew();
+    const Glint::Verification after = Glint::verifyTable(file());
+    EXPECT_TRUE(after.clean() && !after.changeInFlight);
+    EXPECT_EQ(after.freeSlots, kSlots - (kRows - 1));
+    EXPECT_EQ(rows().corruptionCount(), 0U);
+    expectRowsExcept(8);
+    rows().rowIs(risingRow(8, 8));
+    expectRowsExcept(std::nullopt);
+    EXPECT_TRUE(Glint::verifyTable(file()).clean());
+  }
+};
+
+TEST_F(KilledWithinAChange, ADeleteThatWasNotUnlinkedIsFinished) {
+  expectSeenAsAbsentAndTidiedUp(seq(8).deleted());
+}
+
+TEST_F(KilledWithinAChange, AnInsertThatWasNotPublishedIsUndone) {
+  expectSeenAsAbsentAndTidiedUp(Glint::Seq(seq(8).version() - 1, false, seq(8).copy() ^ 1U));
+}
+
+TEST_F(KilledWithinAChange, ARetirementThatWasNotUnlinkedIsFinished) {
+  unmount();
+  glint_test::wordAtIs(file(), kOffsets.slot(8), Glint::Seq::retiredSlot().word());
+  EXPECT_TRUE(Glint::verifyTable(file()).clean());
+  mountAnew();
+  expectRowsExcept(8);
+  EXPECT_FALSE(Glint::verifyTable(file()).changeInFlight);
+  EXPECT_EQ(Glint::verifyTable(file()).retiredSlots, 1U);
+}
+
+TEST_F(KilledWithinAChange, TwoChangesInFlightAreNotWhatAKillLeaves) {
+  unmount();
+  for (const std::uint32_t slot : {8U, 9U}) {
+    glint_test::wordAtIs(file(), kOffsets.slot(slot), seq(slot).deleted().word());
+  }
+  EXPECT_THROW(mountAnew(), ZevGlint::MountException);
+  EXPECT_THAT(Glint::verifyTable(file()).findings,
+              ::testing::ElementsAre(HasSubstr("2 slots are reachable but dead")));
+}
+
+TEST_F(KilledWithinAChange, AHalfFilledIdleCopyIsNobodysBusiness) {
+  unmount();
+  for (std::uint32_t slot = 0; slot < kRows; ++slot) {
+    glint_test::flipBit(file(), 8 * (kOffsets.row(slot, seq(slot).copy() ^ 1U) + 8));
+  }
+  EXPECT_TRUE(Glint::verifyTable(file()).clean());
+  mountAnew();
+  expectRowsExcept(std::nullopt);
 }
 
 TEST_F(CorruptionTest, AMountRefusesADamagedStructureAndChangesNothing) {

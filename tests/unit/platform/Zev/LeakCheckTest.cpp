@@ -1,4 +1,5 @@
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
@@ -27,18 +28,18 @@ TEST(LeakCheck, AcceptsObjectsThatWereThereBefore) {
   const testing_support::LeakCheck leaks;
 }
 
+using Survivors = std::vector<Pell::Ptr<Leakable>>;
+
+void checkWhileTwoSurvive(Survivors& survivors) {
+  const testing_support::LeakCheck leaks;
+  survivors.push_back(Zev::makeObject<Leakable>());
+  survivors.push_back(Zev::makeObject<Leakable>());
+}
+
 TEST(LeakCheck, NamesTheTypeAndTheNumberOfWhatIsLeft) {
-  static Pell::Ptr<Leakable> one;
-  static Pell::Ptr<Leakable> two;
-  EXPECT_NONFATAL_FAILURE(
-      {
-        const testing_support::LeakCheck leaks;
-        one = Zev::makeObject<Leakable>();
-        two = Zev::makeObject<Leakable>();
-      },
-      "leaked 2 of Leakable");
-  one = nullptr;
-  two = nullptr;
+  static Survivors survivors;
+  EXPECT_NONFATAL_FAILURE(checkWhileTwoSurvive(survivors), "leaked 2 of Leakable");
+  survivors.clear();
 }
 
 class HoldsAnObject : public testing_support::LeakCheckedTest {

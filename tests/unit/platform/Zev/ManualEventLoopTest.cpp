@@ -60,19 +60,21 @@ TEST(ManualEventLoopDeathTest, ATurnInsideATurnStopsTheProcess) {
   EXPECT_DEATH(loop.runOne(), "turns do not nest");
 }
 
+// What a task holds, and what posts another task when the held thing goes.
+std::shared_ptr<int> postsWhenDropped(ManualEventLoop& loop, int& dropped) {
+  return {&dropped, [&loop](int* count) {
+            ++*count;
+            loop.post([] {});
+          }};
+}
+
 TEST(ManualEventLoop, DropsWhatIsLeftEvenWhenDroppingPostsMore) {
   int run = 0;
   int dropped = 0;
   {
     ManualEventLoop loop;
-    const auto postsWhenDropped = [&] {
-      return std::shared_ptr<int>(&dropped, [&loop](int* count) {
-        ++*count;
-        loop.post([] {});
-      });
-    };
-    loop.post([held = postsWhenDropped(), &run] { ++run; });
-    loop.post([held = postsWhenDropped(), &run] { ++run; });
+    loop.post([held = postsWhenDropped(loop, dropped), &run] { ++run; });
+    loop.post([held = postsWhenDropped(loop, dropped), &run] { ++run; });
   }
   EXPECT_EQ(dropped, 2);
   EXPECT_EQ(run, 0);

@@ -89,7 +89,7 @@ TEST_F(PtrInterfaceTest, ADestructorMayMakeAndDropPointersToItsObject) {
   Ptr<Subject> subject = makeObject<Subject>(Subject::Step(), [&](Subject* self) {
     markedBeforehand = self->isBeingDestroyed();
     const Ptr<Subject> temporary(self);
-    const Ptr<Subject> another = temporary;
+    EXPECT_EQ(Ptr<Subject>(temporary)->references(), 2U);
   });
   subject = nullptr;
   EXPECT_TRUE(markedBeforehand);

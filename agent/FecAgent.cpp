@@ -1,0 +1,84 @@
+// The group comes first, because the resource table belongs to it and the FEC table wants both; the
+// hardware side comes last, because it reads what the others have mounted.
+
+#include "agent/FecAgent.h"
+
+#include "Asic/CanonicalTableName.h"
+#include "Asic/Constants.h"
+#include "Glint/Guarded.h"
+#include "Vanta/EntityManager.h"
+#include "Zev/Entity.h"
+
+namespace Agent {
+
+namespace {
+
+using LoamFec::FecTableConstants;
+
+}  // namespace
+
+FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds) {
+  const auto entityManager = Zev::makeObject<Vanta::EntityManager>(stateFolder);
+  orderedTables_ = Zev::makeObject<Asic::OrderedTableInterface>(loop_, entityManager);
+  orderedTables_->makeGroupIntf(FecTableConstants::kAgentName, FecTableConstants::kGroupName,
+                                FecTableConstants::kTableId.agentAndGroupId());
+  group_ = orderedTables_->groupIntf(Asic::Constants::canonicalizeGroupName(
+      FecTableConstants::kAgentName, FecTableConstants::kGroupName));
+  resourceTable_ =
+      Zev::makeObject<ResourceTable>(loop_, group_->groupResolver(), group_->groupLog());
+  const auto name = Zev::makeObject<Asic::CanonicalTableName>(
+      Asic::OrderedTableType::resourceTable, "", "IntfIdToDestIdResourceTable.LoamAdj");
+  orderedTables_->resourceTableIs(name->name(), resourceTable_);
+  fec_ = LoamFec::FecTableInterface::getIntf(orderedTables_);
+  for (const Asic::UnitId unitId : unitIds) {
+    fec_->makeSwTable(unitId, nullptr, false);
+    sweepOrphans(unitId);
+  }
+  hardware_ = std::make_unique<SimAsic::SimulatedAsic>(stateFolder, unitIds);
+  hardwareSide_ = std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(),
+                                                          *hardware_);
+  hardwareSide_->reportAgain();
+}
+
+FecAgent::~FecAgent() {
+  hardwareSide_ = nullptr;
+  group_->groupResolver()->resolverQueueDelIf([](const Asic::ResolverEntry&) { return true; });
+  fec_ = nullptr;
+  Zev::Entity::singletonDelAll();
+}
+
+// A deletion's log row may be cleaned up while its unit's configuration table is not mounted, or
+// just before the process dies: the row it marked then has nothing left that would remove it.
+void FecAgent::sweepOrphans(Asic::UnitId unitId) {
+  auto& entries = fec_->entryLog()->tableConfigGlint(unitId)->swTableEntries();
+  auto& log = fec_->entryLog()->tableEntryLog()->entryLogConfig();
+  const Pell::Ptr<Asic::GroupLog>& groupLog = group_->groupLog();
+  Asic::LogVersion committed;
+  Glint::guarded(groupLog->versionsMap(),
+                 [&] { committed = groupLog->tableVersion(FecTableConstants::kTableId); });
+  Glint::forEachRow(entries, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+    if (row.isDeleted() && row.version() <= committed &&
+        !Glint::guardedRow(log, row.version()).has_value()) {
+      entries.rowDel(row.key());
+    }
+  });
+}
+
+bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {
+  const auto* table = hardware_->hardwareTable(unitId);
+  auto& entries = fec_->entryLog()->tableConfigGlint(unitId)->swTableEntries();
+  std::uint32_t live = 0;
+  bool equal = true;
+  Glint::forEachRow(entries, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+    if (row.isDeleted()) {
+      return;
+    }
+    ++live;
+    const auto* held = table->find(row.key());
+    equal = equal && held != nullptr &&
+            LoamFec::FecTableDataModelLogEntry::isEq(*held, row.logEntry());
+  });
+  return equal && live == table->size();
+}
+
+}  // namespace Agent
