@@ -38,7 +38,9 @@ bool FecClient::write(const Key& key, const Entry& entry, AnswerHandler handler)
   if (isNewKey && rows.rowCount() + newKeys_ >= kCapacity) {
     return false;
   }
-  accept(key, {entry, std::move(handler)}, isNewKey);
+  Entry written = entry;
+  written.key = key;
+  accept(key, {written, std::move(handler)}, isNewKey);
   return true;
 }
 

@@ -1,7 +1,6 @@
 #include "testing/TemporaryRoot.h"
 
-#include <stdlib.h>
-
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 

@@ -5,15 +5,14 @@
 
 namespace testing_support {
 
-// Place of a virtual member function in its class's table of virtual functions, from 0. The
-// Itanium C++ ABI writes it into the member function pointer, as 1 plus the offset in bytes; a
-// destructor takes two places.
-template <typename MemberFunction>
-std::size_t virtualSlot(MemberFunction function) {
-  std::size_t word = 0;
-  static_assert(sizeof function == 2 * sizeof word);
-  std::memcpy(&word, &function, sizeof word);
-  return (word - 1) / sizeof(void*);
+// Slot of a virtual operation in its class's table, counted from 0; the destructor takes two slots.
+// Reads the Itanium ABI's pointer to member: the slot's offset, plus one on most processors.
+template <typename Member>
+std::ptrdiff_t virtualSlot(Member member) {
+  std::ptrdiff_t words[2] = {};
+  static_assert(sizeof member == sizeof words, "a pointer to member is two words");
+  std::memcpy(words, &member, sizeof words);
+  return words[0] / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
 }  // namespace testing_support

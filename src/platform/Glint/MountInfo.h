@@ -32,7 +32,8 @@ enum class ZevGlintType : std::uint8_t {
 // Kind: value type.
 class CollectionInfo {
  public:
-  // The capacity is the nominal one, at least 1; the file has room for more rows than that.
+  // The capacity is the nominal one, at least 1; the file has room for more rows than that. A
+  // reader may give 0, which takes what the file has.
   CollectionInfo(Pell::String name, std::uint32_t capacity)
       : name_(std::move(name)), capacity_(capacity) {}
 

@@ -92,12 +92,12 @@ ResourceTable::IntfIdToDestIdResourceTableResourceTable(
     : groupResolver_(groupResolver),
       groupLog_(groupLog),
       turn_(loop, [this] { review(); }),
-      appliedSubscriber_([this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*,
-                                const void*) {
-        if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute && !review_.empty()) {
-          turn_.mark();
-        }
-      }) {
+      appliedSubscriber_(
+          [this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
+            if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute && !review_.empty()) {
+              turn_.mark();
+            }
+          }) {
   groupLog_->publisher().subscriberAdd(appliedSubscriber_);
 }
 

@@ -38,8 +38,7 @@ struct DestId {
 // replaced is free, and reported so, only when no hardware entry uses it any more.
 class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase {
  public:
-  static constexpr const char* kTypeName =
-      "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable";
+  static constexpr const char* kTypeName = "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable";
 
   using Key = IntfIdToDestIdResourceTableEntryKey;
   using Dependency = Pell::Ptr<Asic::DependencyEntryHandle const>;
@@ -103,8 +102,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
 
     // The handle of the key: always the same object, never null. May be called any number of
     // times; it is not counted, and asks nothing of the client. The dependency is not used.
-    virtual Pell::Ptr<ResourceHandle const> request(const Key& key,
-                                                    const Dependency& dependency);
+    virtual Pell::Ptr<ResourceHandle const> request(const Key& key, const Dependency& dependency);
     // The client uses the handle and has taken in its update of that number; the dependency names
     // the operation that carries it to the hardware (null: none). Numbers may repeat; one that is
     // not the handle's current one acknowledges nothing.

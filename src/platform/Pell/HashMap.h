@@ -74,33 +74,40 @@ class HashMap {
   bool has(const Key& key) const { return index_.contains(key); }
 
   // Null when the key is absent.
-  Value* find(const Key& key) {
-    const auto found = index_.find(key);
-    return found == index_.end() ? nullptr : &slots_[found->second]->value;
-  }
+  Value* find(const Key& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
   const Value* find(const Key& key) const {
+    if (index_.empty()) {  // many maps are, most of the time: spare them the hash
+      return nullptr;
+    }
     const auto found = index_.find(key);
     return found == index_.end() ? nullptr : &slots_[found->second]->value;
   }
 
   // Inserts or replaces; true when the key is new. The replaced value goes after the new one is in.
   bool insertOrAssign(const Key& key, Value value) {
-    if (Value* held = find(key); held != nullptr) {
-      std::swap(*held, value);
+    const auto [indexed, isNew] = index_.try_emplace(key);
+    if (!isNew) {
+      std::swap(slots_[indexed->second]->value, value);
       return false;
     }
-    insertAbsent(key, std::move(value));
+    fillSlot(indexed->second, key, std::move(value));
     return true;
   }
 
   // The element's value, made by default when the key is absent.
   Value& operator[](const Key& key) {
-    Value* held = find(key);
-    return held != nullptr ? *held : insertAbsent(key, Value());
+    const auto [indexed, isNew] = index_.try_emplace(key);
+    if (isNew) {
+      fillSlot(indexed->second, key, Value());
+    }
+    return slots_[indexed->second]->value;
   }
 
   // Removes the key and hands the value to the caller; nothing when the key is absent.
   std::optional<Value> take(const Key& key) {
+    if (index_.empty()) {
+      return std::nullopt;
+    }
     const auto found = index_.find(key);
     if (found == index_.end()) {
       return std::nullopt;
@@ -157,17 +164,16 @@ class HashMap {
     return std::min(at, end());
   }
 
-  Value& insertAbsent(const Key& key, Value&& value) {
-    Cursor slot = end();
+  // Gives a new key its slot; `indexed` is the index's word for it.
+  void fillSlot(Cursor& indexed, const Key& key, Value&& value) {
     if (free_.empty()) {
+      indexed = end();
       slots_.grow();
     } else {
-      slot = free_.back();
+      indexed = free_.back();
       free_.pop_back();
     }
-    slots_[slot].emplace(Element{key, std::move(value)});
-    index_.emplace(key, slot);
-    return slots_[slot]->value;
+    slots_[indexed].emplace(Element{key, std::move(value)});
   }
 
   Slots slots_;

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "Pell/Assert.h"
@@ -97,10 +99,39 @@ class Ptr {
   T* object_ = nullptr;
 };
 
-// Down-cast that checks the object's class; null in, or another class, gives null.
+// Count for an object that the Ptrs of one thread share; Derived is the object's class.
+//
+// Invariants: the object is made with new, goes into a Ptr at once and ends with its last one.
+template <typename Derived>
+class SharedByOneThread {
+ public:
+  SharedByOneThread() = default;
+  SharedByOneThread(const SharedByOneThread&) = delete;
+  SharedByOneThread& operator=(const SharedByOneThread&) = delete;
+
+  void refInc() const noexcept { ++references_; }
+  void refDec() const noexcept {
+    if (--references_ == 0) {
+      delete static_cast<const Derived*>(this);
+    }
+  }
+
+ protected:
+  ~SharedByOneThread() = default;
+
+ private:
+  mutable std::uint32_t references_ = 0;
+};
+
+// Down-cast that checks the object's class; null in, or another class, gives null. An object of
+// exactly the class asked for, which is the rule, needs no look at its bases.
 template <typename To, typename From>
 Ptr<To> dynamicPtrCast(const Ptr<From>& from) noexcept {
-  return Ptr<To>(dynamic_cast<To*>(from.get()));
+  From* object = from.get();
+  if (object != nullptr && &typeid(*object) == &typeid(To)) {
+    return Ptr<To>(static_cast<To*>(object));
+  }
+  return Ptr<To>(dynamic_cast<To*>(object));
 }
 
 }  // namespace Pell

@@ -12,7 +12,7 @@
 
 namespace Pell {
 
-struct Publisher::State {
+struct Publisher::State : SharedByOneThread<State> {
   std::vector<Subscriber*> subscribers;  // null: removed during a delivery
   std::uint32_t deliveries = 0;          // nested deliveries under way
   std::size_t count = 0;                 // subscribers without the holes
@@ -21,19 +21,18 @@ struct Publisher::State {
 void Subscriber::notify(Publisher* publisher, short attributeId, const void* element,
                         const void* oldValue) {
   // A callback may destroy this subscriber, and with it the function that is running.
-  const std::shared_ptr<const Callback> callback = callback_;
-  (*callback)(publisher, this, attributeId, element, oldValue);
+  const Ptr<Callee> callee = callee_;
+  callee->call(publisher, this, attributeId, element, oldValue);
 }
 
-Publisher::~Publisher() {
-  if (state_ != nullptr) {
-    std::fill(state_->subscribers.begin(), state_->subscribers.end(), nullptr);
-  }
+void Publisher::end() {
+  std::fill(state_->subscribers.begin(), state_->subscribers.end(), nullptr);
+  state_->refDec();
 }
 
 void Publisher::subscriberAdd(Subscriber& subscriber) {
   if (state_ == nullptr) {
-    state_ = std::make_shared<State>();
+    state_ = Ptr<State>(new State).detach();
   }
   state_->subscribers.push_back(&subscriber);
   ++state_->count;
@@ -60,15 +59,15 @@ bool Publisher::idleState() const { return state_->count == 0 && state_->deliver
 
 void Publisher::deliver(short attributeId, const void* element, const void* oldValue) {
   struct Delivery {
-    explicit Delivery(std::shared_ptr<State> s) : state(std::move(s)) { ++state->deliveries; }
+    explicit Delivery(State* s) : state(s) { ++state->deliveries; }
     ~Delivery() {
-      if (--state->deliveries == 0) {
+      if (--state->deliveries == 0 && state->count < state->subscribers.size()) {
         std::erase(state->subscribers, nullptr);
       }
     }
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
-    std::shared_ptr<State> state;
+    Ptr<State> state;
   };
   const Delivery delivery(state_);
   const std::size_t known = delivery.state->subscribers.size();

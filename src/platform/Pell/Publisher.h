@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <memory>
 #include <utility>
+
+#include "Pell/Ptr.h"
 
 namespace Pell {
 
@@ -23,8 +23,7 @@ class Subscriber {
   using Callback = std::function<void(Publisher*, Subscriber*, short attributeId,
                                       const void* element, const void* oldValue)>;
 
-  explicit Subscriber(Callback callback)
-      : callback_(std::make_shared<const Callback>(std::move(callback))) {}
+  explicit Subscriber(Callback callback) : callee_(new Callee(std::move(callback))) {}
   Subscriber(const Subscriber&) = delete;
   Subscriber& operator=(const Subscriber&) = delete;
 
@@ -32,13 +31,18 @@ class Subscriber {
   void notify(Publisher* publisher, short attributeId, const void* element, const void* oldValue);
 
  private:
-  std::shared_ptr<const Callback> callback_;  // also held by a notify() that is under way
+  struct Callee : SharedByOneThread<Callee> {
+    explicit Callee(Callback callback) : call(std::move(callback)) {}
+    const Callback call;
+  };
+
+  Ptr<Callee> callee_;  // also held by a notify() that is under way
 };
 
 // Announces attribute changes of one object to its subscribers, in the order in which they came.
 //
-// Kind: object with identity; while nobody ever subscribed, two null words, and publishing costs
-// one comparison.
+// Kind: object with identity; while nobody ever subscribed, one null word, and publishing costs one
+// comparison.
 // Ownership: owned by the object that it speaks for; refers to subscribers without owning them.
 // Threads: one.
 // Invariants: during a delivery any subscriber may be added (it hears the next change), removed
@@ -48,7 +52,11 @@ class Publisher {
   Publisher() = default;
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
-  ~Publisher();
+  ~Publisher() {
+    if (state_ != nullptr) [[unlikely]] {
+      end();
+    }
+  }
 
   // Adding a subscriber twice makes it hear everything twice.
   void subscriberAdd(Subscriber& subscriber);
@@ -79,8 +87,9 @@ class Publisher {
     }
   }
   void deliver(short attributeId, const void* element, const void* oldValue);
+  void end();
 
-  std::shared_ptr<State> state_;
+  State* state_ = nullptr;  // also held by the deliveries under way
 };
 
 }  // namespace Pell

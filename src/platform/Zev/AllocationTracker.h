@@ -1,33 +1,32 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <vector>
+
+#include "Zev/Count.h"
 
 namespace Zev {
 
 // Counts the live objects of one type, so that a test can show that none is left.
 //
 // Kind: object with static lifetime, one a type, made on first use through trackerOf<T>().
-// Threads: objects may be made and released on any thread; a type is first used on the loop's.
+// Threads: as the counts of the objects: one, in thread-safe-pointer mode any number. A type is first
+// used on the loop's.
 class AllocationTracker {
  public:
   explicit AllocationTracker(std::string_view typeName);
   AllocationTracker(const AllocationTracker&) = delete;
   AllocationTracker& operator=(const AllocationTracker&) = delete;
 
-  void allocated() {
-    live_.fetch_add(1, std::memory_order_relaxed);
-    total_.fetch_add(1, std::memory_order_relaxed);
-  }
-  void released() { live_.fetch_sub(1, std::memory_order_relaxed); }
+  void allocated() { made_.raise(); }
+  void released() { gone_.raise(); }
 
   std::string_view typeName() const { return typeName_; }
   // Objects that exist now.
-  std::int64_t live() const { return live_.load(std::memory_order_relaxed); }
+  std::int64_t live() const { return made_.value() - gone_.value(); }
   // Objects ever made.
-  std::int64_t total() const { return total_.load(std::memory_order_relaxed); }
+  std::int64_t total() const { return made_.value(); }
 
   // Every tracker that exists, in the order in which the types were first used.
   static const std::vector<const AllocationTracker*>& all();
@@ -36,8 +35,8 @@ class AllocationTracker {
 
  private:
   std::string_view typeName_;
-  std::atomic<std::int64_t> live_ = 0;
-  std::atomic<std::int64_t> total_ = 0;
+  Count<std::int64_t> made_{0};
+  Count<std::int64_t> gone_{0};
 };
 
 }  // namespace Zev

@@ -4,12 +4,10 @@
 
 namespace Zev {
 
-std::atomic<bool> PtrInterface::sThreadSafe = false;
-
-bool threadSafePtrMode() { return PtrInterface::sThreadSafe.load(std::memory_order_relaxed); }
+constinit std::atomic<bool> Detail::threadSafeCounts = false;
 
 void threadSafePtrModeIs(bool on) {
-  PtrInterface::sThreadSafe.store(on, std::memory_order_relaxed);
+  Detail::threadSafeCounts.store(on, std::memory_order_relaxed);
 }
 
 const Pell::Publisher* PtrInterface::notifieeList() const { return nullptr; }

@@ -1,11 +1,13 @@
 #pragma once
 
-#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
 #include "Pell/Ptr.h"
 #include "Zev/AllocationTracker.h"
+#include "Zev/Count.h"
+#include "Zev/ObjectMemory.h"
 #include "Zev/TypeRecord.h"
 
 namespace Pell {
@@ -13,10 +15,6 @@ class Publisher;
 }
 
 namespace Zev {
-
-// Whether counts are updated atomically. Off at start; switch it before objects cross threads.
-bool threadSafePtrMode();
-void threadSafePtrModeIs(bool on);
 
 // Base of every object of the platform: counted, typed, and able to tell whether it is live.
 //
@@ -37,31 +35,23 @@ class PtrInterface {
   virtual void zeroReferencesIs(bool zero);
   virtual const TypeRecord& fwkType() const = 0;
 
+  static void* operator new(std::size_t bytes) { return ObjectMemory::take(bytes); }
+  static void operator delete(void* block, std::size_t bytes) noexcept {
+    ObjectMemory::give(block, bytes);
+  }
+
  protected:
   PtrInterface() = default;
   virtual ~PtrInterface();
 
  public:
-  void refInc() const noexcept {
-    if (sThreadSafe.load(std::memory_order_relaxed)) [[unlikely]] {
-      references_.fetch_add(1, std::memory_order_relaxed);
-    } else {
-      references_.store(references() + 1, std::memory_order_relaxed);
-    }
-  }
-  void refDec() const noexcept {
-    std::uint32_t left = 0;
-    if (sThreadSafe.load(std::memory_order_relaxed)) [[unlikely]] {
-      left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    } else {
-      left = references() - 1;
-      references_.store(left, std::memory_order_relaxed);
-    }
-    if (left == 0 && !beingDestroyed_) {
+  [[gnu::always_inline]] void refInc() const noexcept { references_.raise(); }
+  [[gnu::always_inline]] void refDec() const noexcept {
+    if (references_.lower() == 0 && !beingDestroyed_) [[unlikely]] {
       const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
     }
   }
-  std::uint32_t references() const noexcept { return references_.load(std::memory_order_relaxed); }
+  std::uint32_t references() const noexcept { return references_.value(); }
 
   // Set by makeObject() once construction is complete, cleared first thing by a destructor: while
   // it is off, no change notification reaches the object.
@@ -73,13 +63,9 @@ class PtrInterface {
  private:
   template <typename T, typename... Arguments>
   friend Pell::Ptr<T> makeObject(Arguments&&... arguments);
-  friend bool threadSafePtrMode();
-  friend void threadSafePtrModeIs(bool on);
-
-  static std::atomic<bool> sThreadSafe;
 
   AllocationTracker* tracker_ = nullptr;
-  mutable std::atomic<std::uint32_t> references_ = 1;
+  mutable Count<std::uint32_t> references_{1};
   bool notificationActive_ = false;
   bool beingDestroyed_ = false;
 };
@@ -95,6 +81,7 @@ AllocationTracker& trackerOf() {
 // object notification-active. What the constructor throws propagates; nothing is left then.
 template <typename T, typename... Arguments>
 Pell::Ptr<T> makeObject(Arguments&&... arguments) {
+  static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
   T* object = new T(std::forward<Arguments>(arguments)...);
   PtrInterface* base = object;
   base->tracker_ = &trackerOf<T>();

@@ -488,14 +488,17 @@ class EveryBit : public CorruptionTest {
     }
   }
 
-  // Each bit of each part of the file that means something.
+  // Each bit of each part of the file that means something; of the slots, one of each kind: at the
+  // head and at the end of a chain, and free.
   template <typename Visit>
   static void forEachBit(Visit visit) {
     const std::pair<std::uint64_t, std::uint64_t> parts[] = {
         {0, sizeof(Glint::Header)},
         {kOffsets.head(0), 4 * kCapacity},
         {kOffsets.link(0), 4 * kSlots},
-        {kOffsets.slot(0), Glint::slotBytes(sizeof(RisingRow)) * kSlots}};
+        {kOffsets.slot(0), Glint::slotBytes(sizeof(RisingRow))},
+        {kOffsets.slot(8), Glint::slotBytes(sizeof(RisingRow))},
+        {kOffsets.slot(kRows), Glint::slotBytes(sizeof(RisingRow))}};
     for (const auto& [begin, bytes] : parts) {
       for (std::uint64_t bit = 8 * begin; bit < 8 * (begin + bytes); ++bit) {
         visit(bit);

@@ -20,7 +20,6 @@ using glint_test::risingRow;
 using glint_test::SmallRow;
 using glint_test::smallRow;
 using glint_test::State;
-using glint_test::TestEntity;
 using glint_test::walk;
 
 class GlintMapTest : public testing_support::LeakCheckedTest {

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -15,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include <errno.h>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -30,7 +30,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using glint_test::OddRow;
-using glint_test::oddRow;
 using glint_test::SmallRow;
 using glint_test::smallRow;
 using glint_test::State;

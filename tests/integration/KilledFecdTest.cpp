@@ -1,0 +1,97 @@
+// SIGKILL in the middle of a replay: the tables it leaves mount and verify clean, and the next
+// replay ends equal to the capture.
+
+#include <sched.h>
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "Asic/Constants.h"
+#include "Glint/SharedMemEntityManager.h"
+#include "Glint/Verify.h"
+#include "Program.h"
+#include "Vanta/EntityManager.h"
+#include "records/FecSharedTables.h"
+#include "records/FecTableConstants.h"
+#include "testing/TemporaryRoot.h"
+
+namespace {
+
+using LoamFec::FecTableConstants;
+
+const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
+
+std::vector<std::string> replayOfTheThreeCaptures(const std::string& state) {
+  std::vector<std::string> arguments = {FECD, "replay", "--state", state, "--json"};
+  for (const char* moment : {"a-before", "b-four-links-down", "c-links-back"}) {
+    arguments.insert(arguments.end(),
+                     {"--links", kCaptures + "links-" + moment + ".json", "--nexthops",
+                      kCaptures + "nexthops-" + moment + ".json"});
+  }
+  return arguments;
+}
+
+// The last log version that another process can see; 0 while there is no log.
+std::uint64_t visibleLogVersion(const std::string& state) {
+  const auto entityManager = Zev::makeObject<Vanta::EntityManager>(state);
+  const auto manager = ZevSharedMem::getEntityManager(entityManager);
+  ZevGlint::MountInfo info(ZevGlint::ZevGlintType::reader);
+  info.collectionInfoIs({LoamFec::FecTableDataModelEntryLogGlint::kCollectionName,
+                         FecTableConstants::kEntryLogCapacity});
+  const Pell::String path = Asic::Constants::tableEntryLogGlintPath(
+      FecTableConstants::kGroupName, FecTableConstants::kAgentName, FecTableConstants::kTableName);
+  try {
+    manager->doMount(path, LoamFec::FecTableDataModelEntryLogGlint::kTypeName, info);
+  } catch (const ZevGlint::MountException&) {
+    return 0;
+  }
+  return Pell::dynamicPtrCast<LoamFec::FecTableDataModelEntryLogGlint>(manager->getEntity(path))
+      ->entryLogConfig()
+      .control()
+      .scratchpad();
+}
+
+class KilledFecdTest : public ::testing::TestWithParam<std::uint64_t> {
+ protected:
+  testing_support::TemporaryRoot files_;
+  testing_support::TemporaryRoot parent_;
+  std::string state_ = parent_.path() + "/state";
+};
+
+TEST_P(KilledFecdTest, LeavesTablesThatVerifyAndTheNextReplayEndsEqual) {
+  const std::uint64_t killAt = GetParam();
+  {
+    integration::Program victim(replayOfTheThreeCaptures(state_), files_.path());
+    while (victim.running() && visibleLogVersion(state_) < killAt) {
+      ::sched_yield();
+    }
+    victim.kill();
+  }
+  const std::uint64_t left = visibleLogVersion(state_);
+  EXPECT_GE(left, killAt);
+  std::size_t tables = 0;
+  for (const auto& file : std::filesystem::directory_iterator(state_)) {
+    if (file.path().extension() == ".table") {
+      ++tables;
+      const Glint::Verification found = Glint::verifyTable(file.path().string());
+      EXPECT_TRUE(found.clean()) << file.path() << ": " << found.findings.front();
+    }
+  }
+  EXPECT_GE(tables, 3U);
+  const auto again = integration::run(replayOfTheThreeCaptures(state_), files_.path());
+  ASSERT_EQ(again.exitCode, 0) << again.out << again.err;
+  EXPECT_GE(visibleLogVersion(state_), left);
+  const auto compared = integration::run(
+      {FECCTL, "show", "fec", "--state", state_, "--limit", "1", "--compare-links",
+       kCaptures + "links-c-links-back.json", "--compare-nexthops",
+       kCaptures + "nexthops-c-links-back.json"},
+      files_.path());
+  EXPECT_EQ(compared.exitCode, 0) << compared.out;
+  EXPECT_NE(compared.out.find("4225 equal, 0 different"), std::string::npos) << compared.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(AtLogVersions, KilledFecdTest,
+                         ::testing::Values(1, 2, 777, 2000, 3333, 4225, 4300));
+
+}  // namespace

@@ -1,0 +1,197 @@
+// How the agent's clients reach the table: one operation a key, coalescing, suspension, admission.
+
+#include "agent/FecClient.h"
+
+#include <optional>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "agent/NextHopEntry.h"
+#include "testing/FecHarness.h"
+#include "testing/LeakCheck.h"
+
+namespace {
+
+using Agent::Answer;
+using testing_support::FecHarness;
+using LoamFec::FecTableConstants;
+
+class FecClientTest : public testing_support::LeakCheckedTest {
+ protected:
+  FecClientTest() {
+    harness_.table();
+    client_.emplace(harness_.loop(), Pell::Ptr<LoamFec::FecTableSwTable>(&harness_.table()));
+    harness_.destinationIs("eth1", 100);
+  }
+
+  bool write(std::uint32_t fecId, const Pell::String& intfName, std::uint32_t mark = 0) {
+    return client_->write(FecHarness::key(fecId), FecHarness::entry(intfName, mark), record());
+  }
+  void remove(std::uint32_t fecId) { client_->remove(FecHarness::key(fecId), record()); }
+  Agent::FecClient::AnswerHandler record() {
+    return [this](Answer answer) { answers_.push_back(answer); };
+  }
+  void settle() {
+    harness_.run();
+    harness_.reportAll();
+    harness_.run();
+  }
+  std::uint32_t queued() { return harness_.group()->groupResolver()->resolverQueueLength(); }
+
+  FecHarness harness_;
+  std::optional<Agent::FecClient> client_;
+  std::vector<Answer> answers_;
+};
+
+TEST_F(FecClientTest, AWriteIsAnsweredWhenTheHardwareHasIt) {
+  ASSERT_TRUE(write(1, "eth1"));
+  harness_.run();
+  EXPECT_TRUE(answers_.empty());
+  EXPECT_EQ(client_->unanswered(), 1U);
+  settle();
+  EXPECT_EQ(answers_, std::vector{Answer::programmed});
+  EXPECT_EQ(client_->unanswered(), 0U);
+}
+
+TEST_F(FecClientTest, ALaterRequestOfTheKeyWaitsForTheOneInTheTable) {
+  ASSERT_TRUE(write(1, "eth9"));
+  remove(1);
+  harness_.run();
+  EXPECT_EQ(queued(), 1U);
+  EXPECT_EQ(harness_.log().tableVersion().value(), 0U);
+  harness_.destinationIs("eth9", 9);
+  settle();
+  settle();
+  EXPECT_EQ(answers_, (std::vector{Answer::programmed, Answer::programmed}));
+  EXPECT_FALSE(harness_.table().entryHas(FecHarness::key(1)));
+}
+
+TEST_F(FecClientTest, ARequestThatWaitsIsSupersededByTheNext) {
+  ASSERT_TRUE(write(1, "eth9", 1));
+  ASSERT_TRUE(write(1, "eth1", 2));
+  ASSERT_TRUE(write(1, "eth1", 3));
+  EXPECT_EQ(answers_, std::vector{Answer::superseded});
+  EXPECT_EQ(client_->unanswered(), 2U);
+  EXPECT_EQ(client_->intended(FecHarness::key(1))->opaqueA, 3U);
+  harness_.destinationIs("eth9", 9);
+  settle();
+  settle();
+  EXPECT_EQ(harness_.table().entryRead(FecHarness::key(1)).opaqueA, 3U);
+  EXPECT_EQ(client_->unanswered(), 0U);
+}
+
+TEST_F(FecClientTest, ARemoveOfWhatIsNotThereSucceeds) {
+  remove(5);
+  settle();
+  EXPECT_EQ(answers_, std::vector{Answer::programmed});
+}
+
+TEST_F(FecClientTest, AFailedWriteIsAnsweredFailed) {
+  harness_.resources().destinationFailed(Wirex::IntfId::fromName("eth7"));
+  harness_.run();
+  ASSERT_TRUE(write(1, "eth7"));
+  settle();
+  EXPECT_EQ(answers_, std::vector{Answer::failed});
+}
+
+TEST_F(FecClientTest, WhatIsIntendedIsTheNewestRequestThenTheTable) {
+  EXPECT_FALSE(client_->intended(FecHarness::key(1)).has_value());
+  ASSERT_TRUE(write(1, "eth1", 1));
+  settle();
+  EXPECT_EQ(client_->intended(FecHarness::key(1))->opaqueA, 1U);
+  remove(1);
+  EXPECT_FALSE(client_->intended(FecHarness::key(1)).has_value());
+  ASSERT_TRUE(write(2, "eth9", 2));
+  std::vector<std::uint32_t> keys;
+  client_->forEachIntended([&](const auto& entry) { keys.push_back(entry.key.fecId()); });
+  EXPECT_EQ(keys, std::vector{2U});
+}
+
+TEST_F(FecClientTest, UnansweredWritesAreListedAndRemovesAreNot) {
+  ASSERT_TRUE(write(1, "eth9", 1));
+  remove(1);
+  std::vector<std::uint32_t> marks;
+  client_->forEachUnansweredWrite([&](const auto& entry) { marks.push_back(entry.opaqueA); });
+  EXPECT_EQ(marks, std::vector{1U});
+}
+
+TEST_F(FecClientTest, NothingIsPassedOnWhileTheTableIsSuspendedAndAllOfItAfterwards) {
+  harness_.fec().swTableStatus()->suspendIs(true);
+  ASSERT_TRUE(write(1, "eth1", 1));
+  ASSERT_TRUE(write(2, "eth1", 2));
+  ASSERT_TRUE(write(1, "eth1", 3));
+  EXPECT_EQ(queued(), 0U);
+  EXPECT_EQ(answers_, std::vector{Answer::superseded});
+  harness_.fec().swTableStatus()->suspendIs(false);
+  EXPECT_EQ(queued(), 0U);
+  settle();
+  EXPECT_EQ(answers_, (std::vector{Answer::superseded, Answer::programmed, Answer::programmed}));
+  EXPECT_EQ(harness_.table().entryRead(FecHarness::key(1)).opaqueA, 3U);
+}
+
+class FullTableTest : public FecClientTest {
+ protected:
+  void fillTo(std::uint32_t rows) {
+    auto& config = harness_.log().tableConfigGlint(Asic::UnitId(0))->swTableEntries();
+    for (std::uint32_t fecId = 1; fecId <= rows; ++fecId) {
+      LoamFec::FecTableDataModelLogEntry entry;
+      entry.key = FecHarness::key(fecId);
+      config.rowIs({entry, {}, Asic::LogVersion(1), false});
+    }
+  }
+};
+
+TEST_F(FullTableTest, TheLastRowIsGivenAndTheOneBeyondIsRefused) {
+  fillTo(FecTableConstants::kConfigCapacity - 1);
+  EXPECT_TRUE(write(1'000'000, "eth1"));
+  EXPECT_FALSE(write(1'000'001, "eth1"));
+  settle();
+  EXPECT_FALSE(write(1'000'001, "eth1"));
+  EXPECT_EQ(answers_, std::vector{Answer::programmed});
+}
+
+TEST_F(FullTableTest, AFullTableStillTakesWritesOfItsOwnKeys) {
+  fillTo(FecTableConstants::kConfigCapacity);
+  EXPECT_TRUE(write(1, "eth1"));
+  EXPECT_FALSE(write(1'000'000, "eth1"));
+}
+
+TEST_F(FullTableTest, ANewKeyThatWasAnsweredGivesItsReservationBack) {
+  fillTo(FecTableConstants::kConfigCapacity - 2);
+  ASSERT_TRUE(write(1'000'000, "eth1"));
+  ASSERT_TRUE(write(1'000'000, "eth1", 2));
+  settle();
+  settle();
+  EXPECT_TRUE(write(1'000'001, "eth1"));
+}
+
+TEST_F(FecClientTest, AClientThatHasGoneAnswersNobody) {
+  ASSERT_TRUE(write(1, "eth1"));
+  client_.reset();
+  settle();
+  EXPECT_TRUE(answers_.empty());
+}
+
+TEST(NextHopEntry, AGatewayAndItsAbsenceReadBack) {
+  Agent::NextHop nextHop;
+  nextHop.id = 7;
+  nextHop.intf = Wirex::IntfId::fromName("eth1");
+  EXPECT_EQ(Agent::gatewayText(Agent::entryOf(nextHop).logEntry()), "-");
+  nextHop.hasGateway = true;
+  nextHop.gateway = 0x0a000102;
+  nextHop.protocol = 11;
+  nextHop.scope = 253;
+  nextHop.flags = 4;
+  const auto entry = Agent::entryOf(nextHop);
+  EXPECT_EQ(Agent::gatewayText(entry.logEntry()), "10.0.1.2");
+  EXPECT_EQ(entry.opaqueB, 0x04fd0bU);
+  EXPECT_EQ(entry.key.fecId(), 7U);
+  auto resolved = entry;
+  resolved.resolvedDest.first = 5;
+  EXPECT_TRUE(Agent::asksTheSame(entry, resolved));
+  resolved.opaqueA += 1;
+  EXPECT_FALSE(Agent::asksTheSame(entry, resolved));
+}
+
+}  // namespace
