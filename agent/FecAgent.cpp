@@ -35,8 +35,8 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
     sweepOrphans(unitId);
   }
   hardware_ = std::make_unique<SimAsic::SimulatedAsic>(stateFolder, unitIds);
-  hardwareSide_ = std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(),
-                                                          *hardware_);
+  hardwareSide_ =
+      std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(), *hardware_);
   hardwareSide_->reportAgain();
 }
 
@@ -75,8 +75,8 @@ bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {
     }
     ++live;
     const auto* held = table->find(row.key());
-    equal = equal && held != nullptr &&
-            LoamFec::FecTableDataModelLogEntry::isEq(*held, row.logEntry());
+    equal =
+        equal && held != nullptr && LoamFec::FecTableDataModelLogEntry::isEq(*held, row.logEntry());
   });
   return equal && live == table->size();
 }

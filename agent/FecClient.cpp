@@ -15,12 +15,12 @@ constexpr std::uint32_t kCapacity = LoamFec::FecTableConstants::kConfigCapacity;
 FecClient::FecClient(Zev::EventLoop& loop, const Pell::Ptr<LoamFec::FecTableSwTable>& table)
     : table_(table),
       resume_(loop, [this] { resume(); }),
-      statusSubscriber_([this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*,
-                               const void*) {
-        if (attributeId == Asic::OrderedSwTableStatus::kSuspendAttribute) {
-          resume_.mark();
-        }
-      }) {
+      statusSubscriber_(
+          [this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
+            if (attributeId == Asic::OrderedSwTableStatus::kSuspendAttribute) {
+              resume_.mark();
+            }
+          }) {
   table_->status()->publisher().subscriberAdd(statusSubscriber_);
 }
 

@@ -43,8 +43,8 @@ class FecClient {
   FecClient& operator=(const FecClient&) = delete;
   ~FecClient();
 
-  // Writes the entry under the key, whatever key stands in the entry. False, with no answer to come:
-  // the unit's table could not hold another entry.
+  // Writes the entry under the key, whatever key stands in the entry. False, with no answer to
+  // come: the unit's table could not hold another entry.
   [[nodiscard]] bool write(const Key& key, const Entry& entry, AnswerHandler handler);
   // Removing what is not there succeeds.
   void remove(const Key& key, AnswerHandler handler);

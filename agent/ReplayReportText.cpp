@@ -143,9 +143,11 @@ std::string reportTable(const std::vector<LabelledReport>& reports) {
   table.count("failed", [](const ReplayReport& r) { return r.failed; });
   table.count("superseded", [](const ReplayReport& r) { return r.superseded; });
   table.count("waiting", [](const ReplayReport& r) { return r.waiting; });
-  breakdown(table, columns, [](const ReplayReport& r) -> auto& { return r.waitingFor; });
+  breakdown(
+      table, columns, [](const ReplayReport& r) -> auto& { return r.waitingFor; });
   table.count("skipped", skipped);
-  breakdown(table, columns, [](const ReplayReport& r) -> auto& { return r.skippedByKind; });
+  breakdown(
+      table, columns, [](const ReplayReport& r) -> auto& { return r.skippedByKind; });
   table.count("log versions", [](const ReplayReport& r) { return r.logVersions; });
   table.count("entries", [](const ReplayReport& r) { return r.entries; });
   table.count("hardware equals table",

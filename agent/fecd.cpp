@@ -63,8 +63,8 @@ int replay(const Options& options) {
   Agent::Replay replay(agent, unit, !options.json);
   std::vector<Agent::LabelledReport> reports;
   for (std::size_t i = 0; i < snapshots.size(); ++i) {
-    reports.push_back({options.nextHopFiles[i],
-                       replay.apply(snapshots[i], options.nextHopFiles[i])});
+    reports.push_back(
+        {options.nextHopFiles[i], replay.apply(snapshots[i], options.nextHopFiles[i])});
   }
   std::cout << (options.json ? reportJson(reports) : reportTable(reports)) << std::flush;
   const Agent::ReplayReport sum = total(reports);

@@ -7,26 +7,25 @@
 namespace SimAsic {
 
 HardwareSide::HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInterface>& group,
-                           const Pell::Ptr<Asic::OrderedSwTableStatus>& status,
-                           SimulatedAsic& asic)
+                           const Pell::Ptr<Asic::OrderedSwTableStatus>& status, SimulatedAsic& asic)
     : group_(group),
       status_(status),
       asic_(asic),
       apply_(loop, [this] { applySome(); }),
       report_(loop, [this] { reportApplied(); }),
-      groupLogSubscriber_([this](Pell::Publisher*, Pell::Subscriber*, short attributeId,
-                                 const void*, const void*) {
-        if (attributeId == Asic::GroupLog::kGroupLogAttribute) {
-          apply_.mark();
-        }
-      }),
-      statusSubscriber_([this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*,
-                               const void*) {
-        if (attributeId == Asic::OrderedSwTableStatus::kPendingHwWritesAttribute &&
-            status_->pendingHwWrites()) {
-          apply_.mark();
-        }
-      }) {
+      groupLogSubscriber_(
+          [this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
+            if (attributeId == Asic::GroupLog::kGroupLogAttribute) {
+              apply_.mark();
+            }
+          }),
+      statusSubscriber_(
+          [this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
+            if (attributeId == Asic::OrderedSwTableStatus::kPendingHwWritesAttribute &&
+                status_->pendingHwWrites()) {
+              apply_.mark();
+            }
+          }) {
   group_->groupLog()->publisher().subscriberAdd(groupLogSubscriber_);
   status_->publisher().subscriberAdd(statusSubscriber_);
 }

@@ -36,9 +36,9 @@ struct Resynchronisation {
 class SimulatedAsic {
  public:
   // One unit's hardware table.
-  using HardwareTable = Pell::HashMap<LoamFec::FecTableDataModelEntryKey,
-                                      LoamFec::FecTableDataModelLogEntry,
-                                      LoamFec::FecKeyHash<0x5b1e92d7>>;
+  using HardwareTable =
+      Pell::HashMap<LoamFec::FecTableDataModelEntryKey, LoamFec::FecTableDataModelLogEntry,
+                    LoamFec::FecKeyHash<0x5b1e92d7>>;
 
   // Mounts the tables of these units for reading and resynchronises. Throws
   // ZevGlint::MountException when one is not there.

@@ -92,8 +92,7 @@ void FecHarness::reportAll() { report(log().tableVersion().value()); }
 
 LoamFec::FecTableSwTable::ResponseHandler FecHarness::recordResponse() {
   return [this](const Pell::Ptr<Asic::OrderedSwTable::EntryHandle const>& handle) {
-    const auto typed =
-        Pell::dynamicPtrCast<LoamFec::FecTableSwTable::EntryHandle const>(handle);
+    const auto typed = Pell::dynamicPtrCast<LoamFec::FecTableSwTable::EntryHandle const>(handle);
     responses.push_back({typed->key(), typed->entryState(), typed->logVersion()});
   };
 }

@@ -68,8 +68,8 @@ class FakeDependency : public Asic::DependencyEntryHandle {
  public:
   static constexpr const char* kTypeName = "testing_support::FakeDependency";
 
-  explicit FakeDependency(Asic::TableVersion version = Asic::TableVersion(Asic::SwTableId(0x03010806),
-                                                                          Asic::LogVersion(1)))
+  explicit FakeDependency(Asic::TableVersion version =
+                              Asic::TableVersion(Asic::SwTableId(0x03010806), Asic::LogVersion(1)))
       : version_(version) {}
 
   const Zev::TypeRecord& fwkType() const override;

@@ -30,9 +30,8 @@ Pell::Ptr<Entity> mountForReading(const Pell::Ptr<Vanta::EntityManager>& entityM
 }
 
 std::string destinationText(const LoamFec::FecDestination& destination) {
-  return destination.first == LoamFec::FecDestination::kNone
-             ? "-"
-             : fmt::format("{}", destination.first);
+  return destination.first == LoamFec::FecDestination::kNone ? "-"
+                                                             : fmt::format("{}", destination.first);
 }
 
 std::string describe(const LoamFec::FecTableDataModelEntry& entry) {

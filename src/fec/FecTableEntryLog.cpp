@@ -102,8 +102,7 @@ void FecTableEntryLog::tableConfigGlintIs(
   tableConfigGlint_.insertOrAssign(unitId, configGlint);
 }
 
-Pell::Ptr<FecTableDataModelConfigGlint> FecTableEntryLog::tableConfigGlintDel(
-    Asic::UnitId unitId) {
+Pell::Ptr<FecTableDataModelConfigGlint> FecTableEntryLog::tableConfigGlintDel(Asic::UnitId unitId) {
   return tableConfigGlint_.take(unitId).value_or(nullptr);
 }
 
@@ -139,9 +138,11 @@ Asic::LogVersion FecTableEntryLog::entryIs(const FecTableDataModelLogEntry& logE
   const Asic::LogVersion version = tableVersionInc(Asic::LogVersion(1));
   ZEV_TRACE(trace, 8, kClass, " logEntry: {} neededEntry: {} version: {} unitId: {}", logEntry,
             neededEntry, version, unitId);
-  PELL_ASSERT_MESSAGE(tableConfigGlintHas(unitId), "tableConfigGlintHas( unitId )",
+  const auto* held = tableConfigGlint_.find(unitId);
+  PELL_ASSERT_MESSAGE(held != nullptr, "tableConfigGlintHas( unitId )",
                       fmt::format("Config glint for unitId:{} is not created yet!", unitId));
-  config(unitId).rowIs({logEntry, rsrcKeys, version, false});
+  PELL_ASSERT(*held, "tableConfigGlint( unitId )");
+  (*held)->swTableEntries().rowIs({logEntry, rsrcKeys, version, false});
   logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},
             neededEntry);
   return version;
@@ -174,9 +175,9 @@ Asic::LogVersion FecTableEntryLog::tableDel(const Pell::Ptr<const Asic::NeededEn
         Glint::guardedRow(entries, walked.key()).value_or(FecTableDataModelConfigGlintEntry());
     entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});
   });
-  logChange({version, FecTableDataModelLogGlintEntry::kTableDeleted, unitId,
-             FecTableDataModelLogEntry()},
-            neededEntry);
+  logChange(
+      {version, FecTableDataModelLogGlintEntry::kTableDeleted, unitId, FecTableDataModelLogEntry()},
+      neededEntry);
   return version;
 }
 
@@ -201,7 +202,7 @@ void FecTableEntryLog::cleanupEntryLog(Asic::LogVersion version) {
 }
 
 // The log may hold rows of earlier runs, with gaps: every row is looked at.
-void FecTableEntryLog::cleanupFirstTime(Asic::LogVersion version) {
+void FecTableEntryLog::cleanupFirstTime(Asic::LogVersion version) const {
   Glint::forEachRow(log(), [&](const FecTableDataModelLogGlintEntry& row) {
     if (row.version() <= version) {
       log().rowDel(row.version());
@@ -212,7 +213,7 @@ void FecTableEntryLog::cleanupFirstTime(Asic::LogVersion version) {
 
 // Each version from the cursor on is looked up; a gap wider than the log has rows is cheaper to
 // close from the rows.
-void FecTableEntryLog::cleanupFromCursor(Asic::LogVersion version) {
+void FecTableEntryLog::cleanupFromCursor(Asic::LogVersion version) const {
   if (version.value() - prevTableVersion_.value() <= log().rowCount()) {
     cleanupEachVersion(version);
   } else {
@@ -220,7 +221,7 @@ void FecTableEntryLog::cleanupFromCursor(Asic::LogVersion version) {
   }
 }
 
-void FecTableEntryLog::cleanupEachVersion(Asic::LogVersion version) {
+void FecTableEntryLog::cleanupEachVersion(Asic::LogVersion version) const {
   for (std::uint64_t v = prevTableVersion_.value();; ++v) {
     cleanupVersion(Asic::LogVersion(v));
     if (v == version.value()) {
@@ -229,7 +230,7 @@ void FecTableEntryLog::cleanupEachVersion(Asic::LogVersion version) {
   }
 }
 
-void FecTableEntryLog::cleanupRowsInOrder(Asic::LogVersion version) {
+void FecTableEntryLog::cleanupRowsInOrder(Asic::LogVersion version) const {
   for (const Asic::LogVersion at : versionsFromCursor(version)) {
     cleanupVersion(at);
   }
@@ -258,7 +259,7 @@ std::vector<Asic::LogVersion> FecTableEntryLog::versionsFromCursor(Asic::LogVers
   return versions;
 }
 
-void FecTableEntryLog::cleanupVersion(Asic::LogVersion version) {
+void FecTableEntryLog::cleanupVersion(Asic::LogVersion version) const {
   if (const auto row = Glint::guardedRow(log(), version)) {
     log().rowDel(version);
     cleanupConfig(*row);
@@ -266,7 +267,7 @@ void FecTableEntryLog::cleanupVersion(Asic::LogVersion version) {
 }
 
 // What the removal of one log row means for the unit's configuration table.
-void FecTableEntryLog::cleanupConfig(const FecTableDataModelLogGlintEntry& logRow) {
+void FecTableEntryLog::cleanupConfig(const FecTableDataModelLogGlintEntry& logRow) const {
   const Pell::Ptr<FecTableDataModelConfigGlint> held = tableConfigGlint(logRow.unitId());
   if (!held) {
     ZEV_TRACE(trace, 3, kClass, " configGlint not found for unitId: {}", logRow.unitId());
@@ -299,6 +300,12 @@ void FecTableEntryLog::cleanupConfigTable(ConfigMap& config, Asic::LogVersion ve
 }
 
 // Queries.
+
+void FecTableEntryLog::fetchAhead(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const {
+  if (const auto* held = tableConfigGlint_.find(unitId); held != nullptr && *held) {
+    (*held)->swTableEntries().fetchAhead(key);
+  }
+}
 
 FecTableDataModelLogEntry FecTableEntryLog::entry(const FecTableDataModelEntryKey& key,
                                                   Asic::UnitId unitId) const {

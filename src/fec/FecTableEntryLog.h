@@ -75,6 +75,9 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   // Argument of the last cleanup; 0: none has run in this process.
   Asic::LogVersion prevTableVersion() const { return prevTableVersion_; }
 
+  // The key's entry will be read or written soon: has its row fetched meanwhile. A hint only.
+  void fetchAhead(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
+
   // What is committed. The unit's configuration table must be mounted.
   // The default log entry when the key has no row or a deleted one.
   FecTableDataModelLogEntry entry(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
@@ -100,13 +103,13 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   ConfigMap& config(Asic::UnitId unitId) const;
   void logChange(const FecTableDataModelLogGlintEntry& row,
                  const Pell::Ptr<const Asic::NeededEntry>& neededEntry);
-  void cleanupFirstTime(Asic::LogVersion version);
-  void cleanupFromCursor(Asic::LogVersion version);
-  void cleanupEachVersion(Asic::LogVersion version);
-  void cleanupRowsInOrder(Asic::LogVersion version);
+  void cleanupFirstTime(Asic::LogVersion version) const;
+  void cleanupFromCursor(Asic::LogVersion version) const;
+  void cleanupEachVersion(Asic::LogVersion version) const;
+  void cleanupRowsInOrder(Asic::LogVersion version) const;
   std::vector<Asic::LogVersion> versionsFromCursor(Asic::LogVersion version) const;
-  void cleanupVersion(Asic::LogVersion version);
-  void cleanupConfig(const FecTableDataModelLogGlintEntry& logRow);
+  void cleanupVersion(Asic::LogVersion version) const;
+  void cleanupConfig(const FecTableDataModelLogGlintEntry& logRow) const;
   static void cleanupConfigRow(ConfigMap& config, const FecTableDataModelLogGlintEntry& logRow);
   static void cleanupConfigTable(ConfigMap& config, Asic::LogVersion version);
 

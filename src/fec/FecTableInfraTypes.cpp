@@ -33,8 +33,8 @@ FecTableEntryWrapper::Ptr FecTableEntryWrapper::FecTableEntryWrapperIs(
 }
 
 const Zev::TypeRecord& FecTableEntryWrapper::fwkType() const {
-  static const Zev::TypeRecord record{
-      kTypeName, {{"entry", 1}, {"entryHandle", 2}, {"intfIdResPtr", 3}}};
+  static const Zev::TypeRecord record{kTypeName,
+                                      {{"entry", 1}, {"entryHandle", 2}, {"intfIdResPtr", 3}}};
   return record;
 }
 
@@ -93,8 +93,7 @@ Pell::Ptr<FecTableResolverEntry> FecTableResolverEntry::FecTableResolverEntryIs(
 
 const Zev::TypeRecord& FecTableResolverEntry::fwkType() const {
   static const Zev::TypeRecord record{
-      kTypeName,
-      {{"dependantEntryHandle", 1}, {"flags", 2}, {"swTable", 3}, {"swTableEntry", 4}}};
+      kTypeName, {{"dependantEntryHandle", 1}, {"flags", 2}, {"swTable", 3}, {"swTableEntry", 4}}};
   return record;
 }
 
@@ -141,8 +140,8 @@ bool FecTableSwTableHelperBase::finalizeOnFailure(Pell::Ptr<FecTableEntryWrapper
 }
 
 bool FecTableSwTableHelperBase::finalizeOnResourceUpdate(
-    Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
-    Pell::Ptr<FecTableSwTable> const& /*swTable*/, bool /*someResourceHasFailed*/) {
+    Pell::Ptr<FecTableEntryWrapper> const& /*entry*/, Pell::Ptr<FecTableSwTable> const& /*swTable*/,
+    bool /*someResourceHasFailed*/) {
   return true;
 }
 

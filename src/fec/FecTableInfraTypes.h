@@ -32,8 +32,9 @@ class FecTableEntryWrapper : public Zev::PtrInterface {
 
   FecTableEntryWrapper(const FecTableDataModelEntry& entry,
                        const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle);
-  static Ptr FecTableEntryWrapperIs(const FecTableDataModelEntry& entry,
-                                    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle);
+  static Ptr FecTableEntryWrapperIs(
+      const FecTableDataModelEntry& entry,
+      const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle);
 
   const Zev::TypeRecord& fwkType() const override;
   ~FecTableEntryWrapper() override;
@@ -45,9 +46,7 @@ class FecTableEntryWrapper : public Zev::PtrInterface {
 
   // Null until the linkage installs it, and for an entry that needs no destination.
   const Pell::Ptr<ResourceHandle const>& intfIdResPtr() const { return intfIdResPtr_; }
-  void intfIdResPtrIs(Pell::Ptr<ResourceHandle const> handle) {
-    intfIdResPtr_ = std::move(handle);
-  }
+  void intfIdResPtrIs(Pell::Ptr<ResourceHandle const> handle) { intfIdResPtr_ = std::move(handle); }
 
   // The resource's destination; without a resource the unset value (0xFFFF, 0, 0).
   DestId destId() const;

@@ -57,8 +57,7 @@ Pell::Ptr<FecTableInterface> FecTableInterface::getIntf(
   return Zev::makeObject<FecTableInterface>(ordTblIntf);
 }
 
-FecTableInterface::FecTableInterface(
-    Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf)
+FecTableInterface::FecTableInterface(Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf)
     : TableInterfaceBase(orderedTableIntf),
       tableName_(FecTableConstants::kTableName),
       groupName_(FecTableConstants::kGroupName),
@@ -162,8 +161,8 @@ Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
 }
 
 Pell::Ptr<Asic::GroupInterface> FecTableInterface::groupIntf() const {
-  Pell::Ptr<Asic::GroupInterface> group = orderedTableIntf()->groupIntf(
-      Asic::Constants::canonicalizeGroupName(agentName_, groupName_));
+  Pell::Ptr<Asic::GroupInterface> group =
+      orderedTableIntf()->groupIntf(Asic::Constants::canonicalizeGroupName(agentName_, groupName_));
   PELL_ASSERT(group, "groupIntf");
   return group;
 }
@@ -171,8 +170,8 @@ Pell::Ptr<Asic::GroupInterface> FecTableInterface::groupIntf() const {
 Pell::Ptr<FecTableIntfIdToDestIdLinkage> FecTableInterface::makeLinkage(
     FecTableSwTable& table) const {
   using ResourceTable = FecTableIntfIdToDestIdLinkage::ResourceTable;
-  const auto name = Zev::makeObject<Asic::CanonicalTableName>(
-      Asic::OrderedTableType::resourceTable, "", kResourceTableName);
+  const auto name = Zev::makeObject<Asic::CanonicalTableName>(Asic::OrderedTableType::resourceTable,
+                                                              "", kResourceTableName);
   const auto resTbl = orderedTableIntf()->resourceTable(name->name());
   PELL_ASSERT(resTbl, "resTbl");
   const auto typedResourceTable = Pell::dynamicPtrCast<ResourceTable>(resTbl);

@@ -354,15 +354,15 @@ bool SwTableResourceAccessor<Linkage>::checkCommitToLog(const Pell::Ptr<Wrapper>
 }
 
 template <typename Linkage>
-void SwTableResourceAccessor<Linkage>::handleResourceChange(
-    const Pell::Ptr<Record>& record) const {
+void SwTableResourceAccessor<Linkage>::handleResourceChange(const Pell::Ptr<Record>& record) const {
   ZEV_TRACE(defaultTrace(), 8, kClass, "");
   const Pell::Ptr<Record> held = record;
   const Pell::Ptr<LoamFec::FecTableSwTable> swTable(linkage_.swTable());
   Pell::Ptr<DependencyEntryHandle const> dependency;
   held->entryUsage().forEach([&](const Key& user, bool) {
     const Key key = user;
-    ZEV_TRACE(defaultTrace(), 3, kClass, "Updating sw table entry for key: ", key);
+    ZEV_TRACE_AS(defaultTrace(), 3, kClass, "handleResourceChange",
+                 "Updating sw table entry for key: ", key);
     if (const auto handle = swTable->updateEntry(key)) {
       dependency = handle;
     }

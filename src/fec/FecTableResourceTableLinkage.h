@@ -28,6 +28,7 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
   static constexpr const char* kTypeName = "LoamFec::FecTableIntfIdToDestIdLinkage";
   // Published, with the key (a ResourceKey) as element, when a usage record is filed or removed.
   static constexpr short kEntryUsageSmAttribute = 139;
+  static constexpr std::uint32_t kEntryUsageSmSalt = 0x94914ce4;
 
   // The FEC entries that use one resource, and the subscription to its changes.
   //
@@ -63,8 +64,8 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
 
     // The handle's change notification: drives the entries again for the handle's change
     // attribute, ignores every other, and everything while this record is being destroyed.
-    void resPtrDispatch(Pell::Publisher* publisher, Pell::Subscriber* subscriber,
-                        short attributeId, const void* element, const void* oldValue);
+    void resPtrDispatch(Pell::Publisher* publisher, Pell::Subscriber* subscriber, short attributeId,
+                        const void* element, const void* oldValue);
     void handleResourceChange();
 
    private:
@@ -84,6 +85,8 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
 
   FecTableSwTable* swTable() const { return swTable_; }
   const Pell::Ptr<ClientInstance>& resTblClient() const { return resTblClient_; }
+  // True from construction on; nothing depends on it.
+  bool resolvesEntries() const { return resolvesEntries_; }
 
   // Resolution.
 
@@ -136,8 +139,6 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
   void handleResourceChange(const Pell::Ptr<LocalUsageUpdateSm>& record);
 
  private:
-  static constexpr std::uint32_t kEntryUsageSmSalt = 0x94914ce4;
-
   FecTableSwTable* swTable_;
   Pell::Ptr<ClientInstance> resTblClient_;
   Pell::HashMap<ResourceKey, Pell::Ptr<LocalUsageUpdateSm>,
@@ -180,8 +181,7 @@ class SwTableResourceAccessor {
   void resolveEntry(const Pell::Ptr<Wrapper>& entry) const;
   void setResourceHandle(const Pell::Ptr<Wrapper>& entry) const;
   static Pell::Ptr<NeededEntry> getNeededEntrySet(const Pell::Ptr<Wrapper const>& entry);
-  void addResKeyMapping(const ResourceKey& resKey, const Pell::Ptr<Wrapper>& entry,
-                        bool ack) const;
+  void addResKeyMapping(const ResourceKey& resKey, const Pell::Ptr<Wrapper>& entry, bool ack) const;
   void deleteResKeyMapping(const ResourceKey& resKey, const Key& swKey,
                            const Pell::Ptr<OrderedSwTable::EntryHandle>& entryHandle) const;
   void updateLocalUsage(const Pell::Ptr<Wrapper>& entry, bool isDeleted) const;

@@ -70,8 +70,8 @@ class OrderedSwTableAccessor {
     Entry removed;
     removed.key = key;
     const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(removed, handle);
-    const auto resolverEntry = newResolverEntry<TableResolverEntry>(
-        dependency, EntryFlags::entryDelete(), wrapper);
+    const auto resolverEntry =
+        newResolverEntry<TableResolverEntry>(dependency, EntryFlags::entryDelete(), wrapper);
     table_.transientAddEntryDel(key);
     table_.transientRemoveEntryIs(wrapper);
     enqueue(resolverEntry);
@@ -85,8 +85,8 @@ class OrderedSwTableAccessor {
     ZEV_TRACE(trace, 8, kClass, "");
     const Pell::Ptr<Handle> handle = newHandle(EntryVersion(), Key(), handler);
     const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(Entry(), handle);
-    const auto resolverEntry = newResolverEntry<TableResolverEntry>(
-        dependency, EntryFlags::tableDelete(), wrapper);
+    const auto resolverEntry =
+        newResolverEntry<TableResolverEntry>(dependency, EntryFlags::tableDelete(), wrapper);
     table_.transientAddEntryDelAll();
     table_.transientRemoveEntryDelAll();
     raiseRemoveAllVersion();
@@ -151,11 +151,10 @@ class OrderedSwTableAccessor {
     const Pell::Ptr<Wrapper> wrapper = typedEntry->swTableEntry();
     const bool isEntryDelete = typedEntry->isEntryDeleted();
     const bool isTableDelete = typedEntry->isTableDeleted();
-    ZEV_TRACE(trace, 8, kClass, "Entry: {}, isEntryDeleted: {}, isTableDeleted: {}",
-              wrapper->key(), isEntryDelete, isTableDelete);
+    ZEV_TRACE(trace, 8, kClass, "Entry: {}, isEntryDeleted: {}, isTableDeleted: {}", wrapper->key(),
+              isEntryDelete, isTableDelete);
     PELL_ASSERT(!(isEntryDelete && isTableDelete), "!( isEntryDelete && isTableDelete )");
-    const Pell::Ptr<Handle> entryHandle =
-        Pell::dynamicPtrCast<Handle>(wrapper->entryHandle());
+    const Pell::Ptr<Handle> entryHandle = Pell::dynamicPtrCast<Handle>(wrapper->entryHandle());
     PELL_ASSERT(entryHandle, "entryHandle != NULL");
     const EntryVersion entryConfVersion = entryHandle->version();
     PELL_ASSERT(isTableDelete || entryConfVersion.valid(), "entryConfVersion.valid()");
@@ -247,8 +246,7 @@ class OrderedSwTableAccessor {
   }
 
   template <typename Wrapper, typename Linkage>
-  Pell::Ptr<OrderedSwTable::EntryHandle const> updateEntry(const Key& key,
-                                                           const Linkage& linkage) {
+  Pell::Ptr<OrderedSwTable::EntryHandle const> updateEntry(const Key& key, const Linkage& linkage) {
     const auto& log = table_.entryLog();
     if (!log->entryHas(key, table_.unitId())) {
       ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist ", key);
@@ -354,9 +352,8 @@ class OrderedSwTableAccessor {
     (linkages->updateLocalUsage(wrapper, false), ...);
     addDependency(needed, dependency);
     cleanAddSide(wrapper->key(), entryHandle->version());
-    const LogVersion logVersion =
-        table_.entryLog()->entryIs(wrapper->entry().logEntry(), wrapper->entry().resourceKeys(),
-                                   needed, table_.unitId());
+    const LogVersion logVersion = table_.entryLog()->entryIs(
+        wrapper->entry().logEntry(), wrapper->entry().resourceKeys(), needed, table_.unitId());
     enterLog(entryHandle, logVersion);
     return true;
   }
@@ -435,8 +432,7 @@ class OrderedSwTableAccessor {
   static void fail(const Pell::Ptr<Wrapper>& wrapper, const Pell::Ptr<Handle>& entryHandle,
                    bool isTableDelete) {
     if (isTableDelete) {
-      ZEV_TRACE_AS(trace, 1, kClass, "commitEntry",
-                   "Failed to commit entry remove all operation");
+      ZEV_TRACE_AS(trace, 1, kClass, "commitEntry", "Failed to commit entry remove all operation");
     } else {
       ZEV_TRACE_AS(trace, 1, kClass, "commitEntry", "Failed to commit entry key: {}",
                    wrapper->key());
@@ -489,8 +485,7 @@ class IterStateAccessor {
     if (pending.has(key)) {
       iterState_->transientAt_ = pending.cursorOf(key);
       iterState_->positioned_ = true;
-    } else if (!iterState_->removeAllPending_ &&
-               table.entryLog()->entryHas(key, table.unitId())) {
+    } else if (!iterState_->removeAllPending_ && table.entryLog()->entryHas(key, table.unitId())) {
       iterState_->inTblCfg_ = true;
       startConfigAt([&key](auto& rows) { return rows.iteratorAt(key); });
     } else {
@@ -681,7 +676,8 @@ void FecTableSwTable::intfIdToDestIdLinkageIs(
 }
 
 // Transient state. Keys are copied before anything is released: a caller's reference may stand in
-// what goes.
+// what goes. Where more is to do after a publication, the table is held: an observer may drop the
+// last other reference to it.
 
 namespace {
 
@@ -716,6 +712,7 @@ void FecTableSwTable::transientAddEntryDel(Key const& key) {
 }
 
 void FecTableSwTable::transientAddEntryDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
   if (publisher_.idle()) {
     transientAddEntry_.clear();
   } else {
@@ -738,6 +735,7 @@ void FecTableSwTable::transientRemoveEntryDel(Key const& key) {
 }
 
 void FecTableSwTable::transientRemoveEntryDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
   if (publisher_.idle()) {
     transientRemoveEntry_.clear();
   } else {
@@ -764,6 +762,7 @@ void FecTableSwTable::transientVersionForKeyDel(Key const& key) {
 }
 
 void FecTableSwTable::transientVersionForKeyDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
   if (publisher_.idle()) {
     transientVersionForKey_.clear();
   } else {
@@ -865,6 +864,10 @@ bool FecTableSwTable::isResolverEntryResolved(
   const Pell::Ptr<FecTableSwTable> self(this);
   const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
   const Pell::Ptr<FecTableResolverEntry> held = resolverEntry;
+  // Most often the commit follows at once and needs the row; what lies between covers the wait.
+  if (entryLog_) {
+    entryLog_->fetchAhead(held->swTableEntry()->key(), unitId());
+  }
   return Accessor(*this)
       .isResolverEntryResolved<FecTableConstants, Pell::Ptr<FecTableResolverEntry>>(held, linkage);
 }
@@ -950,12 +953,10 @@ unsigned FecTableSwTable::entrys() const {
     return transientAddEntry_.size();
   }
   unsigned count = entryLog_->entrys(unitId());
-  transientAddEntry_.forEach([&](Key const& key, const auto&) {
-    count += entryLog_->entryHas(key, unitId()) ? 0U : 1U;
-  });
-  transientRemoveEntry_.forEach([&](Key const& key, const auto&) {
-    count -= entryLog_->entryHas(key, unitId()) ? 1U : 0U;
-  });
+  transientAddEntry_.forEach(
+      [&](Key const& key, const auto&) { count += entryLog_->entryHas(key, unitId()) ? 0U : 1U; });
+  transientRemoveEntry_.forEach(
+      [&](Key const& key, const auto&) { count -= entryLog_->entryHas(key, unitId()) ? 1U : 0U; });
   return count;
 }
 

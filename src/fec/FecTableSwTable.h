@@ -37,6 +37,7 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTable";
 
   using EntryHandle = FecTableDataModelSwTableBase::FecEntryHandle;
+  // NOLINTNEXTLINE(readability-identifier-naming): the element tag's fixed name
   struct QE_EntryHandleInLog {};
 
   // Attributes as they are published. The collections' element is a FecTableDataModelEntryKey; of

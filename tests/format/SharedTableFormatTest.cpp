@@ -79,7 +79,8 @@ TEST_F(SharedTableFormatTest, TheHeaderIsAsDocumented) {
 }
 
 TEST_F(SharedTableFormatTest, TheBucketHeadsAreAsDocumented) {
-  EXPECT_EQ(dump(bytes_, 0x1000, 0x1010), R"(01000  02 00 00 66 00 00 00 5a 00 00 00 5a 00 00 00 5a)");
+  EXPECT_EQ(dump(bytes_, 0x1000, 0x1010),
+            R"(01000  02 00 00 66 00 00 00 5a 00 00 00 5a 00 00 00 5a)");
 }
 
 TEST_F(SharedTableFormatTest, TheLinksAreAsDocumented) {
@@ -88,7 +89,8 @@ TEST_F(SharedTableFormatTest, TheLinksAreAsDocumented) {
 }
 
 TEST_F(SharedTableFormatTest, TheSlotsAreAsDocumented) {
-  EXPECT_EQ(dump(bytes_, 0x3000, 0x3000 + 4 * 56), R"(03000  07 00 00 00 00 00 b8 09 00 00 00 00 00 00 00 00
+  EXPECT_EQ(dump(bytes_, 0x3000, 0x3000 + 4 * 56),
+            R"(03000  07 00 00 00 00 00 b8 09 00 00 00 00 00 00 00 00
 03010  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00
 03020  79 a8 fc fb c7 eb 12 6c 01 00 00 00 00 00 00 00
 03030  11 11 00 00 00 00 00 00 0a 00 00 00 00 00 16 74

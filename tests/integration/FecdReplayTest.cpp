@@ -123,9 +123,9 @@ TEST_F(FecdReplayTest, BadInputIsOneErrorWithPlaceAndNothingChanges) {
 
 TEST_F(FecdReplayTest, ABadSecondSnapshotLeavesTheFirstUnapplied) {
   const std::string bad = write("bad.json", "[");
-  const Outcome outcome = fecd({"replay", "--state", state_, "--links", linksFile("a-before"),
-                                "--nexthops", nextHopsFile("a-before"), "--links",
-                                linksFile("a-before"), "--nexthops", bad});
+  const Outcome outcome =
+      fecd({"replay", "--state", state_, "--links", linksFile("a-before"), "--nexthops",
+            nextHopsFile("a-before"), "--links", linksFile("a-before"), "--nexthops", bad});
   EXPECT_EQ(outcome.exitCode, 2);
   EXPECT_FALSE(std::filesystem::exists(state_));
 }
@@ -175,13 +175,13 @@ TEST_F(FecdReplayTest, TheTableReadsBackAsJsonRowByRow) {
 
 TEST_F(FecdReplayTest, DifferencesAreNamedOneALine) {
   const std::string links = write("links.json", R"([{"ifname":"eth1","operstate":"UP"}])");
-  const std::string nextHops =
-      write("nexthops.json", R"([{"id":7,"gateway":"10.0.0.9","dev":"eth1"},{"id":8,"dev":"eth1"}])");
+  const std::string nextHops = write(
+      "nexthops.json", R"([{"id":7,"gateway":"10.0.0.9","dev":"eth1"},{"id":8,"dev":"eth1"}])");
   ASSERT_EQ(replay(links, nextHops).exitCode, 0);
   const std::string other =
       write("other.json", R"([{"id":7,"gateway":"10.0.0.1","dev":"eth1"},{"id":9,"dev":"eth1"}])");
-  const Outcome outcome = fecctl({"show", "fec", "--state", state_, "--compare-links", links,
-                                  "--compare-nexthops", other});
+  const Outcome outcome = fecctl(
+      {"show", "fec", "--state", state_, "--compare-links", links, "--compare-nexthops", other});
   EXPECT_EQ(outcome.exitCode, 1);
   EXPECT_NE(outcome.out.find("7: is eth1 via 10.0.0.9, should be eth1 via 10.0.0.1"),
             std::string::npos);

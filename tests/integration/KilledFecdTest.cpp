@@ -25,9 +25,8 @@ const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
 std::vector<std::string> replayOfTheThreeCaptures(const std::string& state) {
   std::vector<std::string> arguments = {FECD, "replay", "--state", state, "--json"};
   for (const char* moment : {"a-before", "b-four-links-down", "c-links-back"}) {
-    arguments.insert(arguments.end(),
-                     {"--links", kCaptures + "links-" + moment + ".json", "--nexthops",
-                      kCaptures + "nexthops-" + moment + ".json"});
+    arguments.insert(arguments.end(), {"--links", kCaptures + "links-" + moment + ".json",
+                                       "--nexthops", kCaptures + "nexthops-" + moment + ".json"});
   }
   return arguments;
 }
@@ -82,11 +81,11 @@ TEST_P(KilledFecdTest, LeavesTablesThatVerifyAndTheNextReplayEndsEqual) {
   const auto again = integration::run(replayOfTheThreeCaptures(state_), files_.path());
   ASSERT_EQ(again.exitCode, 0) << again.out << again.err;
   EXPECT_GE(visibleLogVersion(state_), left);
-  const auto compared = integration::run(
-      {FECCTL, "show", "fec", "--state", state_, "--limit", "1", "--compare-links",
-       kCaptures + "links-c-links-back.json", "--compare-nexthops",
-       kCaptures + "nexthops-c-links-back.json"},
-      files_.path());
+  const auto compared =
+      integration::run({FECCTL, "show", "fec", "--state", state_, "--limit", "1", "--compare-links",
+                        kCaptures + "links-c-links-back.json", "--compare-nexthops",
+                        kCaptures + "nexthops-c-links-back.json"},
+                       files_.path());
   EXPECT_EQ(compared.exitCode, 0) << compared.out;
   EXPECT_NE(compared.out.find("4225 equal, 0 different"), std::string::npos) << compared.out;
 }

@@ -81,9 +81,9 @@ GroupLog::GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager,
 GroupLog::~GroupLog() { hasNotificationActiveIs(false); }
 
 const Zev::TypeRecord& GroupLog::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName,
-                                      {{"groupLog", kGroupLogAttribute},
-                                       {"appliedVersions", kAppliedVersionsAttribute}}};
+  static const Zev::TypeRecord record{
+      kTypeName,
+      {{"groupLog", kGroupLogAttribute}, {"appliedVersions", kAppliedVersionsAttribute}}};
   return record;
 }
 
@@ -92,9 +92,8 @@ const Zev::TypeRecord& GroupLog::fwkType() const {
 void GroupLog::readPending() {
   std::vector<GroupLogRow> rows;
   Glint::forEachRow(log_->groupLog(), [&](const GroupLogRow& row) { rows.push_back(row); });
-  std::sort(rows.begin(), rows.end(), [](const GroupLogRow& a, const GroupLogRow& b) {
-    return a.sequence() < b.sequence();
-  });
+  std::sort(rows.begin(), rows.end(),
+            [](const GroupLogRow& a, const GroupLogRow& b) { return a.sequence() < b.sequence(); });
   for (const GroupLogRow& row : rows) {
     lastSequence_ = std::max(lastSequence_, row.sequence());
     pending_[row.tableVersion().tableId()].push_back(

@@ -81,7 +81,7 @@ class GroupLog : public GroupLogInterface {
  private:
   struct Pending {
     LogVersion version;
-    std::uint64_t sequence;
+    std::uint64_t sequence = 0;
   };
   static constexpr std::uint32_t kSalt = 0x6d0a5b17;
 

@@ -15,8 +15,8 @@ namespace Asic {
 // One operation of one table, in the order in which the group must see it, keyed by its place in
 // that order (from 1).
 //
-// Layout: 120 bytes: sequence 0, version 8, tableId 16, neededCount 20, needed versions from 24 on, each
-// 12 bytes: table id 0, version 4. Elements at and beyond neededCount are zero.
+// Layout: 120 bytes: sequence 0, version 8, tableId 16, neededCount 20, needed versions from 24 on,
+// each 12 bytes: table id 0, version 4. Elements at and beyond neededCount are zero.
 class GroupLogRow {
  public:
   GroupLogRow() = default;
@@ -60,7 +60,7 @@ class GroupVersionRow {
 
  private:
   std::uint32_t tableId_ = 0;
-  std::uint32_t zero4_ = 0;
+  [[maybe_unused]] std::uint32_t zero4_ = 0;
   std::uint64_t version_ = 0;
 };
 static_assert(sizeof(GroupVersionRow) == 16);

@@ -114,8 +114,7 @@ void GroupResolver::endTurn() {
   }
 }
 
-void GroupResolver::resolverQueueDelIf(
-    const std::function<bool(const ResolverEntry&)>& predicate) {
+void GroupResolver::resolverQueueDelIf(const std::function<bool(const ResolverEntry&)>& predicate) {
   std::vector<Waiting> dropped;
   for (std::size_t at = 0; at < queue_.size(); ++at) {
     if (queue_[at].entry && predicate(*queue_[at].entry)) {

@@ -3,9 +3,8 @@
 namespace Asic {
 
 const Zev::TypeRecord& OrderedSwTableStatus::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName,
-                                      {{"pendingHwWrites", kPendingHwWritesAttribute},
-                                       {"suspend", kSuspendAttribute}}};
+  static const Zev::TypeRecord record{
+      kTypeName, {{"pendingHwWrites", kPendingHwWritesAttribute}, {"suspend", kSuspendAttribute}}};
   return record;
 }
 

@@ -19,7 +19,7 @@ void OrderedTableInterface::makeGroupIntf(Pell::String const& agentName,
   const Pell::String name = Constants::canonicalizeGroupName(agentName, groupName);
   if (!groupIntfs_.contains(name)) {
     const auto group = Zev::makeObject<GroupInterface>(loop_, entityManager_, agentName, groupName,
-                                                        agentAndGroupId);
+                                                       agentAndGroupId);
     groupIntfs_[name] = group;
   }
 }

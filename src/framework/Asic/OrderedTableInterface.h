@@ -15,8 +15,7 @@ class OrderedTableInterface : public Zev::PtrInterface {
  public:
   static constexpr const char* kTypeName = "Asic::OrderedTableInterface";
 
-  OrderedTableInterface(Zev::EventLoop& loop,
-                        const Pell::Ptr<Vanta::EntityManager>& entityManager);
+  OrderedTableInterface(Zev::EventLoop& loop, const Pell::Ptr<Vanta::EntityManager>& entityManager);
 
   const Zev::TypeRecord& fwkType() const override;
 

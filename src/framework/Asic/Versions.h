@@ -150,13 +150,13 @@ enum class OrderedTableType : std::uint8_t {
   resourceTable = 2,
 };
 
-Pell::String valueToStrep(LogVersion version);                 // decimal
-Pell::String valueToStrep(MajorVersion version);               // decimal
-Pell::String valueToStrep(const EntryVersion& version);        // major.minor
-Pell::String valueToStrep(SwTableId id);                       // aa:gg:tttt, hexadecimal
-Pell::String valueToStrep(const TableVersion& tableVersion);   // aa:gg:tttt@version
-Pell::String valueToStrep(UnitId unitId);                      // decimal
-Pell::String valueToStrep(EntryState state);                   // decimal
+Pell::String valueToStrep(LogVersion version);                // decimal
+Pell::String valueToStrep(MajorVersion version);              // decimal
+Pell::String valueToStrep(const EntryVersion& version);       // major.minor
+Pell::String valueToStrep(SwTableId id);                      // aa:gg:tttt, hexadecimal
+Pell::String valueToStrep(const TableVersion& tableVersion);  // aa:gg:tttt@version
+Pell::String valueToStrep(UnitId unitId);                     // decimal
+Pell::String valueToStrep(EntryState state);                  // decimal
 std::ostream& operator<<(std::ostream& stream, EntryState state);
 
 // Hash function objects of maps keyed by these types, each map with its own salt.

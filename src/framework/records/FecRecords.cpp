@@ -12,9 +12,8 @@ Pell::String destinationText(const FecDestination& destination) {
 
 bool FecTableDataModelLogEntry::isEq(const FecTableDataModelLogEntry& a,
                                      const FecTableDataModelLogEntry& b) {
-  return a.key == b.key && a.flagA == b.flagA &&
-         FecDestination::isEq(a.clientDest, b.clientDest) && a.opaqueA == b.opaqueA &&
-         a.opaqueB == b.opaqueB && a.flagB == b.flagB &&
+  return a.key == b.key && a.flagA == b.flagA && FecDestination::isEq(a.clientDest, b.clientDest) &&
+         a.opaqueA == b.opaqueA && a.opaqueB == b.opaqueB && a.flagB == b.flagB &&
          FecDestination::isEq(a.resolvedDest, b.resolvedDest);
 }
 

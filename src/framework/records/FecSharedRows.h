@@ -74,9 +74,7 @@ class FecTableDataModelConfigGlintEntry {
 
   FecTableDataModelEntryKey key() const { return logEntry_.key; }
   const FecTableDataModelLogEntry& logEntry() const { return logEntry_; }
-  FecTableDataModelResourceKeys rsrcKeys() const {
-    return {Wirex::IntfId::fromValue(rsrcKeys_)};
-  }
+  FecTableDataModelResourceKeys rsrcKeys() const { return {Wirex::IntfId::fromValue(rsrcKeys_)}; }
   // Of the last change of this row.
   Asic::LogVersion version() const { return Asic::LogVersion(version_); }
   // True from the entry's deletion until the deletion is cleaned up.
@@ -89,7 +87,7 @@ class FecTableDataModelConfigGlintEntry {
   std::uint64_t rsrcKeys_ = 0;
   std::uint64_t version_ = 0;
   std::uint8_t isDeleted_ = 0;
-  std::uint8_t zero61_[3] = {};
+  [[maybe_unused]] std::uint8_t zero61_[3] = {};
 };
 #pragma pack(pop)
 
@@ -97,8 +95,7 @@ struct FecTableDataModelConfigGlintEntry::Layout {
   static constexpr std::size_t kLogEntry = offsetof(FecTableDataModelConfigGlintEntry, logEntry_);
   static constexpr std::size_t kRsrcKeys = offsetof(FecTableDataModelConfigGlintEntry, rsrcKeys_);
   static constexpr std::size_t kVersion = offsetof(FecTableDataModelConfigGlintEntry, version_);
-  static constexpr std::size_t kIsDeleted =
-      offsetof(FecTableDataModelConfigGlintEntry, isDeleted_);
+  static constexpr std::size_t kIsDeleted = offsetof(FecTableDataModelConfigGlintEntry, isDeleted_);
 };
 static_assert(sizeof(FecTableDataModelConfigGlintEntry) == 64);
 static_assert(FecTableDataModelConfigGlintEntry::Layout::kLogEntry == 0 &&

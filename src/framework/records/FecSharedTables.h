@@ -47,7 +47,9 @@ class FecTableDataModelConfigGlint : public Zev::Entity {
   }
   void swTableEntriesDel(const FecTableDataModelEntryKey& key) { swTableEntries_.rowDel(key); }
   // Lookups and walks may throw Pell::CorruptionDetectedException.
-  Glint::GlintMap<FecTableDataModelConfigGlintEntry>& swTableEntries() { return swTableEntries_; }
+  virtual Glint::GlintMap<FecTableDataModelConfigGlintEntry>& swTableEntries() {
+    return swTableEntries_;
+  }
 
  private:
   Glint::GlintMap<FecTableDataModelConfigGlintEntry> swTableEntries_;

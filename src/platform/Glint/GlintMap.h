@@ -106,6 +106,10 @@ class GlintMap : public GlintMapBase {
     return access().find(Traits::keyBits(key), words).has_value();
   }
 
+  // The key will be looked up or written soon: has its row fetched towards the processor meanwhile.
+  // A hint only; never throws.
+  void fetchAhead(const Key& key) const { access().fetchAhead(Traits::keyBits(key)); }
+
   // Inserts, or replaces the row of that key. A row that cannot be stored stops the process.
   void rowIs(const Row& row) {
     Words words = toWords(row);

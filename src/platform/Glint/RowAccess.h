@@ -48,6 +48,14 @@ class RowAccess {
     return scan(key, out);
   }
 
+  // Fetches what a lookup of the key will most likely need, without waiting for it.
+  void fetchAhead(std::uint64_t key) const {
+    const Link first(loadRelaxed(view_->head(bucket(key))));
+    if (!first.atEnd() && first.slot() < view_->fixed().slotCount) {
+      prefetch(first.slot());
+    }
+  }
+
   // Inserts the row or replaces the one of its key.
   void write(Row& row) {
     Place place;
@@ -112,12 +120,14 @@ class RowAccess {
   std::uint64_t* copyAt(std::uint32_t slot, unsigned copy) const {
     return view_->slot(slot) + copyWord(kWords, copy);
   }
-  // A slot lies on two to four cache lines, most of which a hit will need: fetch them together.
+  // A slot lies on two to five cache lines, most of which a hit will need: fetch them together.
   void prefetch(std::uint32_t slot) const {
+    constexpr std::size_t kSlotWords = slotBytes(kRowBytes) / 8;
     const std::uint64_t* words = view_->slot(slot);
-    for (std::size_t word = 8; word < slotBytes(kRowBytes) / 8; word += 8) {
+    for (std::size_t word = 0; word < kSlotWords; word += 8) {
       __builtin_prefetch(words + word);
     }
+    __builtin_prefetch(words + kSlotWords - 1);
   }
   std::uint64_t keyAt(std::uint32_t slot, Seq seq) const {
     return keyBitsOf(loadRelaxed(copyAt(slot, seq.copy())[1]), kKeyBytes);

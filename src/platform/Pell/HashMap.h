@@ -96,10 +96,11 @@ class HashMap {
 
   // The element's value, made by default when the key is absent.
   Value& operator[](const Key& key) {
-    const auto [indexed, isNew] = index_.try_emplace(key);
-    if (isNew) {
-      fillSlot(indexed->second, key, Value());
+    if (Value* held = find(key); held != nullptr) {
+      return *held;
     }
+    const auto indexed = index_.try_emplace(key).first;
+    fillSlot(indexed->second, key, Value());
     return slots_[indexed->second]->value;
   }
 

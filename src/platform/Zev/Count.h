@@ -10,9 +10,7 @@ extern std::atomic<bool> threadSafeCounts;
 
 // Whether counts are updated atomically. Off at start; switch it while one thread uses the
 // platform's objects, before others do.
-inline bool threadSafePtrMode() {
-  return Detail::threadSafeCounts.load(std::memory_order_relaxed);
-}
+inline bool threadSafePtrMode() { return Detail::threadSafeCounts.load(std::memory_order_relaxed); }
 void threadSafePtrModeIs(bool on);
 
 // A number that is counted up and down: plain arithmetic, or in thread-safe-pointer mode atomic.

@@ -6,9 +6,7 @@ namespace Zev {
 
 constinit std::atomic<bool> Detail::threadSafeCounts = false;
 
-void threadSafePtrModeIs(bool on) {
-  Detail::threadSafeCounts.store(on, std::memory_order_relaxed);
-}
+void threadSafePtrModeIs(bool on) { Detail::threadSafeCounts.store(on, std::memory_order_relaxed); }
 
 const Pell::Publisher* PtrInterface::notifieeList() const { return nullptr; }
 

@@ -35,6 +35,7 @@ class PtrInterface {
   virtual void zeroReferencesIs(bool zero);
   virtual const TypeRecord& fwkType() const = 0;
 
+  // NOLINTNEXTLINE(misc-new-delete-overloads): its match is the sized one below
   static void* operator new(std::size_t bytes) { return ObjectMemory::take(bytes); }
   static void operator delete(void* block, std::size_t bytes) noexcept {
     ObjectMemory::give(block, bytes);

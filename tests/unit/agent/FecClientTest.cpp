@@ -1,12 +1,11 @@
 // How the agent's clients reach the table: one operation a key, coalescing, suspension, admission.
 
-#include "agent/FecClient.h"
-
 #include <optional>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "agent/FecClient.h"
 #include "agent/NextHopEntry.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
@@ -14,8 +13,8 @@
 namespace {
 
 using Agent::Answer;
-using testing_support::FecHarness;
 using LoamFec::FecTableConstants;
+using testing_support::FecHarness;
 
 class FecClientTest : public testing_support::LeakCheckedTest {
  protected:

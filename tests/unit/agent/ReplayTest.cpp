@@ -1,11 +1,10 @@
 // A replay in this process, on snapshots made by hand.
 
-#include "agent/Replay.h"
-
 #include <memory>
 
 #include <gtest/gtest.h>
 
+#include "agent/Replay.h"
 #include "agent/ReplayReportText.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
@@ -186,10 +185,10 @@ TEST_F(ReplayTest, TheTableNamesEveryFigureAndTheTotalAddsUp) {
 TEST_F(ReplayTest, TheJsonHasStableKeys) {
   const std::vector<Agent::LabelledReport> reports = {{"a.json", replay_->apply(threeHops(), "a")}};
   const std::string json = Agent::reportJson(reports);
-  for (const char* key : {"\"snapshots\"", "\"total\"", "\"next_hops\": 3", "\"asked\": 3",
-                          "\"programmed\": 3", "\"failed\": 0", "\"waiting\": 0",
-                          "\"log_versions\": 3", "\"hardware_equal\": true", "\"seconds\"",
-                          "\"requests_per_second\"", "\"skipped_by_kind\""}) {
+  for (const char* key :
+       {"\"snapshots\"", "\"total\"", "\"next_hops\": 3", "\"asked\": 3", "\"programmed\": 3",
+        "\"failed\": 0", "\"waiting\": 0", "\"log_versions\": 3", "\"hardware_equal\": true",
+        "\"seconds\"", "\"requests_per_second\"", "\"skipped_by_kind\""}) {
     EXPECT_NE(json.find(key), std::string::npos) << key << " in\n" << json;
   }
 }

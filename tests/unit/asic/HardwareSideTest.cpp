@@ -1,11 +1,10 @@
 // The hardware side on the agent's loop: which turn does what.
 
-#include "asic/HardwareSide.h"
-
 #include <optional>
 
 #include <gtest/gtest.h>
 
+#include "asic/HardwareSide.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
 
@@ -23,9 +22,8 @@ class HardwareSideTest : public testing_support::LeakCheckedTest {
   }
 
   void write(std::uint32_t fecId) {
-    harness_.table().entryWriteWithResponseHandler(FecHarness::key(fecId),
-                                                   FecHarness::entry("eth1"), nullptr,
-                                                   harness_.recordResponse());
+    harness_.table().entryWriteWithResponseHandler(
+        FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr, harness_.recordResponse());
   }
 
   FecHarness harness_;

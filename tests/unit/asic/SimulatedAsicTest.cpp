@@ -1,11 +1,10 @@
 // The simulated hardware, fed by a whole agent through the state folder alone.
 
-#include "asic/SimulatedAsic.h"
-
 #include <optional>
 
 #include <gtest/gtest.h>
 
+#include "asic/SimulatedAsic.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
 
@@ -94,8 +93,8 @@ TEST_F(SimulatedAsicTest, ABudgetEqualToTheWorkFinishesItAndSaysItIsSpent) {
 
 TEST_F(SimulatedAsicTest, AnOperationWaitsForTheVersionsItNeedsAndHoldsBackLaterOnes) {
   const Asic::SwTableId other(0x03010806);
-  const auto dependency = Zev::makeObject<FakeDependency>(
-      Asic::TableVersion(other, Asic::LogVersion(1)));
+  const auto dependency =
+      Zev::makeObject<FakeDependency>(Asic::TableVersion(other, Asic::LogVersion(1)));
   dependency->stateIs(Asic::EntryState::hwWritePending);
   write(1);
   write(2, 0, dependency);
@@ -147,8 +146,8 @@ TEST_F(SimulatedAsicTest, AMissingLogRowIsRepairedFromTheConfigurationTable) {
 
 TEST_F(SimulatedAsicTest, AMissingGroupRowIsRepairedFromTheConfigurationTable) {
   write(1);
-  auto& groupLog = static_cast<Glint::GlintMap<Asic::GroupLogRow>&>(
-      harness_.group()->groupLog()->logMap());
+  auto& groupLog =
+      static_cast<Glint::GlintMap<Asic::GroupLogRow>&>(harness_.group()->groupLog()->logMap());
   ASSERT_TRUE(groupLog.rowDel(1));
   asic_->step(kPlenty);
   EXPECT_EQ(asic_->repairs(), 1U);

@@ -56,10 +56,11 @@ TEST(AllocationTracker, TheListHoldsEveryTypeOnceAndTheSumAddsThemUp) {
   EXPECT_EQ(std::count(all.begin(), all.end(), &Zev::trackerOf<Tracked<'E'>>()), 1);
 }
 
-TEST(AllocationTracker, CountsExactlyWhenManyThreadsMakeAndReleaseObjects) {
+TEST(AllocationTracker, InThreadSafeModeCountsExactlyWhenManyThreadsMakeAndReleaseObjects) {
   constexpr int kThreads = 4;
   constexpr int kObjectsEach = 20'000;
   Zev::AllocationTracker& tracker = Zev::trackerOf<Tracked<'F'>>();
+  Zev::threadSafePtrModeIs(true);
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([] {
@@ -71,6 +72,7 @@ TEST(AllocationTracker, CountsExactlyWhenManyThreadsMakeAndReleaseObjects) {
   for (std::thread& thread : threads) {
     thread.join();
   }
+  Zev::threadSafePtrModeIs(false);
   EXPECT_EQ(tracker.live(), 0);
   EXPECT_EQ(tracker.total(), kThreads * kObjectsEach);
 }

@@ -1,0 +1,239 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Glint/SharedMemEntityManager.h"
+#include "TableFile.h"
+#include "Vanta/EntityManager.h"
+#include "fec/FecTableEntryLog.h"
+#include "testing/LeakCheck.h"
+#include "testing/TemporaryRoot.h"
+
+// An entry log without the rest of an agent, and ways to look at what it leaves in shared memory
+// and to damage that.
+
+namespace fec_test {
+
+using LoamFec::FecTableConstants;
+using LoamFec::FecTableEntryLog;
+using Key = LoamFec::FecTableDataModelEntryKey;
+using LogEntry = LoamFec::FecTableDataModelLogEntry;
+using ResourceKeys = LoamFec::FecTableDataModelResourceKeys;
+using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
+using ConfigRow = LoamFec::FecTableDataModelConfigGlintEntry;
+using LogEntity = LoamFec::FecTableDataModelEntryLogGlint;
+using ConfigEntity = LoamFec::FecTableDataModelConfigGlint;
+using LogRows = Glint::GlintMap<LogRow>;
+using ConfigRows = Glint::GlintMap<ConfigRow>;
+using Asic::LogVersion;
+using Asic::UnitId;
+using Needed = Pell::Ptr<const Asic::NeededEntry>;
+
+inline constexpr UnitId kUnit{0};
+inline constexpr UnitId kOtherUnit{1};
+inline const Pell::String kLogPath = "LoamAdj.LoamAdj.FecTable.log";
+
+// The mark tells two contents of one key apart.
+inline LogEntry logEntry(std::uint32_t fecId, std::uint32_t mark = 0) {
+  LogEntry entry;
+  entry.key = Key(fecId);
+  entry.opaqueA = mark;
+  return entry;
+}
+inline ResourceKeys resourceKeys(const Pell::String& intfName) {
+  return {Wirex::IntfId::fromName(intfName)};
+}
+
+// Group log that keeps what is announced; onAnnounce may look around.
+class RecordingGroupLog : public Asic::GroupLogInterface {
+ public:
+  static constexpr const char* kTypeName = "fec_test::RecordingGroupLog";
+  struct Announcement {
+    Asic::SwTableId tableId;
+    LogVersion version;
+    Needed needed;
+  };
+
+  ~RecordingGroupLog() override { hasNotificationActiveIs(false); }
+  const Zev::TypeRecord& fwkType() const override {
+    static const Zev::TypeRecord record{kTypeName};
+    return record;
+  }
+  void addGroupLogEntry(Asic::SwTableId tableId, LogVersion version,
+                        const Needed& neededEntry) override {
+    announced.push_back({tableId, version, neededEntry});
+    if (onAnnounce) {
+      onAnnounce(version);
+    }
+  }
+
+  std::vector<Announcement> announced;
+  std::function<void(LogVersion)> onAnnounce;
+};
+
+// The tables as another process sees them.
+class Reader {
+ public:
+  explicit Reader(const Pell::String& root)
+      : entityManager_(Zev::makeObject<Vanta::EntityManager>(root)) {}
+
+  Pell::Ptr<LogEntity> log() const {
+    return mount<LogEntity>(kLogPath, FecTableConstants::kEntryLogCapacity);
+  }
+  Pell::Ptr<ConfigEntity> config(UnitId unit) const {
+    return mount<ConfigEntity>(FecTableConstants::configGlintPath(unit),
+                               FecTableConstants::kConfigCapacity);
+  }
+
+ private:
+  template <typename Entity>
+  Pell::Ptr<Entity> mount(const Pell::String& path, std::uint32_t capacity) const {
+    const auto manager = ZevSharedMem::getEntityManager(entityManager_);
+    ZevGlint::MountInfo info(ZevGlint::ZevGlintType::reader);
+    info.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, capacity));
+    manager->doMount(path, Entity::kTypeName, info);
+    return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
+  }
+
+  Pell::Ptr<Vanta::EntityManager> entityManager_;
+};
+
+// The file behind a collection, for damage done under the eyes of whoever has mounted it.
+template <typename Row>
+class RowFile {
+  using Traits = Glint::RowTraits<Row>;
+
+ public:
+  explicit RowFile(const Glint::GlintMap<Row>& rows)
+      : path_(rows.filePath()),
+        offsets_(rows.capacity(), Traits::physicalSlots(rows.capacity()), sizeof(Row)) {}
+
+  const Pell::String& path() const { return path_; }
+  const glint_test::Offsets& offsets() const { return offsets_; }
+
+  // The slot that holds the key's row; the key must have one.
+  std::uint32_t slotOf(const typename Traits::Key& key) const {
+    const auto inUse =
+        glint_test::wordAt<std::uint32_t>(path_, offsetof(Glint::Header, slotsInUse));
+    for (std::uint32_t slot = 0; slot < inUse; ++slot) {
+      const Glint::Seq seq = seqOf(slot);
+      const auto word = glint_test::wordAt<std::uint64_t>(path_, offsets_.row(slot, seq.copy()));
+      if (seq.live() && Glint::keyBitsOf(word, sizeof key) == Traits::keyBits(key)) {
+        return slot;
+      }
+    }
+    ADD_FAILURE() << "no row of key " << Traits::keyBits(key);
+    return 0;
+  }
+  // One bit of the row's contents, behind its key.
+  void damageRow(const typename Traits::Key& key) const {
+    const std::uint32_t slot = slotOf(key);
+    glint_test::flipBit(path_, 8 * (offsets_.row(slot, seqOf(slot).copy()) + 20));
+  }
+  // One bit of the word that says what the slot holds: whoever comes by it is told.
+  void damageSlot(std::uint32_t slot) const { glint_test::flipBit(path_, 8 * offsets_.slot(slot)); }
+
+ private:
+  Glint::Seq seqOf(std::uint32_t slot) const {
+    return Glint::Seq(glint_test::wordAt<std::uint64_t>(path_, offsets_.slot(slot)));
+  }
+
+  Pell::String path_;
+  glint_test::Offsets offsets_;
+};
+
+// One process's entry log on a state folder.
+class LogProcess {
+ public:
+  explicit LogProcess(const Pell::String& root)
+      : entityManager_(Zev::makeObject<Vanta::EntityManager>(root)),
+        groupLog_(Zev::makeObject<RecordingGroupLog>()),
+        log_(LoamFec::fecTableEntryLogFactory(FecTableConstants::kTableId, entityManager_,
+                                              groupLog_)) {}
+
+  FecTableEntryLog& log() { return *log_; }
+  const Pell::Ptr<FecTableEntryLog>& logPtr() { return log_; }
+  RecordingGroupLog& groupLog() { return *groupLog_; }
+  const Pell::Ptr<RecordingGroupLog>& groupLogPtr() { return groupLog_; }
+  const Pell::Ptr<Vanta::EntityManager>& entityManager() { return entityManager_; }
+  LogRows& logRows() { return log_->tableEntryLog()->entryLogConfig(); }
+  ConfigRows& configRows(UnitId unit = kUnit) {
+    return log_->tableConfigGlint(unit)->swTableEntries();
+  }
+
+  LogVersion write(std::uint32_t fecId, std::uint32_t mark = 0, UnitId unit = kUnit) {
+    return log_->entryIs(logEntry(fecId, mark), resourceKeys("eth1"), nullptr, unit);
+  }
+  LogVersion remove(std::uint32_t fecId, UnitId unit = kUnit) {
+    return log_->entryDel(Key(fecId), nullptr, unit);
+  }
+  LogVersion removeAll(UnitId unit = kUnit) { return log_->tableDel(nullptr, unit); }
+
+ private:
+  Pell::Ptr<Vanta::EntityManager> entityManager_;
+  Pell::Ptr<RecordingGroupLog> groupLog_;
+  Pell::Ptr<FecTableEntryLog> log_;
+};
+
+// A test on one state folder, with two units mounted.
+class EntryLogTest : public testing_support::LeakCheckedTest {
+ protected:
+  EntryLogTest() { start(); }
+
+  // As a new process finds the state folder.
+  void restart() {
+    process_.reset();
+    start();
+  }
+  void start() {
+    process_.emplace(root_.path());
+    process_->log().mountGlintConfig(kUnit);
+    process_->log().mountGlintConfig(kOtherUnit);
+  }
+  void stop() { process_.reset(); }
+
+  const Pell::String& root() const { return root_.path(); }
+  LogProcess& process() { return *process_; }
+  FecTableEntryLog& log() { return process_->log(); }
+  LogRows& logRows() { return process_->logRows(); }
+  ConfigRows& configRows(UnitId unit = kUnit) { return process_->configRows(unit); }
+  RecordingGroupLog& groupLog() { return process_->groupLog(); }
+
+  LogVersion write(std::uint32_t fecId, std::uint32_t mark = 0, UnitId unit = kUnit) {
+    return process_->write(fecId, mark, unit);
+  }
+  LogVersion remove(std::uint32_t fecId, UnitId unit = kUnit) {
+    return process_->remove(fecId, unit);
+  }
+  LogVersion removeAll(UnitId unit = kUnit) { return process_->removeAll(unit); }
+
+  std::vector<std::uint64_t> loggedVersions() {
+    std::vector<std::uint64_t> versions;
+    for (auto at = logRows().iterator(); at.valid(); at.advance()) {
+      versions.push_back(at.row().version().value());
+    }
+    std::sort(versions.begin(), versions.end());
+    return versions;
+  }
+  std::vector<std::uint32_t> configuredKeys(UnitId unit = kUnit) {
+    std::vector<std::uint32_t> keys;
+    for (auto at = configRows(unit).iterator(); at.valid(); at.advance()) {
+      keys.push_back(at.row().key().fecId());
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
+  }
+
+ private:
+  testing_support::TemporaryRoot root_;
+  std::optional<LogProcess> process_;
+};
+
+}  // namespace fec_test

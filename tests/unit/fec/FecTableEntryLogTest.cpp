@@ -1,0 +1,766 @@
+// The entry log's mounts, its writes and deletions, and what it answers about what is committed.
+
+#include <sys/mman.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include "EntryLogFixture.h"
+#include "fec/FecTableEntryLog.h"
+#include "testing/TraceRecorder.h"
+#include "testing/VirtualSlot.h"
+
+namespace {
+
+using Asic::LogVersion;
+using Asic::UnitId;
+using fec_test::ConfigEntity;
+using fec_test::ConfigRow;
+using fec_test::Key;
+using fec_test::kLogPath;
+using fec_test::kOtherUnit;
+using fec_test::kUnit;
+using fec_test::LogEntity;
+using fec_test::logEntry;
+using fec_test::LogEntry;
+using fec_test::LogProcess;
+using fec_test::LogRow;
+using fec_test::Reader;
+using fec_test::resourceKeys;
+using fec_test::ResourceKeys;
+using fec_test::RowFile;
+using LoamFec::FecTableConstants;
+using LoamFec::FecTableEntryLog;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing_support::TraceRecorder;
+
+constexpr const char* kHandle = "FecTableEntryLog";
+constexpr UnitId kNoUnit{7};  // never mounted
+
+const Asic::TableVersion kNeededVersion(Asic::SwTableId(0x03010806), LogVersion(7));
+
+Pell::Ptr<Asic::NeededEntry> neededEntry() {
+  auto needed = Zev::makeObject<Asic::NeededEntry>();
+  needed->add(kNeededVersion);
+  return needed;
+}
+
+void expectRow(const std::optional<ConfigRow>& row, const LogEntry& entry, const ResourceKeys& keys,
+               LogVersion version, bool isDeleted) {
+  ASSERT_TRUE(row.has_value());
+  EXPECT_TRUE(LogEntry::isEq(row->logEntry(), entry)) << valueToStrep(row->logEntry());
+  EXPECT_TRUE(ResourceKeys::isEq(row->rsrcKeys(), keys));
+  EXPECT_EQ(row->version(), version);
+  EXPECT_EQ(row->isDeleted(), isDeleted);
+}
+
+void expectRow(const std::optional<LogRow>& row, LogVersion version, std::uint16_t operation,
+               UnitId unit, const LogEntry& entry) {
+  ASSERT_TRUE(row.has_value());
+  EXPECT_EQ(row->version(), version);
+  EXPECT_EQ(row->operation(), operation);
+  EXPECT_EQ(row->unitId(), unit);
+  EXPECT_TRUE(LogEntry::isEq(row->logEntry(), entry)) << valueToStrep(row->logEntry());
+}
+
+// ---- Mounts.
+
+class FecTableEntryLogMounts : public fec_test::EntryLogTest {};
+
+TEST_F(FecTableEntryLogMounts, AFreshLogStartsAtVersion0AndItsFirstWriteGetsVersion1) {
+  EXPECT_EQ(logRows().control().scratchpad(), 0U);
+  EXPECT_EQ(log().tableVersion(), LogVersion(0));
+  EXPECT_EQ(log().prevTableVersion(), LogVersion(0));
+  EXPECT_EQ(write(5), LogVersion(1));
+}
+
+TEST_F(FecTableEntryLogMounts, AfterARestartVersionsGoOnAboveEveryVersionWrittenBefore) {
+  write(1);
+  write(2);
+  remove(1);
+  restart();
+  EXPECT_EQ(log().tableVersion(), LogVersion(3));
+  EXPECT_EQ(log().prevTableVersion(), LogVersion(0));
+  EXPECT_EQ(write(3), LogVersion(4));
+  EXPECT_THAT(loggedVersions(), ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(FecTableEntryLogMounts, OnlyTheScratchpadTellsWhereVersionsGoOn) {
+  write(1);
+  logRows().rowIs(LogRow(LogVersion(9), 0, kUnit, logEntry(1)));
+  logRows().control().scratchpadIs(0xFFFFFFFF00000001U);
+  restart();
+  EXPECT_EQ(log().tableVersion(), LogVersion(0xFFFFFFFF00000001U));
+}
+
+TEST_F(FecTableEntryLogMounts, ConstructionTracesItsStepsInOrder) {
+  write(1);
+  stop();
+  TraceRecorder traces({kHandle});
+  const LogProcess process(root());
+  ASSERT_EQ(traces.records().size(), 3U);
+  const char* const functions[] = {"handleInitialized", "mountGlintChangeLog",
+                                   "mountGlintChangeLog"};
+  const int levels[] = {8, 8, 2};
+  const char* const messages[] = {
+      "", "", " Mounted entryLog: LoamAdj.LoamAdj.FecTable.log, tableVersion: 1"};
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(traces.records()[i].function, functions[i]);
+    EXPECT_EQ(traces.records()[i].level, levels[i]);
+    EXPECT_EQ(traces.records()[i].message, messages[i]);
+    EXPECT_EQ(traces.records()[i].className, "FecTableEntryLog");
+    EXPECT_EQ(traces.records()[i].file, "FecTableEntryLog");
+  }
+}
+
+TEST_F(FecTableEntryLogMounts, AMountOfAUnitTracesItsNameAndThenItsPath) {
+  TraceRecorder traces({kHandle});
+  log().mountGlintConfig(UnitId(3));
+  EXPECT_THAT(traces.textsOf("mountGlintConfig"),
+              ElementsAre("", " Mounted config for unitId: 3 at LoamAdj.FecTable.unit3.config"));
+  EXPECT_EQ(traces.records()[0].level, 8);
+  EXPECT_EQ(traces.records()[1].level, 2);
+}
+
+TEST_F(FecTableEntryLogMounts, TheLogIsACollectionOf100000RowsNamedEntryLogConfig) {
+  EXPECT_STREQ(LogEntity::kTypeName, "LoamFec::FecTableDataModelEntryLogGlint");
+  EXPECT_EQ(log().tableEntryLog()->name(), kLogPath);
+  EXPECT_EQ(logRows().capacity(), 100000U);
+  EXPECT_TRUE(logRows().isWriter());
+  const auto header = glint_test::wordAt<Glint::FixedHeader>(logRows().filePath(), 0);
+  EXPECT_STREQ(header.collectionName.data(), "entryLogConfig");
+  EXPECT_EQ(header.rowBytes, 56U);
+}
+
+TEST_F(FecTableEntryLogMounts, AConfigurationTableIsACollectionOf65536RowsNamedSwTableEntries) {
+  EXPECT_STREQ(ConfigEntity::kTypeName, "LoamFec::FecTableDataModelConfigGlint");
+  EXPECT_EQ(log().tableConfigGlint(kUnit)->name(), FecTableConstants::configGlintPath(kUnit));
+  EXPECT_EQ(configRows().capacity(), 65536U);
+  EXPECT_TRUE(configRows().isWriter());
+  const auto header = glint_test::wordAt<Glint::FixedHeader>(configRows().filePath(), 0);
+  EXPECT_STREQ(header.collectionName.data(), "swTableEntries");
+  EXPECT_EQ(header.rowBytes, 64U);
+}
+
+TEST_F(FecTableEntryLogMounts, EveryUnitHasATableOfItsOwn) {
+  write(1, 10, kUnit);
+  write(1, 20, kOtherUnit);
+  EXPECT_NE(configRows(kUnit).filePath(), configRows(kOtherUnit).filePath());
+  EXPECT_EQ(log().entry(Key(1), kUnit).opaqueA, 10U);
+  EXPECT_EQ(log().entry(Key(1), kOtherUnit).opaqueA, 20U);
+}
+
+TEST_F(FecTableEntryLogMounts, MountingAUnitAgainReplacesItsEntryAndKeepsItsRows) {
+  write(1, 10);
+  const auto before = log().tableConfigGlint(kUnit);
+  log().mountGlintConfig(kUnit);
+  EXPECT_NE(log().tableConfigGlint(kUnit), before);
+  EXPECT_EQ(log().entry(Key(1), kUnit).opaqueA, 10U);
+  write(2);
+  EXPECT_TRUE(before->swTableEntries().has(Key(2)));  // the same table behind both
+}
+
+TEST_F(FecTableEntryLogMounts, AUnitThatIsNotMountedHasNoTable) {
+  EXPECT_FALSE(log().tableConfigGlintHas(kNoUnit));
+  EXPECT_FALSE(log().tableConfigGlint(kNoUnit));
+  EXPECT_TRUE(log().tableConfigGlintHas(kUnit));
+}
+
+TEST_F(FecTableEntryLogMounts, ATableIsInsertedReplacedAndRemovedByItsUnit) {
+  const auto table = log().tableConfigGlint(kUnit);
+  const auto other = log().tableConfigGlint(kOtherUnit);
+  log().tableConfigGlintIs(kNoUnit, table);
+  EXPECT_EQ(log().tableConfigGlint(kNoUnit), table);
+  log().tableConfigGlintIs(kNoUnit, other);
+  EXPECT_EQ(log().tableConfigGlint(kNoUnit), other);
+  EXPECT_EQ(log().tableConfigGlintDel(kNoUnit), other);
+  EXPECT_FALSE(log().tableConfigGlintHas(kNoUnit));
+  EXPECT_FALSE(log().tableConfigGlintDel(kNoUnit));
+  log().tableConfigGlintDelAll();
+  EXPECT_FALSE(log().tableConfigGlintHas(kUnit));
+  EXPECT_FALSE(log().tableConfigGlintHas(kOtherUnit));
+}
+
+// Has mounts of a type's name give an entity of another type, as long as it lives.
+template <typename Entity>
+class Impostor {
+ public:
+  Impostor() {
+    ZevSharedMem::entityTypeIs(Entity::kTypeName, [](const ZevGlint::MountSite& site) {
+      return Pell::Ptr<Zev::Entity>(Zev::makeObject<Stranger>(site.path()));
+    });
+  }
+  ~Impostor() {
+    ZevSharedMem::entityTypeIs(Entity::kTypeName, [](const ZevGlint::MountSite& site) {
+      return Pell::Ptr<Zev::Entity>(Zev::makeObject<Entity>(site));
+    });
+  }
+  Impostor(const Impostor&) = delete;
+  Impostor& operator=(const Impostor&) = delete;
+
+ private:
+  struct Stranger : Zev::Entity {
+    static constexpr const char* kTypeName = "Stranger";
+    explicit Stranger(const Pell::String& name) : Zev::Entity(name) {}
+    const Zev::TypeRecord& fwkType() const override {
+      static const Zev::TypeRecord record{kTypeName};
+      return record;
+    }
+  };
+};
+
+TEST_F(FecTableEntryLogMounts, AnEntityOfAnotherTypeAtTheLogsPathLeavesANullLog) {
+  stop();
+  const Impostor<LogEntity> impostor;
+  LogProcess process(root());
+  EXPECT_FALSE(process.log().tableEntryLog());
+  EXPECT_EQ(process.log().tableVersion(), LogVersion(0));
+  EXPECT_DEATH(process.log().entryLogConfigRows(), "tableEntryLog");
+}
+
+TEST_F(FecTableEntryLogMounts, AnEntityOfAnotherTypeAtAUnitsPathLeavesANullTable) {
+  const Impostor<ConfigEntity> impostor;
+  log().mountGlintConfig(kUnit);
+  EXPECT_TRUE(log().tableConfigGlintHas(kUnit));
+  EXPECT_FALSE(log().tableConfigGlint(kUnit));
+  EXPECT_DEATH(write(5), "tableConfigGlint\\( unitId \\)");
+}
+
+TEST_F(FecTableEntryLogMounts, ItsEndReleasesEveryMountAndLeavesTheRows) {
+  write(1);
+  const auto logEntity = log().tableEntryLog();
+  const auto unit = log().tableConfigGlint(kUnit);
+  const auto otherUnit = log().tableConfigGlint(kOtherUnit);
+  const auto held = [&] {
+    return std::vector{logEntity->references(), unit->references(), otherUnit->references()};
+  };
+  const auto before = held();
+  auto& logs = Zev::trackerOf<FecTableEntryLog>();
+  ASSERT_EQ(logs.live(), 1);
+  stop();
+  EXPECT_EQ(logs.live(), 0);
+  // The log's and the entity manager's reference.
+  EXPECT_THAT(held(), ElementsAre(before[0] - 2, before[1] - 2, before[2] - 2));
+  EXPECT_TRUE(unit->swTableEntries().has(Key(1)));
+}
+
+TEST_F(FecTableEntryLogMounts, TheObjectKeepsWhatItWasMadeWith) {
+  EXPECT_EQ(log().tableId(), Asic::SwTableId(0x03010805));
+  EXPECT_EQ(log().entityManager(), process().entityManager());
+  EXPECT_EQ(log().groupLogInterface(), process().groupLogPtr());
+  EXPECT_TRUE(log().hasNotificationActive());
+}
+
+TEST_F(FecTableEntryLogMounts, TheFactoryUnderTheRuntimesNameMakesTheSame) {
+  write(1);
+  stop();
+  const auto entityManager = Zev::makeObject<Vanta::EntityManager>(root());
+  const auto groupLog = Zev::makeObject<fec_test::RecordingGroupLog>();
+  const auto made =
+      FecTableEntryLog::FecTableEntryLogIs(FecTableConstants::kTableId, entityManager, groupLog);
+  EXPECT_EQ(made->tableVersion(), LogVersion(1));
+  EXPECT_TRUE(made->hasNotificationActive());
+}
+
+TEST_F(FecTableEntryLogMounts, ItsTypeRecordNamesItsAttributesInOrder) {
+  const Zev::TypeRecord& record = log().fwkType();
+  EXPECT_EQ(record.name, "LoamFec::FecTableEntryLog");
+  ASSERT_EQ(record.attributes.size(), 3U);
+  EXPECT_EQ(record.attribute("tableEntryLog")->id, 1);
+  EXPECT_EQ(record.attribute("tableConfigGlint")->id, 2);
+  EXPECT_EQ(record.attribute("prevTableVersion")->id, 3);
+  ASSERT_NE(record.operation("FecTableEntryLogIs"), nullptr);
+  EXPECT_THAT(record.operation("FecTableEntryLogIs")->parameters,
+              ElementsAre("tableId", "entityManager", "groupLogInterface"));
+}
+
+TEST_F(FecTableEntryLogMounts, TheTypeHookIsItsThirdVirtualOperation) {
+  EXPECT_EQ(testing_support::virtualSlot(&FecTableEntryLog::fwkType), 2U);
+}
+
+// ---- Writes and deletions.
+
+class FecTableEntryLogWrites : public fec_test::EntryLogTest {};
+
+TEST_F(FecTableEntryLogWrites, TwoWritesOfAKeyGetConsecutiveVersionsAndTheRowHoldsTheSecond) {
+  EXPECT_EQ(write(5, 50), LogVersion(1));
+  EXPECT_EQ(write(5, 51), LogVersion(2));
+  expectRow(configRows().row(Key(5)), logEntry(5, 51), resourceKeys("eth1"), LogVersion(2), false);
+  EXPECT_EQ(configRows().rowCount(), 1U);
+  expectRow(logRows().row(LogVersion(1)), LogVersion(1), 0, kUnit, logEntry(5, 50));
+  expectRow(logRows().row(LogVersion(2)), LogVersion(2), 0, kUnit, logEntry(5, 51));
+}
+
+TEST_F(FecTableEntryLogWrites, EveryFieldOfAWriteReachesBothRows) {
+  LogEntry entry = logEntry(0xFFFFFFFF, 1);
+  entry.flagA = 2;
+  entry.clientDest = {3, 4, 0, 5};
+  entry.opaqueB = 6;
+  entry.flagB = 7;
+  entry.resolvedDest = {8, 9, 0, 10};
+  const LogVersion version = log().entryIs(entry, resourceKeys("eth3"), nullptr, kOtherUnit);
+  expectRow(configRows(kOtherUnit).row(entry.key), entry, resourceKeys("eth3"), version, false);
+  expectRow(logRows().row(version), version, 0, kOtherUnit, entry);
+  EXPECT_EQ(configRows(kUnit).rowCount(), 0U);
+}
+
+TEST_F(FecTableEntryLogWrites, AWriteOfADeletedKeyMakesItsRowLiveAgain) {
+  write(5, 50);
+  remove(5);
+  const LogVersion version = write(5, 51);
+  expectRow(configRows().row(Key(5)), logEntry(5, 51), resourceKeys("eth1"), version, false);
+}
+
+TEST_F(FecTableEntryLogWrites, VersionsAreConsecutiveAcrossUnitsAndOperations) {
+  EXPECT_EQ(write(1, 0, kUnit), LogVersion(1));
+  EXPECT_EQ(write(1, 0, kOtherUnit), LogVersion(2));
+  EXPECT_EQ(remove(1, kUnit), LogVersion(3));
+  EXPECT_EQ(removeAll(kOtherUnit), LogVersion(4));
+  EXPECT_EQ(write(1, 0, kUnit), LogVersion(5));
+}
+
+TEST_F(FecTableEntryLogWrites, EachChangeLeavesItsVersionInTableVersionAndScratchpad) {
+  for (const auto& change :
+       {std::function([&] { return write(1); }), std::function([&] { return remove(1); }),
+        std::function([&] { return removeAll(); })}) {
+    const LogVersion version = change();
+    EXPECT_EQ(log().tableVersion(), version);
+    EXPECT_EQ(logRows().control().scratchpad(), version.value());
+  }
+}
+
+TEST_F(FecTableEntryLogWrites, ADeletionMarksTheRowAndLogsItsEntry) {
+  write(5, 50);
+  EXPECT_EQ(remove(5), LogVersion(2));
+  expectRow(configRows().row(Key(5)), logEntry(5, 50), resourceKeys("eth1"), LogVersion(2), true);
+  expectRow(logRows().row(LogVersion(2)), LogVersion(2), 1, kUnit, logEntry(5, 50));
+}
+
+TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyThatWasNeverWrittenGetsVersion0AndChangesNothing) {
+  write(1);
+  groupLog().announced.clear();
+  TraceRecorder traces({kHandle});
+  EXPECT_EQ(remove(5), LogVersion(0));
+  EXPECT_EQ(traces.count(3, " key: 5 entry does not exist. So ignoring delete"), 1U);
+  EXPECT_EQ(log().tableVersion(), LogVersion(1));
+  EXPECT_EQ(logRows().control().scratchpad(), 1U);
+  EXPECT_THAT(loggedVersions(), ElementsAre(1));
+  EXPECT_FALSE(configRows().has(Key(5)));
+  EXPECT_THAT(groupLog().announced, IsEmpty());
+}
+
+TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyOfAnotherUnitIsIgnored) {
+  write(5, 0, kOtherUnit);
+  EXPECT_EQ(remove(5, kUnit), LogVersion(0));
+  EXPECT_TRUE(log().entryHas(Key(5), kOtherUnit));
+}
+
+TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyAlreadyMarkedDeletedIsLoggedAgain) {
+  write(5, 50);
+  remove(5);
+  EXPECT_EQ(remove(5), LogVersion(3));
+  expectRow(configRows().row(Key(5)), logEntry(5, 50), resourceKeys("eth1"), LogVersion(3), true);
+  expectRow(logRows().row(LogVersion(3)), LogVersion(3), 1, kUnit, logEntry(5, 50));
+}
+
+TEST_F(FecTableEntryLogWrites, ATableDeletionOfAnEmptyUnitIsOneLogRowWithTheDefaultEntry) {
+  EXPECT_EQ(removeAll(), LogVersion(1));
+  expectRow(logRows().row(LogVersion(1)), LogVersion(1), 2, kUnit, LogEntry());
+  EXPECT_EQ(logRows().rowCount(), 1U);
+  EXPECT_EQ(configRows().rowCount(), 0U);
+  EXPECT_EQ(groupLog().announced.size(), 1U);
+}
+
+TEST_F(FecTableEntryLogWrites, ATableDeletionMarksEveryRowOfItsUnitOnceUnderOneVersion) {
+  // More rows than are reserved at a time, one of them deleted before.
+  constexpr std::uint32_t kRows = 2500;
+  for (std::uint32_t fecId = 0; fecId < kRows; ++fecId) {
+    write(fecId, fecId);
+  }
+  write(1, 1, kOtherUnit);
+  remove(7);
+  const LogVersion version = removeAll();
+  EXPECT_EQ(version, LogVersion(kRows + 3));
+  EXPECT_EQ(configRows().rowCount(), kRows);
+  for (std::uint32_t fecId = 0; fecId < kRows; ++fecId) {
+    expectRow(configRows().row(Key(fecId)), logEntry(fecId, fecId), resourceKeys("eth1"), version,
+              true);
+  }
+  EXPECT_EQ(logRows().rowCount(), kRows + 3);
+  EXPECT_TRUE(log().entryHas(Key(1), kOtherUnit));
+}
+
+TEST_F(FecTableEntryLogWrites, AWriteForAUnitThatIsNotMountedStopsTheProcess) {
+  EXPECT_DEATH(write(5, 0, kNoUnit),
+               "assertion failed: tableConfigGlintHas\\( unitId \\): Config glint for unitId:7 is "
+               "not created yet!");
+}
+
+TEST_F(FecTableEntryLogWrites, DeletionsForAUnitThatIsNotMountedStopTheProcess) {
+  EXPECT_DEATH(remove(5, kNoUnit), "tableConfigGlint\\( unitId \\)");
+  EXPECT_DEATH(removeAll(kNoUnit), "tableConfigGlint\\( unitId \\)");
+}
+
+TEST_F(FecTableEntryLogWrites, EachChangeIsAnnouncedOnceWithItsNeededVersions) {
+  const auto needed = neededEntry();
+  log().entryIs(logEntry(5), {}, needed, kUnit);
+  log().entryDel(Key(5), needed, kUnit);
+  log().tableDel(nullptr, kUnit);
+  const auto& announced = groupLog().announced;
+  ASSERT_EQ(announced.size(), 3U);
+  for (std::size_t i = 0; i < announced.size(); ++i) {
+    EXPECT_EQ(announced[i].tableId, FecTableConstants::kTableId);
+    EXPECT_EQ(announced[i].version, LogVersion(i + 1));
+  }
+  EXPECT_EQ(announced[0].needed, needed);
+  EXPECT_EQ(announced[1].needed, needed);
+  EXPECT_FALSE(announced[2].needed);
+}
+
+TEST_F(FecTableEntryLogWrites, EachOperationTracesItsArgumentsAtLevel8) {
+  TraceRecorder traces({kHandle});
+  log().entryIs(logEntry(5), {}, neededEntry(), kOtherUnit);
+  log().entryDel(Key(5), neededEntry(), kOtherUnit);
+  log().tableDel(nullptr, kOtherUnit);
+  EXPECT_THAT(
+      traces.texts(8),
+      ElementsAre(fmt::format(" logEntry: {} neededEntry: {{03:01:0806@7}} version: 1 "
+                              "unitId: 1",
+                              logEntry(5)),
+                  " key:5 neededEntry: {03:01:0806@7} unitId: 1", " neededEntry:null, unitId: 1"));
+  EXPECT_EQ(traces.textsOf("entryIs").size(), 1U);
+  EXPECT_EQ(traces.textsOf("entryDel").size(), 1U);
+  EXPECT_EQ(traces.textsOf("tableDel").size(), 1U);
+  for (const TraceRecorder::Record& record : traces.records()) {
+    EXPECT_EQ(record.className, "FecTableEntryLog");
+    EXPECT_EQ(record.file, "FecTableEntryLog");
+  }
+}
+
+TEST_F(FecTableEntryLogWrites, WhenAChangeIsAnnouncedEveryProcessSeesItsRowsAndItsVersion) {
+  const Reader reader(root());
+  const auto readLog = reader.log();
+  const auto readConfig = reader.config(kUnit);
+  std::size_t looks = 0;
+  groupLog().onAnnounce = [&](LogVersion version) {
+    ++looks;
+    EXPECT_EQ(log().tableVersion(), version);
+    for (LogEntity* seen : {log().tableEntryLog().get(), readLog.get()}) {
+      EXPECT_EQ(seen->entryLogConfig().control().scratchpad(), version.value());
+      EXPECT_TRUE(seen->entryLogConfig().has(version));
+    }
+    for (ConfigEntity* seen : {log().tableConfigGlint(kUnit).get(), readConfig.get()}) {
+      EXPECT_EQ(seen->swTableEntries().row(Key(5))->version(), version);
+      EXPECT_EQ(seen->swTableEntries().row(Key(5))->isDeleted(), version != LogVersion(1));
+    }
+  };
+  write(5);
+  remove(5);
+  removeAll();
+  EXPECT_EQ(looks, 3U);
+}
+
+// ---- The order of the stores: a process that dies within a change leaves a prefix of them.
+
+// Has the next store into that part of the file, wherever this process maps it for writing, end
+// the process.
+void writeProtect(const Pell::String& path, std::uint64_t from, std::uint64_t bytes) {
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    if (line.find(path) != std::string::npos && line.find(" rw-s ") != std::string::npos) {
+      void* base = nullptr;
+      ASSERT_EQ(std::sscanf(line.c_str(), "%p", &base), 1);
+      ASSERT_EQ(::mprotect(static_cast<std::byte*>(base) + from, bytes, PROT_READ), 0);
+    }
+  }
+}
+
+struct Change {
+  const char* name;
+  std::function<LogVersion(LogProcess&)> make;  // the second change of key 5
+  std::uint16_t operation;
+};
+
+class FecTableEntryLogStoreOrder : public fec_test::EntryLogTest,
+                                   public ::testing::WithParamInterface<Change> {
+ protected:
+  FecTableEntryLogStoreOrder() { write(5, 50); }
+
+  // The change dies at its first store into that part of the log; then nobody writes.
+  void dieAtLogStore(std::uint64_t from, std::uint64_t bytes) {
+    const Pell::String path = logRows().filePath();
+    groupLog().onAnnounce = [](LogVersion) { std::fputs("announced", stderr); };
+    EXPECT_DEATH(
+        {
+          writeProtect(path, from, bytes);
+          GetParam().make(process());
+        },
+        ::testing::Not(HasSubstr("announced")));
+    stop();
+  }
+};
+
+TEST_P(FecTableEntryLogStoreOrder, TheConfigurationRowIsWrittenBeforeTheLogRow) {
+  const RowFile<LogRow> file(logRows());
+  dieAtLogStore(0, file.offsets().geometry.fileBytes);
+  const Reader reader(root());
+  EXPECT_EQ(reader.config(kUnit)->swTableEntries().row(Key(5))->version(), LogVersion(2));
+  EXPECT_FALSE(reader.log()->entryLogConfig().has(LogVersion(2)));
+  EXPECT_EQ(reader.log()->entryLogConfig().control().scratchpad(), 1U);
+}
+
+TEST_P(FecTableEntryLogStoreOrder, TheLogRowIsWrittenBeforeTheScratchpad) {
+  dieAtLogStore(0, Glint::kPageBytes);
+  const Reader reader(root());
+  EXPECT_EQ(reader.log()->entryLogConfig().row(LogVersion(2))->operation(), GetParam().operation);
+  EXPECT_EQ(reader.log()->entryLogConfig().control().scratchpad(), 1U);
+}
+
+TEST_P(FecTableEntryLogStoreOrder, AVersionThatMissedTheScratchpadIsGivenAgainAndReplacesItsRow) {
+  dieAtLogStore(0, Glint::kPageBytes);
+  start();
+  EXPECT_EQ(log().tableVersion(), LogVersion(1));
+  EXPECT_EQ(write(6, 60), LogVersion(2));
+  expectRow(logRows().row(LogVersion(2)), LogVersion(2), 0, kUnit, logEntry(6, 60));
+  EXPECT_THAT(loggedVersions(), ElementsAre(1, 2));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, FecTableEntryLogStoreOrder,
+    ::testing::Values(Change{"Write", [](LogProcess& process) { return process.write(5, 51); }, 0},
+                      Change{"Deletion", [](LogProcess& process) { return process.remove(5); }, 1},
+                      Change{"TableDeletion",
+                             [](LogProcess& process) { return process.removeAll(); }, 2}),
+    [](const auto& tested) { return tested.param.name; });
+
+// ---- Capacity.
+
+class FecTableEntryLogCapacity : public fec_test::EntryLogTest {};
+
+TEST_F(FecTableEntryLogCapacity, TheLogTakesWritesBelowAtAndBeyondItsNominalCapacity) {
+  for (std::uint64_t version = 1; version < 99999; ++version) {
+    logRows().rowIs(LogRow(LogVersion(version), 0, kUnit, logEntry(1)));
+  }
+  logRows().control().scratchpadIs(99998);
+  restart();
+  for (const std::uint32_t rows : {99999U, 100000U, 100001U}) {
+    EXPECT_EQ(write(1), LogVersion(rows));
+    EXPECT_EQ(log().entryLogConfigRows(), rows);
+  }
+}
+
+TEST_F(FecTableEntryLogCapacity, AUnitTakesNewKeysBelowAtAndBeyondItsNominalCapacity) {
+  for (std::uint32_t fecId = 1; fecId < 65535; ++fecId) {
+    configRows().rowIs(ConfigRow(logEntry(fecId), {}, LogVersion(1), false));
+  }
+  for (const std::uint32_t rows : {65535U, 65536U, 65537U}) {
+    write(rows);
+    EXPECT_EQ(log().entrys(kUnit), rows);
+  }
+}
+
+// ---- Queries.
+
+class FecTableEntryLogQueries : public fec_test::EntryLogTest {};
+
+TEST_F(FecTableEntryLogQueries, ACommittedEntryIsAnsweredWithItsContentsAndResourceKeys) {
+  write(5, 50);
+  EXPECT_TRUE(log().entryHas(Key(5), kUnit));
+  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(5), kUnit), logEntry(5, 50)));
+  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), resourceKeys("eth1")));
+  EXPECT_EQ(log().entrys(kUnit), 1U);
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 0U);
+}
+
+TEST_F(FecTableEntryLogQueries, AnAbsentKeyIsAnsweredWithDefaults) {
+  write(5, 50, kOtherUnit);
+  EXPECT_FALSE(log().entryHas(Key(5), kUnit));
+  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(5), kUnit), LogEntry()));
+  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), ResourceKeys()));
+  EXPECT_EQ(log().entrys(kUnit), 0U);
+}
+
+TEST_F(FecTableEntryLogQueries, ADeletedEntryThatIsNotCleanedUpStillTellsItsResourceKeys) {
+  write(5, 50);
+  write(6, 60);
+  remove(5);
+  EXPECT_FALSE(log().entryHas(Key(5), kUnit));
+  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(5), kUnit), LogEntry()));
+  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), resourceKeys("eth1")));
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 1U);
+  EXPECT_EQ(log().entrys(kUnit), 1U);
+}
+
+TEST_F(FecTableEntryLogQueries, AfterCleanupADeletedKeyHasNoRow) {
+  write(5, 50);
+  log().cleanupEntryLog(remove(5));
+  EXPECT_FALSE(configRows().has(Key(5)));
+  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), ResourceKeys()));
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 0U);
+}
+
+TEST_F(FecTableEntryLogQueries, AUnitWhoseEveryRowIsMarkedDeletedHas0Entries) {
+  write(1);
+  write(2);
+  removeAll();
+  EXPECT_EQ(configRows().rowCount(), 2U);
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 2U);
+  EXPECT_EQ(log().entrys(kUnit), 0U);
+}
+
+TEST_F(FecTableEntryLogQueries, EachQueryTracesItsArgumentsAtLevel8) {
+  TraceRecorder traces({kHandle});
+  log().entry(Key(5), kOtherUnit);
+  log().entryHas(Key(5), kOtherUnit);
+  log().entryRsrcKeys(Key(5), kOtherUnit);
+  for (const char* function : {"entry", "entryHas", "entryRsrcKeys"}) {
+    EXPECT_THAT(traces.textsOf(function), ElementsAre(" key: 5 unitId:1")) << function;
+  }
+  log().entrysInDeletion(kOtherUnit);
+  EXPECT_THAT(traces.textsOf("entrysInDeletion"), ElementsAre(" unitId:1"));
+  log().entrys(kOtherUnit);
+  EXPECT_THAT(traces.textsOf("entrys"), ElementsAre(" unitId:1"));
+  EXPECT_EQ(traces.texts(8), traces.texts());
+}
+
+TEST_F(FecTableEntryLogQueries, AQueryOfAUnitThatIsNotMountedStopsTheProcess) {
+  constexpr const char* kText = "assertion failed: tableConfigGlint\\( unitId \\)";
+  EXPECT_DEATH(log().entry(Key(5), kNoUnit), kText);
+  EXPECT_DEATH(log().entryHas(Key(5), kNoUnit), kText);
+  EXPECT_DEATH(log().entryRsrcKeys(Key(5), kNoUnit), kText);
+  EXPECT_DEATH(log().entrysInDeletion(kNoUnit), kText);
+  EXPECT_DEATH(log().entrys(kNoUnit), kText);
+}
+
+// ---- Damaged rows.
+
+class FecTableEntryLogDamage : public fec_test::EntryLogTest {
+ protected:
+  FecTableEntryLogDamage() {
+    for (const std::uint32_t fecId : {1U, 2U, 3U}) {
+      write(fecId, 10 * fecId);
+    }
+  }
+  void damage(std::uint32_t fecId) { RowFile(configRows()).damageRow(Key(fecId)); }
+  // The map has been told of that many, each with its text.
+  void expectTold(const TraceRecorder& traces, std::size_t times) {
+    EXPECT_EQ(configRows().corruptionCount(), times);
+    EXPECT_EQ(traces.textsOf("doCorruptionDetected").size(), times);
+    for (const std::string& text : traces.texts(1)) {
+      EXPECT_THAT(text, HasSubstr(configRows().filePath()));
+    }
+  }
+};
+
+TEST_F(FecTableEntryLogDamage, ADamagedRowReadsAsTheDefaultEntryAndTheMapIsTold) {
+  damage(2);
+  TraceRecorder traces({"GlintMapBase"});
+  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(2), kUnit), LogEntry()));
+  expectTold(traces, 1);
+  EXPECT_THAT(traces.texts(1), ElementsAre(HasSubstr("the row of key 2")));
+  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(1), kUnit), logEntry(1, 10)));
+}
+
+TEST_F(FecTableEntryLogDamage, ADamagedRowIsNotThere) {
+  damage(2);
+  TraceRecorder traces({"GlintMapBase"});
+  EXPECT_FALSE(log().entryHas(Key(2), kUnit));
+  EXPECT_FALSE(log().entryHas(Key(2), kUnit));
+  expectTold(traces, 1);
+}
+
+TEST_F(FecTableEntryLogDamage, ADamagedRowHasTheDefaultResourceKeys) {
+  damage(2);
+  TraceRecorder traces({"GlintMapBase"});
+  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(2), kUnit), ResourceKeys()));
+  expectTold(traces, 1);
+}
+
+TEST_F(FecTableEntryLogDamage, DamageEndsTheCountOfDeletedRows) {
+  removeAll();
+  damage(2);
+  TraceRecorder traces({"GlintMapBase"});
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 1U);  // the row before the damaged one
+  expectTold(traces, 1);
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 2U);
+}
+
+TEST_F(FecTableEntryLogDamage, TheCountOfEntriesTakesTheRowsBeforeItLooksAtThem) {
+  remove(1);
+  damage(2);
+  TraceRecorder traces({"GlintMapBase"});
+  EXPECT_EQ(log().entrys(kUnit), 2U);
+  expectTold(traces, 1);
+  EXPECT_EQ(log().entrys(kUnit), 1U);
+}
+
+TEST_F(FecTableEntryLogDamage, ADeletionOfADamagedRowIsIgnored) {
+  damage(2);
+  TraceRecorder traces({"GlintMapBase", kHandle});
+  groupLog().announced.clear();
+  EXPECT_EQ(remove(2), LogVersion(0));
+  expectTold(traces, 1);
+  EXPECT_TRUE(traces.has(3, " key: 2 entry does not exist. So ignoring delete"));
+  EXPECT_EQ(log().tableVersion(), LogVersion(3));
+  EXPECT_THAT(loggedVersions(), ElementsAre(1, 2, 3));
+  EXPECT_THAT(groupLog().announced, IsEmpty());
+}
+
+TEST_F(FecTableEntryLogDamage, AWriteOverADamagedRowMakesItGood) {
+  damage(2);
+  EXPECT_EQ(write(2, 21), LogVersion(4));
+  expectRow(configRows().row(Key(2)), logEntry(2, 21), resourceKeys("eth1"), LogVersion(4), false);
+  EXPECT_EQ(configuredKeys(), (std::vector<std::uint32_t>{1, 2, 3}));
+}
+
+TEST_F(FecTableEntryLogDamage, DamageEndsTheMarkingOfATableDeletionWhichIsStillLogged) {
+  damage(2);
+  TraceRecorder traces({"GlintMapBase"});
+  groupLog().announced.clear();
+  EXPECT_EQ(removeAll(), LogVersion(4));
+  expectTold(traces, 1);
+  EXPECT_FALSE(log().entryHas(Key(1), kUnit));
+  EXPECT_TRUE(log().entryHas(Key(3), kUnit));
+  expectRow(logRows().row(LogVersion(4)), LogVersion(4), 2, kUnit, LogEntry());
+  EXPECT_EQ(logRows().control().scratchpad(), 4U);
+  EXPECT_EQ(groupLog().announced.size(), 1U);
+  removeAll();
+  EXPECT_FALSE(log().entryHas(Key(3), kUnit));
+}
+
+TEST_F(FecTableEntryLogDamage, ARowThatATableDeletionCannotFindAgainIsMarkedAsTheDefaultRow) {
+  // The way to the row of `hidden` leads past a damaged slot. Key 0 is a live entry.
+  constexpr std::uint32_t kHidden = 100;
+  const auto bucketOf = [](std::uint32_t fecId) {
+    return Glint::bucketOf(fecId, Glint::KeyHash::mixing, 65536);
+  };
+  std::uint32_t neighbour = kHidden + 1;
+  while (bucketOf(neighbour) != bucketOf(kHidden)) {
+    ++neighbour;
+  }
+  write(0, 7);
+  write(kHidden, 8);
+  write(neighbour, 9);
+  const RowFile file(configRows());
+  file.damageSlot(file.slotOf(Key(neighbour)));
+  TraceRecorder traces({"GlintMapBase"});
+
+  const LogVersion version = removeAll();
+
+  expectTold(traces, 1);
+  expectRow(configRows().row(Key(0)), LogEntry(), ResourceKeys(), version, true);
+  EXPECT_EQ(log().entry(Key(kHidden), kUnit).opaqueA, 8U);
+  expectRow(logRows().row(version), version, 2, kUnit, LogEntry());
+}
+
+}  // namespace

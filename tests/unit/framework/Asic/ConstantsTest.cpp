@@ -1,0 +1,29 @@
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "Asic/Constants.h"
+
+namespace {
+
+using Asic::Constants;
+
+TEST(AsicConstantsTest, AGroupIsKnownByItsAgentAndItsName) {
+  EXPECT_EQ(Constants::canonicalizeGroupName("LoamAdj", "LoamAdj"), "LoamAdj.LoamAdj");
+  EXPECT_NE(Constants::canonicalizeGroupName("a", "b"), Constants::canonicalizeGroupName("b", "a"));
+}
+
+TEST(AsicConstantsTest, TheEntryLogsPathHoldsGroupSubgroupAndTable) {
+  EXPECT_EQ(Constants::tableEntryLogGlintPath("LoamAdj", "LoamAdj", "FecTable"),
+            "LoamAdj.LoamAdj.FecTable.log");
+}
+
+TEST(AsicConstantsTest, ThePathsOfOneGroupAreDistinct) {
+  const std::set<Pell::String> paths = {Constants::tableEntryLogGlintPath("a", "b", "c"),
+                                        Constants::tableEntryLogGlintPath("a", "b", "d"),
+                                        Constants::groupLogGlintPath("a", "b"),
+                                        Constants::groupVersionsGlintPath("a", "b")};
+  EXPECT_EQ(paths.size(), 4U);
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Asic/OrderedSwTableSet.h"
+#include "PlainSwTable.h"
+#include "testing/LeakCheck.h"
+
+namespace {
+
+using Asic::LogVersion;
+using Asic::OrderedSwTableSet;
+using Asic::SwTableId;
+using Asic::UnitId;
+using asic_test::PlainSwTable;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr SwTableId kTableId{0x03010805};
+
+class OrderedSwTableSetTest : public testing_support::LeakCheckedTest {
+ protected:
+  static Pell::Ptr<PlainSwTable> table(std::uint16_t unit) {
+    return Zev::makeObject<PlainSwTable>(kTableId, UnitId(unit),
+                                         Zev::makeObject<Asic::OrderedSwTableStatus>(kTableId));
+  }
+  Pell::Ptr<PlainSwTable> added(std::uint16_t unit) {
+    const auto made = table(unit);
+    set_->swTableIs(made);
+    return made;
+  }
+
+  Pell::Ptr<OrderedSwTableSet> set_ = Zev::makeObject<OrderedSwTableSet>(kTableId);
+};
+
+TEST_F(OrderedSwTableSetTest, HoldsATableAUnit) {
+  EXPECT_EQ(set_->tableId(), kTableId);
+  EXPECT_EQ(set_->swTable(UnitId(0)), nullptr);
+  const auto zero = added(0);
+  const auto one = added(1);
+  EXPECT_EQ(set_->swTable(UnitId(0)), zero);
+  EXPECT_EQ(set_->swTable(UnitId(1)), one);
+}
+
+TEST_F(OrderedSwTableSetTest, ASecondTableOfAUnitReplacesTheFirst) {
+  const auto first = added(0);
+  const auto second = added(0);
+  EXPECT_EQ(set_->swTable(UnitId(0)), second);
+  set_->tableStatusVersion(LogVersion(1));
+  EXPECT_THAT(first->reports, IsEmpty());
+  EXPECT_THAT(second->reports, ElementsAre(LogVersion(1)));
+}
+
+TEST_F(OrderedSwTableSetTest, AReportReachesTheTableOfEveryUnit) {
+  const auto zero = added(0);
+  const auto one = added(1);
+  set_->tableStatusVersion(LogVersion(5));
+  set_->tableStatusVersion(LogVersion(5));
+  EXPECT_THAT(zero->reports, ElementsAre(LogVersion(5), LogVersion(5)));
+  EXPECT_THAT(one->reports, ElementsAre(LogVersion(5), LogVersion(5)));
+}
+
+TEST_F(OrderedSwTableSetTest, ADeletedTableHearsNoMoreReports) {
+  const auto zero = added(0);
+  set_->swTableDel(UnitId(0));
+  set_->swTableDel(UnitId(9));
+  set_->tableStatusVersion(LogVersion(5));
+  EXPECT_THAT(zero->reports, IsEmpty());
+}
+
+TEST_F(OrderedSwTableSetTest, ATableMayBeDroppedByTheReportItGets) {
+  auto& tracker = Zev::trackerOf<PlainSwTable>();
+  added(0)->onReport = [this] { set_->swTableDel(UnitId(0)); };
+  const auto one = added(1);
+  EXPECT_EQ(tracker.live(), 2);
+  set_->tableStatusVersion(LogVersion(5));
+  EXPECT_EQ(tracker.live(), 1);
+  EXPECT_THAT(one->reports, ElementsAre(LogVersion(5)));
+}
+
+TEST_F(OrderedSwTableSetTest, HardwareWritesArePendingWhileAnyTablesStatusSaysSo) {
+  EXPECT_FALSE(set_->pendingHwWrites());
+  added(0);
+  const auto one = added(1);
+  EXPECT_FALSE(set_->pendingHwWrites());
+  one->status()->pendingHwWritesIs(true);
+  EXPECT_TRUE(set_->pendingHwWrites());
+  one->status()->pendingHwWritesIs(false);
+  EXPECT_FALSE(set_->pendingHwWrites());
+}
+
+TEST_F(OrderedSwTableSetTest, ItNamesItsType) {
+  EXPECT_EQ(set_->fwkType().name, "Asic::OrderedSwTableSet");
+}
+
+}  // namespace

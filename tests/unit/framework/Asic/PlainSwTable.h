@@ -1,0 +1,34 @@
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "Asic/OrderedSwTable.h"
+
+namespace asic_test {
+
+// Software table that writes down the reports it gets.
+class PlainSwTable : public Asic::OrderedSwTable {
+ public:
+  static constexpr const char* kTypeName = "PlainSwTable";
+
+  PlainSwTable(Asic::SwTableId tableId, Asic::UnitId unitId,
+               const Pell::Ptr<Asic::OrderedSwTableStatus>& status = nullptr)
+      : OrderedSwTable(nullptr, tableId, unitId, status) {}
+
+  const Zev::TypeRecord& fwkType() const override {
+    static const Zev::TypeRecord record{kTypeName};
+    return record;
+  }
+  void tableStatusVersion(Asic::LogVersion version) override {
+    reports.push_back(version);
+    if (onReport) {
+      onReport();
+    }
+  }
+
+  std::vector<Asic::LogVersion> reports;
+  std::function<void()> onReport;
+};
+
+}  // namespace asic_test

@@ -1,0 +1,78 @@
+// The rows behind their entities: inserted or replaced, looked up, walked, counted and removed.
+
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "Glint/Guarded.h"
+#include "testing/FecHarness.h"
+#include "testing/LeakCheck.h"
+
+namespace {
+
+using namespace LoamFec;
+using Asic::LogVersion;
+using Asic::UnitId;
+using testing_support::FecHarness;
+
+class FecSharedTablesTest : public testing_support::LeakCheckedTest {
+ protected:
+  FecSharedTablesTest() { harness_.makeTable(); }
+
+  FecTableDataModelEntryLogGlint& log() { return *harness_.log().tableEntryLog(); }
+  FecTableDataModelConfigGlint& config() { return *harness_.log().tableConfigGlint(UnitId(0)); }
+
+  static FecTableDataModelConfigGlintEntry configRow(std::uint32_t key, std::uint64_t version) {
+    FecTableDataModelLogEntry logged;
+    logged.key = FecTableDataModelEntryKey(key);
+    return {logged, {}, LogVersion(version), false};
+  }
+
+  FecHarness harness_;
+};
+
+TEST_F(FecSharedTablesTest, ALogRowIsInsertedReplacedAndRemovedByItsVersion) {
+  log().entryLogConfigIs({LogVersion(5), 1, UnitId(0), {}});
+  log().entryLogConfigIs({LogVersion(5), 0, UnitId(3), {}});
+  log().entryLogConfigIs({LogVersion(6), 2, UnitId(0), {}});
+  EXPECT_EQ(log().entryLogConfig().rowCount(), 2U);
+  EXPECT_EQ(log().entryLogConfig().row(LogVersion(5))->unitId(), UnitId(3));
+  log().entryLogConfigDel(LogVersion(5));
+  log().entryLogConfigDel(LogVersion(5));
+  EXPECT_FALSE(log().entryLogConfig().has(LogVersion(5)));
+  std::set<LogVersion> versions;
+  Glint::forEachRow(log().entryLogConfig(),
+                    [&](const auto& row) { versions.insert(row.version()); });
+  EXPECT_EQ(versions, std::set<LogVersion>{LogVersion(6)});
+}
+
+TEST_F(FecSharedTablesTest, AConfigurationRowIsInsertedReplacedAndRemovedByItsKey) {
+  config().swTableEntriesIs(configRow(1, 10));
+  config().swTableEntriesIs(configRow(1, 11));
+  config().swTableEntriesIs(configRow(2, 12));
+  EXPECT_EQ(config().swTableEntries().rowCount(), 2U);
+  EXPECT_EQ(config().swTableEntries().row(FecTableDataModelEntryKey(1))->version(), LogVersion(11));
+  config().swTableEntriesDel(FecTableDataModelEntryKey(1));
+  EXPECT_FALSE(config().swTableEntries().has(FecTableDataModelEntryKey(1)));
+  EXPECT_TRUE(config().swTableEntries().iteratorAt(FecTableDataModelEntryKey(2)).valid());
+}
+
+TEST_F(FecSharedTablesTest, TheEntitiesNameTheirTypesAndCollections) {
+  EXPECT_EQ(log().fwkType().name, "LoamFec::FecTableDataModelEntryLogGlint");
+  EXPECT_EQ(config().fwkType().name, "LoamFec::FecTableDataModelConfigGlint");
+  EXPECT_STREQ(FecTableDataModelEntryLogGlint::kCollectionName, "entryLogConfig");
+  EXPECT_STREQ(FecTableDataModelConfigGlint::kCollectionName, "swTableEntries");
+  EXPECT_EQ(log().entryLogConfig().capacity(), 100000U);
+  EXPECT_EQ(config().swTableEntries().capacity(), 65536U);
+}
+
+TEST_F(FecSharedTablesTest, ATableDeleteIsLoggedWithTheDefaultLogEntry) {
+  harness_.table().entryWrite(harness_.key(5), harness_.entry(""), nullptr);
+  harness_.table().entryRemoveAll(nullptr);
+  harness_.run();
+  const auto row = log().entryLogConfig().row(LogVersion(2)).value();
+  EXPECT_EQ(row.operation(), FecTableDataModelLogGlintEntry::kTableDeleted);
+  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(row.logEntry(), FecTableDataModelLogEntry()));
+}
+
+}  // namespace
