@@ -1,6 +1,7 @@
 #include "agent/ReplayReportText.h"
 
 #include <algorithm>
+#include <set>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -62,13 +63,13 @@ class TableText {
 // Every key that any column has, with the counts of all.
 template <typename Map>
 void breakdown(TableText& table, const std::vector<LabelledReport>& columns, Map&& mapOf) {
-  std::map<std::string, bool> keys;
+  std::set<std::string> keys;
   for (const LabelledReport& column : columns) {
-    for (const auto& [key, count] : mapOf(column.report)) {
-      keys[key] = true;
+    for (const auto& counted : mapOf(column.report)) {
+      keys.insert(counted.first);
     }
   }
-  for (const auto& [key, known] : keys) {
+  for (const std::string& key : keys) {
     table.count("    " + key, [&](const ReplayReport& report) -> std::uint64_t {
       const auto& counts = mapOf(report);
       const auto found = counts.find(key);

@@ -84,7 +84,7 @@ LoamFec::FecTableSwTable& FecHarness::table(std::uint16_t unit) {
   return held ? *held : *makeTable(unit);
 }
 
-void FecHarness::report(std::uint64_t version) {
+void FecHarness::report(std::uint64_t version) const {
   group()->tableVersionApplied({LoamFec::FecTableConstants::kTableId, Asic::LogVersion(version)});
 }
 

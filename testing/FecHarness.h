@@ -51,7 +51,7 @@ class FecHarness {
   // Runs turns until none is left.
   void run() { loop().runUntilIdle(); }
   // The hardware reports the FEC table applied up to the version, in this call.
-  void report(std::uint64_t version);
+  void report(std::uint64_t version) const;
   // Reports everything logged so far.
   void reportAll();
 

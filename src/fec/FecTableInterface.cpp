@@ -127,7 +127,7 @@ Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
   const Asic::SwTableId tableId = FecTableConstants::kTableId;
   const Pell::Ptr<Asic::GroupInterface> group = groupIntf();
   PELL_ASSERT(group->swTableSetHas(tableId), "groupIntf->swTableSetHas( tableId() )");
-  if (const Pell::Ptr<FecTableSwTable> existing = swTable(unitId)) {
+  if (Pell::Ptr<FecTableSwTable> existing = swTable(unitId)) {
     ZEV_TRACE(trace, 3, kClass, "swTable with unitId: {} exists", unitId);
     if (swTableHelper) {
       ZEV_TRACE(trace, 2, kClass, "Update software table helper");
@@ -142,8 +142,8 @@ Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
   entryLog_->mountGlintConfig(unitId);
   const auto name = Zev::makeObject<Asic::CanonicalTableName>(
       Asic::OrderedTableType::orderedSwTable, groupName_, tableName_);
-  const Pell::Ptr<FecTableSwTable> table = fecTableSwTableFactory(
-      name, tableId, unitId, swTableStatus_, entryLog_, group->groupResolver());
+  Pell::Ptr<FecTableSwTable> table = fecTableSwTableFactory(name, tableId, unitId, swTableStatus_,
+                                                            entryLog_, group->groupResolver());
   if (swTableHelper) {
     table->swTableHelperIs(swTableHelper);
   }

@@ -153,7 +153,7 @@ Pell::Ptr<LocalUsageUpdateSm> FecTableIntfIdToDestIdLinkage::entryUsageSmIs(
 Pell::Ptr<LocalUsageUpdateSm> FecTableIntfIdToDestIdLinkage::entryUsageSmDel(
     const ResourceKey& key) {
   const ResourceKey removedKey = key;
-  const Pell::Ptr<LocalUsageUpdateSm> removed = entryUsageSm_.take(removedKey).value_or(nullptr);
+  Pell::Ptr<LocalUsageUpdateSm> removed = entryUsageSm_.take(removedKey).value_or(nullptr);
   if (removed) {
     publisher().attributeElementChange(kEntryUsageSmAttribute, &removedKey);
     removed->hasNotificationActiveIs(false);

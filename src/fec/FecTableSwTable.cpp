@@ -207,7 +207,7 @@ class OrderedSwTableAccessor {
     ZEV_TRACE(trace, 8, kClass, "key: {}, refreshRsrcPtrs: {}", key, refreshRsrcPtrs);
     const Entry entry = table_.entryFromConfig(key);
     const Pell::Ptr<Handle> handle = Table::entryHandleFactory(EntryVersion(), key, &table_);
-    const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(entry, handle);
+    Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(entry, handle);
     table_.setRsrcPtrs(wrapper, refreshRsrcPtrs);
     wrapper->retrieveClientData();
     return wrapper;
@@ -495,7 +495,7 @@ class IterStateAccessor {
 
   Entry maybeUpdateCurrentEntry() {
     if (iterState_->atEnd_) {
-      return Entry();
+      return {};
     }
     if (nextTransient()) {
       return iterState_->currentEntry_;
@@ -561,7 +561,7 @@ class IterStateAccessor {
     iterState_->atEnd_ = true;
     iterState_->fromTransient_ = false;
     iterState_->currentEntry_ = Entry();
-    return Entry();
+    return {};
   }
 
   template <typename Start>
