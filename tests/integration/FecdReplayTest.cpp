@@ -39,7 +39,7 @@ class FecdReplayTest : public ::testing::Test {
                    linksFile(moment), "--compare-nexthops", nextHopsFile(moment)});
   }
   std::string write(const std::string& name, const std::string& text) const {
-    const std::string path = files_.path() + "/" + name;
+    std::string path = files_.path() + "/" + name;
     std::ofstream(path) << text;
     return path;
   }

@@ -19,11 +19,8 @@
 namespace {
 
 using namespace testing_support;
-using Asic::EntryState;
 using Entry = LoamFec::FecTableDataModelEntry;
 using LoamFec::FecTableSwTableIteratorState;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 using Texts = std::vector<std::string>;
 using Ids = std::vector<std::uint32_t>;

@@ -14,7 +14,6 @@ using LoamFec::FecTableDataModelLogEntry;
 using LoamFec::FecTableDataModelLogGlintEntry;
 using LoamFec::FecTableEntryWrapper;
 using LoamFec::FecTableResolverEntry;
-using LoamFec::FecTableSwTable;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;

@@ -75,7 +75,8 @@ TEST_F(FecTableSwTableTest, ANewTableHasADefaultHelperNoLinkageAndNothingPending
   const auto made = looseTable();
   const Pell::Ptr<FecTableSwTableHelperBase> helper = made->swTableHelper();
   ASSERT_TRUE(helper);
-  EXPECT_TRUE(typeid(*helper) == typeid(FecTableSwTableHelperBase));
+  const FecTableSwTableHelperBase& installed = *helper;
+  EXPECT_TRUE(typeid(installed) == typeid(FecTableSwTableHelperBase));
   EXPECT_FALSE(made->intfIdToDestIdLinkage());
   EXPECT_TRUE(made->transientAddEntry().empty());
   EXPECT_TRUE(made->transientRemoveEntry().empty());

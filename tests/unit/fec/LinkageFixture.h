@@ -40,7 +40,7 @@ class LinkageFixture : public FecTableFixture {
         entry, Table::entryHandleFactory(Asic::EntryVersion(), key(fecId), &table()));
   }
   WrapperPtr wrapperInState(State state) {
-    const WrapperPtr made = wrapper(5);
+    WrapperPtr made = wrapper(5);
     handle()->contentsAre(state, {100, 0, 0});
     made->intfIdResPtrIs(handle());
     return made;
@@ -50,7 +50,7 @@ class LinkageFixture : public FecTableFixture {
   }
   static Pell::Ptr<Asic::NeededEntry> neededSet(
       std::initializer_list<Asic::TableVersion> versions) {
-    const auto needed = Zev::makeObject<Asic::NeededEntry>();
+    auto needed = Zev::makeObject<Asic::NeededEntry>();
     for (const Asic::TableVersion& version : versions) {
       needed->add(version);
     }

@@ -27,7 +27,7 @@ class OrderedSwTableSetTest : public testing_support::LeakCheckedTest {
                                          Zev::makeObject<Asic::OrderedSwTableStatus>(kTableId));
   }
   Pell::Ptr<PlainSwTable> added(std::uint16_t unit) {
-    const auto made = table(unit);
+    auto made = table(unit);
     set_->swTableIs(made);
     return made;
   }

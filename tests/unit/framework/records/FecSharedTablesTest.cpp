@@ -67,7 +67,8 @@ TEST_F(FecSharedTablesTest, TheEntitiesNameTheirTypesAndCollections) {
 }
 
 TEST_F(FecSharedTablesTest, ATableDeleteIsLoggedWithTheDefaultLogEntry) {
-  harness_.table().entryWrite(harness_.key(5), harness_.entry(""), nullptr);
+  harness_.table().entryWrite(testing_support::FecHarness::key(5),
+                              testing_support::FecHarness::entry(""), nullptr);
   harness_.table().entryRemoveAll(nullptr);
   harness_.run();
   const auto row = log().entryLogConfig().row(LogVersion(2)).value();
