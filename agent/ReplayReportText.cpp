@@ -127,6 +127,7 @@ ReplayReport total(const std::vector<LabelledReport>& reports) {
 
 std::string reportTable(const std::vector<LabelledReport>& reports) {
   std::vector<LabelledReport> columns;
+  columns.reserve(reports.size() + 1);
   for (const LabelledReport& report : reports) {
     columns.push_back({fileName(report.label), report.report});
   }
