@@ -26,11 +26,8 @@ using ConfigRow = LoamFec::FecTableDataModelConfigGlintEntry;
 template <typename Entity>
 Pell::Ptr<Entity> mountForReading(const Pell::Ptr<Vanta::EntityManager>& entityManager,
                                   const Pell::String& path, std::uint32_t capacity) {
-  const auto manager = ZevSharedMem::getEntityManager(entityManager);
-  ZevGlint::MountInfo info(ZevGlint::ZevGlintType::reader);
-  info.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, capacity));
-  manager->doMount(path, Entity::kTypeName, info);
-  return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
+  return ZevSharedMem::mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::reader,
+                                           capacity);
 }
 
 // 0, which promises nothing, when it is damaged.

@@ -22,11 +22,8 @@ using Row = LoamFec::FecTableDataModelConfigGlintEntry;
 template <typename Entity>
 Pell::Ptr<Entity> mountForReading(const Pell::Ptr<Vanta::EntityManager>& entityManager,
                                   const Pell::String& path, std::uint32_t capacity) {
-  const auto manager = ZevSharedMem::getEntityManager(entityManager);
-  ZevGlint::MountInfo info(ZevGlint::ZevGlintType::reader);
-  info.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, capacity));
-  manager->doMount(path, Entity::kTypeName, info);
-  return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
+  return ZevSharedMem::mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::reader,
+                                           capacity);
 }
 
 std::string destinationText(const LoamFec::FecDestination& destination) {

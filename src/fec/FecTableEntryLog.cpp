@@ -23,16 +23,11 @@ constexpr const char* kClass = "FecTableEntryLog";
 
 Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
-// Mounts one collection for writing and returns its entity; null when the entity is of another
-// type.
 template <typename Entity>
-Pell::Ptr<Entity> mountCollection(const Pell::Ptr<Vanta::EntityManager>& entityManager,
+Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<Vanta::EntityManager>& entityManager,
                                   const Pell::String& path, std::uint32_t capacity) {
-  const auto manager = ZevSharedMem::getEntityManager(entityManager);
-  ZevGlint::MountInfo mountInfo(ZevGlint::ZevGlintType::writer);
-  mountInfo.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, capacity));
-  manager->doMount(path, Entity::kTypeName, mountInfo);
-  return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
+  return ZevSharedMem::mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::writer,
+                                           capacity);
 }
 
 }  // namespace
@@ -81,7 +76,7 @@ void FecTableEntryLog::mountGlintChangeLog() {
   ZEV_TRACE(trace, 8, kClass, "");
   const Pell::String path = Asic::Constants::tableEntryLogGlintPath(
       FecTableConstants::kGroupName, FecTableConstants::kAgentName, FecTableConstants::kTableName);
-  tableEntryLog_ = mountCollection<FecTableDataModelEntryLogGlint>(
+  tableEntryLog_ = mountForWriting<FecTableDataModelEntryLogGlint>(
       entityManager(), path, FecTableConstants::kEntryLogCapacity);
   if (tableEntryLog_) {
     tableVersionIs(Asic::LogVersion(log().control().scratchpad()));
@@ -92,7 +87,7 @@ void FecTableEntryLog::mountGlintChangeLog() {
 void FecTableEntryLog::mountGlintConfig(Asic::UnitId unitId) {
   ZEV_TRACE(trace, 8, kClass, "");
   const Pell::String path = FecTableConstants::configGlintPath(unitId);
-  tableConfigGlintIs(unitId, mountCollection<FecTableDataModelConfigGlint>(
+  tableConfigGlintIs(unitId, mountForWriting<FecTableDataModelConfigGlint>(
                                  entityManager(), path, FecTableConstants::kConfigCapacity));
   ZEV_TRACE(trace, 2, kClass, " Mounted config for unitId: {} at {}", unitId, path);
 }
@@ -236,25 +231,12 @@ void FecTableEntryLog::cleanupRowsInOrder(Asic::LogVersion version) const {
   }
 }
 
-// Ascending. Damage ends a walk and is out of use from then on, so the rows behind it are found by
-// the next walk; there is no more damage than the log has slots.
 std::vector<Asic::LogVersion> FecTableEntryLog::versionsFromCursor(Asic::LogVersion version) const {
-  constexpr std::uint32_t kMaxWalks =
-      Glint::RowTraits<FecTableDataModelLogGlintEntry>::physicalSlots(
-          FecTableConstants::kEntryLogCapacity) +
-      1;
-  std::vector<Asic::LogVersion> versions;
-  bool whole = false;
-  for (std::uint32_t walks = 0; !whole && walks < kMaxWalks; ++walks) {
-    versions.clear();
-    whole = Glint::guarded(log(), [&] {
-      for (auto at = log().iterator(); at.valid(); at.advance()) {
-        if (at.row().version() >= prevTableVersion_ && at.row().version() <= version) {
-          versions.push_back(at.row().version());
-        }
-      }
-    });
-  }
+  auto versions =
+      Glint::pickRows<Asic::LogVersion>(log(), [&](const FecTableDataModelLogGlintEntry& row) {
+        const bool due = row.version() >= prevTableVersion_ && row.version() <= version;
+        return due ? std::optional(row.version()) : std::nullopt;
+      });
   std::sort(versions.begin(), versions.end());
   return versions;
 }
@@ -325,6 +307,17 @@ FecTableDataModelResourceKeys FecTableEntryLog::entryRsrcKeys(const FecTableData
   ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key, unitId);
   const auto row = Glint::guardedRow(config(unitId), key);
   return row ? row->rsrcKeys() : FecTableDataModelResourceKeys();
+}
+
+std::optional<FecTableDataModelResourceKeys> FecTableEntryLog::committedRsrcKeys(
+    const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const {
+  ZEV_TRACE_AS(trace, 8, kClass, "entryHas", " key: {} unitId:{}", key, unitId);
+  const auto row = Glint::guardedRow(config(unitId), key);
+  if (!row || row->isDeleted()) {
+    return std::nullopt;
+  }
+  ZEV_TRACE_AS(trace, 8, kClass, "entryRsrcKeys", " key: {} unitId:{}", key, unitId);
+  return row->rsrcKeys();
 }
 
 std::uint32_t FecTableEntryLog::entrysInDeletion(Asic::UnitId unitId) const {

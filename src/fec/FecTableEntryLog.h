@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "Asic/EntryLogBase.h"
@@ -86,6 +87,10 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   // Of a deleted row too; the default keys when the key has no row.
   FecTableDataModelResourceKeys entryRsrcKeys(const FecTableDataModelEntryKey& key,
                                               Asic::UnitId unitId) const;
+  // entryHas() and entryRsrcKeys() in one look at the row, traced as both; nothing when the key has
+  // no row or a deleted one.
+  std::optional<FecTableDataModelResourceKeys> committedRsrcKeys(
+      const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
   // Rows marked deleted. Linear in the unit's rows.
   std::uint32_t entrysInDeletion(Asic::UnitId unitId) const;
   // Rows that are not marked deleted. Linear in the unit's rows.

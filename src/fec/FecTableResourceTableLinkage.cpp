@@ -57,19 +57,33 @@ Pell::Ptr<LocalUsageUpdateSm> localUsageUpdateSmFactory(
 
 const Zev::TypeRecord& LocalUsageUpdateSm::fwkType() const {
   static const Zev::TypeRecord record{
-      kTypeName, {{"resourceHandle", 1}, {"resPtr", 2}, {"parent", 3}, {"entryUsage", 4}}};
+      kTypeName,
+      {{"resourceHandle", 1}, {"resPtr", 2}, {"parent", 3}, {"entryUsage", kEntryUsageAttribute}}};
   return record;
 }
 
 void LocalUsageUpdateSm::entryUsageIs(const FecTableDataModelEntryKey& key) {
-  entryUsage_.insertOrAssign(key, true);
+  const FecTableDataModelEntryKey added = key;
+  if (entryUsage_.insertOrAssign(added, true)) {
+    publisher().attributeElementChange(kEntryUsageAttribute, &added);
+  }
 }
 
 void LocalUsageUpdateSm::entryUsageDel(const FecTableDataModelEntryKey& key) {
-  entryUsage_.erase(key);
+  const FecTableDataModelEntryKey removed = key;
+  if (entryUsage_.erase(removed)) {
+    publisher().attributeElementChange(kEntryUsageAttribute, &removed);
+  }
 }
 
-void LocalUsageUpdateSm::entryUsageDelAll() { entryUsage_.clear(); }
+void LocalUsageUpdateSm::entryUsageDelAll() {
+  const Pell::Ptr<LocalUsageUpdateSm> self(this);
+  if (publisher().idle()) {
+    entryUsage_.clear();
+  } else {
+    entryUsage_.forEach([this](const FecTableDataModelEntryKey& key, bool) { entryUsageDel(key); });
+  }
+}
 
 void LocalUsageUpdateSm::resPtrDispatch(Pell::Publisher* /*publisher*/,
                                         Pell::Subscriber* /*subscriber*/, short attributeId,
@@ -315,17 +329,17 @@ void SwTableResourceAccessor<Linkage>::updateLocalUsage(const Pell::Ptr<Wrapper>
   const LoamFec::FecTableSwTable& swTable = *linkage_.swTable();
   const UnitId unit = swTable.unitId();
   ZEV_TRACE(defaultTrace(), 8, kClass, "key: {}", key);
-  const bool committed = swTable.entryLog()->entryHas(key, unit);
+  const auto& log = *swTable.entryLog();
   if (isDeleted) {
-    if (committed) {
+    if (log.entryHas(key, unit)) {
       const ResourceKey old(swTable.entryFromConfig(key).intfId);
       deleteResKeyMapping(old, key, entry->entryHandle());
     }
     return;
   }
   const ResourceKey wanted = resourceKeyFromEntry(entry);
-  if (committed) {
-    const ResourceKey old(swTable.entryLog()->entryRsrcKeys(key, unit).intfId);
+  if (const auto held = log.committedRsrcKeys(key, unit)) {
+    const ResourceKey old(held->intfId);
     if (old == wanted) {
       return;
     }

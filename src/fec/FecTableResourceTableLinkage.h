@@ -40,6 +40,8 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
    public:
     static constexpr const char* kTypeName =
         "LoamFec::FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm";
+    // Published, with the FEC key as element, when a user comes or goes.
+    static constexpr short kEntryUsageAttribute = 4;
     using Keys = Pell::HashMap<FecTableDataModelEntryKey, bool, FecKeyHash<0x3d90a7e2>>;
 
     // A null handle: a record that hears of no changes. The parent is not held.

@@ -5,7 +5,6 @@
 #include "Asic/GroupLog.h"
 
 #include <algorithm>
-#include <vector>
 
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
@@ -17,13 +16,10 @@ namespace Asic {
 namespace {
 
 template <typename Entity>
-Pell::Ptr<Entity> mountEntity(const Pell::Ptr<Vanta::EntityManager>& entityManager,
-                              const Pell::String& path) {
-  const auto manager = ZevSharedMem::getEntityManager(entityManager);
-  ZevGlint::MountInfo info(ZevGlint::ZevGlintType::writer);
-  info.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, Entity::kCapacity));
-  manager->doMount(path, Entity::kTypeName, info);
-  auto entity = Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
+Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<Vanta::EntityManager>& entityManager,
+                                  const Pell::String& path) {
+  auto entity = ZevSharedMem::mountEntity<Entity>(
+      entityManager, path, ZevGlint::ZevGlintType::writer, Entity::kCapacity);
   PELL_ASSERT_MESSAGE(entity, "entity", path + " is not of type " + Entity::kTypeName);
   return entity;
 }
@@ -70,9 +66,9 @@ const Zev::TypeRecord& GroupVersionsGlint::fwkType() const {
 
 GroupLog::GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager,
                    const Pell::String& agentName, const Pell::String& groupName)
-    : log_(mountEntity<GroupLogGlint>(entityManager,
-                                      Constants::groupLogGlintPath(agentName, groupName))),
-      versions_(mountEntity<GroupVersionsGlint>(
+    : log_(mountForWriting<GroupLogGlint>(entityManager,
+                                          Constants::groupLogGlintPath(agentName, groupName))),
+      versions_(mountForWriting<GroupVersionsGlint>(
           entityManager, Constants::groupVersionsGlintPath(agentName, groupName))),
       lastSequence_(log_->groupLog().control().scratchpad()) {
   readPending();
@@ -90,15 +86,22 @@ const Zev::TypeRecord& GroupLog::fwkType() const {
 // A row that was written before its sequence reached the scratchpad counts too: the agent may have
 // died in between.
 void GroupLog::readPending() {
-  std::vector<GroupLogRow> rows;
-  Glint::forEachRow(log_->groupLog(), [&](const GroupLogRow& row) { rows.push_back(row); });
+  auto rows = Glint::pickRows<GroupLogRow>(
+      log_->groupLog(), [](const GroupLogRow& row) { return std::optional(row); });
   std::sort(rows.begin(), rows.end(),
             [](const GroupLogRow& a, const GroupLogRow& b) { return a.sequence() < b.sequence(); });
   for (const GroupLogRow& row : rows) {
     lastSequence_ = std::max(lastSequence_, row.sequence());
-    pending_[row.tableVersion().tableId()].push_back(
-        {row.tableVersion().logVersion(), row.sequence()});
+    pending(row.tableVersion().tableId())
+        .push_back({row.tableVersion().logVersion(), row.sequence()});
   }
+}
+
+std::deque<GroupLog::Pending>& GroupLog::pending(SwTableId tableId) {
+  const auto held =
+      std::find_if(pending_.begin(), pending_.end(),
+                   [&](const PendingOfTable& table) { return table.tableId == tableId; });
+  return held != pending_.end() ? held->rows : pending_.emplace_back(tableId).rows;
 }
 
 void GroupLog::addGroupLogEntry(SwTableId tableId, LogVersion version,
@@ -106,7 +109,7 @@ void GroupLog::addGroupLogEntry(SwTableId tableId, LogVersion version,
   const std::uint64_t sequence = ++lastSequence_;
   log_->groupLog().rowIs(GroupLogRow(sequence, {tableId, version}, neededEntry));
   log_->groupLog().control().scratchpadIs(sequence);
-  pending_[tableId].push_back({version, sequence});
+  pending(tableId).push_back({version, sequence});
   publisher().attributeChange(kGroupLogAttribute);
 }
 
@@ -125,10 +128,10 @@ void GroupLog::tableVersionIs(TableVersion applied) {
     return;
   }
   versions_->appliedVersions().rowIs(GroupVersionRow(applied));
-  std::deque<Pending>& pending = pending_[applied.tableId()];
-  while (!pending.empty() && pending.front().version <= applied.logVersion()) {
-    log_->groupLog().rowDel(pending.front().sequence);
-    pending.pop_front();
+  std::deque<Pending>& rows = pending(applied.tableId());
+  while (!rows.empty() && rows.front().version <= applied.logVersion()) {
+    log_->groupLog().rowDel(rows.front().sequence);
+    rows.pop_front();
   }
   publisher().attributeChange(kAppliedVersionsAttribute);
 }

@@ -1,11 +1,10 @@
 #pragma once
 
 #include <deque>
-#include <optional>
+#include <vector>
 
 #include "Asic/GroupLogInterface.h"
 #include "Asic/GroupLogRows.h"
-#include "Pell/HashMap.h"
 #include "Vanta/EntityManager.h"
 
 namespace Asic {
@@ -83,17 +82,20 @@ class GroupLog : public GroupLogInterface {
     LogVersion version;
     std::uint64_t sequence = 0;
   };
-  static constexpr std::uint32_t kSalt = 0x6d0a5b17;
+  // The rows of one table that are not applied yet, in version order.
+  struct PendingOfTable {
+    explicit PendingOfTable(SwTableId id) : tableId(id) {}
+    SwTableId tableId;
+    std::deque<Pending> rows;
+  };
 
-  void mount(const Pell::Ptr<Vanta::EntityManager>& entityManager, const Pell::String& agentName,
-             const Pell::String& groupName);
   void readPending();
+  std::deque<Pending>& pending(SwTableId tableId);
 
   Pell::Ptr<GroupLogGlint> log_;
   Pell::Ptr<GroupVersionsGlint> versions_;
   std::uint64_t lastSequence_ = 0;
-  // Per table the rows that are not applied yet, in version order.
-  Pell::HashMap<SwTableId, std::deque<Pending>, SwTableIdHash<kSalt>> pending_;
+  std::vector<PendingOfTable> pending_;  // a group has a handful of tables
 };
 
 }  // namespace Asic

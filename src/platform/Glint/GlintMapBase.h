@@ -31,6 +31,8 @@ class GlintMapBase {
   std::uint32_t rowCount() const { return table_->rowCount(); }
   // The nominal capacity that the collection was created with.
   std::uint32_t capacity() const { return table_->capacity(); }
+  // Rows that it could hold at the very most.
+  std::uint32_t slotCount() const { return table_->view().fixed().slotCount; }
   // Corruptions counted in the file since it was created, and those that this reader has met.
   std::uint64_t corruptionCount() const { return table_->corruptionCount(); }
   bool isWriter() const { return table_->isWriter(); }

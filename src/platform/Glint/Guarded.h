@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <vector>
+
 #include "Pell/Exceptions.h"
 
 // Lookups and walks for callers who go on when shared memory turns out to be corrupt: the map is
@@ -37,6 +41,26 @@ void forEachRow(Map& map, Visit&& visit) {
       visit(row);
     }
   });
+}
+
+// What pick(row) makes of each row that is not damaged, in slot order; rows of which it makes
+// nothing are left out. Damage ends a walk, and the writer has it out of use then, so its next walk
+// comes further; there is no more damage than slots. A reader gets what lies before the damage.
+template <typename Item, typename Map, typename Pick>
+std::vector<Item> pickRows(Map& map, Pick&& pick) {
+  for (std::uint32_t walks = 0;; ++walks) {
+    std::vector<Item> picked;
+    const bool whole = guarded(map, [&] {
+      for (auto at = map.iterator(); at.valid(); at.advance()) {
+        if (std::optional<Item> item = pick(at.row())) {
+          picked.push_back(*std::move(item));
+        }
+      }
+    });
+    if (whole || !map.isWriter() || walks == map.slotCount()) {
+      return picked;
+    }
+  }
 }
 
 }  // namespace Glint

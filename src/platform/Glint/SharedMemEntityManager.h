@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -65,5 +66,19 @@ class EntityManager : public Zev::PtrInterface {
 // The shared-memory entity manager that belongs to a state database's; made on first use.
 Pell::Ptr<EntityManager> getEntityManager(
     const Pell::Ptr<const Vanta::EntityManager>& entityManager);
+
+// Mounts an entity with one collection and returns it; null when what is mounted at that path is
+// of another type than Entity. `capacity` in rows; a reader's 0 takes what the file has. Throws
+// ZevGlint::MountException.
+template <typename Entity>
+Pell::Ptr<Entity> mountEntity(const Pell::Ptr<const Vanta::EntityManager>& entityManager,
+                              const Pell::String& path, ZevGlint::ZevGlintType type,
+                              std::uint32_t capacity) {
+  const auto manager = getEntityManager(entityManager);
+  ZevGlint::MountInfo info(type);
+  info.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, capacity));
+  manager->doMount(path, Entity::kTypeName, info);
+  return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
+}
 
 }  // namespace ZevSharedMem
