@@ -469,12 +469,13 @@ class IterStateAccessor {
 
   explicit IterStateAccessor(State& iterState) : iterState_(&iterState) {}
 
-  // At the first pending write; the committed entries from their first row on.
+  // At the first pending write. The committed entries follow from their first row on, as it is
+  // then: a pending write that is committed before the walk reaches it is met among them.
   void initIterState() {
     const auto& table = *iterState_->swTable_;
     iterState_->removeAllPending_ = table.transientRemoveAllVersion().valid();
     iterState_->transientAt_ = table.transientAddEntry().begin();
-    startConfigAt([](auto& rows) { return rows.iterator(); });
+    iterState_->configGlint_ = table.entryLog()->tableConfigGlint(table.unitId());
   }
 
   void initIterStateFromKey(const Key& key) {
@@ -506,7 +507,10 @@ class IterStateAccessor {
       iterState_->removeAllPending_ = false;
       return end();
     }
-    iterState_->inTblCfg_ = true;
+    if (!iterState_->inTblCfg_) {
+      iterState_->inTblCfg_ = true;
+      startConfigAt([](auto& rows) { return rows.iterator(); });
+    }
     return nextConfig() ? iterState_->currentEntry_ : end();
   }
 
@@ -529,22 +533,24 @@ class IterStateAccessor {
     return true;
   }
 
-  // The row is looked up again when its turn comes: it may have changed since the last step.
+  // The row is read again when its turn comes: it may have changed since the last step. It is read
+  // by its place, not by its key: an entry that has left and come back elsewhere is met there.
   // Corruption ends the walk.
   bool nextConfig() {
     iterState_->fromTransient_ = false;
     auto& at = iterState_->configAt_;
     while (at && at->valid()) {
-      auto& rows = iterState_->configGlint_->swTableEntries();
-      const Key key = at->row().key();
-      decltype(rows.row(key)) row;
-      if (!Glint::guarded(rows, [&] {
-            row = rows.row(key);
-            at->advance();
+      std::optional<LoamFec::FecTableDataModelConfigGlintEntry> row;
+      if (!Glint::guarded(iterState_->configGlint_->swTableEntries(), [&] {
+            at->refresh();
+            if (at->valid()) {
+              row = at->row();
+              at->advance();
+            }
           })) {
         at.reset();
       }
-      if (row && !row->isDeleted() && !isShadowed(key)) {
+      if (row && !row->isDeleted() && !isShadowed(row->key())) {
         iterState_->currentEntry_ = Entry::fromLog(row->logEntry(), row->rsrcKeys());
         return true;
       }
@@ -566,9 +572,6 @@ class IterStateAccessor {
 
   template <typename Start>
   void startConfigAt(Start&& start) {
-    iterState_->configAt_.reset();
-    const auto& table = *iterState_->swTable_;
-    iterState_->configGlint_ = table.entryLog()->tableConfigGlint(table.unitId());
     if (iterState_->configGlint_) {
       auto& rows = iterState_->configGlint_->swTableEntries();
       Glint::guarded(rows, [&] { iterState_->configAt_.emplace(start(rows)); });

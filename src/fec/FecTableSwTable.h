@@ -240,7 +240,7 @@ class FecTableSwTableIteratorState : public FecTableDataModelSwTableIteratorStat
   // Nothing: the pending writes are exhausted. The map's end would not do: it moves with the map.
   std::optional<FecTableSwTable::TransientAddEntries::Cursor> transientAt_;
   Pell::Ptr<FecTableDataModelConfigGlint> configGlint_;  // the mount that configAt_ walks
-  std::optional<ConfigIterator> configAt_;               // nothing: its rows are exhausted
+  std::optional<ConfigIterator> configAt_;               // nothing: before or behind its rows
   bool fromTransient_ = false;
   bool positioned_ = false;
   bool inTblCfg_ = false;

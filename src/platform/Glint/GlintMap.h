@@ -70,6 +70,9 @@ class GlintMap : public GlintMapBase {
     const Row& row() const { return *row_; }
     // Valid iterators only.
     void advance() { moveTo(slot_ + 1); }
+    // Reads the row's place again: the copy is then of the row that stands there now, or, when
+    // there is none any more, of the next one. Valid iterators only.
+    void refresh() { moveTo(slot_); }
 
    private:
     friend class GlintMap;

@@ -12,7 +12,7 @@ DeferredTurn::DeferredTurn(EventLoop& loop, EventLoop::Task work)
 DeferredTurn::~DeferredTurn() { state_->alive = false; }
 
 void DeferredTurn::mark() {
-  if (std::exchange(state_->marked, true)) {
+  if (state_->marked) {
     return;
   }
   loop_.post([state = state_] {
@@ -21,6 +21,7 @@ void DeferredTurn::mark() {
       state->work();
     }
   });
+  state_->marked = true;  // a turn that could not be posted can be asked for again
 }
 
 }  // namespace Zev

@@ -7,33 +7,26 @@
 #include <optional>
 #include <vector>
 
-#include <gtest/gtest.h>
-
+#include "FecTestNames.h"
 #include "Glint/SharedMemEntityManager.h"
 #include "TableFile.h"
 #include "Vanta/EntityManager.h"
 #include "fec/FecTableEntryLog.h"
-#include "testing/LeakCheck.h"
-#include "testing/TemporaryRoot.h"
 
 // An entry log without the rest of an agent, and ways to look at what it leaves in shared memory
 // and to damage that.
 
 namespace fec_test {
 
-using LoamFec::FecTableConstants;
-using LoamFec::FecTableEntryLog;
-using Key = LoamFec::FecTableDataModelEntryKey;
-using LogEntry = LoamFec::FecTableDataModelLogEntry;
+using Key = FecTableDataModelEntryKey;
+using LogEntry = FecTableDataModelLogEntry;
 using ResourceKeys = LoamFec::FecTableDataModelResourceKeys;
-using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
-using ConfigRow = LoamFec::FecTableDataModelConfigGlintEntry;
+using LogRow = FecTableDataModelLogGlintEntry;
+using ConfigRow = FecTableDataModelConfigGlintEntry;
 using LogEntity = LoamFec::FecTableDataModelEntryLogGlint;
 using ConfigEntity = LoamFec::FecTableDataModelConfigGlint;
 using LogRows = Glint::GlintMap<LogRow>;
 using ConfigRows = Glint::GlintMap<ConfigRow>;
-using Asic::LogVersion;
-using Asic::UnitId;
 using Needed = Pell::Ptr<const Asic::NeededEntry>;
 
 inline constexpr UnitId kUnit{0};
@@ -183,7 +176,7 @@ class LogProcess {
 };
 
 // A test on one state folder, with two units mounted.
-class EntryLogTest : public testing_support::LeakCheckedTest {
+class EntryLogTest : public LeakCheckedTest {
  protected:
   EntryLogTest() { start(); }
 
@@ -232,7 +225,7 @@ class EntryLogTest : public testing_support::LeakCheckedTest {
   }
 
  private:
-  testing_support::TemporaryRoot root_;
+  TemporaryRoot root_;
   std::optional<LogProcess> process_;
 };
 

@@ -1,35 +1,15 @@
 #include <cstdint>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "FecTableFixture.h"
 
 namespace {
 
-using LoamFec::FecTableDataModelConfigGlintEntry;
-using LoamFec::FecTableDataModelEntry;
-using LoamFec::FecTableDataModelLogEntry;
-using LoamFec::FecTableDataModelLogGlintEntry;
-using LoamFec::FecTableEntryWrapper;
-using LoamFec::FecTableResolverEntry;
-using LoamFec::FecTableSwTable;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-using testing_support::FecHarness;
-using testing_support::ScriptedHelper;
-using testing_support::TableChange;
-using testing_support::TableObserver;
-using testing_support::TraceRecorder;
+using namespace fec_test;
 
-constexpr short kAdd = FecTableSwTable::kTransientAddEntryAttribute;
-constexpr short kVersion = FecTableSwTable::kTransientVersionForKeyAttribute;
-constexpr short kInLog = FecTableSwTable::kEntryHandleInLogAttribute;
-constexpr std::uint64_t kInvalid = ~std::uint64_t{0};
 // The states in which a dependency counts as failed.
 constexpr Asic::EntryState kFailed[] = {Asic::EntryState{2}, Asic::EntryState{4},
                                         Asic::EntryState{5}};
@@ -46,7 +26,7 @@ class ForeignHandle : public Asic::OrderedSwTable::EntryHandle {
   }
 };
 
-class FecTableCommitTest : public testing_support::FecTableFixture {
+class FecTableCommitTest : public FecTableFixture {
  protected:
   using Wrapper = Pell::Ptr<FecTableEntryWrapper>;
 
@@ -87,6 +67,25 @@ class FecTableCommitTest : public testing_support::FecTableFixture {
       }
     }
     return found;
+  }
+  // The functions that have traced, in order, as far as they are among the wanted ones.
+  static Texts steps(const TraceRecorder& traces, const std::set<std::string>& wanted) {
+    Texts found;
+    for (const auto& record : traces.records()) {
+      if (wanted.contains(record.function)) {
+        found.push_back(record.function);
+      }
+    }
+    return found;
+  }
+  // Whether the request's commit raises the flag of pending hardware writes.
+  template <typename Request>
+  bool raisesTheFlag(Request&& request) {
+    agent_.reportAll();
+    EXPECT_FALSE(status().pendingHwWrites());
+    request();
+    agent_.run();
+    return status().pendingHwWrites();
   }
   Pell::Ptr<ScriptedHelper> helperIs() {
     auto helper = Zev::makeObject<ScriptedHelper>();
@@ -348,16 +347,10 @@ TEST_F(FecTableCommitTest, ARemoveReleasesItsResourceBeforeItIsLogged) {
   agent_.run();
   ASSERT_THAT(agent_.client().releases, SizeIs(1));
   EXPECT_TRUE(agent_.client().releases.front().dependency == removed);
-  std::vector<std::string> steps;
-  for (const auto& record : traces.records()) {
-    if (record.function == "commitEntry" || record.function == "updateLocalUsage" ||
-        record.function == "deleteResKeyMapping" || record.function == "entryDel" ||
-        (!steps.empty() && record.function == "maybeUpdateSuspend")) {
-      steps.push_back(record.function);
-    }
-  }
-  EXPECT_THAT(steps, ElementsAre("commitEntry", "updateLocalUsage", "deleteResKeyMapping",
-                                 "entryDel", "maybeUpdateSuspend"));
+  EXPECT_THAT(steps(traces, {"commitEntry", "updateLocalUsage", "deleteResKeyMapping", "entryDel",
+                             "maybeUpdateSuspend"}),
+              ElementsAre("commitEntry", "updateLocalUsage", "deleteResKeyMapping", "entryDel",
+                          "maybeUpdateSuspend"));
 }
 
 TEST_F(FecTableCommitTest, ARemoveOfAKeyWithoutRowIsAnsweredAtVersionZeroByTheNextReport) {
@@ -411,6 +404,24 @@ TEST_F(FecTableCommitTest, ARemoveAllIsLoggedAsOneTableDelete) {
   EXPECT_THAT(needed(3), ElementsAre("03:01:0806@1"));
   EXPECT_TRUE(status().pendingHwWrites());
   EXPECT_EQ(table().entrys(), 0U);
+}
+
+TEST_F(FecTableCommitTest, ARemoveAllGoesThroughItsStepsInOrder) {
+  writeCommitted(5);
+  removeAll();
+  std::vector<std::uint64_t> loweredAt;
+  const TableObserver observer(table(), [&](const TableChange& change) {
+    EXPECT_EQ(change.attribute, kRemoveAll);
+    loweredAt.push_back(logVersion());
+  });
+  const TraceRecorder traces(
+      {"FecTableSwTable", "FecTableEntryLog", "FecTableIntfIdToDestIdLinkage"}, 1U << 8);
+  agent_.run();
+  EXPECT_THAT(steps(traces, {"commitEntry", "getNeededEntrySet", "delAllEntries",
+                             "updateLocalUsage", "tableDel", "maybeUpdateSuspend"}),
+              ElementsAre("commitEntry", "commitEntry", "getNeededEntrySet", "delAllEntries",
+                          "updateLocalUsage", "tableDel", "maybeUpdateSuspend"));
+  EXPECT_THAT(loweredAt, ElementsAre(2U)) << "after the deletion was logged";
 }
 
 TEST_F(FecTableCommitTest, ARemoveAllReleasesEachResourceOnce) {
@@ -573,6 +584,16 @@ TEST_F(FecTableCommitTest, AFailureWithoutHandlerAnswersNobody) {
   agent_.run();
   EXPECT_EQ(failed->entryState(), State::commitFailed);
   EXPECT_THAT(responses(), IsEmpty());
+}
+
+TEST_F(FecTableCommitTest, EveryKindOfCommitRaisesThePendingFlagAndAFailedOneDoesNot) {
+  const auto failed = dependency(State::commitFailed);
+  EXPECT_TRUE(raisesTheFlag([&] { write(5); }));
+  EXPECT_FALSE(raisesTheFlag([&] { write(6, "", 0, failed); }));
+  EXPECT_FALSE(raisesTheFlag([&] { remove(5, failed); }));
+  EXPECT_TRUE(raisesTheFlag([&] { remove(5); }));
+  EXPECT_FALSE(raisesTheFlag([&] { removeAll(failed); }));
+  EXPECT_TRUE(raisesTheFlag([&] { removeAll(); }));
 }
 
 TEST_F(FecTableCommitTest, EveryCommitEndsWithTheSuspendControl) {

@@ -11,38 +11,13 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
 #include "EntryLogFixture.h"
 #include "fec/FecTableEntryLog.h"
-#include "testing/TraceRecorder.h"
-#include "testing/VirtualSlot.h"
 
 namespace {
 
-using Asic::LogVersion;
-using Asic::UnitId;
-using fec_test::ConfigEntity;
-using fec_test::ConfigRow;
-using fec_test::Key;
-using fec_test::kLogPath;
-using fec_test::kOtherUnit;
-using fec_test::kUnit;
-using fec_test::LogEntity;
-using fec_test::logEntry;
-using fec_test::LogEntry;
-using fec_test::LogProcess;
-using fec_test::LogRow;
-using fec_test::Reader;
-using fec_test::resourceKeys;
-using fec_test::ResourceKeys;
-using fec_test::RowFile;
-using LoamFec::FecTableConstants;
-using LoamFec::FecTableEntryLog;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using testing_support::TraceRecorder;
+using namespace fec_test;
 
 constexpr const char* kHandle = "FecTableEntryLog";
 constexpr UnitId kNoUnit{7};  // never mounted
@@ -75,7 +50,7 @@ void expectRow(const std::optional<LogRow>& row, LogVersion version, std::uint16
 
 // ---- Mounts.
 
-class FecTableEntryLogMounts : public fec_test::EntryLogTest {};
+class FecTableEntryLogMounts : public EntryLogTest {};
 
 TEST_F(FecTableEntryLogMounts, AFreshLogStartsAtVersion0AndItsFirstWriteGetsVersion1) {
   EXPECT_EQ(logRows().control().scratchpad(), 0U);
@@ -137,6 +112,7 @@ TEST_F(FecTableEntryLogMounts, TheLogIsACollectionOf100000RowsNamedEntryLogConfi
   EXPECT_EQ(log().tableEntryLog()->name(), kLogPath);
   EXPECT_EQ(logRows().capacity(), 100000U);
   EXPECT_TRUE(logRows().isWriter());
+  EXPECT_EQ(ZevGlint::ZevGlintType{0}, ZevGlint::ZevGlintType::writer);
   const auto header = glint_test::wordAt<Glint::FixedHeader>(logRows().filePath(), 0);
   EXPECT_STREQ(header.collectionName.data(), "entryLogConfig");
   EXPECT_EQ(header.rowBytes, 56U);
@@ -254,6 +230,39 @@ TEST_F(FecTableEntryLogMounts, ItsEndReleasesEveryMountAndLeavesTheRows) {
   EXPECT_TRUE(unit->swTableEntries().has(Key(1)));
 }
 
+// A unit's table that says when it goes.
+class LeavingConfig : public ConfigEntity {
+ public:
+  static constexpr const char* kTypeName = "LeavingConfig";
+  explicit LeavingConfig(const ZevGlint::MountSite& site) : ConfigEntity(site) {}
+  ~LeavingConfig() override { onEnd(); }
+
+  std::function<void()> onEnd;
+};
+
+TEST_F(FecTableEntryLogMounts, ItsEndReleasesTheUnitsBeforeTheLog) {
+  ZevSharedMem::entityTypeIs(LeavingConfig::kTypeName, [](const ZevGlint::MountSite& site) {
+    return Pell::Ptr<Zev::Entity>(Zev::makeObject<LeavingConfig>(site));
+  });
+  constexpr auto kWriter = ZevGlint::ZevGlintType::writer;
+  const Pell::String path = FecTableConstants::configGlintPath(kUnit);
+  auto leaving = ZevSharedMem::mountEntity<LeavingConfig>(log().entityManager(), path, kWriter,
+                                                          FecTableConstants::kConfigCapacity);
+  // The entity manager lets go of it.
+  ZevSharedMem::mountEntity<ConfigEntity>(log().entityManager(), path, kWriter,
+                                          FecTableConstants::kConfigCapacity);
+  const auto logEntity = log().tableEntryLog();
+  const std::uint32_t before = logEntity->references();
+  std::uint32_t heldAtItsEnd = 0;
+  leaving->onEnd = [&] { heldAtItsEnd = logEntity->references(); };
+  log().tableConfigGlintIs(kUnit, leaving);
+  leaving = nullptr;
+  ASSERT_EQ(heldAtItsEnd, 0U);
+  stop();
+  EXPECT_EQ(heldAtItsEnd, before);
+  EXPECT_LT(logEntity->references(), before);
+}
+
 TEST_F(FecTableEntryLogMounts, TheObjectKeepsWhatItWasMadeWith) {
   EXPECT_EQ(log().tableId(), Asic::SwTableId(0x03010805));
   EXPECT_EQ(log().entityManager(), process().entityManager());
@@ -265,7 +274,7 @@ TEST_F(FecTableEntryLogMounts, TheFactoryUnderTheRuntimesNameMakesTheSame) {
   write(1);
   stop();
   const auto entityManager = Zev::makeObject<Vanta::EntityManager>(root());
-  const auto groupLog = Zev::makeObject<fec_test::RecordingGroupLog>();
+  const auto groupLog = Zev::makeObject<RecordingGroupLog>();
   const auto made =
       FecTableEntryLog::FecTableEntryLogIs(FecTableConstants::kTableId, entityManager, groupLog);
   EXPECT_EQ(made->tableVersion(), LogVersion(1));
@@ -285,12 +294,12 @@ TEST_F(FecTableEntryLogMounts, ItsTypeRecordNamesItsAttributesInOrder) {
 }
 
 TEST_F(FecTableEntryLogMounts, TheTypeHookIsItsThirdVirtualOperation) {
-  EXPECT_EQ(testing_support::virtualSlot(&FecTableEntryLog::fwkType), 2U);
+  EXPECT_EQ(virtualSlot(&FecTableEntryLog::fwkType), 2U);
 }
 
 // ---- Writes and deletions.
 
-class FecTableEntryLogWrites : public fec_test::EntryLogTest {};
+class FecTableEntryLogWrites : public EntryLogTest {};
 
 TEST_F(FecTableEntryLogWrites, TwoWritesOfAKeyGetConsecutiveVersionsAndTheRowHoldsTheSecond) {
   EXPECT_EQ(write(5, 50), LogVersion(1));
@@ -491,7 +500,7 @@ struct Change {
   std::uint16_t operation;
 };
 
-class FecTableEntryLogStoreOrder : public fec_test::EntryLogTest,
+class FecTableEntryLogStoreOrder : public EntryLogTest,
                                    public ::testing::WithParamInterface<Change> {
  protected:
   FecTableEntryLogStoreOrder() { write(5, 50); }
@@ -543,9 +552,32 @@ INSTANTIATE_TEST_SUITE_P(
                              [](LogProcess& process) { return process.removeAll(); }, 2}),
     [](const auto& tested) { return tested.param.name; });
 
+class FecTableEntryLogCleanupOrder : public EntryLogTest {};
+
+TEST_F(FecTableEntryLogCleanupOrder, TheLogRowOfADeletionGoesBeforeTheRowsThatItMarked) {
+  const Pell::String path = configRows().filePath();
+  const std::uint64_t bytes = RowFile<ConfigRow>(configRows()).offsets().geometry.fileBytes;
+  for (const auto& deletion :
+       {std::function([&] { return remove(5); }), std::function([&] { return removeAll(); })}) {
+    write(5);
+    const LogVersion version = deletion();
+    EXPECT_DEATH(
+        {
+          writeProtect(path, 0, bytes);
+          log().cleanupEntryLog(version);
+        },
+        "");
+    stop();
+    const Reader reader(root());
+    EXPECT_EQ(reader.log()->entryLogConfig().rowCount(), 0U);
+    EXPECT_TRUE(reader.config(kUnit)->swTableEntries().row(Key(5))->isDeleted());
+    start();
+  }
+}
+
 // ---- Capacity.
 
-class FecTableEntryLogCapacity : public fec_test::EntryLogTest {};
+class FecTableEntryLogCapacity : public EntryLogTest {};
 
 TEST_F(FecTableEntryLogCapacity, TheLogTakesWritesBelowAtAndBeyondItsNominalCapacity) {
   for (std::uint64_t version = 1; version < 99999; ++version) {
@@ -571,7 +603,7 @@ TEST_F(FecTableEntryLogCapacity, AUnitTakesNewKeysBelowAtAndBeyondItsNominalCapa
 
 // ---- Queries.
 
-class FecTableEntryLogQueries : public fec_test::EntryLogTest {};
+class FecTableEntryLogQueries : public EntryLogTest {};
 
 TEST_F(FecTableEntryLogQueries, ACommittedEntryIsAnsweredWithItsContentsAndResourceKeys) {
   write(5, 50);
@@ -598,6 +630,38 @@ TEST_F(FecTableEntryLogQueries, ADeletedEntryThatIsNotCleanedUpStillTellsItsReso
   EXPECT_TRUE(LogEntry::isEq(log().entry(Key(5), kUnit), LogEntry()));
   EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), resourceKeys("eth1")));
   EXPECT_EQ(log().entrysInDeletion(kUnit), 1U);
+  EXPECT_EQ(log().entrys(kUnit), 1U);
+}
+
+TEST_F(FecTableEntryLogQueries, CommittedResourceKeysAreThoseOfAnEntryThatIsNotDeleted) {
+  write(5, 50);
+  write(6, 60);
+  remove(6);
+  const auto committed = log().committedRsrcKeys(Key(5), kUnit);
+  ASSERT_TRUE(committed.has_value());
+  EXPECT_TRUE(ResourceKeys::isEq(*committed, resourceKeys("eth1")));
+  EXPECT_FALSE(log().committedRsrcKeys(Key(6), kUnit).has_value());
+  EXPECT_FALSE(log().committedRsrcKeys(Key(7), kUnit).has_value());
+}
+
+TEST_F(FecTableEntryLogQueries, CommittedResourceKeysAreTracedAsTheTwoQueriesThatTheyStandFor) {
+  write(5, 50);
+  TraceRecorder traces({kHandle});
+  (void)log().committedRsrcKeys(Key(5), kUnit);
+  (void)log().committedRsrcKeys(Key(7), kUnit);
+  EXPECT_THAT(traces.textsOf("entryHas"), ElementsAre(" key: 5 unitId:0", " key: 7 unitId:0"));
+  EXPECT_THAT(traces.textsOf("entryRsrcKeys"), ElementsAre(" key: 5 unitId:0"));
+  EXPECT_EQ(traces.records().size(), 3U);
+}
+
+TEST_F(FecTableEntryLogQueries, TheHintThatAKeyIsNeededSoonIsSilentWhateverTheUnit) {
+  write(5, 50);
+  TraceRecorder traces({kHandle});
+  for (const UnitId unit : {kUnit, kNoUnit}) {
+    log().fetchAhead(Key(5), unit);
+    log().fetchAhead(Key(6), unit);
+  }
+  EXPECT_THAT(traces.records(), IsEmpty());
   EXPECT_EQ(log().entrys(kUnit), 1U);
 }
 
@@ -644,7 +708,7 @@ TEST_F(FecTableEntryLogQueries, AQueryOfAUnitThatIsNotMountedStopsTheProcess) {
 
 // ---- Damaged rows.
 
-class FecTableEntryLogDamage : public fec_test::EntryLogTest {
+class FecTableEntryLogDamage : public EntryLogTest {
  protected:
   FecTableEntryLogDamage() {
     for (const std::uint32_t fecId : {1U, 2U, 3U}) {

@@ -7,13 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include "FecTestNames.h"
 
-#include "testing/FecHarness.h"
-#include "testing/LeakCheck.h"
-#include "testing/TraceRecorder.h"
-
-namespace testing_support {
+namespace fec_test {
 
 // What a software table announces, as a test compares it.
 struct TableChange {
@@ -40,7 +36,7 @@ class TableObserver {
  public:
   using Reaction = std::function<void(const TableChange&)>;
 
-  explicit TableObserver(LoamFec::FecTableSwTable& table, Reaction reaction = {})
+  explicit TableObserver(FecTableSwTable& table, Reaction reaction = {})
       : publisher_(&table.publisher()),
         reaction_(std::move(reaction)),
         subscriber_([this](Pell::Publisher*, Pell::Subscriber*, short attribute,
@@ -84,10 +80,10 @@ class TableObserver {
 };
 
 // Helper that does what a test says, and counts.
-class ScriptedHelper : public LoamFec::FecTableSwTableHelperBase {
+class ScriptedHelper : public FecTableSwTableHelperBase {
  public:
-  static constexpr const char* kTypeName = "testing_support::ScriptedHelper";
-  using Wrapper = Pell::Ptr<LoamFec::FecTableEntryWrapper>;
+  static constexpr const char* kTypeName = "fec_test::ScriptedHelper";
+  using Wrapper = Pell::Ptr<FecTableEntryWrapper>;
 
   const Zev::TypeRecord& fwkType() const override {
     static const Zev::TypeRecord record{kTypeName};
@@ -101,7 +97,7 @@ class ScriptedHelper : public LoamFec::FecTableSwTableHelperBase {
     }
   }
   bool finalizeOnFailure(Wrapper const& entry, bool isDelete,
-                         Pell::Ptr<LoamFec::FecTableSwTable> const& swTable) override {
+                         Pell::Ptr<FecTableSwTable> const& swTable) override {
     failures.push_back(entry->key().fecId());
     EXPECT_FALSE(isDelete);
     EXPECT_TRUE(swTable);
@@ -121,11 +117,22 @@ class ScriptedHelper : public LoamFec::FecTableSwTableHelperBase {
 // An agent with one table over a recording resource client, and short words for what is done to it.
 class FecTableFixture : public LeakCheckedTest {
  protected:
-  using Table = LoamFec::FecTableSwTable;
+  using Table = FecTableSwTable;
   using Handle = Pell::Ptr<Table::EntryHandle const>;
   using Dependency = Table::Dependency;
   using State = Asic::EntryState;
-  using QueuedEntry = Pell::Ptr<LoamFec::FecTableResolverEntry>;
+  using QueuedEntry = Pell::Ptr<FecTableResolverEntry>;
+
+  // The table's attributes, as its observers hear of them.
+  static constexpr short kHelper = FecTableSwTable::kSwTableHelperAttribute;
+  static constexpr short kAdd = FecTableSwTable::kTransientAddEntryAttribute;
+  static constexpr short kRemove = FecTableSwTable::kTransientRemoveEntryAttribute;
+  static constexpr short kVersion = FecTableSwTable::kTransientVersionForKeyAttribute;
+  static constexpr short kRemoveAll = FecTableSwTable::kTransientRemoveAllVersionAttribute;
+  static constexpr short kInLog = FecTableSwTable::kEntryHandleInLogAttribute;
+  static constexpr short kLinkage = FecTableSwTable::kIntfIdToDestIdLinkageAttribute;
+  // The invalid value of a version's 64-bit part, and of the remove-all version.
+  static constexpr std::uint64_t kInvalid = ~std::uint64_t{0};
 
   explicit FecTableFixture(FecHarness::Resources resources = FecHarness::Resources::recording)
       : agent_(resources) {
@@ -135,10 +142,8 @@ class FecTableFixture : public LeakCheckedTest {
   Table& table() { return agent_.table(); }
   Asic::GroupResolver& resolver() { return *table().groupResolver(); }
   Asic::OrderedSwTableStatus& status() { return *table().status(); }
-  LoamFec::FecTableEntryLog& log() { return agent_.log(); }
-  static LoamFec::FecTableDataModelEntryKey key(std::uint32_t fecId) {
-    return FecHarness::key(fecId);
-  }
+  FecTableEntryLog& log() { return agent_.log(); }
+  static FecTableDataModelEntryKey key(std::uint32_t fecId) { return FecHarness::key(fecId); }
 
   // Requests. An empty interface name: the entry needs no destination. Answers go to responses().
   Handle write(std::uint32_t fecId, const Pell::String& intf = "", std::uint32_t mark = 0,
@@ -178,18 +183,18 @@ class FecTableFixture : public LeakCheckedTest {
   std::vector<QueuedEntry> queued() {
     std::vector<QueuedEntry> entries;
     resolver().resolverQueueDelIf([&entries](const Asic::ResolverEntry& entry) {
-      const auto& typed = dynamic_cast<const LoamFec::FecTableResolverEntry&>(entry);
-      entries.emplace_back(const_cast<LoamFec::FecTableResolverEntry*>(&typed));
+      const auto& typed = dynamic_cast<const FecTableResolverEntry&>(entry);
+      entries.emplace_back(const_cast<FecTableResolverEntry*>(&typed));
       return false;
     });
     return entries;
   }
 
-  const LoamFec::FecTableEntryWrapper* pendingWrite(std::uint32_t fecId) {
+  const FecTableEntryWrapper* pendingWrite(std::uint32_t fecId) {
     const auto* held = table().transientAddEntry().find(key(fecId));
     return held == nullptr ? nullptr : held->get();
   }
-  const LoamFec::FecTableEntryWrapper* pendingRemove(std::uint32_t fecId) {
+  const FecTableEntryWrapper* pendingRemove(std::uint32_t fecId) {
     const auto* held = table().transientRemoveEntry().find(key(fecId));
     return held == nullptr ? nullptr : held->get();
   }
@@ -207,11 +212,22 @@ class FecTableFixture : public LeakCheckedTest {
     return table().entryFromConfig(key(fecId)).opaqueA;
   }
   std::uint64_t logVersion() { return log().tableVersion().value(); }
-  std::optional<LoamFec::FecTableDataModelLogGlintEntry> logRow(std::uint64_t version) {
+  std::optional<FecTableDataModelLogGlintEntry> logRow(std::uint64_t version) {
     return log().tableEntryLog()->entryLogConfig().row(Asic::LogVersion(version));
+  }
+
+  // What the table has traced: "level function|message|".
+  static Texts lines(const TraceRecorder& traces) {
+    Texts found;
+    for (const TraceRecorder::Record& record : traces.records()) {
+      EXPECT_EQ(record.className, "FecTableSwTable");
+      EXPECT_EQ(record.file, "FecTableSwTable");
+      found.push_back(fmt::format("{} {}|{}|", record.level, record.function, record.message));
+    }
+    return found;
   }
 
   FecHarness agent_;
 };
 
-}  // namespace testing_support
+}  // namespace fec_test

@@ -7,33 +7,18 @@
 #include <type_traits>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "testing/FecHarness.h"
-#include "testing/LeakCheck.h"
-#include "testing/TraceRecorder.h"
-#include "testing/VirtualSlot.h"
+#include "FecTestNames.h"
 
 namespace {
 
-using Asic::EntryState;
-using Asic::LogVersion;
-using Asic::MajorVersion;
-using LoamFec::FecTableConstants;
-using LoamFec::FecTableDataModelEntryKey;
-using LoamFec::FecTableSwTable;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using testing_support::FecHarness;
-using testing_support::TraceRecorder;
+using namespace fec_test;
 using EntryHandle = FecTableSwTable::EntryHandle;
 using HandlePtr = Pell::Ptr<EntryHandle>;
 using AnyHandle = Pell::Ptr<Asic::OrderedSwTable::EntryHandle const>;
 
 constexpr Asic::UnitId kUnit{0};
 
-class InLogQueue : public testing_support::LeakCheckedTest {
+class InLogQueue : public LeakCheckedTest {
  protected:
   FecTableSwTable& table(std::uint16_t unit = 0) { return agent_.table(unit); }
   FecHarness& agent() { return agent_; }
@@ -60,7 +45,7 @@ class InLogQueue : public testing_support::LeakCheckedTest {
   // Keys of the handles whose recorded handler has been called.
   std::vector<std::uint32_t> responded() const {
     std::vector<std::uint32_t> keys;
-    for (const testing_support::Response& response : agent_.responses) {
+    for (const Response& response : agent_.responses) {
       keys.push_back(response.key.fecId());
     }
     return keys;
@@ -296,7 +281,7 @@ TEST_F(InLogQueue, TheTablesEndReleasesItsHandlesWithoutACallOrAPublication) {
 // ---- Reports.
 
 TEST_F(InLogQueue, TheReportIsTheTenthVirtualOperationOfTheTable) {
-  EXPECT_EQ(testing_support::virtualSlot(&FecTableSwTable::tableStatusVersion), 9);
+  EXPECT_EQ(virtualSlot(&FecTableSwTable::tableStatusVersion), 9);
 }
 
 TEST_F(InLogQueue, AReportReleasesTheHandlesUpToItsVersionInLogOrder) {
@@ -418,6 +403,15 @@ TEST_F(InLogQueue, OnlyAReportOfTheLogsLastVersionEndsThePendingWrites) {
   EXPECT_TRUE(status().pendingHwWrites());
   EXPECT_EQ(table().entryHandlesInLog(), 0U);
   table().tableStatusVersion(LogVersion(2));  // and nothing is queued any more
+  EXPECT_FALSE(status().pendingHwWrites());
+}
+
+TEST_F(InLogQueue, AReportOfTheLogsLastVersionEndsThePendingWritesOfAnEmptyQueueToo) {
+  table().entryRemoveAll(nullptr);
+  agent().run();
+  ASSERT_EQ(table().entryHandlesInLog(), 0U);
+  ASSERT_TRUE(status().pendingHwWrites());
+  table().tableStatusVersion(LogVersion(1));
   EXPECT_FALSE(status().pendingHwWrites());
 }
 

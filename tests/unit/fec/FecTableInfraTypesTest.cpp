@@ -5,25 +5,12 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "testing/FecHarness.h"
-#include "testing/LeakCheck.h"
-#include "testing/TraceRecorder.h"
-#include "testing/VirtualSlot.h"
+#include "FecTestNames.h"
 
 namespace {
 
+using namespace fec_test;
 using namespace LoamFec;
-using Asic::EntryState;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using testing_support::FakeDependency;
-using testing_support::FecHarness;
-using testing_support::ScriptedResourceHandle;
-using testing_support::TraceRecorder;
-using testing_support::virtualSlot;
 
 using DestId = FecTableEntryWrapper::DestId;
 using Handle = FecTableDataModelSwTableBase::FecEntryHandle;
@@ -69,13 +56,13 @@ Pell::Ptr<Handle> someHandle() {
 }
 
 Pell::Ptr<ScriptedResourceHandle> resource(const LoamAdjLib::DestId& destination) {
-  auto handle = Zev::makeObject<ScriptedResourceHandle>(
-      testing_support::ResourceTable::Key(Wirex::IntfId::fromName("eth1")));
+  auto handle =
+      Zev::makeObject<ScriptedResourceHandle>(ResourceTable::Key(Wirex::IntfId::fromName("eth1")));
   handle->contentsAre(EntryState::done, destination);
   return handle;
 }
 
-class FecTableInfraTypesTest : public testing_support::LeakCheckedTest {};
+class FecTableInfraTypesTest : public LeakCheckedTest {};
 
 // The wrapper.
 
@@ -306,6 +293,22 @@ TEST_F(FecTableInfraTypesTest, AResolverEntryAsksItsTableAndHasItCommit) {
   EXPECT_TRUE(table.entryHas(FecHarness::key(5)));
 }
 
+TEST_F(FecTableInfraTypesTest, AResolverEntryPassesOnThePointerThatItIsGiven) {
+  FecHarness harness;
+  auto& table = harness.table();
+  const auto entryOf = [&table](std::uint32_t fecId) {
+    FecTableDataModelEntry written;
+    written.key = FecHarness::key(fecId);
+    const auto handle =
+        FecTableSwTable::entryHandleFactory(Asic::EntryVersion(), written.key, &table);
+    return fecTableResolverEntryFactory(nullptr, Asic::EntryFlags::write(), &table,
+                                        fecTableEntryWrapperFactory(written, handle));
+  };
+  entryOf(5)->commitEntry(entryOf(6));
+  EXPECT_FALSE(table.entryHas(FecHarness::key(5)));
+  EXPECT_TRUE(table.entryHas(FecHarness::key(6)));
+}
+
 // The hooks.
 
 TEST_F(FecTableInfraTypesTest, TheDefaultHooksDoNothing) {
@@ -381,6 +384,47 @@ TEST_F(HelperInTableTest, AReplacedHelperChangesTheOperationsThatAreFinalizedAft
   failingWrite(3);
   EXPECT_THAT(helper->calls, ElementsAre(Call("failure", 2, false)));
   EXPECT_EQ(harness_.log().tableVersion(), Asic::LogVersion(1));
+}
+
+// Helper that also counts the calls of the hooks that are for the platform to call.
+class CountingHelper : public RecordingHelper {
+ public:
+  static constexpr const char* kTypeName = "CountingHelper";
+
+  bool finalizeOnResourceUpdate(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
+                                Pell::Ptr<FecTableSwTable> const& /*swTable*/,
+                                bool /*someResourceHasFailed*/) override {
+    ++platformCalls;
+    return true;
+  }
+  void handleHwError(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
+                     unsigned int /*errorCode*/) override {
+    ++platformCalls;
+  }
+
+  int platformCalls = 0;
+};
+
+TEST_F(HelperInTableTest, ATableCallsTheHooksOfACommitForWritesAndThoseOfThePlatformNever) {
+  const auto helper = Zev::makeObject<CountingHelper>();
+  harness_.makeTable(0, false, helper);
+  harness_.destinationIs("eth1", 100);
+  harness_.table().entryWrite(FecHarness::key(1), FecHarness::entry("eth1"), nullptr);
+  harness_.run();
+  harness_.reportAll();
+  harness_.destinationIs("eth1", 200);
+  ASSERT_EQ(harness_.log().tableVersion(), LogVersion(2)) << "driven again";
+  harness_.reportAll();
+  harness_.resources().destinationFailed(Wirex::IntfId::fromName("eth1"));
+  harness_.run();
+  ASSERT_EQ(harness_.log().tableVersion(), LogVersion(3)) << "and again";
+  failingWrite(2);
+  harness_.table().entryRemove(FecHarness::key(1), nullptr);
+  harness_.table().entryRemoveAll(nullptr);
+  harness_.run();
+  ASSERT_EQ(harness_.log().tableVersion(), LogVersion(5));
+  EXPECT_THAT(helper->calls, ElementsAre(Call("success", 1, false), Call("failure", 2, false)));
+  EXPECT_EQ(helper->platformCalls, 0);
 }
 
 TEST_F(HelperInTableTest, AQueuedOperationIsFinalizedByTheHelperOfItsCommit) {

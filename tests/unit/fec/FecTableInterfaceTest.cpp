@@ -394,6 +394,35 @@ TEST_F(FecTableInterfaceTest, ANewUnitGetsTheHelperItIsGiven) {
   EXPECT_EQ(getIntf()->makeSwTable(UnitId(0), helper, false)->swTableHelper(), helper);
 }
 
+TEST_F(FecTableInterfaceTest, ANewUnitsTableIsFiledOnlyWhenItHasBeenCleared) {
+  const auto fec = getIntf();
+  const auto set = group()->swTableSet(kTableId);
+  bool announced = false;
+  bool filed = true;
+  auto& publisher = group()->groupLog()->publisher();
+  Pell::Subscriber tableDelete(
+      [&](Pell::Publisher*, Pell::Subscriber*, short, const void*, const void*) {
+        announced = true;
+        filed = fec->swTable(UnitId(0)) != nullptr || set->swTable(UnitId(0)) != nullptr;
+      });
+  publisher.subscriberAdd(tableDelete);
+  const auto table = fec->makeSwTable(UnitId(0), nullptr, true);
+  publisher.subscriberRemove(tableDelete);
+  EXPECT_TRUE(announced);
+  EXPECT_FALSE(filed) << "no report reaches a table that is being made";
+  EXPECT_EQ(set->swTable(UnitId(0)), table);
+}
+
+TEST_F(FecTableInterfaceTest, ANewUnitWithHelperAndResetGetsBothAndSaysOnlyThatItClears) {
+  const auto fec = getIntf();
+  const auto helper = fecTableSwTableHelperBaseFactory();
+  TraceRecorder traces({"FecTableInterface"});
+  EXPECT_EQ(fec->makeSwTable(UnitId(0), helper, true)->swTableHelper(), helper);
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("unitId: 0", " Clearing entries for table id: 03:01:0805"));
+  EXPECT_EQ(fec->entryLog()->tableVersion(), LogVersion(1));
+}
+
 TEST_F(FecTableInterfaceTest, EachUnitHasATableOfItsOwnAndSharesLogAndStatus) {
   const auto fec = getIntf();
   const auto zero = fec->makeSwTable(UnitId(0), nullptr, false);
@@ -447,6 +476,19 @@ TEST_F(FecTableInterfaceTest, AKnownUnitWithResetIsCleared) {
   EXPECT_EQ(fec->entryLog()->tableVersion(), LogVersion(2));
   EXPECT_THAT(traces.texts(), ElementsAre("unitId: 0", "swTable with unitId: 0 exists",
                                           " Clearing entries for table id: 03:01:0805"));
+}
+
+TEST_F(FecTableInterfaceTest, AKnownUnitWithHelperAndResetGetsTheHelperFirst) {
+  const auto fec = getIntf();
+  const auto table = fec->makeSwTable(UnitId(0), nullptr, false);
+  const auto helper = fecTableSwTableHelperBaseFactory();
+  TraceRecorder traces({"FecTableInterface"});
+  EXPECT_EQ(fec->makeSwTable(UnitId(0), helper, true), table);
+  EXPECT_EQ(table->swTableHelper(), helper);
+  EXPECT_THAT(traces.texts(), ElementsAre("unitId: 0", "swTable with unitId: 0 exists",
+                                          "Update software table helper",
+                                          " Clearing entries for table id: 03:01:0805"));
+  EXPECT_EQ(traces.texts(2).size(), 2U);
 }
 
 // Wiring that is missing stops the process.
@@ -624,11 +666,14 @@ TEST_F(FecTableInterfaceTest, DestructionReleasesLogAndStatusBeforeTheTables) {
   const auto log = fec->entryLog();
   const auto status = fec->swTableStatus();
   std::vector<std::uint32_t> seen;
+  bool hearsNotifications = true;
+  FecTableInterface* const going = fec.get();
   // The handler dies with the queue of handles in the log, which is the table's.
   fec->makeSwTable(UnitId(0), nullptr, false)
       ->entryWriteWithResponseHandler(FecHarness::key(1), FecHarness::entry(""), nullptr,
                                       [witness = std::make_shared<Witness>([&] {
                                          seen = {log->references(), status->references()};
+                                         hearsNotifications = going->hasNotificationActive();
                                        })](const auto&) { EXPECT_TRUE(witness); });
   loop_.runUntilIdle();
   group()->swTableSet(kTableId)->swTableDel(UnitId(0));
@@ -637,6 +682,7 @@ TEST_F(FecTableInterfaceTest, DestructionReleasesLogAndStatusBeforeTheTables) {
   fec = nullptr;
   // Held by this test and by the table that is going, no more by the interface.
   EXPECT_THAT(seen, ElementsAre(2U, 2U));
+  EXPECT_FALSE(hearsNotifications);
 }
 
 // What stands in a table's file, without its holes.

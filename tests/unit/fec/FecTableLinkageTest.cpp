@@ -3,21 +3,13 @@
 
 #include <set>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "LinkageFixture.h"
 #include "Zev/Hash.h"
 
 namespace {
 
-using namespace testing_support;
-using Asic::EntryState;
+using namespace fec_test;
 using Linkage = LoamFec::FecTableIntfIdToDestIdLinkage;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
-using Texts = std::vector<std::string>;
 
 class LinkageTest : public LinkageFixture {};
 using LinkageDeathTest = LinkageTest;
@@ -151,6 +143,14 @@ TEST_F(LinkageTest, TheHandleInUseIsTakenWithoutAskingTheResourceTable) {
   EXPECT_THAT(client().requests, IsEmpty());
 }
 
+TEST_F(LinkageTest, TheHandleInUseMayBeNullAndIsTakenAllTheSame) {
+  linkage().entryUsageSmIs(nullptr);  // filed under the null interface
+  const WrapperPtr entry = wrapper(5, "");
+  entry->intfIdResPtrIs(handle());
+  linkage().setResourceHandle(entry);
+  EXPECT_EQ(entry->intfIdResPtr(), nullptr);
+}
+
 TEST_F(LinkageTest, SetRsrcPtrsRequestsWithRefreshAndTakesWhatIsHeldWithout) {
   const TraceRecorder recorder({"FecTableSwTable"});
   const WrapperPtr entry = wrapper(5);
@@ -185,6 +185,17 @@ INSTANTIATE_TEST_SUITE_P(EveryState, FoldingTest,
                                            Folding{EntryState(3), EntryState(3)},
                                            Folding{EntryState(4), EntryState(5)},
                                            Folding{EntryState(5), EntryState(5)}));
+
+TEST_F(LinkageTest, AHandleInState1LeavesTheEntryUnresolvedAndNotSuccessful) {
+  EXPECT_EQ(linkage().entryResolutionState(wrapperInState(EntryState(1))), EntryState(0));
+}
+
+TEST_F(LinkageTest, AHandleInState2FailsTheEntryLikeOneInState4Or5) {
+  for (const int state : {2, 4, 5}) {
+    EXPECT_EQ(linkage().entryResolutionState(wrapperInState(EntryState(state))), EntryState(5))
+        << state;
+  }
+}
 
 TEST_F(LinkageDeathTest, AHandleInAStateOf6OrMoreStopsTheProcess) {
   for (const int state : {6, 7, 255}) {

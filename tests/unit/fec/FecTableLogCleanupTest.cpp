@@ -9,35 +9,19 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
 #include "Asic/GroupLog.h"
 #include "EntryLogFixture.h"
-#include "testing/FecHarness.h"
-#include "testing/TraceRecorder.h"
 
 namespace {
 
-using Asic::LogVersion;
-using Asic::UnitId;
-using fec_test::ConfigRow;
-using fec_test::Key;
-using fec_test::kOtherUnit;
-using fec_test::kUnit;
-using fec_test::logEntry;
-using fec_test::LogProcess;
-using fec_test::LogRow;
-using fec_test::RowFile;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using testing_support::TraceRecorder;
+using namespace fec_test;
 
 constexpr const char* kHandle = "FecTableEntryLog";
 constexpr UnitId kNoUnit{7};  // never mounted
 constexpr std::uint64_t kMaxVersion = ~std::uint64_t{0};
 
-class FecTableLogCleanup : public fec_test::EntryLogTest {
+class FecTableLogCleanup : public EntryLogTest {
  protected:
   void cleanup(std::uint64_t version) { log().cleanupEntryLog(LogVersion(version)); }
   // Log rows of that version alone, as gaps and strange histories leave them.
@@ -267,8 +251,7 @@ TEST_F(FecTableLogCleanup, EachCleanupTracesItsVersionAtLevel8) {
 }
 
 TEST(FecTableLogCleanupAtStart, AStartCleansUpBeforeAnyUnitIsMountedAndLeavesItsMarkedRows) {
-  using testing_support::FecHarness;
-  const testing_support::LeakCheck leaks;
+  const LeakCheck leaks;
   FecHarness agent;
   agent.table().entryWrite(FecHarness::key(5), FecHarness::entry(""), nullptr);
   agent.table().entryRemove(FecHarness::key(5), nullptr);
@@ -525,7 +508,7 @@ class ComparedLog {
  private:
   static constexpr std::uint64_t kFirstPadding = 1ULL << 40;
 
-  testing_support::TemporaryRoot root_;
+  TemporaryRoot root_;
   LogProcess process_;
   bool padded_;
 };
@@ -567,7 +550,7 @@ class FecTableLogCleanupComparison : public ::testing::TestWithParam<std::uint32
     ASSERT_EQ(eachVersion_.contents(), model_.contents());
   }
 
-  testing_support::LeakCheck leaks_;
+  LeakCheck leaks_;
   std::mt19937 random_{GetParam()};
   Model model_;
   ComparedLog rowsInOrder_{false};

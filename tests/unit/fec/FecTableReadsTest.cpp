@@ -10,19 +10,14 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "EntryLogFixture.h"
 #include "LinkageFixture.h"
 
 namespace {
 
-using namespace testing_support;
+using namespace fec_test;
 using Entry = LoamFec::FecTableDataModelEntry;
 using LoamFec::FecTableSwTableIteratorState;
-using ::testing::UnorderedElementsAre;
-using Texts = std::vector<std::string>;
 using Ids = std::vector<std::uint32_t>;
 
 class ReadsTest : public LinkageFixture {
@@ -61,9 +56,7 @@ class ReadsTest : public LinkageFixture {
   Pell::Ptr<FecTableSwTableIteratorState> typed(const State& state) {
     return Pell::dynamicPtrCast<FecTableSwTableIteratorState>(state);
   }
-  fec_test::ConfigRows& rows() {
-    return log().tableConfigGlint(table().unitId())->swTableEntries();
-  }
+  ConfigRows& rows() { return log().tableConfigGlint(table().unitId())->swTableEntries(); }
 };
 using ReadsDeathTest = ReadsTest;
 
@@ -125,6 +118,26 @@ TEST_F(ReadsTest, WhileARemoveAllIsPendingACommittedEntryIsReadableButNotThere) 
   agent_.run();
   EXPECT_TRUE(isDefault(table().entryRead(key(1))));
   EXPECT_EQ(table().entrys(), 2U);
+}
+
+TEST_F(ReadsTest, ARemoveAllForgetsAPendingRemoveAndTheEntryIsReadableByKeyAgain) {
+  commitAll({1});
+  remove(1);
+  ASSERT_TRUE(isDefault(table().entryRead(key(1))));
+  removeAll();
+  EXPECT_EQ(table().entryRead(key(1)).opaqueA, 1U) << "until one of the two commits";
+  EXPECT_FALSE(table().entryHas(key(1)));
+  agent_.run();
+  EXPECT_TRUE(isDefault(table().entryRead(key(1))));
+}
+
+TEST_F(ReadsTest, ARemoveThatFollowsAPendingRemoveAllHidesItsKeyFromReadsToo) {
+  commitAll({1, 2});
+  removeAll();
+  remove(1);
+  EXPECT_TRUE(isDefault(table().entryRead(key(1))));
+  EXPECT_EQ(table().entryRead(key(2)).opaqueA, 2U);
+  EXPECT_EQ(table().entrys(), 0U) << "the remove is not counted off a second time";
 }
 
 TEST_F(ReadsTest, AWriteAfterARemoveOfTheKeyReadsAsWritten) {
@@ -380,6 +393,28 @@ TEST_F(ReadsTest, ARemoveAllBetweenTwoStepsForgetsThePendingWritesAndLaterOnesDo
   EXPECT_EQ(rest(state), Ids{2});
 }
 
+TEST_F(ReadsTest, APendingWriteThatIsYieldedAndThenCommittedIsYieldedASecondTime) {
+  commitAll({1});
+  write(5);
+  const State state = table().initIterState();
+  EXPECT_EQ(state->maybeUpdateCurrentEntry().key, key(5));
+  agent_.run();
+  EXPECT_EQ(rest(state), (Ids{1, 5}));
+}
+
+TEST_F(ReadsTest, APendingWriteThatIsCommittedBeforeItsTurnIsYieldedAmongTheCommittedEntries) {
+  for (const bool emptyBefore : {true, false}) {
+    const std::uint32_t first = emptyBefore ? 10 : 20;
+    write(first);
+    write(first + 1);
+    const Ids order = pendingOrder();
+    const State state = table().initIterState();
+    EXPECT_EQ(state->maybeUpdateCurrentEntry().key, key(order[0]));
+    agent_.run();
+    EXPECT_THAT(rest(state), ::testing::Contains(order[1]).Times(1));
+  }
+}
+
 TEST_F(ReadsTest, AnElementThatIsGoneWhenItsTurnComesIsSkipped) {
   commitAll({1, 2, 3});
   for (const std::uint32_t fecId : {11U, 12U, 13U}) {
@@ -480,7 +515,7 @@ TEST_F(ReadsTest, CorruptionDuringTheWalkIsReportedAndEndsIt) {
   commitAll({1, 2, 3, 4});
   const State state = table().initIterState();
   EXPECT_EQ(state->maybeUpdateCurrentEntry().key, key(1));
-  fec_test::RowFile<fec_test::ConfigRow>(rows()).damageRow(key(3));
+  RowFile<ConfigRow>(rows()).damageRow(key(3));
   EXPECT_EQ(rest(state), Ids{2});
   EXPECT_EQ(rows().corruptionCount(), 1U);
   EXPECT_EQ(walked(), (Ids{1, 2, 4})) << "the damaged row is out of use";
@@ -490,24 +525,24 @@ TEST_F(ReadsTest, TheRowWhoseTurnItIsMayBeDamagedToo) {
   commitAll({1, 2, 3});
   const State state = table().initIterState();
   EXPECT_EQ(state->maybeUpdateCurrentEntry().key, key(1));
-  fec_test::RowFile<fec_test::ConfigRow>(rows()).damageRow(key(2));
+  RowFile<ConfigRow>(rows()).damageRow(key(2));
   EXPECT_EQ(rest(state), Ids());
   EXPECT_EQ(rows().corruptionCount(), 1U);
 }
 
 TEST_F(ReadsTest, AWalkThatBeginsAtADamagedRowIsAtItsEnd) {
   commitAll({1, 2});
-  fec_test::RowFile<fec_test::ConfigRow>(rows()).damageRow(key(1));
+  RowFile<ConfigRow>(rows()).damageRow(key(1));
   EXPECT_EQ(walked(), Ids());
   EXPECT_EQ(rows().corruptionCount(), 1U);
-  fec_test::RowFile<fec_test::ConfigRow>(rows()).damageRow(key(2));
+  RowFile<ConfigRow>(rows()).damageRow(key(2));
   EXPECT_EQ(walkedFrom(2), Ids());
   EXPECT_EQ(rows().corruptionCount(), 2U);
 }
 
 TEST_F(ReadsTest, ADamagedRowReadsAsAbsent) {
   commitAll({1, 2});
-  fec_test::RowFile<fec_test::ConfigRow>(rows()).damageRow(key(1));
+  RowFile<ConfigRow>(rows()).damageRow(key(1));
   EXPECT_TRUE(isDefault(table().entryRead(key(1))));
   EXPECT_FALSE(table().entryHas(key(1)));
   EXPECT_EQ(table().entryRead(key(2)).opaqueA, 2U);

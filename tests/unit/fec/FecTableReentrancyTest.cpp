@@ -6,31 +6,13 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "FecTableFixture.h"
 
 namespace {
 
-using LoamFec::FecTableDataModelEntry;
-using LoamFec::FecTableEntryWrapper;
-using LoamFec::FecTableResolverEntry;
-using LoamFec::FecTableSwTable;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-using testing_support::RecordingResourceClient;
-using testing_support::ScriptedHelper;
-using testing_support::TableChange;
-using testing_support::TableObserver;
+using namespace fec_test;
 
-constexpr short kAdd = FecTableSwTable::kTransientAddEntryAttribute;
-constexpr short kRemove = FecTableSwTable::kTransientRemoveEntryAttribute;
-constexpr short kVersion = FecTableSwTable::kTransientVersionForKeyAttribute;
-constexpr short kInLog = FecTableSwTable::kEntryHandleInLogAttribute;
-
-class FecTableReentrancyTest : public testing_support::FecTableFixture {
+class FecTableReentrancyTest : public FecTableFixture {
  protected:
   using HandlePtr = Pell::Ptr<Asic::OrderedSwTable::EntryHandle const>;
 
@@ -416,6 +398,19 @@ TEST_F(FecTableReentrancyTest, AnObserverMayWriteTheKeyWhoseVersionIsBeingStored
   agent_.run();
   EXPECT_EQ(committedMark(5), 1U);
   EXPECT_TRUE(nothingPending(5));
+}
+
+TEST_F(FecTableReentrancyTest, AnObserverMayReplaceTheLinkageOfTheWriteThatItHears) {
+  const auto other = Zev::makeObject<RecordingResourceClient>();
+  const TableObserver observer(table(), [&](const TableChange& change) {
+    if (change.attribute == kAdd) {
+      table().intfIdToDestIdLinkageIs(
+          LoamFec::fecTableIntfIdToDestIdLinkageFactory(&table(), other));
+    }
+  });
+  write(5, "eth1");
+  EXPECT_THAT(agent_.client().requests, SizeIs(1)) << "the call goes on with what it began with";
+  EXPECT_THAT(other->requests, IsEmpty());
 }
 
 TEST_F(FecTableReentrancyTest, AnObserverOfARemoveAllMayWriteAndRemove) {

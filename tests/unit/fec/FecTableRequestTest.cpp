@@ -4,41 +4,13 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "FecTableFixture.h"
 
 namespace {
 
-using LoamFec::FecTableDataModelEntry;
-using LoamFec::FecTableEntryWrapper;
-using LoamFec::FecTableResolverEntry;
-using LoamFec::FecTableSwTable;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing_support::FecHarness;
-using testing_support::TableChange;
-using testing_support::TableObserver;
-using testing_support::TraceRecorder;
+using namespace fec_test;
 
-constexpr short kAdd = FecTableSwTable::kTransientAddEntryAttribute;
-constexpr short kRemove = FecTableSwTable::kTransientRemoveEntryAttribute;
-constexpr short kVersion = FecTableSwTable::kTransientVersionForKeyAttribute;
-constexpr short kRemoveAll = FecTableSwTable::kTransientRemoveAllVersionAttribute;
-constexpr std::uint64_t kInvalid = ~std::uint64_t{0};
-
-std::vector<std::string> lines(const TraceRecorder& traces) {
-  std::vector<std::string> found;
-  for (const TraceRecorder::Record& record : traces.records()) {
-    EXPECT_EQ(record.className, "FecTableSwTable");
-    EXPECT_EQ(record.file, "FecTableSwTable");
-    found.push_back(fmt::format("{} {}|{}|", record.level, record.function, record.message));
-  }
-  return found;
-}
-
-class FecTableRequestTest : public testing_support::FecTableFixture {
+class FecTableRequestTest : public FecTableFixture {
  protected:
   static std::uint64_t major(const Handle& handle) { return handle->version().major(); }
   static std::uint16_t minor(const Handle& handle) { return handle->version().minor(); }
@@ -412,6 +384,24 @@ TEST_F(FecTableRequestTest, AnExceptionAfterTheMapsHaveChangedLeavesThemChangedA
   EXPECT_EQ(resolver().resolverQueueLength(), 1U) << "the remove";
 }
 
+// A loop that takes no turn.
+class FullLoop : public Zev::EventLoop {
+ public:
+  void post(Task /*task*/) override { throw std::runtime_error("no room"); }
+};
+
+TEST_F(FecTableRequestTest, AGenerationThatCannotBeStartedEndsARequestThatIsQueuedAlready) {
+  FullLoop loop;
+  const auto full = Zev::makeObject<Asic::GroupResolver>(loop);
+  const auto made =
+      LoamFec::fecTableSwTableFactory(table().tableName(), table().tableId(), UnitId(7),
+                                      table().status(), agent_.fec().entryLog(), full);
+  EXPECT_THROW(made->entryRemove(key(5), nullptr), std::runtime_error);
+  EXPECT_TRUE(made->transientRemoveEntry().has(key(5)));
+  EXPECT_TRUE(made->transientVersionForKey().has(key(5)));
+  EXPECT_EQ(full->resolverQueueLength(), 1U);
+}
+
 // Suspension. Every write waits for one interface that never resolves.
 
 class SuspendTest : public FecTableRequestTest {
@@ -551,6 +541,19 @@ TEST_F(SuspendTest, ACommitThatFailsLooksAtTheQueueToo) {
   generation();
   EXPECT_EQ(handle->entryState(), State::commitFailed);
   EXPECT_FALSE(status().suspend());
+}
+
+TEST_F(SuspendTest, WithoutAResolverNothingIsQueued) {
+  const auto ownStatus = Zev::makeObject<Asic::OrderedSwTableStatus>(table().tableId());
+  const auto made =
+      LoamFec::fecTableSwTableFactory(table().tableName(), table().tableId(), UnitId(7), ownStatus,
+                                      agent_.fec().entryLog(), nullptr);
+  const auto handle = FecTableSwTable::entryHandleFactory(Asic::EntryVersion(), key(5), made.get());
+  ownStatus->suspendIs(true);
+  made->commitEntry(FecTableResolverEntry::FecTableResolverEntryIs(
+      dependency(State::commitFailed), Asic::EntryFlags(0), made.get(),
+      FecTableEntryWrapper::FecTableEntryWrapperIs(FecTableDataModelEntry(), handle)));
+  EXPECT_FALSE(ownStatus->suspend());
 }
 
 }  // namespace

@@ -2,36 +2,16 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "FecTableFixture.h"
 
 namespace {
 
-using LoamFec::FecTableDataModelEntry;
-using LoamFec::FecTableDataModelLogEntry;
-using LoamFec::FecTableDataModelLogGlintEntry;
-using LoamFec::FecTableEntryWrapper;
-using LoamFec::FecTableResolverEntry;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-using testing_support::FecHarness;
-using testing_support::TraceRecorder;
+using namespace fec_test;
 
 // Flags of a write, a remove and a remove-all.
 constexpr std::uint8_t kOperations[] = {0, 1, 2};
 
-std::vector<std::string> lines(const TraceRecorder& traces) {
-  std::vector<std::string> found;
-  for (const TraceRecorder::Record& record : traces.records()) {
-    found.push_back(fmt::format("{} {}|{}|", record.level, record.function, record.message));
-  }
-  return found;
-}
-
-class FecTableResolutionTest : public testing_support::FecTableFixture {
+class FecTableResolutionTest : public FecTableFixture {
  protected:
   using FecTableFixture::FecTableFixture;
 
@@ -54,11 +34,11 @@ class FecTableResolutionTest : public testing_support::FecTableFixture {
 class LogRoomTest : public FecTableResolutionTest {
  protected:
   // Puts rows of versions far above those of the test into the log until it holds so many.
-  void fillLogTo(std::uint32_t rows) {
+  void fillLogTo(std::uint32_t rows, Asic::UnitId unit = Asic::UnitId(0)) {
     while (log().entryLogConfigRows() < rows) {
       log().tableEntryLog()->entryLogConfigIs({Asic::LogVersion(++filler_),
-                                               FecTableDataModelLogGlintEntry::kEntryWritten,
-                                               table().unitId(), FecTableDataModelLogEntry()});
+                                               FecTableDataModelLogGlintEntry::kEntryWritten, unit,
+                                               FecTableDataModelLogEntry()});
     }
     ASSERT_EQ(log().entryLogConfigRows(), rows);
   }
@@ -75,6 +55,13 @@ TEST_F(LogRoomTest, NothingResolvesFromAHundredThousandRowsOn) {
     EXPECT_EQ(resolved(1, 5), hasRoom) << "remove at " << rows;
     EXPECT_EQ(resolved(2, 5), hasRoom) << "remove-all at " << rows;
   }
+}
+
+TEST_F(LogRoomTest, TheRowsOfOtherUnitsCountToo) {
+  fillLogTo(99999, Asic::UnitId(1));
+  EXPECT_TRUE(resolved(0, 5));
+  fillLogTo(100000, Asic::UnitId(1));
+  EXPECT_FALSE(resolved(0, 5));
 }
 
 TEST_F(LogRoomTest, AFullLogIsTracedAndAskedForNothingElse) {

@@ -3,20 +3,12 @@
 
 #include <functional>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "LinkageFixture.h"
 #include "records/FecTableConstants.h"
 
 namespace {
 
-using namespace testing_support;
-using Asic::EntryState;
-using LoamFec::FecTableConstants;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using Texts = std::vector<std::string>;
+using namespace fec_test;
 
 // Helper that notes what it is told, and decides as a test says.
 class NotingHelper : public LoamFec::FecTableSwTableHelperBase {

@@ -6,28 +6,18 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "EntryLogFixture.h"
 #include "LinkageFixture.h"
 
 namespace {
 
-using namespace testing_support;
-using Asic::EntryState;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
-using Texts = std::vector<std::string>;
+using namespace fec_test;
 
 class SharedStateTest : public LinkageFixture {
  protected:
   using LinkageFixture::LinkageFixture;
 
-  fec_test::ConfigRows& rows() {
-    return log().tableConfigGlint(table().unitId())->swTableEntries();
-  }
+  ConfigRows& rows() { return log().tableConfigGlint(table().unitId())->swTableEntries(); }
   // A new process finds the state folder and makes the unit's table.
   void restart() {
     agent_.restart();
@@ -68,8 +58,12 @@ TEST_F(RestoreTest, ARowThatIsMarkedDeletedIsNotRestored) {
   remove(1);
   agent_.run();
   ASSERT_TRUE(rows().row(key(1))->isDeleted());
+  const TraceRecorder recorder({"FecTableSwTable"});
   restart();
   EXPECT_TRUE(rows().row(key(1))->isDeleted());
+  EXPECT_EQ(recorder.textsOf("entryWrapperFromConfig"),
+            (Texts{"key: 2, refreshRsrcPtrs: true", "key: 2, refreshRsrcPtrs: false"}))
+      << "no wrapper is made of it";
   EXPECT_THAT(client().requests, ElementsAre(resKey("eth2")));
   EXPECT_EQ(record("eth1"), nullptr);
   EXPECT_EQ(linkage().entryUsageSms(), 1U);
@@ -103,6 +97,30 @@ TEST_F(RestoreTest, NothingIsPendingAfterARestoreAndNothingUnchangedIsLogged) {
   EXPECT_EQ(destinationOf(1), 100U);
 }
 
+TEST_F(RestoreTest, WhatWasAskedForAndNotCommittedIsGoneAndNobodyIsAnswered) {
+  writeCommitted(1, "", 11);
+  write(1, "eth1", 12);
+  write(2, "eth1");
+  agent_.run();
+  ASSERT_EQ(resolver().resolverQueueLength(), 2U);
+  restart();
+  agent_.run();
+  agent_.reportAll();
+  EXPECT_EQ(table().entryRead(key(1)).opaqueA, 11U);
+  EXPECT_FALSE(table().entryHas(key(2)));
+  EXPECT_THAT(responses(), IsEmpty());
+}
+
+TEST_F(RestoreTest, ARestartShowsAgainWhatAFailedRemoveAllHid) {
+  writeCommitted(1);
+  removeAll(dependency(EntryState::commitFailed));
+  agent_.run();
+  ASSERT_FALSE(table().entryHas(key(1)));
+  restart();
+  EXPECT_TRUE(table().entryHas(key(1)));
+  EXPECT_EQ(table().entrys(), 1U);
+}
+
 TEST_F(RestoreTest, EveryRestoredEntryIsWrappedWithAFreshRequestAndUpdatedWithout) {
   commitOn("eth1", {1});
   const TraceRecorder recorder({"FecTableSwTable"});
@@ -125,6 +143,9 @@ TEST_F(RestoreTest, ATableWithoutAnEntryLogOrAConfigurationTableRestoresAndClear
   unmounted->intfIdToDestIdLinkageIs(linkageOf(*unmounted));
   unmounted->restoreEntries();
   unmounted->clearTable(true);
+  log().tableConfigGlintIs(Asic::UnitId(7), nullptr);  // a mount of another type
+  unmounted->restoreEntries();
+  unmounted->clearTable(true);
   EXPECT_EQ(logVersion(), 0U);
   EXPECT_THAT(client().requests, IsEmpty());
   EXPECT_THAT(client().acks, IsEmpty());
@@ -136,7 +157,7 @@ TEST_F(RestoreTest, CorruptionEndsTheWalkAndWhatIsRestoredIsStillDrivenAgain) {
   commitOn("eth3", {3});
   linkage().entryUsageSmDelAll();
   client().acks.clear();
-  fec_test::RowFile<fec_test::ConfigRow>(rows()).damageRow(key(2));
+  RowFile<ConfigRow>(rows()).damageRow(key(2));
   table().restoreEntries();
   EXPECT_EQ(rows().corruptionCount(), 1U);
   EXPECT_EQ(linkage().entryUsageSms(), 1U);
@@ -280,8 +301,23 @@ TEST_F(ClearTest, AKeyOfAKeptRecordThatIsWrittenOnAnotherInterfaceLeavesTheOldKe
   EXPECT_THAT(client().releases, IsEmpty());
 }
 
+TEST_F(ClearTest, ADeletedRowThatIsNotCleanedUpReleasesNothingOfItsOwn) {
+  commitOn("eth3", {0});
+  remove(3);  // the only user of eth2
+  agent_.run();
+  ASSERT_TRUE(rows().row(key(3))->isDeleted());
+  client().releases.clear();
+  table().clearTable(true);
+  std::vector<ResourceTable::Key> released;
+  for (const auto& release : client().releases) {
+    released.push_back(release.key);
+  }
+  EXPECT_THAT(released, UnorderedElementsAre(resKey("eth1"), resKey("eth3")));
+  EXPECT_EQ(linkage().entryUsageSms(), 0U);
+}
+
 // A configuration table that cannot be used yet.
-class UnreadyRows : public fec_test::ConfigRows {
+class UnreadyRows : public ConfigRows {
  public:
   using GlintMap::GlintMap;
   bool isReady() const override { return false; }
@@ -291,7 +327,7 @@ class UnreadyConfig : public LoamFec::FecTableDataModelConfigGlint {
   static constexpr const char* kTypeName = "UnreadyConfig";
   explicit UnreadyConfig(const ZevGlint::MountSite& site)
       : FecTableDataModelConfigGlint(site), rows_(site) {}
-  fec_test::ConfigRows& swTableEntries() override { return rows_; }
+  ConfigRows& swTableEntries() override { return rows_; }
 
  private:
   UnreadyRows rows_;

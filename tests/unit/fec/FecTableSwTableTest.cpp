@@ -7,44 +7,19 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "FecTableFixture.h"
 #include "Zev/Exceptions.h"
-#include "testing/VirtualSlot.h"
 
 namespace {
 
-using LoamFec::FecTableDataModelEntry;
-using LoamFec::FecTableDataModelEntryKey;
-using LoamFec::FecTableEntryLog;
-using LoamFec::FecTableEntryWrapper;
-using LoamFec::FecTableSwTable;
-using LoamFec::FecTableSwTableHelperBase;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::UnorderedElementsAre;
-using testing_support::TableChange;
-using testing_support::TableObserver;
-using testing_support::TraceRecorder;
-using testing_support::virtualSlot;
-
-constexpr short kHelper = FecTableSwTable::kSwTableHelperAttribute;
-constexpr short kAdd = FecTableSwTable::kTransientAddEntryAttribute;
-constexpr short kRemove = FecTableSwTable::kTransientRemoveEntryAttribute;
-constexpr short kVersion = FecTableSwTable::kTransientVersionForKeyAttribute;
-constexpr short kRemoveAll = FecTableSwTable::kTransientRemoveAllVersionAttribute;
-constexpr short kLinkage = FecTableSwTable::kIntfIdToDestIdLinkageAttribute;
-constexpr std::uint64_t kInvalid = ~std::uint64_t{0};
+using namespace fec_test;
 
 template <typename T>
 std::int64_t live() {
   return Zev::trackerOf<T>().live();
 }
 
-class FecTableSwTableTest : public testing_support::FecTableFixture {
+class FecTableSwTableTest : public FecTableFixture {
  protected:
   // A table that nobody else knows: no linkage, no place in the group's set.
   Pell::Ptr<FecTableSwTable> looseTable() {
@@ -256,7 +231,7 @@ TEST_F(FecTableSwTableTest, AFecTableHasNoHardwareTableOfItsOwn) {
 // Wiring.
 
 TEST_F(FecTableSwTableTest, SettingTheSameHelperTwicePublishesOneChange) {
-  const auto helper = Zev::makeObject<testing_support::ScriptedHelper>();
+  const auto helper = Zev::makeObject<ScriptedHelper>();
   const TableObserver observer(table());
   table().swTableHelperIs(helper);
   table().swTableHelperIs(helper);
@@ -266,7 +241,7 @@ TEST_F(FecTableSwTableTest, SettingTheSameHelperTwicePublishesOneChange) {
 
 TEST_F(FecTableSwTableTest, SettingTheSameLinkageTwicePublishesOneChange) {
   const auto linkage = LoamFec::fecTableIntfIdToDestIdLinkageFactory(
-      &table(), Zev::makeObject<testing_support::RecordingResourceClient>());
+      &table(), Zev::makeObject<RecordingResourceClient>());
   const TableObserver observer(table());
   table().intfIdToDestIdLinkageIs(linkage);
   table().intfIdToDestIdLinkageIs(linkage);
@@ -475,14 +450,14 @@ class Farewell : public Base {
 };
 
 TEST_F(FecTableSwTableTest, DestructionReleasesEachPartInItsTurn) {
-  using Client = testing_support::RecordingResourceClient;
-  using Helper = testing_support::ScriptedHelper;
+  using Client = RecordingResourceClient;
+  using Helper = ScriptedHelper;
   std::vector<std::string> order;
   auto& entityManager = log().entityManager();
   const auto said = [&order](const char* text) { return farewell(order, text); };
   {
     // Another table's name, so that its log is mounted beside the agent's.
-    const testing_support::TemporaryRoot root;
+    const TemporaryRoot root;
     const auto elsewhere = Zev::makeObject<Vanta::EntityManager>(root.path());
     EXPECT_FALSE(elsewhere == entityManager);
     auto made = LoamFec::fecTableSwTableFactory(
@@ -532,6 +507,13 @@ TEST_F(FecTableSwTableTest, DestructionReleasesEveryWrapperAndHandleOnce) {
   EXPECT_EQ(live<FecTableSwTable::EntryHandle>(), handles + 1);
   EXPECT_EQ(kept->references(), 1U);
   EXPECT_EQ(kept->entryState(), State::notResolved);
+}
+
+TEST_F(FecTableSwTableTest, NoDestructorThrows) {
+  EXPECT_TRUE(std::is_nothrow_destructible_v<FecTableSwTable>);
+  EXPECT_TRUE(std::is_nothrow_destructible_v<FecTableSwTable::EntryHandle>);
+  EXPECT_TRUE(std::is_nothrow_destructible_v<FecTableSwTableHelperBase>);
+  EXPECT_TRUE(std::is_nothrow_destructible_v<FecTableEntryWrapper>);
 }
 
 TEST_F(FecTableSwTableTest, DestructionPublishesNothing) {

@@ -1,17 +1,10 @@
 // Usage records: which entries use a resource, what the resource table is told of it.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "LinkageFixture.h"
 
 namespace {
 
-using namespace testing_support;
-using Asic::EntryState;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using Texts = std::vector<std::string>;
+using namespace fec_test;
 
 class UsageTest : public LinkageFixture {
  protected:
@@ -77,6 +70,30 @@ TEST_F(UsageTest, KeysAreASetAddingOrRemovingTwiceChangesNothing) {
   EXPECT_TRUE(made->entryUsage().empty());
 }
 
+TEST_F(UsageTest, AKeyIsPublishedWhenItComesAndWhenItGoesAndOnlyThen) {
+  const auto made = Record::LocalUsageUpdateSmIs(handle(), &linkage());
+  std::vector<std::uint32_t> published;
+  Pell::Subscriber observer([&](Pell::Publisher*, Pell::Subscriber*, short attribute,
+                                const void* element, const void*) {
+    EXPECT_EQ(attribute, Record::kEntryUsageAttribute);
+    published.push_back(static_cast<const LoamFec::FecTableDataModelEntryKey*>(element)->fecId());
+  });
+  made->publisher().subscriberAdd(observer);
+  made->entryUsageIs(key(1));
+  made->entryUsageIs(key(1));
+  made->entryUsageIs(key(2));
+  made->entryUsageIs(key(3));
+  made->entryUsageDel(key(9));
+  made->entryUsageDel(key(1));
+  EXPECT_THAT(published, ElementsAre(1U, 2U, 3U, 1U));
+  published.clear();
+  made->entryUsageDelAll();
+  EXPECT_THAT(published, ElementsAre(2U, 3U));
+  made->entryUsageDelAll();
+  EXPECT_EQ(published.size(), 2U);
+  made->publisher().subscriberRemove(observer);
+}
+
 TEST_F(UsageTest, ARecordIsSubscribedToItsHandleForAsLongAsItLives) {
   EXPECT_TRUE(handle()->publisher().idle());
   {
@@ -103,6 +120,31 @@ TEST_F(UsageTest, ARecordThatGoesUnsubscribesBeforeItReleasesItsHandle) {
                                            &linkage());
   made = nullptr;
   EXPECT_TRUE(endedIdle);
+}
+
+// Looks at the record that releases it.
+class WatchingHandle : public ScriptedResourceHandle {
+ public:
+  WatchingHandle(const ResourceTable::Key& key, bool& keysHadGone)
+      : ScriptedResourceHandle(key), keysHadGone_(keysHadGone) {}
+  ~WatchingHandle() override {
+    keysHadGone_ = !record->hasNotificationActive() && record->entryUsage().empty();
+  }
+  LoamFec::FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm* record = nullptr;
+
+ private:
+  bool& keysHadGone_;
+};
+
+TEST_F(UsageTest, ARecordThatGoesDropsItsKeysBeforeItReleasesItsHandle) {
+  bool keysHadGone = false;
+  auto last = Zev::makeObject<WatchingHandle>(resKey("eth1"), keysHadGone);
+  auto made = Record::LocalUsageUpdateSmIs(last, &linkage());
+  made->entryUsageIs(key(1));
+  last->record = made.get();
+  last = nullptr;
+  made = nullptr;
+  EXPECT_TRUE(keysHadGone);
 }
 
 TEST_F(UsageTest, OnlyAttribute517OfTheHandleIsReactedTo) {
@@ -230,6 +272,17 @@ TEST_F(UsageTest, AQueuedWriteIsNotAUser) {
   agent_.run();
   EXPECT_EQ(record(), nullptr);
   EXPECT_THAT(client().acks, IsEmpty());
+}
+
+TEST_F(UsageTest, AWriteThatFailsHasAskedForItsInterfaceAndReleasesNothing) {
+  handle()->contentsAre(EntryState::resourceFailed, {});
+  const Handle failed = write(1, "eth1");
+  agent_.run();
+  EXPECT_EQ(failed->entryState(), EntryState::commitFailed);
+  EXPECT_THAT(client().requests, ElementsAre(resKey("eth1"), resKey("eth1")));
+  EXPECT_THAT(client().acks, IsEmpty());
+  EXPECT_THAT(client().releases, IsEmpty());
+  EXPECT_EQ(record(), nullptr);
 }
 
 TEST_F(UsageTest, RewritingTheOnlyUserReleasesTheOldHandleAndAcknowledgesTheNewOne) {

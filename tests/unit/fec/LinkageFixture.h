@@ -6,14 +6,14 @@
 
 #include "FecTableFixture.h"
 
-namespace testing_support {
+namespace fec_test {
 
 // An agent with one table over a recording resource client, seen from the table's linkage.
 class LinkageFixture : public FecTableFixture {
  protected:
   using Linkage = LoamFec::FecTableIntfIdToDestIdLinkage;
   using Record = Linkage::LocalUsageUpdateSm;
-  using Wrapper = LoamFec::FecTableEntryWrapper;
+  using Wrapper = FecTableEntryWrapper;
   using WrapperPtr = Pell::Ptr<Wrapper>;
 
   using FecTableFixture::FecTableFixture;
@@ -34,7 +34,7 @@ class LinkageFixture : public FecTableFixture {
 
   // A wrapper as a request makes it, which nothing queues.
   WrapperPtr wrapper(std::uint32_t fecId, const Pell::String& intf = "eth1") {
-    LoamFec::FecTableDataModelEntry entry = FecHarness::entry(intf);
+    FecTableDataModelEntry entry = FecHarness::entry(intf);
     entry.key = key(fecId);
     return LoamFec::fecTableEntryWrapperFactory(
         entry, Table::entryHandleFactory(Asic::EntryVersion(), key(fecId), &table()));
@@ -75,12 +75,11 @@ class LinkageFixture : public FecTableFixture {
   std::vector<std::uint32_t> usersOf(const Pell::String& intf) {
     std::vector<std::uint32_t> users;
     if (const Pell::Ptr<Record> held = record(intf)) {
-      held->entryUsage().forEach([&](const LoamFec::FecTableDataModelEntryKey& user, bool) {
-        users.push_back(user.fecId());
-      });
+      held->entryUsage().forEach(
+          [&](const FecTableDataModelEntryKey& user, bool) { users.push_back(user.fecId()); });
     }
     return users;
   }
 };
 
-}  // namespace testing_support
+}  // namespace fec_test

@@ -309,6 +309,30 @@ TEST_F(GlintMapTest, AWalkCanBeginAtAKey) {
   EXPECT_FALSE(entity->rows().iteratorAt(11).valid());
 }
 
+TEST_F(GlintMapTest, ARefreshedWalkShowsWhatStandsInItsPlaceNow) {
+  auto entity = state().mount<OddRow>("t", 10);
+  auto& rows = entity->rows();
+  for (std::uint32_t key = 0; key < 3; ++key) {
+    rows.rowIs(oddRow(key, key));
+  }
+  auto it = rows.iterator();
+  rows.rowIs(oddRow(0, 50));
+  EXPECT_EQ(it.row(), oddRow(0, 0));
+  it.refresh();
+  EXPECT_EQ(it.row(), oddRow(0, 50));
+  rows.rowDel(0);
+  rows.rowIs(oddRow(7, 7));  // takes the place
+  it.refresh();
+  EXPECT_EQ(it.row(), oddRow(7, 7));
+  rows.rowDel(7);
+  it.refresh();
+  EXPECT_EQ(it.row(), oddRow(1, 1)) << "the next one";
+  rows.rowDel(1);
+  rows.rowDel(2);
+  it.refresh();
+  EXPECT_FALSE(it.valid());
+}
+
 // ---- readers and re-mounts in one process
 
 TEST_F(GlintMapTest, AReaderSeesEveryChangeAtOnce) {

@@ -1,7 +1,9 @@
 #include <functional>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -40,6 +42,31 @@ TEST(DeferredTurn, ManyMarksMakeOneTurn) {
   turn.mark();
   EXPECT_EQ(loop.runUntilIdle(), 1U);
   EXPECT_EQ(done, 2);
+}
+
+// Cannot post while it is full.
+class FullLoop : public ManualEventLoop {
+ public:
+  void post(Task task) override {
+    if (full) {
+      throw std::bad_alloc();
+    }
+    ManualEventLoop::post(std::move(task));
+  }
+  bool full = true;
+};
+
+TEST(DeferredTurn, ATurnThatCouldNotBePostedCanBeAskedForAgain) {
+  FullLoop loop;
+  int done = 0;
+  DeferredTurn turn(loop, [&done] { ++done; });
+  EXPECT_THROW(turn.mark(), std::bad_alloc);
+  EXPECT_FALSE(turn.marked());
+  loop.full = false;
+  turn.mark();
+  EXPECT_TRUE(turn.marked());
+  EXPECT_EQ(loop.runUntilIdle(), 1U);
+  EXPECT_EQ(done, 1);
 }
 
 TEST(DeferredTurn, AMarkWithinTheTurnMakesAnotherOne) {
