@@ -3,6 +3,8 @@
 
 #include "agent/FecAgent.h"
 
+#include <utility>
+
 #include "Asic/CanonicalTableName.h"
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
@@ -17,7 +19,9 @@ using LoamFec::FecTableConstants;
 
 }  // namespace
 
-FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds) {
+FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
+                   AgentStart start)
+    : hardware_(std::move(start.hardware)) {
   const auto entityManager = Zev::makeObject<Vanta::EntityManager>(stateFolder);
   orderedTables_ = Zev::makeObject<Asic::OrderedTableInterface>(loop_, entityManager);
   orderedTables_->makeGroupIntf(FecTableConstants::kAgentName, FecTableConstants::kGroupName,
@@ -31,10 +35,14 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
   orderedTables_->resourceTableIs(name->name(), resourceTable_);
   fec_ = LoamFec::FecTableInterface::getIntf(orderedTables_);
   for (const Asic::UnitId unitId : unitIds) {
-    fec_->makeSwTable(unitId, nullptr, false);
+    fec_->makeSwTable(unitId, nullptr, start.reset);
     sweepOrphans(unitId);
   }
-  hardware_ = std::make_unique<SimAsic::SimulatedAsic>(stateFolder, unitIds);
+  if (hardware_) {
+    resynchronisation_ = hardware_->resynchronise();
+  } else {
+    hardware_ = std::make_unique<SimAsic::SimulatedAsic>(stateFolder, unitIds);
+  }
   hardwareSide_ =
       std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(), *hardware_);
   hardwareSide_->reportAgain();

@@ -12,6 +12,16 @@
 
 namespace Agent {
 
+// How an agent begins.
+struct AgentStart {
+  // Begin with empty tables: what the state folder holds of the units is deleted, as an operation
+  // like any other.
+  bool reset = false;
+  // The hardware that an agent before this one has left as it stood, which is brought in line
+  // with the tables; null: hardware that holds nothing yet.
+  std::unique_ptr<SimAsic::SimulatedAsic> hardware = nullptr;
+};
+
 // The forwarding agent's inside: the loop, the state folder, the FEC table of each unit, the
 // resource table and the hardware side, made and wired in the order in which they need each other.
 //
@@ -25,7 +35,8 @@ class FecAgent {
 
   // Mounts (creates, if there are none) the tables below the state folder and restores what they
   // hold. Throws ZevGlint::MountException.
-  FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds);
+  FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
+           AgentStart start = {});
   FecAgent(const FecAgent&) = delete;
   FecAgent& operator=(const FecAgent&) = delete;
   ~FecAgent();
@@ -34,6 +45,8 @@ class FecAgent {
   ResourceTable& resourceTable() { return *resourceTable_; }
   LoamFec::FecTableInterface& fec() { return *fec_; }
   const SimAsic::SimulatedAsic& hardware() const { return *hardware_; }
+  // How the hardware that was handed over differed from the tables; zeros without one.
+  const SimAsic::Resynchronisation& resynchronisation() const { return resynchronisation_; }
 
   // Whether the unit's hardware table holds exactly what is committed for the unit.
   bool hardwareEqualsTable(Asic::UnitId unitId) const;
@@ -47,6 +60,7 @@ class FecAgent {
   Pell::Ptr<ResourceTable> resourceTable_;
   Pell::Ptr<LoamFec::FecTableInterface> fec_;
   std::unique_ptr<SimAsic::SimulatedAsic> hardware_;
+  SimAsic::Resynchronisation resynchronisation_;
   std::unique_ptr<SimAsic::HardwareSide> hardwareSide_;
 };
 

@@ -56,7 +56,7 @@ void FecClient::accept(const Key& key, Request request, bool isNewKey) {
   }
   std::optional<Request> superseded = std::exchange(slot.waiting, std::move(request));
   if (superseded) {
-    superseded->handler(Answer::superseded);
+    superseded->handler(Answer::superseded, {});
     return;
   }
   ++unanswered_;
@@ -77,7 +77,7 @@ void FecClient::passOn(const Key& key) {
   const auto respond = [this, key, alive = alive_](
                            const Pell::Ptr<Asic::OrderedSwTable::EntryHandle const>& handle) {
     if (*alive) {
-      answered(key, handle->entryState());
+      answered(key, handle->entryState(), handle->logVersion());
     }
   };
   if (slot.inTable->entry) {
@@ -87,7 +87,7 @@ void FecClient::passOn(const Key& key) {
   }
 }
 
-void FecClient::answered(const Key& key, Asic::EntryState state) {
+void FecClient::answered(const Key& key, Asic::EntryState state, Asic::LogVersion version) {
   Slot& slot = slots_.at(key.fecId());
   const AnswerHandler handler = std::move(slot.inTable->handler);
   slot.inTable.reset();
@@ -100,7 +100,11 @@ void FecClient::answered(const Key& key, Asic::EntryState state) {
   } else {
     passOn(key);
   }
-  handler(state == Asic::SwTableBase::success() ? Answer::programmed : Answer::failed);
+  if (state == Asic::SwTableBase::success()) {
+    handler(Answer::programmed, version);
+  } else {
+    handler(Answer::failed, {});
+  }
 }
 
 void FecClient::resume() {

@@ -36,7 +36,8 @@ class FecClient {
  public:
   using Key = LoamFec::FecTableDataModelEntryKey;
   using Entry = LoamFec::FecTableDataModelEntry;
-  using AnswerHandler = std::function<void(Answer)>;
+  // The version under which the request was logged; 0 unless the answer is programmed.
+  using AnswerHandler = std::function<void(Answer, Asic::LogVersion)>;
 
   FecClient(Zev::EventLoop& loop, const Pell::Ptr<LoamFec::FecTableSwTable>& table);
   FecClient(const FecClient&) = delete;
@@ -75,7 +76,7 @@ class FecClient {
 
   void accept(const Key& key, Request request, bool isNewKey);
   void passOn(const Key& key);
-  void answered(const Key& key, Asic::EntryState state);
+  void answered(const Key& key, Asic::EntryState state, Asic::LogVersion version);
   void resume();
 
   Pell::Ptr<LoamFec::FecTableSwTable> table_;

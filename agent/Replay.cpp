@@ -8,16 +8,21 @@
 #include <set>
 #include <unordered_set>
 
+#include "Glint/Guarded.h"
 #include "agent/NextHopEntry.h"
 #include "agent/Progress.h"
 
 namespace Agent {
 
-Replay::Replay(FecAgent& agent, Asic::UnitId unitId, bool showProgress)
-    : agent_(agent),
-      unitId_(unitId),
-      showProgress_(showProgress),
-      client_(agent.loop(), agent.fec().swTable(unitId)) {}
+Replay::Unit::Unit(Asic::UnitId unitId, FecAgent& agent)
+    : id(unitId), client(agent.loop(), agent.fec().swTable(unitId)) {}
+
+Replay::Replay(FecAgent& agent, const std::vector<Asic::UnitId>& units, bool showProgress)
+    : agent_(agent), showProgress_(showProgress) {
+  for (const Asic::UnitId unit : units) {
+    units_.emplace_back(unit, agent);
+  }
+}
 
 ReplayReport Replay::apply(const Snapshot& snapshot, const std::string& label) {
   const auto started = std::chrono::steady_clock::now();
@@ -35,19 +40,28 @@ ReplayReport Replay::apply(const Snapshot& snapshot, const std::string& label) {
   countWaiting(snapshot.links, report);
   report.logVersions = log->tableVersion().value() - firstVersion;
   report.time = std::chrono::steady_clock::now() - started;
-  report.entries = log->entrys(unitId_);
-  report.hardwareEqual = agent_.hardwareEqualsTable(unitId_);
+  for (const Unit& unit : units_) {
+    report.entries += log->entrys(unit.id);
+  }
+  report.hardwareEqual = hardwareEqual();
   return report;
+}
+
+bool Replay::hardwareEqual() const {
+  return std::all_of(units_.begin(), units_.end(),
+                     [this](const Unit& unit) { return agent_.hardwareEqualsTable(unit.id); });
 }
 
 void Replay::setDestinations(const std::vector<Link>& links) {
   std::unordered_set<std::uint64_t> up;
   for (const Link& link : links) {
-    const auto next = static_cast<std::uint32_t>(destinations_.size() + 1);
-    const std::uint32_t number = destinations_.try_emplace(link.intf.value(), next).first->second;
+    const auto [known, isNew] = destinations_.try_emplace(link.intf.value());
+    if (isNew) {
+      known->second = newDestination();
+    }
     if (link.isUp) {
       up.insert(link.intf.value());
-      agent_.resourceTable().destinationIs(link.intf, {number, 0, 0});
+      agent_.resourceTable().destinationIs(link.intf, {known->second, 0, 0});
     }
   }
   for (const auto& [intf, number] : destinations_) {
@@ -59,41 +73,57 @@ void Replay::setDestinations(const std::vector<Link>& links) {
 
 void Replay::makeRequests(const Snapshot& snapshot, ReplayReport& report) {
   report.nextHops = snapshot.nextHops.size();
+  for (Unit& unit : units_) {
+    removeVanished(unit, snapshot, report);
+    writeWanted(unit, snapshot, report);
+  }
+}
+
+void Replay::removeVanished(Unit& unit, const Snapshot& snapshot, ReplayReport& report) {
   std::unordered_set<std::uint32_t> wanted;
   for (const NextHop& nextHop : snapshot.nextHops) {
     wanted.insert(nextHop.id);
   }
   std::vector<FecClient::Key> vanished;
-  client_.forEachIntended([&](const FecClient::Entry& entry) {
+  unit.client.forEachIntended([&](const FecClient::Entry& entry) {
     if (!wanted.contains(entry.key.fecId())) {
       vanished.push_back(entry.key);
     }
   });
   std::sort(vanished.begin(), vanished.end());
   for (const FecClient::Key& key : vanished) {
+    const ObservedRequest request{.unit = unit.id, .key = key, .entry = {}, .version = {}};
     ++report.removes;
-    client_.remove(key, countAnswer());
+    observe(request);
+    unit.client.remove(key, countAnswer(request));
   }
+}
+
+void Replay::writeWanted(Unit& unit, const Snapshot& snapshot, ReplayReport& report) {
   for (const NextHop& nextHop : snapshot.nextHops) {
     const FecClient::Entry entry = entryOf(nextHop);
-    const auto held = client_.intended(entry.key);
+    const auto held = unit.client.intended(entry.key);
     if (held && asksTheSame(*held, entry)) {
       ++report.unchanged;
       continue;
     }
+    const ObservedRequest request{.unit = unit.id, .key = entry.key, .entry = entry, .version = {}};
     ++report.writes;
-    if (!client_.write(entry.key, entry, countAnswer())) {
+    observe(request);
+    if (!unit.client.write(entry.key, entry, countAnswer(request))) {
       ++report.failed;
     }
   }
 }
 
 // An answer counts for the snapshot during which it comes.
-FecClient::AnswerHandler Replay::countAnswer() {
-  return [this](Answer answer) {
+FecClient::AnswerHandler Replay::countAnswer(const ObservedRequest& request) {
+  return [this, request](Answer answer, Asic::LogVersion version) {
     switch (answer) {
       case Answer::programmed:
         ++counted_->programmed;
+        observe({ObservedRequest::Moment::carriedOut, request.unit, request.key, request.entry,
+                 version});
         break;
       case Answer::failed:
         ++counted_->failed;
@@ -103,6 +133,57 @@ FecClient::AnswerHandler Replay::countAnswer() {
         break;
     }
   };
+}
+
+void Replay::observe(const ObservedRequest& request) const {
+  if (observer_) {
+    observer_(request);
+  }
+}
+
+// ---- changes of destinations
+
+Redrive Replay::takeDown(const std::vector<Wirex::IntfId>& links) {
+  return redrive([&] {
+    for (const Wirex::IntfId link : links) {
+      agent_.resourceTable().destinationFailed(link);
+    }
+  });
+}
+
+Redrive Replay::bringUp(const std::vector<Wirex::IntfId>& links) {
+  return redrive([&] {
+    for (const Wirex::IntfId link : links) {
+      const std::uint32_t number = newDestination();
+      destinations_[link.value()] = number;
+      agent_.resourceTable().destinationIs(link, {number, 0, 0});
+    }
+  });
+}
+
+template <typename Change>
+Redrive Replay::redrive(Change&& change) {
+  const auto started = std::chrono::steady_clock::now();
+  const auto& log = agent_.fec().entryLog();
+  const Asic::LogVersion before = log->tableVersion();
+  ReplayReport answeredMeanwhile;  // what had waited for one of the links
+  counted_ = &answeredMeanwhile;
+  change();
+  agent_.loop().runUntilIdle();
+  counted_ = nullptr;
+  const auto time = std::chrono::steady_clock::now() - started;
+  return {entriesAbove(before), log->tableVersion().value() - before.value(), time};
+}
+
+std::uint64_t Replay::entriesAbove(Asic::LogVersion version) const {
+  std::uint64_t count = 0;
+  for (const Unit& unit : units_) {
+    auto& rows = agent_.fec().entryLog()->tableConfigGlint(unit.id)->swTableEntries();
+    Glint::forEachRow(rows, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+      count += !row.isDeleted() && row.version() > version ? 1U : 0U;
+    });
+  }
+  return count;
 }
 
 void Replay::runUntilIdle(const ReplayReport& report, const std::string& label) {
@@ -118,15 +199,17 @@ void Replay::runUntilIdle(const ReplayReport& report, const std::string& label) 
 }
 
 void Replay::countWaiting(const std::vector<Link>& links, ReplayReport& report) const {
-  report.waiting = client_.unanswered();
   std::set<std::uint64_t> known;
   for (const Link& link : links) {
     known.insert(link.intf.value());
   }
-  client_.forEachUnansweredWrite([&](const FecClient::Entry& entry) {
-    const bool isKnown = known.contains(entry.intfId.value());
-    ++report.waitingFor[entry.intfId.name() + (isKnown ? " is down" : " is not among the links")];
-  });
+  for (const Unit& unit : units_) {
+    report.waiting += unit.client.unanswered();
+    unit.client.forEachUnansweredWrite([&](const FecClient::Entry& entry) {
+      const bool isKnown = known.contains(entry.intfId.value());
+      ++report.waitingFor[entry.intfId.name() + (isKnown ? " is down" : " is not among the links")];
+    });
+  }
 }
 
 }  // namespace Agent

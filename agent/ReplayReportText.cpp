@@ -99,33 +99,18 @@ nlohmann::ordered_json toJson(const ReplayReport& report) {
           {"requests_per_second", requestsPerSecond(report)}};
 }
 
-}  // namespace
-
-ReplayReport total(const std::vector<LabelledReport>& reports) {
-  ReplayReport sum;
-  for (const auto& [label, report] : reports) {
-    sum.nextHops += report.nextHops;
-    sum.unchanged += report.unchanged;
-    sum.writes += report.writes;
-    sum.removes += report.removes;
-    sum.programmed += report.programmed;
-    sum.failed += report.failed;
-    sum.superseded += report.superseded;
-    sum.skippedLinks += report.skippedLinks;
-    sum.logVersions += report.logVersions;
-    sum.time += report.time;
-    for (const auto& [kind, count] : report.skippedByKind) {
-      sum.skippedByKind[kind] += count;
-    }
-    sum.waiting = report.waiting;
-    sum.waitingFor = report.waitingFor;
-    sum.entries = report.entries;
-    sum.hardwareEqual = report.hardwareEqual;
-  }
-  return sum;
+// Name and value, in the columns of the table below it.
+std::string line(const std::string& name, const std::string& value) {
+  return fmt::format("{:<36}{}\n", name, value);
 }
 
-std::string reportTable(const std::vector<LabelledReport>& reports) {
+std::string milliseconds(std::chrono::nanoseconds time) {
+  return fmt::format("{:.1f} ms", std::chrono::duration<double>(time).count() * 1000);
+}
+
+const char* yesOrNo(bool value) { return value ? "yes" : "NO"; }
+
+std::string snapshotTable(const std::vector<LabelledReport>& reports) {
   std::vector<LabelledReport> columns;
   columns.reserve(reports.size() + 1);
   for (const LabelledReport& report : reports) {
@@ -153,7 +138,7 @@ std::string reportTable(const std::vector<LabelledReport>& reports) {
   table.count("log versions", [](const ReplayReport& r) { return r.logVersions; });
   table.count("entries", [](const ReplayReport& r) { return r.entries; });
   table.count("hardware equals table",
-              [](const ReplayReport& r) { return r.hardwareEqual ? "yes" : "NO"; });
+              [](const ReplayReport& r) { return yesOrNo(r.hardwareEqual); });
   table.count("time (ms)",
               [](const ReplayReport& r) { return fmt::format("{:.1f}", seconds(r) * 1000); });
   table.count("requests per second",
@@ -161,14 +146,130 @@ std::string reportTable(const std::vector<LabelledReport>& reports) {
   return table.text();
 }
 
-std::string reportJson(const std::vector<LabelledReport>& reports) {
-  nlohmann::ordered_json snapshots = nlohmann::ordered_json::array();
+std::string restartText(const RestartReport& report) {
+  const SimAsic::Resynchronisation& hardware = report.hardware;
+  return line("fecd killed (SIGKILL) after", fmt::format("{} answers", report.answered)) +
+         line("  log version answered, found",
+              fmt::format("{}, {}", report.versionAnswered, report.versionFound)) +
+         line("  answered requests lost", fmt::format("{}", report.lost)) +
+         line("  entries restored",
+              fmt::format("{} in {}", report.entries, milliseconds(report.time))) +
+         line("  hardware at that moment",
+              fmt::format("{} equal to the tables, {} missing, {} different, {} too many",
+                          hardware.unchanged, hardware.added, hardware.changed, hardware.removed)) +
+         line("  hardware equals table now", yesOrNo(report.hardwareEqual));
+}
+
+std::string redriveText(const Redrive& redrive) {
+  return fmt::format("{} driven again in {} log versions, {}", redrive.entries, redrive.logVersions,
+                     milliseconds(redrive.time));
+}
+
+std::string linkChangeTable(const std::vector<LinkChangeReport>& changes) {
+  std::string text;
+  for (const LinkChangeReport& change : changes) {
+    text += fmt::format("after {}: {}\n", fileName(change.after), fmt::join(change.links, ", "));
+    text += line("  entries when they went down", redriveText(change.down));
+    text += line("  entries when they came up", redriveText(change.up));
+    text += line("  hardware equals table", yesOrNo(change.hardwareEqual));
+  }
+  return text;
+}
+
+nlohmann::ordered_json toJson(const RestartReport& report) {
+  return {{"answered", report.answered},
+          {"lost", report.lost},
+          {"log_version_answered", report.versionAnswered},
+          {"log_version_found", report.versionFound},
+          {"entries", report.entries},
+          {"seconds", std::chrono::duration<double>(report.time).count()},
+          {"hardware",
+           {{"unchanged", report.hardware.unchanged},
+            {"added", report.hardware.added},
+            {"changed", report.hardware.changed},
+            {"removed", report.hardware.removed}}},
+          {"hardware_equal", report.hardwareEqual}};
+}
+
+nlohmann::ordered_json toJson(const Redrive& redrive) {
+  return {{"entries", redrive.entries},
+          {"log_versions", redrive.logVersions},
+          {"seconds", std::chrono::duration<double>(redrive.time).count()}};
+}
+
+nlohmann::ordered_json toJson(const LinkChangeReport& change) {
+  return {{"after", change.after},
+          {"links", change.links},
+          {"down", toJson(change.down)},
+          {"up", toJson(change.up)},
+          {"hardware_equal", change.hardwareEqual}};
+}
+
+}  // namespace
+
+ReplayReport total(const std::vector<LabelledReport>& reports) {
+  ReplayReport sum;
   for (const auto& [label, report] : reports) {
+    sum.nextHops += report.nextHops;
+    sum.unchanged += report.unchanged;
+    sum.writes += report.writes;
+    sum.removes += report.removes;
+    sum.programmed += report.programmed;
+    sum.failed += report.failed;
+    sum.superseded += report.superseded;
+    sum.skippedLinks += report.skippedLinks;
+    sum.logVersions += report.logVersions;
+    sum.time += report.time;
+    for (const auto& [kind, count] : report.skippedByKind) {
+      sum.skippedByKind[kind] += count;
+    }
+    sum.waiting = report.waiting;
+    sum.waitingFor = report.waitingFor;
+    sum.entries = report.entries;
+    sum.hardwareEqual = report.hardwareEqual;
+  }
+  return sum;
+}
+
+bool ReplayOutcome::good() const {
+  return (!restart || restart->nothingLost()) &&
+         std::all_of(linkChanges.begin(), linkChanges.end(),
+                     [](const LinkChangeReport& change) { return change.hardwareEqual; }) &&
+         std::all_of(snapshots.begin(), snapshots.end(), [](const LabelledReport& snapshot) {
+           return snapshot.report.failed == 0 && snapshot.report.hardwareEqual;
+         });
+}
+
+std::string outcomeText(const ReplayOutcome& outcome) {
+  std::string text;
+  if (outcome.restart) {
+    text += restartText(*outcome.restart) + '\n';
+  }
+  text += snapshotTable(outcome.snapshots);
+  if (!outcome.linkChanges.empty()) {
+    text += '\n' + linkChangeTable(outcome.linkChanges);
+  }
+  return text;
+}
+
+std::string outcomeJson(const ReplayOutcome& outcome) {
+  nlohmann::ordered_json all;
+  if (outcome.restart) {
+    all["restart"] = toJson(*outcome.restart);
+  }
+  if (!outcome.linkChanges.empty()) {
+    all["link_changes"] = nlohmann::ordered_json::array();
+    for (const LinkChangeReport& change : outcome.linkChanges) {
+      all["link_changes"].push_back(toJson(change));
+    }
+  }
+  all["snapshots"] = nlohmann::ordered_json::array();
+  for (const auto& [label, report] : outcome.snapshots) {
     nlohmann::ordered_json one = {{"snapshot", label}};
     one.update(toJson(report));
-    snapshots.push_back(one);
+    all["snapshots"].push_back(one);
   }
-  const nlohmann::ordered_json all = {{"snapshots", snapshots}, {"total", toJson(total(reports))}};
+  all["total"] = toJson(total(outcome.snapshots));
   return all.dump(2) + "\n";
 }
 

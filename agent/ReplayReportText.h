@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "agent/AgentRestart.h"
 #include "agent/Replay.h"
 
 namespace Agent {
@@ -16,11 +18,33 @@ struct LabelledReport {
 // The sum of the reports; waiting, entries and hardwareEqual are those of the last one.
 ReplayReport total(const std::vector<LabelledReport>& reports);
 
-// A table for people: one column a snapshot and, of more than one, the total.
-std::string reportTable(const std::vector<LabelledReport>& reports);
+// Links that were taken down and up again after a snapshot.
+struct LinkChangeReport {
+  std::string after;               // label of the snapshot
+  std::vector<std::string> links;  // names
+  Redrive down;
+  Redrive up;
+  bool hardwareEqual = false;  // after each of the two
+};
 
-// The same for machines: one JSON object, {"snapshots": [...], "total": {...}}, with stable keys.
+// What came of a whole replay.
+struct ReplayOutcome {
+  std::optional<RestartReport> restart;
+  std::vector<LinkChangeReport> linkChanges;
+  std::vector<LabelledReport> snapshots;
+
+  // Nothing failed, nothing was lost, and the hardware held what the tables did at every
+  // comparison.
+  bool good() const;
+};
+
+// For people: a table with one column a snapshot and, of more than one, the total; before it what a
+// restart found, behind it what changes of links set off.
+std::string outcomeText(const ReplayOutcome& outcome);
+
+// The same for machines: one JSON object with stable keys, {"restart": {...}, "link_changes":
+// [...], "snapshots": [...], "total": {...}}; "restart" and "link_changes" only if there were any.
 // Times are in seconds.
-std::string reportJson(const std::vector<LabelledReport>& reports);
+std::string outcomeJson(const ReplayOutcome& outcome);
 
 }  // namespace Agent

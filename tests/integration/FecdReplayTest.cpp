@@ -34,6 +34,16 @@ class FecdReplayTest : public ::testing::Test {
   Outcome replay(const std::string& links, const std::string& nextHops) const {
     return fecd({"replay", "--state", state_, "--links", links, "--nexthops", nextHops, "--json"});
   }
+  // The three captures, one after the other, as JSON.
+  Outcome replayAll(const std::vector<std::string>& options) const {
+    std::vector<std::string> arguments = {"replay", "--state", state_, "--json"};
+    for (const char* moment : kMoments) {
+      arguments.insert(arguments.end(),
+                       {"--links", linksFile(moment), "--nexthops", nextHopsFile(moment)});
+    }
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return fecd(arguments);
+  }
   Outcome compare(const std::string& moment) const {
     return fecctl({"show", "fec", "--state", state_, "--limit", "1", "--compare-links",
                    linksFile(moment), "--compare-nexthops", nextHopsFile(moment)});
@@ -50,12 +60,7 @@ class FecdReplayTest : public ::testing::Test {
 };
 
 TEST_F(FecdReplayTest, TheThreeCapturesAddUpAndTheReadBackEqualsTheLast) {
-  std::vector<std::string> arguments = {"replay", "--state", state_, "--json"};
-  for (const char* moment : kMoments) {
-    arguments.insert(arguments.end(),
-                     {"--links", linksFile(moment), "--nexthops", nextHopsFile(moment)});
-  }
-  const Outcome outcome = fecd(arguments);
+  const Outcome outcome = replayAll({});
   ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
   const auto report = nlohmann::json::parse(outcome.out);
   const auto& snapshots = report["snapshots"];
@@ -96,6 +101,62 @@ TEST_F(FecdReplayTest, AReplayOnExistingStateGoesOnFromThere) {
   EXPECT_GT(report["unchanged"], 3000);
   EXPECT_LT(report["asked"], 1000);
   EXPECT_EQ(compare("c-links-back").exitCode, 0);
+}
+
+TEST_F(FecdReplayTest, ResetBeginsWithEmptyTables) {
+  ASSERT_EQ(replay(linksFile("a-before"), nextHopsFile("a-before")).exitCode, 0);
+  const Outcome outcome = replayAll({"--reset"});
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+  const auto first = nlohmann::json::parse(outcome.out)["snapshots"][0];
+  EXPECT_EQ(first["unchanged"], 0);
+  EXPECT_EQ(first["asked"], 4225);
+  EXPECT_EQ(compare("c-links-back").exitCode, 0);
+}
+
+TEST_F(FecdReplayTest, KilledInTheMiddleItStartsAgainAndNothingAnsweredIsLost) {
+  const Outcome outcome = replayAll({"--kill-after", "2000", "--flap", "eth5,eth6,eth7,eth8"});
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+  const auto report = nlohmann::json::parse(outcome.out);
+  EXPECT_EQ(report["restart"]["answered"], 2000);
+  EXPECT_EQ(report["restart"]["lost"], 0);
+  EXPECT_GE(report["restart"]["log_version_found"], report["restart"]["log_version_answered"]);
+  EXPECT_EQ(report["restart"]["hardware_equal"], true);
+  EXPECT_EQ(report["link_changes"].size(), 1U) << "the four are down in the second capture";
+  for (const char* direction : {"down", "up"}) {
+    EXPECT_EQ(report["link_changes"][0][direction]["entries"], 132);
+    EXPECT_EQ(report["link_changes"][0][direction]["log_versions"], 132);
+  }
+  EXPECT_EQ(report["total"]["entries"], 4225);
+  EXPECT_EQ(compare("c-links-back").exitCode, 0);
+}
+
+TEST_F(FecdReplayTest, EveryUnitReadsBackEqual) {
+  const Outcome outcome = replayAll({"--units", "0,1,2", "--kill-after", "7000"});
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_EQ(nlohmann::json::parse(outcome.out)["total"]["entries"], 3 * 4225);
+  for (const char* unit : {"0", "1", "2"}) {
+    const Outcome readBack =
+        fecctl({"show", "fec", "--state", state_, "--unit", unit, "--limit", "1", "--compare-links",
+                linksFile("c-links-back"), "--compare-nexthops", nextHopsFile("c-links-back")});
+    EXPECT_EQ(readBack.exitCode, 0) << readBack.out;
+  }
+}
+
+TEST_F(FecdReplayTest, OptionsThatCannotBeMeantAreOneErrorAndNothingChanges) {
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"--units", "0,1,0"}, "--units: 0 is there twice"},
+      {{"--units", "0,one"}, "--units"},
+      {{"--units", "65536"}, "--units"},
+      {{"--flap", "eth5,eth1234"}, "--flap: eth1234 is not among the links"},
+      {{"--kill-after", "0"}, "--kill-after"},
+      {{"--kill-after", "-1"}, "--kill-after"},
+  };
+  for (const auto& [options, words] : cases) {
+    const Outcome outcome = replayAll(options);
+    EXPECT_EQ(outcome.exitCode, 2) << options[1];
+    EXPECT_NE(outcome.err.find(words), std::string::npos) << outcome.err;
+    EXPECT_FALSE(std::filesystem::exists(state_)) << options[1];
+  }
 }
 
 TEST_F(FecdReplayTest, BadInputIsOneErrorWithPlaceAndNothingChanges) {

@@ -29,7 +29,7 @@ class FecClientTest : public testing_support::LeakCheckedTest {
   }
   void remove(std::uint32_t fecId) { client_->remove(FecHarness::key(fecId), record()); }
   Agent::FecClient::AnswerHandler record() {
-    return [this](Answer answer) { answers_.push_back(answer); };
+    return [this](Answer answer, Asic::LogVersion) { answers_.push_back(answer); };
   }
   void settle() {
     harness_.run();

@@ -1,6 +1,7 @@
 // A replay in this process, on snapshots made by hand.
 
 #include <memory>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -25,7 +26,7 @@ class ReplayTest : public testing_support::LeakCheckedTest {
 
   void start() {
     agent_ = std::make_unique<FecAgent>(root_.path(), std::vector<Asic::UnitId>{kUnit});
-    replay_ = std::make_unique<Replay>(*agent_, kUnit, false);
+    replay_ = std::make_unique<Replay>(*agent_, std::vector{kUnit}, false);
   }
   void stop() {
     replay_ = nullptr;
@@ -163,15 +164,83 @@ TEST_F(ReplayTest, AnEmptySnapshotEmptiesTheTable) {
   EXPECT_TRUE(report.hardwareEqual);
 }
 
+TEST_F(ReplayTest, LinksThatGoDownAndComeUpDriveTheirEntriesAgain) {
+  replay_->apply(threeHops(), "first");
+  const auto eth1 = std::vector{Wirex::IntfId::fromName("eth1")};
+  const auto& hardware = *agent_->hardware().hardwareTable(kUnit);
+  const auto destinationOf = [&hardware](std::uint32_t id) {
+    return hardware.find(LoamFec::FecTableDataModelEntryKey(id))->resolvedDest.first;
+  };
+  const std::uint32_t first = destinationOf(1);
+  const std::uint32_t ofTheOther = destinationOf(3);
+
+  const Agent::Redrive down = replay_->takeDown(eth1);
+  EXPECT_EQ(down.entries, 2U);
+  EXPECT_EQ(down.logVersions, 2U);
+  EXPECT_EQ(destinationOf(1), LoamFec::FecDestination::kNone);
+  EXPECT_TRUE(replay_->hardwareEqual());
+
+  const Agent::Redrive up = replay_->bringUp(eth1);
+  EXPECT_EQ(up.entries, 2U);
+  EXPECT_EQ(up.logVersions, 2U);
+  EXPECT_EQ(destinationOf(1), destinationOf(2));
+  EXPECT_NE(destinationOf(1), LoamFec::FecDestination::kNone);
+  EXPECT_NE(destinationOf(1), first) << "a new destination";
+  EXPECT_NE(destinationOf(1), ofTheOther);
+  EXPECT_EQ(destinationOf(3), ofTheOther);
+  EXPECT_TRUE(replay_->hardwareEqual());
+  EXPECT_EQ(replay_->apply(threeHops(), "again").asked(), 0U);
+}
+
+TEST_F(ReplayTest, EveryUnitGetsTheSameEntriesFromOneLog) {
+  stop();
+  const std::vector<Asic::UnitId> units = {Asic::UnitId(0), Asic::UnitId(1), Asic::UnitId(2)};
+  agent_ = std::make_unique<FecAgent>(root_.path(), units);
+  replay_ = std::make_unique<Replay>(*agent_, units, false);
+  const ReplayReport report = replay_->apply(threeHops(), "first");
+  EXPECT_EQ(report.nextHops, 3U);
+  EXPECT_EQ(report.writes, 9U);
+  EXPECT_EQ(report.programmed, 9U);
+  EXPECT_EQ(report.logVersions, 9U);
+  EXPECT_EQ(report.entries, 9U);
+  EXPECT_TRUE(report.hardwareEqual);
+  const Agent::Redrive down = replay_->takeDown({Wirex::IntfId::fromName("eth1")});
+  EXPECT_EQ(down.entries, 6U);
+  EXPECT_TRUE(replay_->hardwareEqual());
+}
+
+TEST_F(ReplayTest, ARequestIsObservedWhenItIsMadeAndWhenItIsCarriedOut) {
+  using Moment = Agent::ObservedRequest::Moment;
+  std::vector<Agent::ObservedRequest> seen;
+  replay_->observerIs([&](const Agent::ObservedRequest& request) { seen.push_back(request); });
+  replay_->apply(threeHops(), "first");
+  Snapshot second = threeHops();
+  second.nextHops.pop_back();
+  replay_->apply(second, "second");
+  ASSERT_EQ(seen.size(), 8U);
+  EXPECT_EQ(seen[0].moment, Moment::asked);
+  EXPECT_EQ(seen[0].version, Asic::LogVersion());
+  EXPECT_EQ(seen[3].moment, Moment::carriedOut);
+  EXPECT_EQ(seen[3].version, Asic::LogVersion(1));
+  EXPECT_EQ(seen[3].unit, kUnit);
+  ASSERT_TRUE(seen[3].entry.has_value());
+  EXPECT_EQ(seen[3].entry->opaqueA, 0x0a000001U);
+  EXPECT_EQ(seen[7].moment, Moment::carriedOut);
+  EXPECT_EQ(seen[7].key, LoamFec::FecTableDataModelEntryKey(3));
+  EXPECT_EQ(seen[7].version, Asic::LogVersion(4));
+  EXPECT_FALSE(seen[7].entry.has_value()) << "a remove";
+}
+
 TEST_F(ReplayTest, TheTableNamesEveryFigureAndTheTotalAddsUp) {
   Snapshot snapshot = threeHops();
   snapshot.skippedByKind["group"] = 4;
   link(snapshot, "eth3", false);
   nextHop(snapshot, 9, "eth3");
-  std::vector<Agent::LabelledReport> reports;
+  Agent::ReplayOutcome outcome;
+  std::vector<Agent::LabelledReport>& reports = outcome.snapshots;
   reports.push_back({"dir/a.json", replay_->apply(snapshot, "a")});
   reports.push_back({"dir/b.json", replay_->apply(threeHops(), "b")});
-  const std::string text = Agent::reportTable(reports);
+  const std::string text = Agent::outcomeText(outcome);
   for (const char* word : {"a.json", "b.json", "total", "asked", "programmed", "failed", "waiting",
                            "eth3 is down", "skipped", "group", "log versions", "time (ms)",
                            "requests per second", "hardware equals table"}) {
@@ -183,8 +252,11 @@ TEST_F(ReplayTest, TheTableNamesEveryFigureAndTheTotalAddsUp) {
 }
 
 TEST_F(ReplayTest, TheJsonHasStableKeys) {
-  const std::vector<Agent::LabelledReport> reports = {{"a.json", replay_->apply(threeHops(), "a")}};
-  const std::string json = Agent::reportJson(reports);
+  Agent::ReplayOutcome outcome;
+  outcome.snapshots.push_back({"a.json", replay_->apply(threeHops(), "a")});
+  const std::string json = Agent::outcomeJson(outcome);
+  EXPECT_EQ(json.find("restart"), std::string::npos) << "there was none";
+  EXPECT_EQ(json.find("link_changes"), std::string::npos) << "there were none";
   for (const char* key :
        {"\"snapshots\"", "\"total\"", "\"next_hops\": 3", "\"asked\": 3", "\"programmed\": 3",
         "\"failed\": 0", "\"waiting\": 0", "\"log_versions\": 3", "\"hardware_equal\": true",
