@@ -5,19 +5,10 @@
 
 #include <fmt/format.h>
 
+#include "Median.h"
 #include "Workload.h"
 
 namespace bench {
-
-namespace {
-
-double medianOf(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  const std::size_t half = values.size() / 2;
-  return values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
-}
-
-}  // namespace
 
 bool Summary::ReportContext(const Context& /*context*/) {
   GetOutputStream() << fmt::format(
