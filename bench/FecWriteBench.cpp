@@ -3,14 +3,10 @@
 // random, so that a machine that slows down does so for all. Each round begins with a fresh
 // contender and ends with a look at what it holds.
 
-#include <cstdlib>
-#include <string>
-#include <vector>
-
 #include <benchmark/benchmark.h>
-#include <fmt/format.h>
 
 #include "FecContenders.h"
+#include "InterleavedRun.h"
 #include "LmdbCommit.h"
 #include "PlainContenders.h"
 #include "Summary.h"
@@ -20,7 +16,6 @@ namespace {
 
 using bench::Summary;
 
-constexpr int kRounds = 7;
 constexpr int kPasses = 4;  // over all resident keys, a round
 
 template <typename Contender>
@@ -54,23 +49,12 @@ void add(const char* name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Before the caller's own options, which win.
-  std::vector<char*> arguments(argv, argv + argc);
-  std::string rounds = fmt::format("--benchmark_repetitions={}", kRounds);
-  std::string interleaving = "--benchmark_enable_random_interleaving=true";
-  arguments.insert(arguments.begin() + 1, {rounds.data(), interleaving.data()});
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
-  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
-    return EXIT_FAILURE;
-  }
-  add<bench::Road>("Road");
-  add<bench::HeapRoad>("RoadOnHeap");
-  add<bench::Commit>("Commit");
-  add<bench::RowCopies>("CommitAsMemcpy");
-  add<bench::LmdbCommit>("CommitInLmdb");
   Summary summary;
-  const std::size_t run = benchmark::RunSpecifiedBenchmarks(&summary);
-  benchmark::Shutdown();
-  return run == 0 || summary.failed() ? EXIT_FAILURE : EXIT_SUCCESS;
+  return bench::runInterleaved(argc, argv, summary, [] {
+    add<bench::Road>("Road");
+    add<bench::HeapRoad>("RoadOnHeap");
+    add<bench::Commit>("Commit");
+    add<bench::RowCopies>("CommitAsMemcpy");
+    add<bench::LmdbCommit>("CommitInLmdb");
+  });
 }

@@ -5,7 +5,6 @@
 // hold the same 65536 configuration rows of 64 bytes.
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -17,6 +16,7 @@
 #include "Comparison.h"
 #include "Glint/Guarded.h"
 #include "Glint/SharedMemEntityManager.h"
+#include "InterleavedRun.h"
 #include "TableContenders.h"
 #include "Workload.h"
 #include "records/FecTableConstants.h"
@@ -32,7 +32,6 @@ using bench::LmdbTable;
 using bench::Order;
 using bench::SharedTable;
 
-constexpr int kRounds = 7;
 constexpr int kPasses = 3;  // over all keys, a round
 
 struct Lmdb1 : LmdbTable {
@@ -273,27 +272,16 @@ void addLookups(const std::string& contender) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Before the caller's own options, which win.
-  std::vector<char*> arguments(argv, argv + argc);
-  std::string rounds = fmt::format("--benchmark_repetitions={}", kRounds);
-  std::string interleaving = "--benchmark_enable_random_interleaving=true";
-  arguments.insert(arguments.begin() + 1, {rounds.data(), interleaving.data()});
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
-  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
-    return EXIT_FAILURE;
-  }
-  addWrites<SharedTable>("shared table");
-  addWrites<Lmdb1>("LMDB");
-  addWrites<Lmdb64>("LMDB, 64 a transaction");
-  addWrites<CopyTable>("copies");
-  addLookups<SharedTable>("shared table");
-  addLookups<Lmdb1>("LMDB");
-  add("log cleanup, a row/shared table", cleanLog);
-  add("checksum of a row/shared table", checksum);
-  add("mount, full unit and log/shared table", mount);
   Comparison comparison({"shared table", "LMDB", "LMDB, 64 a transaction", "copies"});
-  const std::size_t run = benchmark::RunSpecifiedBenchmarks(&comparison);
-  benchmark::Shutdown();
-  return run == 0 || comparison.failed() ? EXIT_FAILURE : EXIT_SUCCESS;
+  return bench::runInterleaved(argc, argv, comparison, [] {
+    addWrites<SharedTable>("shared table");
+    addWrites<Lmdb1>("LMDB");
+    addWrites<Lmdb64>("LMDB, 64 a transaction");
+    addWrites<CopyTable>("copies");
+    addLookups<SharedTable>("shared table");
+    addLookups<Lmdb1>("LMDB");
+    add("log cleanup, a row/shared table", cleanLog);
+    add("checksum of a row/shared table", checksum);
+    add("mount, full unit and log/shared table", mount);
+  });
 }

@@ -12,32 +12,20 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "Asic/CanonicalTableName.h"
 #include "Asic/Constants.h"
 #include "Asic/SwTableInterfacesSingleton.h"
+#include "FecTestNames.h"
 #include "Glint/MountInfo.h"
 #include "Glint/RootFolder.h"
 #include "TableFile.h"
-#include "testing/FecHarness.h"
-#include "testing/LeakCheck.h"
-#include "testing/TraceRecorder.h"
 
 namespace {
 
+using namespace fec_test;
 using namespace LoamFec;
-using Asic::LogVersion;
 using Asic::SwTableInterfacesSingleton;
-using Asic::UnitId;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using testing_support::FecHarness;
 using testing_support::ManualEventLoop;
-using testing_support::ResourceTable;
-using testing_support::TraceRecorder;
 
 constexpr const char* kName = "LoamFec::FecTableInterface";
 constexpr const char* kGroup = "LoamAdj.LoamAdj";
