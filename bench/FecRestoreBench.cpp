@@ -88,6 +88,26 @@ void Restore(benchmark::State& state) {
   setRowCounter(state, seconds);
 }
 
+// A client's walk over the software table.
+void Iteration(benchmark::State& state) {
+  FilledState filled(rowsOf(state));
+  std::uint64_t entries = 0;
+  double seconds = 0;
+  for ([[maybe_unused]] const auto iteration : state) {
+    const double taken = bench::timed([&] {
+      for (auto at = filled.agent().table(kUnit).entryIteratorConst(); at; ++at) {
+        entries += at->key.fecId() != 0 ? 1U : 0U;
+      }
+    });
+    state.SetIterationTime(taken);
+    seconds += taken;
+  }
+  if (entries != static_cast<std::uint64_t>(state.iterations()) * rowsOf(state)) {
+    state.SkipWithError("the walk missed entries");
+  }
+  setRowCounter(state, seconds);
+}
+
 void VerifiedWalk(benchmark::State& state) {
   FilledState filled(rowsOf(state));
   std::uint64_t live = 0;
@@ -132,6 +152,7 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5)->Repetitions(7);
 }
 BENCHMARK(Restore)->Apply(sizes);
+BENCHMARK(Iteration)->Apply(sizes);
 BENCHMARK(VerifiedWalk)->Apply(sizes);
 BENCHMARK(CopyOfTheBytes)->Apply(sizes);
 
