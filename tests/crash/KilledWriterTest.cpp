@@ -11,6 +11,7 @@
 
 #include "ChildProcess.h"
 #include "Glint/Verify.h"
+#include "LongForm.h"
 #include "TestTables.h"
 #include "testing/TemporaryRoot.h"
 
@@ -179,23 +180,24 @@ class KilledWriterTest : public ::testing::Test {
 
 TEST_F(KilledWriterTest, LeavesEveryAcknowledgedChangeAndNoHalfOne) {
   constexpr unsigned kSeed = 4242;
-  constexpr int kKills = 200;
+  const unsigned kills = crash_test::times("LOAMFEC_KILLS", 200);
   std::mt19937 random(kSeed);
-  for (int kill = 0; kill < kKills; ++kill) {
+  for (unsigned kill = 0; kill < kills; ++kill) {
     SCOPED_TRACE("seed " + std::to_string(kSeed) + ", kill " + std::to_string(kill));
     killOnce(random() % 300, random() % 3000);
     if (HasFatalFailure()) {
       return;
     }
   }
-  std::printf("seed %u: %d kills, %llu changes, %d found in flight\n", kSeed, kKills,
+  std::printf("seed %u: %u kills, %llu changes, %d found in flight\n", kSeed, kills,
               static_cast<unsigned long long>(applied_), changesInFlight_);
 }
 
 TEST_F(KilledWriterTest, MayBeKilledWhileItMounts) {
   constexpr unsigned kSeed = 77;
   std::mt19937 random(kSeed);
-  for (int kill = 0; kill < 60; ++kill) {
+  const unsigned kills = crash_test::times("LOAMFEC_KILLS", 60);
+  for (unsigned kill = 0; kill < kills; ++kill) {
     SCOPED_TRACE("seed " + std::to_string(kSeed) + ", kill " + std::to_string(kill));
     killOnce(0, random() % 100000);
     if (HasFatalFailure()) {

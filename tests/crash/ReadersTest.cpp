@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "ChildProcess.h"
+#include "LongForm.h"
 #include "TestTables.h"
 #include "testing/TemporaryRoot.h"
 
@@ -153,7 +154,7 @@ class Reader {
 
 TEST(ReadersTest, SeeOnlyWholeRowsWhileTheWriterRunsDiesAndComesBack) {
   constexpr unsigned kSeed = 99;
-  constexpr int kLives = 25;
+  const unsigned lives = crash_test::times("LOAMFEC_KILLS", 25);
   std::mt19937 random(kSeed);
   RecordProperty("seed", static_cast<int>(kSeed));
   const testing_support::TemporaryRoot root;
@@ -162,7 +163,7 @@ TEST(ReadersTest, SeeOnlyWholeRowsWhileTheWriterRunsDiesAndComesBack) {
     return crash_test::Child([&] { return write(root.path(), *board); });
   };
   std::optional<crash_test::Child> readers[kReaders];
-  for (int life = 0; life < kLives; ++life) {
+  for (unsigned life = 0; life < lives; ++life) {
     SCOPED_TRACE("life " + std::to_string(life));
     crash_test::Child writer = startWriter();
     const std::uint64_t goal = board->changes + 1 + random() % 4000;
@@ -186,8 +187,8 @@ TEST(ReadersTest, SeeOnlyWholeRowsWhileTheWriterRunsDiesAndComesBack) {
   for (std::size_t number = 0; number < kReaders; ++number) {
     EXPECT_EQ(readers[number]->wait(), 0) << board->complaints[number].data();
   }
-  std::printf("seed %u: %d lives of the writer, %llu changes, %llu and %llu passes\n", kSeed,
-              kLives, static_cast<unsigned long long>(board->changes),
+  std::printf("seed %u: %u lives of the writer, %llu changes, %llu and %llu passes\n", kSeed, lives,
+              static_cast<unsigned long long>(board->changes),
               static_cast<unsigned long long>(board->passes[0]),
               static_cast<unsigned long long>(board->passes[1]));
 }

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <random>
@@ -30,6 +29,7 @@
 #include "records/FecTableConstants.h"
 #include "testing/TemporaryRoot.h"
 #include "tests/crash/ChildProcess.h"
+#include "tests/crash/LongForm.h"
 
 namespace {
 
@@ -43,11 +43,6 @@ constexpr std::array<std::uint16_t, 2> kUnits = {0, 1};
 constexpr std::size_t kReaders = 2;
 constexpr unsigned kDailyKills = 25;
 constexpr unsigned kLivesBetweenComparisons = 25;
-
-unsigned fromEnvironment(const char* name, unsigned otherwise) {
-  const char* text = std::getenv(name);
-  return text == nullptr ? otherwise : static_cast<unsigned>(std::strtoul(text, nullptr, 10));
-}
 
 std::string capture(const char* what, const char* moment) {
   return std::string(EXAMPLES_DIR) + "/frr-nexthops/" + what + "-" + moment + ".json";
@@ -182,12 +177,12 @@ class KilledAgainTest : public ::testing::Test {
   testing_support::TemporaryRoot files_;
   testing_support::TemporaryRoot parent_;
   std::string state_ = parent_.path() + "/state";
-  unsigned seed_ = fromEnvironment("LOAMFEC_SEED", 20261121);
+  unsigned seed_ = crash_test::times("LOAMFEC_SEED", 20261121);
   std::mt19937 random_{seed_};
 };
 
 TEST_F(KilledAgainTest, EveryLifeGoesOnFromWhatTheLastOneLeftAndReadersSeeNothingOfIt) {
-  const unsigned lives = fromEnvironment("LOAMFEC_KILLS", kDailyKills);
+  const unsigned lives = crash_test::times("LOAMFEC_KILLS", kDailyKills);
   RecordProperty("seed", static_cast<int>(seed_));
   const microseconds wholeRun = expectAWholeRunEndsEqual(kMoments[0]);
   const crash_test::Shared<Board> board;
