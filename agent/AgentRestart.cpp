@@ -5,7 +5,6 @@
 #include "agent/AgentRestart.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -230,14 +230,15 @@ std::uint64_t lostAnswers(const LoamFec::FecTableEntryLog& log,
   std::uint64_t lost = 0;
   std::set<std::pair<Asic::UnitId, std::uint32_t>> judged;
   std::set<std::pair<Asic::UnitId, std::uint32_t>> removeAsked;
-  for (auto at = observed.rbegin(); at != observed.rend(); ++at) {
-    const std::pair key(at->unit, at->key.fecId());
-    if (at->moment == ObservedRequest::Moment::carriedOut) {
-      lost += judged.insert(key).second && !isFound(log, *at, removeAsked.contains(key)) ? 1U : 0U;
-    } else if (!at->entry) {
+  std::for_each(observed.rbegin(), observed.rend(), [&](const ObservedRequest& request) {
+    const std::pair key(request.unit, request.key.fecId());
+    if (request.moment == ObservedRequest::Moment::carriedOut) {
+      const bool isLast = judged.insert(key).second;
+      lost += isLast && !isFound(log, request, removeAsked.contains(key)) ? 1U : 0U;
+    } else if (!request.entry) {
       removeAsked.insert(key);
     }
-  }
+  });
   return lost;
 }
 

@@ -2,6 +2,9 @@
 // A change here is a change of the format, and readers written in other languages break.
 
 #include <cstddef>
+#include <fstream>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -104,6 +107,26 @@ TEST_F(SharedTableFormatTest, TheSlotsAreAsDocumented) {
 030b0  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00
 030c0  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00
 030d0  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00)");
+}
+
+// Each line of the example's dump is an offset, bytes and a comment.
+TEST_F(SharedTableFormatTest, TheDocumentedDumpIsThatOfTheFile) {
+  std::ifstream document(FORMAT_DOCS "/shared-tables.md");
+  ASSERT_TRUE(document);
+  const std::regex dumped("^([0-9a-f]{5})  ((?:[0-9a-f]{2} ){7,15}[0-9a-f]{2})(?: .*)?$");
+  std::size_t count = 0;
+  for (std::string line; std::getline(document, line);) {
+    std::smatch match;
+    if (!std::regex_match(line, match, dumped)) {
+      continue;
+    }
+    std::istringstream bytes(match[2]);
+    std::size_t at = std::stoul(match[1], nullptr, 16);
+    for (unsigned byte = 0; bytes >> std::hex >> byte; ++at, ++count) {
+      EXPECT_EQ(static_cast<unsigned char>(bytes_.at(at)), byte) << line;
+    }
+  }
+  EXPECT_GE(count, 400U) << "the example is shown";
 }
 
 TEST_F(SharedTableFormatTest, EverythingBetweenThePartsIsZero) {

@@ -1,20 +1,18 @@
-// SIGKILL in the middle of a replay: the tables it leaves mount and verify clean, and the next
-// replay ends equal to the capture.
+// SIGKILL in the middle of a replay: the state it leaves checks clean, and the next replay ends
+// equal to the capture and checks clean again.
 
 #include <sched.h>
-
-#include <filesystem>
 
 #include <gtest/gtest.h>
 
 #include "Asic/Constants.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "Glint/Verify.h"
 #include "Program.h"
 #include "Vanta/EntityManager.h"
 #include "records/FecSharedTables.h"
 #include "records/FecTableConstants.h"
 #include "testing/TemporaryRoot.h"
+#include "tools/StateCheck.h"
 
 namespace {
 
@@ -69,15 +67,10 @@ TEST_P(KilledFecdTest, LeavesTablesThatVerifyAndTheNextReplayEndsEqual) {
   }
   const std::uint64_t left = visibleLogVersion(state_);
   EXPECT_GE(left, killAt);
-  std::size_t tables = 0;
-  for (const auto& file : std::filesystem::directory_iterator(state_)) {
-    if (file.path().extension() == ".table") {
-      ++tables;
-      const Glint::Verification found = Glint::verifyTable(file.path().string());
-      EXPECT_TRUE(found.clean()) << file.path() << ": " << found.findings.front();
-    }
-  }
-  EXPECT_GE(tables, 3U);
+  const Tools::StateReport found = Tools::checkState(state_);
+  EXPECT_TRUE(found.clean()) << Tools::reportText(found, 0);
+  EXPECT_GE(found.tables.size(), 3U);
+  EXPECT_EQ(found.writer, std::nullopt) << "the lock went with fecd";
   const auto again = integration::run(replayOfTheThreeCaptures(state_), files_.path());
   ASSERT_EQ(again.exitCode, 0) << again.out << again.err;
   EXPECT_GE(visibleLogVersion(state_), left);
@@ -88,6 +81,8 @@ TEST_P(KilledFecdTest, LeavesTablesThatVerifyAndTheNextReplayEndsEqual) {
                        files_.path());
   EXPECT_EQ(compared.exitCode, 0) << compared.out;
   EXPECT_NE(compared.out.find("4225 equal, 0 different"), std::string::npos) << compared.out;
+  const Tools::StateReport after = Tools::checkState(state_);
+  EXPECT_TRUE(after.clean()) << Tools::reportText(after, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(AtLogVersions, KilledFecdTest,

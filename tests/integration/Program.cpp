@@ -60,6 +60,24 @@ Outcome Program::wait() {
   return {WIFEXITED(status_) ? WEXITSTATUS(status_) : -1, contents(outPath_), contents(errPath_)};
 }
 
+// Waits until it has stopped, or ended.
+void Program::pause() {
+  int status = 0;
+  if (ended_ || ::kill(pid_, SIGSTOP) != 0 || ::waitpid(pid_, &status, WUNTRACED) != pid_) {
+    return;
+  }
+  if (!WIFSTOPPED(status)) {
+    status_ = status;
+    ended_ = true;
+  }
+}
+
+void Program::resume() {
+  if (!ended_) {
+    ::kill(pid_, SIGCONT);
+  }
+}
+
 void Program::kill() {
   if (!ended_) {
     ::kill(pid_, SIGKILL);

@@ -29,6 +29,9 @@ class Program {
   Outcome wait();
   // True while it runs; once false, wait() returns at once.
   bool running();
+  // Stops it where it is, and lets it go on.
+  void pause();
+  void resume();
   // SIGKILL, and waits for its end.
   void kill();
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <string_view>
 #include <type_traits>
 
 #include "Glint/GlintMapBase.h"
@@ -31,6 +32,21 @@ namespace Glint {
 //   };
 template <typename Row>
 struct RowTraits;
+
+// What a file that holds these rows looks like. A capacity of 0 is any. The layout refers to the
+// collection's name.
+template <typename Row>
+constexpr TableLayout tableLayout(std::string_view collectionName, std::uint32_t capacity) {
+  using Traits = RowTraits<Row>;
+  return {.rowTypeName = Traits::kTypeName,
+          .layoutVersion = Traits::kLayoutVersion,
+          .collectionName = collectionName,
+          .rowBytes = sizeof(Row),
+          .keyBytes = sizeof(typename Traits::Key),
+          .keyHash = Traits::kRisingKeys ? KeyHash::identity : KeyHash::mixing,
+          .nominalCapacity = capacity,
+          .slotCount = Traits::physicalSlots(capacity)};
+}
 
 // A collection of rows in shared memory, each found by its key.
 //
@@ -144,15 +160,7 @@ class GlintMap : public GlintMapBase {
 
  private:
   static TableLayout layout(const ZevGlint::MountSite& site) {
-    const ZevGlint::CollectionInfo& collection = site.collection();
-    return {.rowTypeName = Traits::kTypeName,
-            .layoutVersion = Traits::kLayoutVersion,
-            .collectionName = collection.name(),
-            .rowBytes = sizeof(Row),
-            .keyBytes = sizeof(Key),
-            .keyHash = Traits::kRisingKeys ? KeyHash::identity : KeyHash::mixing,
-            .nominalCapacity = collection.capacity(),
-            .slotCount = Traits::physicalSlots(collection.capacity())};
+    return tableLayout<Row>(site.collection().name(), site.collection().capacity());
   }
 
   static Words toWords(const Row& row) {

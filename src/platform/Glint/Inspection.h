@@ -55,4 +55,8 @@ Inspection inspect(const TableView& view);
 // checksum, sizes. `fileBytes` is the file's length; at least sizeof(Header) bytes are readable.
 Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBytes);
 
+// Says in what a file differs from what a mount with `layout` asks for, an empty text if in
+// nothing. A nominal capacity of 0 takes what the file has.
+Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout);
+
 }  // namespace Glint

@@ -161,7 +161,9 @@ void createFile(const RootFolder& root, const Pell::String& fileName, const Tabl
   root.publish(fileName);
 }
 
-Pell::String difference(const FixedHeader& header, const TableLayout& layout) {
+}  // namespace
+
+Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout) {
   if (nameIn(header.rowTypeName) != layout.rowTypeName) {
     return fmt::format("it holds rows of {}, not of {}", nameIn(header.rowTypeName),
                        layout.rowTypeName);
@@ -182,8 +184,6 @@ Pell::String difference(const FixedHeader& header, const TableLayout& layout) {
   }
   return {};
 }
-
-}  // namespace
 
 // ---- mounts
 
@@ -228,7 +228,7 @@ std::shared_ptr<Table> Table::map(const RootFolder::File& file, const Pell::Stri
   const auto bytes = static_cast<std::size_t>(file.status.st_size);
   Pell::String finding = sealedHeaderFinding(header, bytes);
   if (finding.empty()) {
-    finding = difference(header, layout);
+    finding = layoutDifference(header, layout);
   }
   if (!finding.empty()) {
     refuse(path, finding);
@@ -247,7 +247,7 @@ Table::Table(std::byte* base, std::size_t bytes, const FixedHeader& sealed, Pell
 Table::~Table() { ::munmap(base_, bytes_); }
 
 Pell::String Table::layoutFinding(const TableLayout& layout) const {
-  return difference(view_.fixed(), layout);
+  return layoutDifference(view_.fixed(), layout);
 }
 
 // Takes over from the last writer, however that one ended. A table whose structure no kill

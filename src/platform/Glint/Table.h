@@ -30,6 +30,13 @@ class Table {
   static std::shared_ptr<Table> mountReader(const std::shared_ptr<RootFolder>& root,
                                             const Pell::String& fileName,
                                             const TableLayout& layout);
+  // Makes a file whose slots or index are so damaged that a mount refuses it mountable again, in
+  // place: rows that check out keep their slots, what does not is retired and counted, the index is
+  // rebuilt. A scratchpad that cannot be read becomes the larger of the one before it, if that can,
+  // and `scratchpadFloor`. Does nothing to a file that a mount takes, or that is not there. Throws
+  // ZevGlint::MountException: the sealed header must be good and fit the layout.
+  static void mend(const std::shared_ptr<RootFolder>& root, const Pell::String& fileName,
+                   const TableLayout& layout, std::uint64_t scratchpadFloor);
   ~Table();
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
@@ -78,6 +85,9 @@ class Table {
   static std::shared_ptr<Table> map(const RootFolder::File& file, const Pell::String& path,
                                     const TableLayout& layout, bool writable);
   void recover();
+  void mendStructure(std::uint64_t scratchpadFloor);
+  void mendScratchpad(std::uint64_t floor);
+  std::uint32_t findSlotsInUse() const;
   int reserveChunk();
   void retire(std::uint32_t slot);
   void unlinkWherever(std::uint32_t slot);

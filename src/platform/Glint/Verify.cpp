@@ -69,8 +69,10 @@ void report(const Inspection& found, const TableView& view, Verification& result
     add(finding);
   }
   for (const Inspection::DamagedRow& row : found.damagedRows) {
+    result.damagedRows.push_back({result.findings.size(), row.slot});
     add(row.finding);
   }
+  result.structureDamaged = !found.structure.empty();
   result.liveRows = found.liveSlots;
   result.freeSlots = static_cast<std::uint32_t>(found.freeSlots.size());
   result.retiredSlots = found.retiredSlots;
@@ -112,7 +114,11 @@ Verification verifyTable(const Pell::String& filePath) {
     result.findings.push_back(std::move(fault));
     return result;
   }
-  const TableView view(mapping.base(), sealed);
+  return verifyTable(TableView(mapping.base(), sealed));
+}
+
+Verification verifyTable(const TableView& view) {
+  Verification result;
   report(inspect(view), view, result);
   return result;
 }

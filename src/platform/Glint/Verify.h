@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "Glint/TableView.h"
 #include "Pell/String.h"
 
 namespace Glint {
@@ -11,7 +12,16 @@ namespace Glint {
 //
 // Kind: value type.
 struct Verification {
+  struct DamagedRow {
+    std::size_t finding;  // which of the findings tells of it
+    std::uint32_t slot;
+  };
+
   std::vector<Pell::String> findings;  // one text each; none: the file is as a writer left it
+  std::vector<DamagedRow> damagedRows;
+  // A mount as writer refuses the file: its slots or its index are damaged in a way that no kill
+  // explains.
+  bool structureDamaged = false;
   // What the file holds; meaningless if its sealed header is damaged.
   std::uint32_t liveRows = 0;
   std::uint32_t freeSlots = 0;
@@ -28,5 +38,8 @@ struct Verification {
 // Checks every slot, row, chain and counter of a table file, of whatever row type, without changing
 // it. No writer may be working on it (a dead one is fine). A file that cannot be read is a finding.
 Verification verifyTable(const Pell::String& filePath);
+
+// The same of a table that is mapped or copied already, its sealed header checked.
+Verification verifyTable(const TableView& view);
 
 }  // namespace Glint

@@ -201,8 +201,8 @@ TEST_F(ReplayRunTest, RestartAndLinkChangesStandInTextAndJson) {
   }
   const std::string json = outcomeJson(outcome);
   for (const char* words :
-       {"\"restart\": {", "\"answered\": 10", "\"lost\": 0", "\"link_changes\": [",
-        "\"after\": \"first\"", "\"entries\": 50", "\"log_versions\": 50"}) {
+       {R"("restart": {)", R"("answered": 10)", R"("lost": 0)", R"("link_changes": [)",
+        R"("after": "first")", R"("entries": 50)", R"("log_versions": 50)"}) {
     EXPECT_THAT(json, HasSubstr(words));
   }
 }

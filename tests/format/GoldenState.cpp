@@ -1,0 +1,161 @@
+#include "GoldenState.h"
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "Asic/Constants.h"
+#include "SparseText.h"
+#include "TableFile.h"
+
+namespace format_test {
+
+namespace {
+
+using Asic::LogVersion;
+using Asic::SwTableId;
+using LoamFec::FecTableConstants;
+using ZevGlint::ZevGlintType;
+
+constexpr SwTableId otherTable(std::uint32_t number) { return SwTableId(0x03010805 + number); }
+
+template <typename Entity>
+Pell::Ptr<Entity> mounted(const Pell::Ptr<Vanta::EntityManager>& entityManager,
+                          const Pell::String& path, ZevGlintType type, std::uint32_t capacity) {
+  return ZevSharedMem::mountEntity<Entity>(entityManager, path, type, capacity);
+}
+
+LoamFec::FecTableDataModelResourceKeys interface(const char* name) {
+  return {Wirex::IntfId::fromName(name)};
+}
+
+Pell::Ptr<const Asic::NeededEntry> needs(std::uint32_t tables, std::uint64_t version) {
+  const auto needed = Zev::makeObject<Asic::NeededEntry>();
+  for (std::uint32_t table = 1; table <= tables; ++table) {
+    needed->add({otherTable(table), LogVersion(version + table)});
+  }
+  return needed;
+}
+
+// In each table the fifth row is the one that is damaged afterwards.
+void writeConfig(Glint::GlintMap<ConfigRow>& rows) {
+  rows.rowIs({logEntry(7, 1), interface("eth7"), LogVersion(1), false});
+  rows.rowIs({logEntry(8, 2), interface("Ethernet3/1/2.100"), LogVersion(2), false});
+  rows.rowIs({LoamFec::FecTableDataModelLogEntry{}, {}, LogVersion(3), false});
+  rows.rowIs({logEntry(10, 4), interface("uplink-a"), LogVersion(4), false});
+  rows.rowIs({logEntry(11, 5), interface("lo"), LogVersion(5), false});
+  rows.rowIs({logEntry(7, 6), interface("eth70"), LogVersion(6), false});
+  rows.rowIs({logEntry(8, 2), interface("Ethernet3/1/2.100"), LogVersion(7), true});
+  rows.rowDel(LoamFec::FecTableDataModelEntryKey(10));
+}
+
+void writeLog(Glint::GlintMap<LogRow>& rows) {
+  rows.rowIs({LogVersion(1), LogRow::kEntryWritten, kGoldenUnit, logEntry(7, 1)});
+  rows.rowIs({LogVersion(2), LogRow::kEntryDeleted, kGoldenUnit, logEntry(8, 2)});
+  rows.rowIs({LogVersion(3), LogRow::kEntryWritten, Asic::UnitId(4), logEntry(9, 3)});
+  rows.rowIs({LogVersion(4), LogRow::kTableDeleted, Asic::UnitId(5), {}});
+  rows.rowIs({LogVersion(5), LogRow::kEntryWritten, kGoldenUnit, logEntry(11, 5)});
+  rows.rowIs({LogVersion(3), LogRow::kEntryWritten, kGoldenUnit, logEntry(9, 6)});
+  rows.rowDel(LogVersion(1));
+  rows.control().scratchpadIs(5);
+}
+
+void writeGroup(Glint::GlintMap<Asic::GroupLogRow>& rows) {
+  const SwTableId fec = FecTableConstants::kTableId;
+  rows.rowIs({1, {fec, LogVersion(1)}, nullptr});
+  rows.rowIs({2, {fec, LogVersion(2)}, needs(1, 20)});
+  rows.rowIs({3, {otherTable(1), LogVersion(3)}, needs(8, 30)});
+  rows.rowIs({4, {fec, LogVersion(4)}, nullptr});
+  rows.rowIs({5, {fec, LogVersion(5)}, nullptr});
+  rows.rowIs({2, {fec, LogVersion(2)}, needs(2, 60)});
+  rows.rowDel(1);
+  rows.control().scratchpadIs(5);
+}
+
+void writeApplied(Glint::GlintMap<Asic::GroupVersionRow>& rows) {
+  for (std::uint32_t table = 0; table < 5; ++table) {
+    rows.rowIs(Asic::GroupVersionRow({otherTable(table), LogVersion(100 + table)}));
+  }
+  rows.rowIs(Asic::GroupVersionRow({otherTable(0), LogVersion(0x123456789)}));
+  rows.rowDel(otherTable(3));
+}
+
+// A bit behind the key of the fifth row, which stands in copy 1.
+void damageFifthRow(const std::string& file) {
+  const auto header = glint_test::wordAt<Glint::FixedHeader>(file, 0);
+  const glint_test::Offsets at(header.nominalCapacity, header.slotCount, header.rowBytes);
+  glint_test::flipBit(file, 8 * (at.row(4, 1) + 8));
+}
+
+}  // namespace
+
+FecTables::FecTables(const std::string& root, ZevGlintType type)
+    : entityManager(Zev::makeObject<Vanta::EntityManager>(root)),
+      configEntity(mounted<LoamFec::FecTableDataModelConfigGlint>(
+          entityManager, FecTableConstants::configGlintPath(kGoldenUnit), type,
+          FecTableConstants::kConfigCapacity)),
+      logEntity(mounted<LoamFec::FecTableDataModelEntryLogGlint>(
+          entityManager,
+          Asic::Constants::tableEntryLogGlintPath(FecTableConstants::kGroupName,
+                                                  FecTableConstants::kAgentName,
+                                                  FecTableConstants::kTableName),
+          type, FecTableConstants::kEntryLogCapacity)),
+      groupEntity(mounted<Asic::GroupLogGlint>(
+          entityManager,
+          Asic::Constants::groupLogGlintPath(FecTableConstants::kAgentName,
+                                             FecTableConstants::kGroupName),
+          type, Asic::GroupLogGlint::kCapacity)),
+      appliedEntity(mounted<Asic::GroupVersionsGlint>(
+          entityManager,
+          Asic::Constants::groupVersionsGlintPath(FecTableConstants::kAgentName,
+                                                  FecTableConstants::kGroupName),
+          type, Asic::GroupVersionsGlint::kCapacity)) {}
+
+LoamFec::FecTableDataModelLogEntry logEntry(std::uint32_t fecId, std::uint32_t seed) {
+  LoamFec::FecTableDataModelLogEntry entry;
+  entry.key = LoamFec::FecTableDataModelEntryKey(fecId);
+  entry.flagA = static_cast<std::uint8_t>(0x10 + seed);
+  entry.clientDest = {.first = 0x20212200 + seed,
+                      .second = static_cast<std::uint16_t>(0x2400 + seed),
+                      .third = 0x28292a00 + seed};
+  entry.opaqueA = 0x30313200 + seed;
+  entry.opaqueB = 0x40414200 + seed;
+  entry.flagB = static_cast<std::uint8_t>(0x50 + seed);
+  entry.resolvedDest = {.first = 0x60616200 + seed,
+                        .second = static_cast<std::uint16_t>(0x6400 + seed),
+                        .third = 0x68696a00 + seed};
+  return entry;
+}
+
+void writeGoldenState(const std::string& root) {
+  {
+    const FecTables tables(root, ZevGlintType::writer);
+    writeConfig(tables.config());
+    writeLog(tables.log());
+    writeGroup(tables.group());
+    writeApplied(tables.applied());
+  }
+  for (const char* file : kGoldenFiles) {
+    damageFifthRow(root + "/" + file);
+  }
+  const FecTables retiring(root, ZevGlintType::writer);
+}
+
+std::string goldenText(const std::string& fileName) {
+  const std::string path = std::string(GOLDEN_DIR) + "/1/" + fileName + ".txt";
+  std::ifstream file(path);
+  if (!file) {
+    throw std::runtime_error("cannot read " + path);
+  }
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void restoreGoldenState(const std::string& root) {
+  for (const std::string file : kGoldenFiles) {
+    fromText(goldenText(file), fmt::format("{}/{}", root, file));
+  }
+}
+
+}  // namespace format_test

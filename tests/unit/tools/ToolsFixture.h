@@ -1,0 +1,145 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Asic/Constants.h"
+#include "Asic/GroupLog.h"
+#include "Glint/SharedMemEntityManager.h"
+#include "records/FecSharedTables.h"
+#include "records/FecTableConstants.h"
+#include "testing/FecHarness.h"
+#include "testing/LeakCheck.h"
+#include "testing/StateFiles.h"
+#include "testing/TemporaryRoot.h"
+#include "tools/StateCheck.h"
+
+namespace tools_test {
+
+using testing_support::FecHarness;
+using Tools::fileNameOf;
+using Tools::TableRole;
+
+// The tables of a state folder, mounted for writing, to be changed behind the agent's back.
+struct RawTables {
+  explicit RawTables(const std::string& folder)
+      : manager(Zev::makeObject<Vanta::EntityManager>(folder)) {
+    using Constants = LoamFec::FecTableConstants;
+    const auto type = ZevGlint::ZevGlintType::writer;
+    group = ZevSharedMem::mountEntity<Asic::GroupLogGlint>(
+        manager, Asic::Constants::groupLogGlintPath(Constants::kAgentName, Constants::kGroupName),
+        type, Asic::GroupLogGlint::kCapacity);
+    applied = ZevSharedMem::mountEntity<Asic::GroupVersionsGlint>(
+        manager,
+        Asic::Constants::groupVersionsGlintPath(Constants::kAgentName, Constants::kGroupName), type,
+        Asic::GroupVersionsGlint::kCapacity);
+    log = ZevSharedMem::mountEntity<LoamFec::FecTableDataModelEntryLogGlint>(
+        manager,
+        Asic::Constants::tableEntryLogGlintPath(Constants::kGroupName, Constants::kAgentName,
+                                                Constants::kTableName),
+        type, Constants::kEntryLogCapacity);
+    config = ZevSharedMem::mountEntity<LoamFec::FecTableDataModelConfigGlint>(
+        manager, Constants::configGlintPath(Asic::UnitId(0)), type, Constants::kConfigCapacity);
+  }
+
+  std::uint64_t lastVersion() const { return log->entryLogConfig().control().scratchpad(); }
+
+  Pell::Ptr<Vanta::EntityManager> manager;
+  Pell::Ptr<Asic::GroupLogGlint> group;
+  Pell::Ptr<Asic::GroupVersionsGlint> applied;
+  Pell::Ptr<LoamFec::FecTableDataModelEntryLogGlint> log;
+  Pell::Ptr<LoamFec::FecTableDataModelConfigGlint> config;
+};
+
+// A state folder that an agent has left: units 0 and 1, thirty entries each that are applied, and
+// behind them on the log a deletion, a change and a new entry that are not.
+class StateFolderTest : public testing_support::LeakCheckedTest {
+ protected:
+  static constexpr std::uint32_t kEntries = 30;
+
+  StateFolderTest() {
+    FecHarness agent;
+    agent.makeTable(0);
+    agent.makeTable(1);
+    agent.destinationIs("eth1", 7);
+    for (std::uint32_t fecId = 1; fecId <= kEntries; ++fecId) {
+      for (const std::uint16_t unit : {std::uint16_t{0}, std::uint16_t{1}}) {
+        agent.table(unit).entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1", fecId),
+                                     nullptr);
+      }
+    }
+    agent.run();
+    agent.reportAll();
+    agent.run();
+    agent.table().entryRemove(FecHarness::key(3), nullptr);
+    agent.table().entryWrite(FecHarness::key(4), FecHarness::entry("eth1", 400), nullptr);
+    agent.table().entryWrite(FecHarness::key(99), FecHarness::entry("eth1", 99), nullptr);
+    agent.run();
+    agent.stop();
+    testing_support::copyState(agent.stateFolder(), folder());
+  }
+
+  const std::string& folder() const { return folder_; }
+  std::string path(TableRole role, std::uint16_t unit = 0) const {
+    return folder_ + "/" + fileNameOf(role, Asic::UnitId(unit));
+  }
+
+  // Damages the row that stands in the n-th slot that holds one.
+  void damageRow(TableRole role, std::size_t number, std::uint64_t byte = 20) const {
+    const testing_support::TablePlaces places(path(role));
+    testing_support::flipBit(path(role),
+                             8 * (places.liveRow(places.liveSlots().at(number)) + byte));
+  }
+
+  static std::vector<std::string> kindsOf(const std::vector<Tools::Remark>& remarks) {
+    std::vector<std::string> kinds;
+    for (const Tools::Remark& remark : remarks) {
+      kinds.push_back(remark.kind);
+    }
+    return kinds;
+  }
+
+  testing_support::TemporaryRoot parent_;
+  std::string folder_ = parent_.path() + "/state";
+};
+
+// A forked child that runs a function, and is killed and waited for at the latest when this goes.
+class ForkedChild {
+ public:
+  template <typename Body>
+  explicit ForkedChild(Body body) : pid_(::fork()) {
+    if (pid_ == 0) {
+      ::_exit(body());
+    }
+  }
+  ForkedChild(const ForkedChild&) = delete;
+  ForkedChild& operator=(const ForkedChild&) = delete;
+  ~ForkedChild() { kill(); }
+
+  void kill() {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGKILL);
+      wait();
+    }
+  }
+  // What the child returned.
+  int wait() {
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  pid_t pid_;
+};
+
+}  // namespace tools_test

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Asic/Versions.h"
+#include "Glint/TableImage.h"
+
+namespace Tools {
+
+// Why nothing can be said of a state folder: there is none, it may not be read, or its agent did
+// not leave it alone for long enough.
+class CannotTell : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What a table file is for, by its name.
+enum class TableRole : std::uint8_t { log, groupLog, applied, config, other };
+
+// One table file of a state folder.
+struct TableFile {
+  std::string name;
+  TableRole role = TableRole::other;
+  Asic::UnitId unit;  // of a configuration table
+  // Why it cannot be looked into: a symbolic link, a damaged header, rows of another kind. Empty if
+  // it can.
+  std::string fault;
+  bool forbidden = false;                    // this process may not read it; fault says so
+  std::unique_ptr<Glint::TableImage> image;  // null with a fault
+};
+
+// The layout that the agent asks for when it mounts a table of that role; nothing for others.
+std::optional<Glint::TableLayout> layoutOf(TableRole role);
+// The name of the file that has the role; `unit` counts for configuration tables.
+std::string fileNameOf(TableRole role, Asic::UnitId unit = Asic::UnitId());
+
+// All tables of a state folder as they stood at one moment. Changes nothing, and makes no agent
+// wait.
+//
+// Kind: object; the copies live as long as it does.
+class StateImage {
+ public:
+  // Looks again, up to kMaxLooks times within about two seconds, until no agent changes anything
+  // during the look. Throws CannotTell. `whileLooking` is called within each look, when everything
+  // has been copied and nothing compared yet: for tests.
+  explicit StateImage(const std::string& folder, const std::function<void()>& whileLooking = {});
+  static constexpr int kMaxLooks = 120;
+
+  const std::string& folder() const { return folder_; }
+  const std::vector<TableFile>& tables() const { return tables_; }  // by name
+  // Null if there is none.
+  const TableFile* table(TableRole role, Asic::UnitId unit = Asic::UnitId()) const;
+  // Files that a killed agent was creating, and copies that a repair has kept; by name.
+  const std::vector<std::string>& unfinished() const { return names_.unfinished; }
+  const std::vector<std::string>& kept() const { return names_.kept; }
+  // Who holds the writer lock; nothing if nobody does.
+  const std::optional<std::string>& writer() const { return writer_; }
+  int looks() const { return looks_; }
+
+ private:
+  struct Names {
+    std::vector<std::string> tables;
+    std::vector<std::string> unfinished;
+    std::vector<std::string> kept;
+    bool lockFile = false;
+    friend bool operator==(const Names&, const Names&) = default;
+  };
+
+  Names list() const;
+  bool look(const std::function<void()>& whileLooking);
+
+  std::string folder_;
+  Names names_;
+  std::vector<TableFile> tables_;
+  std::optional<std::string> writer_;
+  int looks_ = 0;
+};
+
+}  // namespace Tools

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "Asic/GroupLogRows.h"
+#include "records/FecSharedRows.h"
+#include "tools/StateImage.h"
+
+namespace Tools {
+
+using ConfigRow = LoamFec::FecTableDataModelConfigGlintEntry;
+using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
+
+// The rows of a state folder, every one with a good checksum. A table that cannot be looked into,
+// or whose slots cannot be told, has no value here.
+//
+// Kind: value type.
+struct StateRows {
+  using ConfigRows = std::unordered_map<std::uint32_t, ConfigRow>;  // by FEC identifier
+
+  bool hasUnit(std::uint16_t unit) const { return units.contains(unit); }
+
+  std::map<std::uint16_t, std::optional<ConfigRows>> units;         // of every configuration file
+  std::optional<std::map<std::uint64_t, LogRow>> log;               // by version
+  std::optional<std::map<std::uint64_t, Asic::GroupLogRow>> group;  // by sequence
+  std::optional<std::map<std::uint32_t, std::uint64_t>> applied;    // version of each table
+  // Last version handed out, and last group sequence; nothing if damaged.
+  std::optional<std::uint64_t> logScratchpad;
+  std::optional<std::uint64_t> groupScratchpad;
+};
+
+StateRows readRows(const StateImage& image);
+
+// The key and the version of a row of the table, as far as they can be read: for a damaged one.
+std::string rowText(const TableFile& file, std::uint32_t slot);
+
+// The table id as it is written everywhere: aa:gg:tttt.
+std::string tableIdText(std::uint32_t tableId);
+
+}  // namespace Tools

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/StateRows.h"
+
+namespace Tools {
+
+// One step that brings the rows of a state back into agreement.
+struct Mend {
+  enum class What : std::uint8_t {
+    dropConfigRow,       // unit, number: FEC identifier
+    dropLogRow,          // number: version
+    dropGroupRow,        // number: sequence
+    raiseLogVersion,     // number: the log's scratchpad, if that is lower
+    raiseGroupSequence,  // number: the group log's scratchpad, if that is lower
+  };
+
+  What what;
+  std::uint64_t number = 0;
+  std::uint16_t unit = 0;
+};
+
+// What the rows of a state say about each other.
+//
+// A finding is what no kill of an agent leaves. A note is what a kill may leave, or what is on its
+// way: nothing is wrong, and the next start or the next report of the hardware deals with it.
+struct Judgement {
+  bool isFinding = false;
+  std::string kind;  // stable, for machines
+  std::string file;
+  std::string text;
+  // What a repair does about it; empty: nothing needs to be done.
+  std::vector<Mend> mends;
+  std::string remedy;  // the same in words
+};
+
+// Compares configuration rows, log rows, group rows, applied versions and the two scratchpads.
+//
+// Every change is written in the order configuration rows, log row, log's scratchpad, group row,
+// group log's scratchpad, and every clean-up in the order log row, configuration row, applied
+// version, group rows; a kill cuts either anywhere, and the version of a change that did not reach
+// the scratchpad is given again. So, with S the log's scratchpad and A the applied version:
+//
+//   configuration rows  version at most S + 1
+//   log rows            version at most S + 1; of a version up to S, the entry has a configuration
+//                       row that is newer, or of that version and equal; missing only if a version
+//                       above is missing in the log too (its deletion, cleaned up)
+//   group rows          sequence at most the scratchpad + 1; of each table, versions rise; of the
+//                       FEC table, version at most S
+//   A                   at most S
+//
+// Parts that could not be read are left out.
+std::vector<Judgement> judge(const StateRows& rows);
+
+// Carries the step out on the rows in memory.
+void apply(const Mend& mend, StateRows& rows);
+
+}  // namespace Tools
