@@ -55,6 +55,12 @@ asm(".text\n.globl kLoamfecSystemCall\n.hidden kLoamfecSystemCall\n"
 
 namespace {
 
+#if defined(LOAMFEC_SANITIZED)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 constexpr std::uint64_t kPageBytes = FolderImage::kPageBytes;
 constexpr std::uint64_t kSystemCallInstruction = 0x050F;
 constexpr int kSystemCallStop = SIGTRAP | 0x80;
@@ -457,11 +463,10 @@ bool canTrace() {
 }  // namespace
 
 std::string whyNoStepping() {
-#if defined(LOAMFEC_SANITIZED)
-  return "a sanitizer's run time does not work in a traced process";
-#else
+  if (kSanitized) {
+    return "a sanitizer's run time does not work in a traced process";
+  }
   return canTrace() ? "" : "this process may not trace its children (ptrace)";
-#endif
 }
 
 SteppedRun stepThrough(const std::string& folder, Stepping stepping,

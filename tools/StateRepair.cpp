@@ -373,7 +373,7 @@ void keepCopies(const std::string& folder, const Plan& plan, RepairReport& repor
     }
   } catch (const ZevGlint::MountException&) {
     for (const std::string& name : report.kept) {
-      ::unlink((folder + "/" + name).c_str());
+      ::unlink(fmt::format("{}/{}", folder, name).c_str());
     }
     report.kept.clear();
     throw;
@@ -388,7 +388,7 @@ void carryOut(const std::shared_ptr<Glint::RootFolder>& root, const StateImage& 
   const std::string& folder = image.folder();
   keepCopies(folder, plan, report);
   for (const std::string& name : plan.unfinished) {
-    ::unlink((folder + "/" + name).c_str());
+    ::unlink(fmt::format("{}/{}", folder, name).c_str());
   }
   MendedTables tables(root, image, plan);
   StateRows rows = readRows(StateImage(folder));
@@ -473,21 +473,24 @@ std::string repairText(const RepairReport& report, std::size_t limit) {
   for (const Remark& remark : report.left) {
     text += fmt::format("{:<6} {}: {}\n", "left", remark.file, remark.text);
   }
+  text += report.folder + ": ";
   switch (report.outcome) {
     case Outcome::nothingToDo:
-      return text + fmt::format("{}: nothing to repair\n", report.folder);
+      text += "nothing to repair";
+      break;
     case Outcome::planned:
-      return text + fmt::format("{}: {} steps; nothing has been changed, --yes carries them out\n",
-                                report.folder, report.steps.size());
+      text += fmt::format("{} steps; nothing has been changed, --yes carries them out",
+                          report.steps.size());
+      break;
     case Outcome::done:
-      return text + fmt::format(
-                        "{}: repaired, and checks clean; the next start of fecd brings the "
-                        "hardware in line with it\n",
-                        report.folder);
+      text +=
+          "repaired, and checks clean; the next start of fecd brings the hardware in line with it";
+      break;
     case Outcome::cannot:
+      text += "cannot repair: " + report.why;
       break;
   }
-  return text + fmt::format("{}: cannot repair: {}\n", report.folder, report.why);
+  return text + "\n";
 }
 
 std::string repairJson(const RepairReport& report) {

@@ -18,7 +18,7 @@ struct Mend {
     raiseGroupSequence,  // number: the group log's scratchpad, if that is lower
   };
 
-  What what;
+  What what = What::dropConfigRow;
   std::uint64_t number = 0;
   std::uint16_t unit = 0;
 };

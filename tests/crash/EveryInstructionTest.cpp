@@ -300,6 +300,14 @@ std::string verifyFiles(const std::string& root, bool& changeInFlight) {
   return {};
 }
 
+// Up to the last slot: one that has been forgotten stops the process.
+template <typename Row, typename Make>
+void fill(Glint::GlintMap<Row>& rows, Make make) {
+  for (std::uint64_t key = 250; rows.rowCount() < rows.slotCount(); ++key) {
+    rows.rowIs(make(key));
+  }
+}
+
 std::string workOn(Tables& tables, Model model) {
   const std::vector<Change> more = {
       {Change::Kind::write, Change::Table::config, 230, 100},
@@ -320,9 +328,14 @@ std::string workOn(Tables& tables, Model model) {
     change.applyTo(tables);
     change.applyTo(model);
   }
-  return tables.contents() == model && tables.countsAre(model)
-             ? ""
-             : "it does not take changes as it should";
+  if (!(tables.contents() == model) || !tables.countsAre(model)) {
+    return "it does not take changes as it should";
+  }
+  fill(tables.config->rows(),
+       [](std::uint64_t key) { return oddRow(static_cast<std::uint32_t>(key), key); });
+  fill(tables.log->rows(), [](std::uint64_t key) { return risingRow(key, key); });
+  fill(tables.group->rows(), [](std::uint64_t key) { return smallRow(key, key); });
+  return {};
 }
 
 // Everything about one state: how many changes it shows, or what is wrong with it.
@@ -679,6 +692,10 @@ class EveryInstructionOnDamage : public EveryInstruction {
       return rowIsLost || repairing_ ? "it is refused" : "";
     }
     repairing_ = true;
+    if (const auto mounted = Glint::verifyTable(copy + "/damaged.table");
+        !mounted.clean() || mounted.changeInFlight) {
+      return "the mount leaves damage or an unfinished index";
+    }
     if (!rowIsLost && missed.damaged > 0) {
       return "a reader does not know that the index is being rebuilt";
     }

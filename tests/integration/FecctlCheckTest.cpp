@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -54,8 +55,11 @@ class FecctlCheckTest : public ::testing::Test {
                                            const std::vector<std::string>& moments) {
     std::vector<std::string> arguments = {FECD, "replay", "--state", state, "--json"};
     for (const std::string& moment : moments) {
-      arguments.insert(arguments.end(), {"--links", kCaptures + "links-" + moment + ".json",
-                                         "--nexthops", kCaptures + "nexthops-" + moment + ".json"});
+      const auto capture = [&moment](const char* what) {
+        return fmt::format("{}{}-{}.json", kCaptures, what, moment);
+      };
+      arguments.insert(arguments.end(),
+                       {"--links", capture("links"), "--nexthops", capture("nexthops")});
     }
     return arguments;
   }

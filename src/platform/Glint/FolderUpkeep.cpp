@@ -39,7 +39,7 @@ bool exists(const Pell::String& path) {
 Pell::String freeName(const Pell::String& folder, const Pell::String& fileName) {
   for (int number = 1; number <= kMaxKept; ++number) {
     Pell::String name = fmt::format("{}{}{}", fileName, kKeptInfix, number);
-    if (!exists(folder + "/" + name)) {
+    if (!exists(fmt::format("{}/{}", folder, name))) {
       return name;
     }
   }

@@ -73,11 +73,11 @@ void TableImage::forEachGoodRow(Visit&& visit) const {
       continue;
     }
     const std::uint64_t* copy = words + copyWord(kWords, seq.copy());
-    SealedRow<kWords> sealed;
+    SealedRow<kWords> sealed{};
     std::memcpy(sealed.words.data(), copy + 1, 8 * kWords);
     sealed.words[kWords] = seq.word();
     if (sealed.checksum() == copy[0]) {
-      std::array<std::byte, sizeof(Row)> bytes;
+      std::array<std::byte, sizeof(Row)> bytes{};
       std::memcpy(bytes.data(), sealed.words.data(), bytes.size());
       visit(slot, std::bit_cast<Row>(bytes));
     }
