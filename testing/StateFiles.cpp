@@ -68,7 +68,7 @@ void copyState(const std::string& from, const std::string& to) {
     names.push_back(entry.path().filename());
   }
   for (const std::string& name : names) {
-    fs::rename(from + "/" + Glint::keepCopy(from, name), to + "/" + name);
+    fs::rename(fs::path(from) / Glint::keepCopy(from, name), fs::path(to) / name);
   }
 }
 
