@@ -72,7 +72,7 @@ void Program::pause() {
   }
 }
 
-void Program::resume() {
+void Program::resume() const {
   if (!ended_) {
     ::kill(pid_, SIGCONT);
   }

@@ -31,7 +31,7 @@ class Program {
   bool running();
   // Stops it where it is, and lets it go on.
   void pause();
-  void resume();
+  void resume() const;
   // SIGKILL, and waits for its end.
   void kill();
 
