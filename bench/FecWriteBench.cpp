@@ -9,6 +9,7 @@
 #include "InterleavedRun.h"
 #include "LmdbCommit.h"
 #include "PlainContenders.h"
+#include "SharedRows.h"
 #include "Summary.h"
 #include "Workload.h"
 
@@ -54,7 +55,10 @@ int main(int argc, char** argv) {
     add<bench::Road>("Road");
     add<bench::HeapRoad>("RoadOnHeap");
     add<bench::Commit>("Commit");
+    add<bench::SharedRows>("CommitRows");
+    add<bench::SharedRowsInBatch>("CommitRowsInBatch");
     add<bench::RowCopies>("CommitAsMemcpy");
     add<bench::LmdbCommit>("CommitInLmdb");
+    add<bench::OneMiss>("OneMiss");
   });
 }

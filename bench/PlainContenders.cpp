@@ -1,6 +1,9 @@
 #include "PlainContenders.h"
 
+#include <algorithm>
 #include <cstring>
+#include <numeric>
+#include <random>
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
@@ -67,6 +70,28 @@ Pell::String RowCopies::finding(const Workload& workload) const {
   const bool logged = log_.back().version().value() == workload.written() &&
                       group_.back().sequence() == workload.written();
   return logged ? "" : "the last log rows are wrong";
+}
+
+OneMiss::OneMiss(const Workload& /*workload*/)
+    : order_(scale().residentKeys), places_(scale().residentKeys) {
+  std::iota(order_.begin(), order_.end(), 0U);
+  std::mt19937_64 random(Workload::kSeed);
+  std::shuffle(order_.begin(), order_.end(), random);
+  for (std::size_t i = 0; i < order_.size(); ++i) {
+    places_[order_[i]].next = order_[(i + 1) % order_.size()];
+  }
+  at_ = order_.front();
+}
+
+void OneMiss::write() {
+  for (std::size_t look = 0; look < looks_; ++look) {
+    at_ = places_[at_].next;
+  }
+  benchmark::DoNotOptimize(at_);
+}
+
+Pell::String OneMiss::finding(const Workload& workload) const {
+  return at_ == order_[workload.written() % order_.size()] ? "" : "the way led elsewhere";
 }
 
 HeapRoad::HeapRoad(const Workload& workload) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -40,6 +42,30 @@ class RowCopies {
   std::vector<Asic::GroupLogRow> group_;
   std::vector<Rows> batch_;
   std::uint64_t version_ = 0;
+};
+
+// What a commit waits for once, unless it knows its key beforehand: a look at a place that follows
+// from the one before, somewhere in as much memory as the configuration table has.
+class OneMiss {
+ public:
+  explicit OneMiss(const Workload& workload);
+
+  void prepare(std::span<const LoamFec::FecTableDataModelEntry> batch) { looks_ = batch.size(); }
+  void write();
+  void finish() {}
+  Pell::String finding(const Workload& workload) const;
+
+ private:
+  struct Place {
+    std::uint32_t next = 0;
+    std::array<std::byte, 156> rest = {};  // bytes a row: slot, link and bucket head
+  };
+  static_assert(sizeof(Place) == 160);
+
+  std::vector<std::uint32_t> order_;
+  std::vector<Place> places_;
+  std::uint32_t at_ = 0;
+  std::size_t looks_ = 0;
 };
 
 // What the road would cost without shared memory, ordering and objects: a queue of requests, a map

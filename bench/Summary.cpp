@@ -44,6 +44,9 @@ void Summary::Finalize() {
   GetOutputStream() << '\n';
   printRatio("LMDB over commit", "CommitInLmdb", "Commit");
   printRatio("commit over memcpy", "Commit", "CommitAsMemcpy");
+  printRatio("LMDB over rows", "CommitInLmdb", "CommitRows");
+  printRatio("rows in batch over memcpy", "CommitRowsInBatch", "CommitAsMemcpy");
+  printRatio("rows over one miss", "CommitRows", "OneMiss");
   printRatio("road over commit", "Road", "Commit");
   printRatio("road over the heap's", "Road", "RoadOnHeap");
 }
@@ -53,7 +56,7 @@ void Summary::printRatio(const char* text, const char* over, const char* under) 
   const auto below = rounds_.find(under);
   if (above != rounds_.end() && below != rounds_.end()) {
     const double ratio = medianOf(above->second.nanoseconds) / medianOf(below->second.nanoseconds);
-    GetOutputStream() << fmt::format("{:<20}{:>10.2f}\n", text, ratio);
+    GetOutputStream() << fmt::format("{:<26}{:>10.2f}\n", text, ratio);
   }
 }
 

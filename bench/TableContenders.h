@@ -102,6 +102,16 @@ class CopyTable {
   std::uint64_t walk();
   std::uint32_t rows();
 
+  // For a process that was forked off: what it finds does not change any more.
+  class Reader {
+   public:
+    explicit Reader(const CopyTable& table) : rows_(&table.rows_) {}
+    std::uint64_t find(const ConfigKey& key);
+
+   private:
+    const std::vector<ConfigRow>* rows_;
+  };
+
  private:
   std::vector<ConfigRow> rows_;
 };

@@ -10,7 +10,8 @@
 namespace bench {
 
 Scale scale() {
-  return std::getenv("LOAMFEC_BENCH_TINY") == nullptr ? Scale{65536, 1024} : Scale{256, 64};
+  return std::getenv("LOAMFEC_BENCH_TINY") == nullptr ? Scale{65536, 1024, 100000}
+                                                      : Scale{256, 64, 1000};
 }
 
 Workload::Workload() : order_(scale().residentKeys), marks_(scale().residentKeys, 0) {

@@ -14,6 +14,7 @@ namespace bench {
 struct Scale {
   std::uint32_t residentKeys;
   std::uint32_t batch;  // entries a timed batch; divides residentKeys, far below the log's capacity
+  std::uint32_t logRows;  // of a full log
 };
 Scale scale();
 
