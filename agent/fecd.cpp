@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include "Glint/MountInfo.h"
+#include "agent/CommandLine.h"
 #include "agent/ReplayInput.h"
 #include "agent/ReplayReportText.h"
 #include "agent/ReplayRun.h"
@@ -144,10 +145,8 @@ int run(int argc, char** argv) {
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 32U))
       ->type_name("ANSWERS");
   command->add_flag("--json", options.json, "Print the report as JSON");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kBadInput;
+  if (const auto exitCode = Agent::parseCommandLine(app, argc, argv, kBadInput)) {
+    return *exitCode;
   }
   return replay(options);
 }

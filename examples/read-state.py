@@ -146,7 +146,7 @@ def whole_pages(count):
     return (count + PAGE - 1) // PAGE * PAGE
 
 
-HEADER = struct.Struct("<8sIIQIIIIIIII64s64sQ")
+HEADER = struct.Struct("<8sIIQIIIIIIII64s56sQQ")
 GENERATION_AT, ROW_COUNT_AT, SLOTS_IN_USE_AT, CORRUPTION_COUNT_AT, SCRATCHPAD_AT = 192, 200, 208, 216, 256
 INDEX_ATTEMPTS = 64
 SLOT_ATTEMPTS = 1 << 16
@@ -187,7 +187,7 @@ class Table:
         sealed = bytes(data[:HEADER.size])
         (magic, version, header_bytes, digest, self.row_bytes, self.key_bytes, slot_bytes,
          self.capacity, self.slot_count, self.bucket_count, self.key_hash, chunk, type_name,
-         collection, checksum) = HEADER.unpack(sealed)
+         collection, name_digest, checksum) = HEADER.unpack(sealed)
         if magic != b"LOAMTBL\0":
             raise Refused(f"{self.name}: not a shared table (wrong magic)")
         if version != 1:
@@ -212,10 +212,13 @@ class Table:
         self._slots_at, self._slot_words = slots_at // 8, slot_bytes // 8
         if type_name.rstrip(b"\0").decode() != rows.type_name:
             raise Refused(f"{self.name}: it holds rows of {type_name!r}, not of {rows.type_name}")
-        if digest != rows.digest() or self.key_hash != rows.key_hash:
+        figures = (self.row_bytes, self.key_bytes, self.key_hash)
+        if digest != rows.digest() or figures != (rows.row_bytes, rows.key_bytes, rows.key_hash):
             raise Refused(f"{self.name}: its rows are laid out differently")
         if collection.rstrip(b"\0").decode() != rows.collection:
             raise Refused(f"{self.name}: it holds the collection {collection!r}")
+        if name_digest != xxh3(f"file {self.name}\n".encode()):
+            raise Refused(f"{self.name}: it was made for another table (renamed, or a copy of that one)")
 
     def _generation(self):
         return self._words[GENERATION_AT // 8]
@@ -479,7 +482,7 @@ class Rows:
 
     def __init__(self, file, collection, type_name, layout_version, row_bytes, key_bytes, key_hash):
         self.file, self.collection, self.type_name = file, collection, type_name
-        self.key_hash = key_hash
+        self.row_bytes, self.key_bytes, self.key_hash = row_bytes, key_bytes, key_hash
         self._digest_text = f"{type_name}\nversion {layout_version}\nrow {row_bytes}\nkey {key_bytes}\n"
 
     def digest(self):
@@ -680,4 +683,10 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        code = main()
+        sys.stdout.flush()
+    except BrokenPipeError:  # whoever reads the output has seen enough
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        code = 0
+    sys.exit(code)

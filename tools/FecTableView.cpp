@@ -143,7 +143,7 @@ std::string fecTableJson(const FecTableView& view) {
                                       {"log_version", view.logVersion.value()},
                                       {"log_rows", view.logRows},
                                       {"log_capacity", FecTableConstants::kEntryLogCapacity}};
-  return all.dump(2) + "\n";
+  return all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace Tools

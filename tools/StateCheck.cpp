@@ -26,7 +26,7 @@ class Check {
 
   StateReport run() {
     for (const TableFile& file : image_.tables()) {
-      if (file.forbidden) {
+      if (file.unreadable) {
         cannotTell(file);
       } else if (!file.fault.empty()) {
         report_.findings.push_back({"unusable_table", file.name, file.fault});
@@ -52,20 +52,8 @@ class Check {
   void verify(const TableFile& file) {
     const Glint::TableView& view = file.image->view();
     const Glint::Verification found = Glint::verifyTable(view);
-    auto damagedRow = found.damagedRows.begin();
-    for (std::size_t i = 0; i < found.findings.size(); ++i) {
-      if (damagedRow != found.damagedRows.end() && damagedRow->finding == i) {
-        report_.findings.push_back(
-            {"damaged_row", file.name,
-             fmt::format("slot {}: the row's checksum does not match; as "
-                         "far as it can be read: {}",
-                         damagedRow->slot, rowText(file, damagedRow->slot))});
-        ++damagedRow;
-      } else {
-        report_.findings.push_back(
-            {found.structureDamaged ? "damaged_structure" : "damaged_counter", file.name,
-             found.findings[i]});
-      }
+    for (TableFinding& finding : findingsOf(file, found)) {
+      report_.findings.push_back({finding.kind, file.name, std::move(finding.text)});
     }
     if (found.changeInFlight) {
       report_.notes.push_back({"change_in_flight", file.name,
@@ -105,7 +93,7 @@ class Check {
 
   void noteOtherFiles() {
     for (const std::string& name : image_.unfinished()) {
-      report_.notes.push_back({"unfinished_file", name, "a table whose making was cut short"});
+      report_.notes.push_back({"unfinished_file", name, "a file whose making was cut short"});
     }
     for (const std::string& name : image_.kept()) {
       report_.notes.push_back(
@@ -127,10 +115,6 @@ std::string linesOf(const char* label, const std::vector<Remark>& remarks, std::
     text += fmt::format("{:<8} ... {} more; --limit 0 shows all\n", label, remarks.size() - shown);
   }
   return text;
-}
-
-std::string counted(std::size_t count, const char* what) {
-  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
 }
 
 std::string verdictOf(const StateReport& report) {
@@ -209,7 +193,15 @@ std::string reportJson(const StateReport& report) {
       {"findings", jsonOf(report.findings)},
       {"notes", jsonOf(report.notes)},
       {"tables", tables}};
-  return all.dump(2) + "\n";
+  return jsonText(all);
+}
+
+std::string counted(std::size_t count, const char* what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+std::string jsonText(const nlohmann::ordered_json& json) {
+  return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace Tools

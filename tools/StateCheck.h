@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include "tools/StateImage.h"
 
 namespace Tools {
@@ -59,5 +61,10 @@ StateReport checkState(const StateImage& image);
 std::string reportText(const StateReport& report, std::size_t limit);
 // One JSON object with stable keys, everything in it.
 std::string reportJson(const StateReport& report);
+
+// "1 finding", "2 findings".
+std::string counted(std::size_t count, const char* what);
+// The JSON as it is printed: bytes of names that are no UTF-8 are replaced, as JSON has none.
+std::string jsonText(const nlohmann::ordered_json& json);
 
 }  // namespace Tools

@@ -5,15 +5,16 @@
 #include "tools/StateImage.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <filesystem>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -31,7 +32,6 @@ namespace {
 using LoamFec::FecTableConstants;
 
 constexpr std::string_view kTableSuffix = ".table";
-constexpr std::string_view kUnfinishedPrefix = ".new.";
 constexpr auto kLongestPause = std::chrono::milliseconds(20);
 
 // The unit whose configuration table has that file name; nothing for any other file.
@@ -67,6 +67,19 @@ std::string withoutPath(const std::string& text, const std::string& path) {
   return text.starts_with(path + ": ") ? text.substr(path.size() + 2) : text;
 }
 
+// Of a file that a mount refuses: whether it is so by itself, because it is no regular file or of
+// another owner than its folder, and not because of this process, which another may well read.
+bool refusedForItself(const std::string& path, const std::string& folder) {
+  struct stat file {};
+  struct stat parent {};
+  if (::lstat(path.c_str(), &file) != 0 || ::lstat(folder.c_str(), &parent) != 0) {
+    return false;
+  }
+  return !S_ISREG(file.st_mode) ||
+         (file.st_uid != parent.st_uid &&
+          ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0);
+}
+
 void openInto(TableFile& file, const Glint::RootFolder& root) {
   const std::string path = root.filePath(file.name);
   try {
@@ -74,12 +87,10 @@ void openInto(TableFile& file, const Glint::RootFolder& root) {
     file.fault = file.image->fault();
   } catch (const ZevGlint::MountException& error) {
     file.fault = withoutPath(error.what(), path);
-    file.forbidden =
-        ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) != 0 &&
-        errno == EACCES;
+    file.unreadable = !refusedForItself(path, root.path());
   }
   if (const auto layout = layoutOf(file.role); layout && file.fault.empty()) {
-    file.fault = layoutDifference(file.image->view().fixed(), *layout);
+    file.fault = layoutDifference(file.image->view().fixed(), *layout, file.name);
   }
   if (!file.fault.empty()) {
     file.image = nullptr;
@@ -134,7 +145,10 @@ std::string fileNameOf(TableRole role, Asic::UnitId unit) {
 }
 
 StateImage::StateImage(const std::string& folder, const std::function<void()>& whileLooking)
-    : folder_(folder) {
+    : StateImage(folder, whileLooking, false) {}
+
+StateImage::StateImage(std::string folder, const std::function<void()>& whileLooking, bool ownsLock)
+    : folder_(std::move(folder)), ownsLock_(ownsLock) {
   auto pause = std::chrono::milliseconds(1);
   while (!look(whileLooking)) {
     if (looks_ == kMaxLooks) {
@@ -164,7 +178,7 @@ StateImage::Names StateImage::list() const {
   std::filesystem::directory_iterator at(folder_, error);
   for (; !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
     const std::string name = at->path().filename().string();
-    if (name.starts_with(kUnfinishedPrefix)) {
+    if (name.starts_with(Glint::kUnfinishedPrefix)) {
       names.unfinished.push_back(name);
     } else if (name.ends_with(kTableSuffix)) {
       names.tables.push_back(name);
@@ -209,7 +223,7 @@ bool StateImage::look(const std::function<void()>& whileLooking) {
   });
   const bool rebuilding = std::any_of(tables_.begin(), tables_.end(), indexUnfinished);
   writer_ = writer_ ? writer_ : Glint::currentWriter(folder_);
-  return unchanged && list() == names_ && !(writer_ && rebuilding);
+  return unchanged && list() == names_ && !(writer_ && !ownsLock_ && rebuilding);
 }
 
 }  // namespace Tools

@@ -31,7 +31,8 @@ struct TableFile {
   // Why it cannot be looked into: a symbolic link, a damaged header, rows of another kind. Empty if
   // it can.
   std::string fault;
-  bool forbidden = false;                    // this process may not read it; fault says so
+  // The fault is not the file's: this process has no permission, memory or descriptor to read it.
+  bool unreadable = false;
   std::unique_ptr<Glint::TableImage> image;  // null with a fault
 };
 
@@ -50,13 +51,15 @@ class StateImage {
   // during the look. Throws CannotTell. `whileLooking` is called within each look, when everything
   // has been copied and nothing compared yet: for tests.
   explicit StateImage(const std::string& folder, const std::function<void()>& whileLooking = {});
+  // The same for who holds the writer lock: what is unfinished was left by a kill, and stays so.
+  static StateImage underOwnLock(const std::string& folder) { return {folder, {}, true}; }
   static constexpr int kMaxLooks = 120;
 
   const std::string& folder() const { return folder_; }
   const std::vector<TableFile>& tables() const { return tables_; }  // by name
   // Null if there is none.
   const TableFile* table(TableRole role, Asic::UnitId unit = Asic::UnitId()) const;
-  // Files that a killed agent was creating, and copies that a repair has kept; by name.
+  // Files that a killed agent or repair was creating, and copies that a repair has kept; by name.
   const std::vector<std::string>& unfinished() const { return names_.unfinished; }
   const std::vector<std::string>& kept() const { return names_.kept; }
   // Who holds the writer lock; nothing if nobody does.
@@ -72,10 +75,13 @@ class StateImage {
     friend bool operator==(const Names&, const Names&) = default;
   };
 
+  StateImage(std::string folder, const std::function<void()>& whileLooking, bool ownsLock);
+
   Names list() const;
   bool look(const std::function<void()>& whileLooking);
 
   std::string folder_;
+  bool ownsLock_;
   Names names_;
   std::vector<TableFile> tables_;
   std::optional<std::string> writer_;

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -115,7 +116,7 @@ RowPlan planRows(StateRows rows) {
 struct Plan {
   std::vector<RepairStep> steps;
   std::vector<Remark> left;
-  std::string forbidden;
+  std::string unreadable;  // a file of which nothing is known, and why; empty if there is none
   std::set<std::string> keepCopies;  // of damaged files that are mended in place
   std::set<std::string> setAside;    // file names
   std::vector<std::string> unfinished;
@@ -130,8 +131,8 @@ class Planner {
 
   Plan run() {
     for (const TableFile& file : image_.tables()) {
-      if (file.forbidden) {
-        plan_.forbidden = file.name + ": " + file.fault;
+      if (file.unreadable) {
+        plan_.unreadable = file.name + ": " + file.fault;
       } else {
         planFile(file);
       }
@@ -146,7 +147,7 @@ class Planner {
       }
     }
     for (const std::string& name : image_.unfinished()) {
-      step("unfinished_file", name, "a table whose making was cut short", "remove it");
+      step("unfinished_file", name, "a file whose making was cut short", "remove it");
     }
     plan_.unfinished = image_.unfinished();
     return std::move(plan_);
@@ -185,21 +186,15 @@ class Planner {
     planVerified(file, found);
   }
 
+  static const char* remedyOf(std::string_view kind) {
+    return kind == "damaged_row"         ? "drop the row and put its slot out of use"
+           : kind == "damaged_structure" ? "keep the rows that check out and build the index anew"
+                                         : "count anew";
+  }
+
   void planVerified(const TableFile& file, const Glint::Verification& found) {
-    auto damagedRow = found.damagedRows.begin();
-    for (std::size_t i = 0; i < found.findings.size(); ++i) {
-      if (damagedRow != found.damagedRows.end() && damagedRow->finding == i) {
-        step("damaged_row", file.name,
-             fmt::format("slot {}: the row's checksum does not match; as far as it can be read: {}",
-                         damagedRow->slot, rowText(file, damagedRow->slot)),
-             "drop the row and put its slot out of use");
-        ++damagedRow;
-      } else if (found.structureDamaged) {
-        step("damaged_structure", file.name, found.findings[i],
-             "keep the rows that check out and build the index anew");
-      } else {
-        step("damaged_counter", file.name, found.findings[i], "count anew");
-      }
+    for (TableFinding& finding : findingsOf(file, found)) {
+      step(finding.kind, file.name, std::move(finding.text), remedyOf(finding.kind));
     }
     if (!found.clean()) {
       plan_.keepCopies.insert(file.name);
@@ -266,9 +261,9 @@ RepairReport reportOf(const std::string& folder, const Plan& plan) {
   report.steps = plan.steps;
   report.left = plan.left;
   report.outcome = plan.steps.empty() ? Outcome::nothingToDo : Outcome::planned;
-  if (!plan.forbidden.empty()) {
+  if (!plan.unreadable.empty()) {
     report.outcome = Outcome::cannot;
-    report.why = plan.forbidden;
+    report.why = plan.unreadable;
   } else if (plan.steps.empty() && !plan.left.empty()) {
     report.outcome = Outcome::cannot;
     report.why = "what is the matter is in tables that this program does not know";
@@ -383,6 +378,26 @@ void keepCopies(const std::string& folder, const Plan& plan, RepairReport& repor
   }
 }
 
+// What shows only when the tables have been made mountable: rows of a table whose slots could not
+// be told before. It is told as well, and the files that it changes are kept as well.
+void addLateSteps(const std::string& folder, const StateImage& image, const Plan& plan,
+                  const RowPlan& rowPlan, RepairReport& report) {
+  const std::vector<RepairStep> planned = report.steps;
+  for (const RepairStep& late : rowPlan.steps) {
+    if (std::none_of(planned.begin(), planned.end(), [&](const RepairStep& step) {
+          return step.file == late.file && step.text == late.text;
+        })) {
+      report.steps.push_back(late);
+    }
+  }
+  for (const TableFile& file : image.tables()) {
+    if (rowPlan.damagedFiles.contains(file.name) && !plan.keepCopies.contains(file.name) &&
+        !plan.setAside.contains(file.name)) {
+      report.kept.push_back(Glint::keepCopy(folder, file.name));
+    }
+  }
+}
+
 void carryOut(const std::shared_ptr<Glint::RootFolder>& root, const StateImage& image,
               const Plan& plan, RepairReport& report) {
   const std::string& folder = image.folder();
@@ -391,7 +406,7 @@ void carryOut(const std::shared_ptr<Glint::RootFolder>& root, const StateImage& 
     ::unlink(fmt::format("{}/{}", folder, name).c_str());
   }
   MendedTables tables(root, image, plan);
-  StateRows rows = readRows(StateImage(folder));
+  StateRows rows = readRows(StateImage::underOwnLock(folder));
   std::vector<Mend> mends;
   if (plan.isLost(TableRole::log)) {
     mends.push_back({Mend::What::raiseLogVersion, highestVersion(rows)});
@@ -402,9 +417,17 @@ void carryOut(const std::shared_ptr<Glint::RootFolder>& root, const StateImage& 
     Tools::apply(mends.back(), rows);
   }
   RowPlan rowPlan = planRows(rows);
+  addLateSteps(folder, image, plan, rowPlan, report);
   std::move(rowPlan.mends.begin(), rowPlan.mends.end(), std::back_inserter(mends));
   for (const Mend& mend : mends) {
     tables.apply(mend);
+  }
+}
+
+// Before anything is looked at: a busy agent would spoil every look.
+void refuseIfInUse(const std::string& folder) {
+  if (const auto writer = Glint::currentWriter(folder)) {
+    throw CannotTell(fmt::format("the state folder is in use by {}; stop that one first", *writer));
   }
 }
 
@@ -412,11 +435,8 @@ void carryOut(const std::shared_ptr<Glint::RootFolder>& root, const StateImage& 
 
 RepairReport planRepair(const std::string& folder) {
   try {
+    refuseIfInUse(folder);
     const StateImage image(folder);
-    if (image.writer()) {
-      return cannot(folder, fmt::format("the state folder is in use by {}; stop that one first",
-                                        *image.writer()));
-    }
     return reportOf(folder, Planner(image).run());
   } catch (const CannotTell& why) {
     return cannot(folder, why.what());
@@ -428,19 +448,23 @@ RepairReport planRepair(const std::string& folder) {
 RepairReport carryOutRepair(const std::string& folder) {
   RepairReport report = cannot(folder, "");
   try {
+    refuseIfInUse(folder);
     const StateImage before(folder);  // taking the lock would make a folder
     const auto root = std::make_shared<Glint::RootFolder>(folder);
     root->lockForWriting();
-    const StateImage image(folder);
+    const StateImage image = StateImage::underOwnLock(folder);
     const Plan plan = Planner(image).run();
     report = reportOf(folder, plan);
     if (report.outcome != Outcome::planned) {
       return report;
     }
     carryOut(root, image, plan, report);
-    report.left = checkState(folder).findings;
-    report.outcome = report.left.empty() ? Outcome::done : Outcome::cannot;
-    report.why = report.left.empty() ? "" : "there are findings that a repair does not mend";
+    StateReport after = checkState(StateImage::underOwnLock(folder));
+    report.left = std::move(after.findings);
+    report.outcome =
+        report.left.empty() && after.cannotTell.empty() ? Outcome::done : Outcome::cannot;
+    report.why =
+        report.left.empty() ? after.cannotTell : "there are findings that a repair does not mend";
   } catch (const CannotTell& why) {
     report.outcome = Outcome::cannot;
     report.why = why.what();
@@ -479,8 +503,8 @@ std::string repairText(const RepairReport& report, std::size_t limit) {
       text += "nothing to repair";
       break;
     case Outcome::planned:
-      text += fmt::format("{} steps; nothing has been changed, --yes carries them out",
-                          report.steps.size());
+      text += fmt::format("{}; nothing has been changed, --yes carries them out",
+                          counted(report.steps.size(), "step"));
       break;
     case Outcome::done:
       text +=
@@ -511,7 +535,7 @@ std::string repairJson(const RepairReport& report) {
       {"state", report.folder}, {"outcome", kOutcomes[static_cast<std::size_t>(report.outcome)]},
       {"why", report.why},      {"steps", steps},
       {"kept", report.kept},    {"left", left}};
-  return all.dump(2) + "\n";
+  return jsonText(all);
 }
 
 }  // namespace Tools

@@ -38,13 +38,75 @@ StateRows::ConfigRows configRowsOf(const Glint::TableImage& image) {
 }
 
 template <typename Row>
-Row rowAt(const Glint::TableImage& image, std::uint32_t slot) {
-  const std::uint64_t* words = image.view().slot(slot);
-  const std::size_t copy =
-      Glint::copyWord(Glint::rowWords(sizeof(Row)), Glint::Seq(words[0]).copy());
+Row rowAt(const Glint::TableImage& image, std::uint32_t slot, unsigned copy) {
+  const std::size_t at = Glint::copyWord(Glint::rowWords(sizeof(Row)), copy);
   std::array<std::byte, sizeof(Row)> bytes{};
-  std::memcpy(bytes.data(), words + copy + 1, bytes.size());
+  std::memcpy(bytes.data(), image.view().slot(slot) + at + 1, bytes.size());
   return std::bit_cast<Row>(bytes);
+}
+
+std::string rowText(const TableFile& file, std::uint32_t slot, unsigned copy) {
+  switch (file.role) {
+    case TableRole::config: {
+      const auto row = rowAt<ConfigRow>(*file.image, slot, copy);
+      return fmt::format("FEC {}, version {}", row.key().fecId(), row.version().value());
+    }
+    case TableRole::log: {
+      const auto row = rowAt<LogRow>(*file.image, slot, copy);
+      return fmt::format("version {}, unit {}, FEC {}", row.version().value(), row.unitId().value(),
+                         row.logEntry().key.fecId());
+    }
+    case TableRole::groupLog: {
+      const auto row = rowAt<Asic::GroupLogRow>(*file.image, slot, copy);
+      return fmt::format("sequence {}, version {} of table {}", row.sequence(),
+                         row.tableVersion().logVersion().value(),
+                         tableIdText(row.tableVersion().tableId().value()));
+    }
+    case TableRole::applied: {
+      const auto row = rowAt<Asic::GroupVersionRow>(*file.image, slot, copy);
+      return fmt::format("table {}, version {}", tableIdText(row.tableVersion().tableId().value()),
+                         row.tableVersion().logVersion().value());
+    }
+    case TableRole::other:
+      break;
+  }
+  return "of a kind that is not known here";
+}
+
+bool checksOut(const Glint::TableView& view, std::uint32_t slot, Glint::Seq seq) {
+  const std::size_t words = Glint::rowWords(view.fixed().rowBytes);
+  const std::uint64_t* copy = view.slot(slot) + Glint::copyWord(words, seq.copy());
+  std::vector<std::uint64_t> sealed(copy + 1, copy + 1 + words);
+  sealed.push_back(seq.word());
+  return XXH3_64bits(sealed.data(), 8 * sealed.size()) == copy[0];
+}
+
+// What a slot whose seq is impossible held. If one bit has flipped in the seq, some other word with
+// one bit changed is the seq that was there, and the row's checksum tells which.
+std::string lostText(const TableFile& file, std::uint32_t slot) {
+  const Glint::TableView& view = file.image->view();
+  const std::uint64_t word = *view.slot(slot);
+  bool mayHaveBeenDead = false;
+  for (unsigned bit = 0; bit < 64; ++bit) {
+    const Glint::Seq before(word ^ std::uint64_t{1} << bit);
+    if (before.valid() && before.live() && checksOut(view, slot, before)) {
+      return "it held " + rowText(file, slot, before.copy());
+    }
+    mayHaveBeenDead = mayHaveBeenDead || (before.valid() && !before.live());
+  }
+  return mayHaveBeenDead
+             ? "it held no row"
+             : "as far as it can be read, it held " + rowText(file, slot, Glint::Seq(word).copy());
+}
+
+std::string damagedSlotText(const TableFile& file, std::uint32_t slot) {
+  const Glint::Seq seq(*file.image->view().slot(slot));
+  if (!seq.valid() || seq.version() == 0) {
+    return fmt::format("slot {}: impossible seq {:#018x}; {}", slot, seq.word(),
+                       lostText(file, slot));
+  }
+  return fmt::format("slot {}: the row's checksum does not match; as far as it can be read: {}",
+                     slot, rowText(file, slot, seq.copy()));
 }
 
 }  // namespace
@@ -89,32 +151,19 @@ StateRows readRows(const StateImage& image) {
   return rows;
 }
 
-std::string rowText(const TableFile& file, std::uint32_t slot) {
-  switch (file.role) {
-    case TableRole::config: {
-      const auto row = rowAt<ConfigRow>(*file.image, slot);
-      return fmt::format("FEC {}, version {}", row.key().fecId(), row.version().value());
-    }
-    case TableRole::log: {
-      const auto row = rowAt<LogRow>(*file.image, slot);
-      return fmt::format("version {}, unit {}, FEC {}", row.version().value(), row.unitId().value(),
-                         row.logEntry().key.fecId());
-    }
-    case TableRole::groupLog: {
-      const auto row = rowAt<Asic::GroupLogRow>(*file.image, slot);
-      return fmt::format("sequence {}, version {} of table {}", row.sequence(),
-                         row.tableVersion().logVersion().value(),
-                         tableIdText(row.tableVersion().tableId().value()));
-    }
-    case TableRole::applied: {
-      const auto row = rowAt<Asic::GroupVersionRow>(*file.image, slot);
-      return fmt::format("table {}, version {}", tableIdText(row.tableVersion().tableId().value()),
-                         row.tableVersion().logVersion().value());
-    }
-    case TableRole::other:
-      break;
+std::vector<TableFinding> findingsOf(const TableFile& file, const Glint::Verification& found) {
+  std::vector<TableFinding> findings;
+  auto damaged = found.damagedSlots.begin();
+  for (std::size_t i = 0; i < found.findings.size(); ++i) {
+    const bool isStructural = i < found.structuralFindings;
+    const bool isOfSlot = damaged != found.damagedSlots.end() && damaged->finding == i;
+    findings.push_back({isStructural ? "damaged_structure"
+                        : isOfSlot   ? "damaged_row"
+                                     : "damaged_counter",
+                        isOfSlot ? damagedSlotText(file, damaged->slot) : found.findings[i]});
+    damaged += isOfSlot ? 1 : 0;
   }
-  return "of a kind that is not known here";
+  return findings;
 }
 
 }  // namespace Tools

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Asic/GroupLogRows.h"
+#include "Glint/Verify.h"
 #include "records/FecSharedRows.h"
 #include "tools/StateImage.h"
 
@@ -36,8 +37,12 @@ struct StateRows {
 
 StateRows readRows(const StateImage& image);
 
-// The key and the version of a row of the table, as far as they can be read: for a damaged one.
-std::string rowText(const TableFile& file, std::uint32_t slot);
+// One thing that the verifier found in a table.
+struct TableFinding {
+  const char* kind;  // damaged_row, damaged_structure or damaged_counter
+  std::string text;  // of a slot with key and version of its row, as far as they can be read
+};
+std::vector<TableFinding> findingsOf(const TableFile& file, const Glint::Verification& found);
 
 // The table id as it is written everywhere: aa:gg:tttt.
 std::string tableIdText(std::uint32_t tableId);

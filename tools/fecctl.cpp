@@ -9,6 +9,7 @@
 
 #include "Glint/MountInfo.h"
 #include "Pell/Exceptions.h"
+#include "agent/CommandLine.h"
 #include "agent/ReplayInput.h"
 #include "tools/FecTableView.h"
 #include "tools/StateCheck.h"
@@ -19,7 +20,7 @@ namespace {
 // Exit codes.
 constexpr int kDone = 0;
 constexpr int kDiffers = 1;   // the table is not what it was compared with
-constexpr int kBadInput = 2;  // usage, or a file to compare with
+constexpr int kBadInput = 2;  // usage, a file to compare with, or nowhere to print
 constexpr int kNoState = 3;   // the state folder cannot be read
 // Of check and repair, beside usage.
 constexpr int kFindings = 1;
@@ -46,8 +47,8 @@ constexpr const char* kShowFecFooter =
     "  fecctl show fec\n"
     "  fecctl show fec --limit 0 --json\n"
     "  fecctl show fec --compare-links links.json --compare-nexthops nexthops.json\n\n"
-    "Exit codes: 0 done, and equal if compared; 1 different; 2 bad input or usage; 3 the state\n"
-    "folder cannot be read.";
+    "Exit codes: 0 done, and equal if compared; 1 different; 2 bad input or usage, or output that\n"
+    "cannot be written; 3 the state folder cannot be read.";
 
 constexpr const char* kCheckFooter =
     "Looks at every table for itself (header, slots, chains, checksums, counts) and at the tables\n"
@@ -63,8 +64,8 @@ constexpr const char* kCheckFooter =
     "  fecctl check\n"
     "  fecctl check --state /dev/shm/loam-fec --json | jq -r .verdict\n\n"
     "Exit codes: 0 clean (there may be notes); 1 findings; 2 it cannot be told: there is no state\n"
-    "folder, or no permission to read it, or an agent changed the tables during every look; also\n"
-    "usage.";
+    "folder, or no permission or no memory to read it, or an agent changed the tables during\n"
+    "every look; also usage, and output that cannot be written.";
 
 constexpr const char* kRepairFooter =
     "Without --yes it shows what it would do and changes nothing. With --yes it takes the writer\n"
@@ -81,9 +82,8 @@ constexpr const char* kRepairFooter =
     "  fecctl repair            # what would be done\n"
     "  fecctl repair --yes && fecctl check\n\n"
     "Exit codes: 0 there was nothing to do, or it is done; 1 there is something to do, --yes does\n"
-    "it; 2 it cannot be done: an agent uses the folder (which one is told), no permission, no "
-    "such\n"
-    "folder; also usage.";
+    "it; 2 it cannot be done: an agent uses the folder (which one is told), no permission, no\n"
+    "memory, no such folder; also usage, and output that cannot be written.";
 
 int check(const Options& options) {
   const Tools::StateReport report = Tools::checkState(options.stateFolder);
@@ -103,6 +103,16 @@ int repair(const Options& options) {
     return kCannot;
   }
   return report.outcome == Outcome::planned ? kToDo : kDone;
+}
+
+// What should not happen has the exit code of what cannot be told or done, not that of show.
+int upkeep(int (*command)(const Options&), const Options& options) {
+  try {
+    return command(options);
+  } catch (const std::exception& error) {
+    std::cerr << "fecctl: " << error.what() << '\n';
+    return kCannot;
+  }
 }
 
 int printComparison(const Tools::FecTableView& view, const Options& options) {
@@ -179,22 +189,25 @@ int run(int argc, char** argv) {
   CLI::App* repairCommand =
       addUpkeep(app, options, "repair", "Repair a state folder that no agent uses", kRepairFooter);
   repairCommand->add_flag("--yes", options.yes, "Carry it out");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kBadInput;
+  if (const auto exitCode = Agent::parseCommandLine(app, argc, argv, kBadInput)) {
+    return *exitCode;
   }
   if (checkCommand->parsed()) {
-    return check(options);
+    return upkeep(check, options);
   }
-  return repairCommand->parsed() ? repair(options) : showFec(options);
+  return repairCommand->parsed() ? upkeep(repair, options) : showFec(options);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    const int exitCode = run(argc, argv);
+    if (!std::cout.flush()) {
+      std::cerr << "fecctl: the output cannot be written\n";
+      return kBadInput;
+    }
+    return exitCode;
   } catch (const Agent::InputError& error) {
     std::cerr << "fecctl: " << error.what() << '\n';
     return kBadInput;

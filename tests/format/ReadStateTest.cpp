@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
 #include <regex>
 
@@ -56,12 +57,16 @@ class ReadStateTest : public ::testing::Test {
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     return json::parse(outcome.out);
   }
+  std::vector<std::string> replayOf(const std::string& moment, const std::string& units) const {
+    return {FECD,         "replay",
+            "--state",    state_,
+            "--units",    units,
+            "--links",    kCaptures + "links-" + moment + ".json",
+            "--nexthops", kCaptures + "nexthops-" + moment + ".json",
+            "--json"};
+  }
   void replay(const std::string& moment, const std::string& units) const {
-    const Outcome outcome =
-        integration::run({FECD, "replay", "--state", state_, "--units", units, "--links",
-                          kCaptures + "links-" + moment + ".json", "--nexthops",
-                          kCaptures + "nexthops-" + moment + ".json", "--json"},
-                         files_.path());
+    const Outcome outcome = integration::run(replayOf(moment, units), files_.path());
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
   }
   // Row by row, so that a difference is shown and not only told.
@@ -325,6 +330,54 @@ TEST_F(ReadStateTest, LogGroupLogAndAppliedVersionsAreAsTheLibraryReadsThem) {
   EXPECT_EQ(applied["rows"], rowsOf(tables.applied()));
   for (const json& view : {log, group, applied}) {
     EXPECT_EQ(view["count"], 3);
+  }
+}
+
+// As above, where rows have gone and come: slots are not in the order of keys.
+json byKey(const json& rows, const char* key) {
+  std::map<std::uint64_t, json> sorted;
+  for (const json& row : rows) {
+    sorted.emplace(row[key].get<std::uint64_t>(), row);
+  }
+  json result = json::array();
+  for (const auto& item : sorted) {
+    result.push_back(item.second);
+  }
+  return result;
+}
+
+// Killed when there are rows in the log, as often as it takes.
+TEST_F(ReadStateTest, TheStateOfAKilledAgentIsAsFecctlAndTheLibraryReadIt) {
+  const std::string golden = std::to_string(format_test::kGoldenUnit.value());
+  replay("a-before", "0," + golden);
+  const FecTables tables(state_, ZevGlintType::reader);
+  int lives = 0;
+  for (const char* moment : {"b-four-links-down", "a-before"}) {
+    SCOPED_TRACE(moment);
+    std::size_t logged = 0;
+    while (logged == 0 && lives < 30) {
+      ++lives;
+      integration::Program agent(replayOf(moment, "0," + golden), files_.path());
+      while (agent.running() && tables.log().rowCount() == 0) {
+      }
+      agent.kill();
+      logged = tables.log().rowCount();
+      if (logged == 0) {
+        replay("c-links-back", "0," + golden);  // so that there is something to do again
+      }
+    }
+    ASSERT_GT(logged, 0U) << "no kill has left a row in the log";
+    for (const std::string& unit : {std::string("0"), golden}) {
+      expectSame(pythonRows({"fec", "--unit", unit}, state_), fecctl(state_, unit));
+    }
+    const json log = pythonRows({"log"}, state_);
+    EXPECT_EQ(log["count"], logged);
+    EXPECT_EQ(byKey(log["rows"], "version"), byKey(rowsOf(tables.log()), "version"));
+    EXPECT_EQ(log["last_version"], tables.log().control().scratchpad());
+    const json group = pythonRows({"group-log"}, state_);
+    EXPECT_EQ(byKey(group["rows"], "sequence"), byKey(rowsOf(tables.group()), "sequence"));
+    EXPECT_EQ(group["last_sequence"], tables.group().control().scratchpad());
+    EXPECT_EQ(pythonRows({"applied"}, state_)["rows"], rowsOf(tables.applied()));
   }
 }
 

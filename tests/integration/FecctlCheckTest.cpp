@@ -240,6 +240,27 @@ TEST_F(FecctlCheckTest, WhatCannotBeToldExitsWithTwo) {
   EXPECT_FALSE(fs::exists(parent_.path() + "/none"));
 }
 
+TEST_F(FecctlCheckTest, AnUnknownWordIsNamed) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"frobnicate"}, {"show", "frobnicate"}, {"check", "frobnicate"}}) {
+    const Outcome unknown = fecctl(words);
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_THAT(unknown.err, HasSubstr("not expected: frobnicate")) << words.front();
+  }
+  EXPECT_THAT(fecctl({}).err, HasSubstr("subcommand is required"));
+  const Outcome fecd = integration::run({FECD, "frobnicate"}, files_.path());
+  EXPECT_EQ(fecd.exitCode, 2);
+  EXPECT_THAT(fecd.err, HasSubstr("not expected: frobnicate"));
+}
+
+TEST_F(FecctlCheckTest, OutputThatIsLostIsNoSuccess) {
+  const Outcome full = integration::run(
+      {"/bin/sh", "-c", fmt::format("{} check --state {} > /dev/full", FECCTL, state_)},
+      files_.path());
+  EXPECT_EQ(full.exitCode, kCannot);
+  EXPECT_THAT(full.err, HasSubstr("the output cannot be written"));
+}
+
 TEST_F(FecctlCheckTest, HelpTeaches) {
   for (const char* command : {"check", "repair"}) {
     const Outcome help = fecctl({command, "--help"});

@@ -110,7 +110,11 @@ Pell::String keepCopy(const Pell::String& folder, const Pell::String& fileName) 
     failErrno(path, "cannot open it for a copy", errno);
   }
   Pell::String name = freeName(folder, fileName);
-  const Pell::String copyPath = folder + "/" + name;
+  // A copy has its name only when it is whole.
+  const Pell::String copyPath = fmt::format("{}/{}{}", folder, kUnfinishedPrefix, name);
+  if (::unlink(copyPath.c_str()) != 0 && errno != ENOENT) {
+    failErrno(copyPath, "cannot remove what an earlier repair left", errno);
+  }
   const UniqueFd target(
       ::open(copyPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode));
   if (!target) {
@@ -118,6 +122,9 @@ Pell::String keepCopy(const Pell::String& folder, const Pell::String& fileName) 
   }
   int error = ::fchmod(target.get(), kFileMode) == 0 ? 0 : errno;
   error = error != 0 ? error : copyData(source.get(), target.get());
+  if (error == 0 && ::rename(copyPath.c_str(), fmt::format("{}/{}", folder, name).c_str()) != 0) {
+    error = errno;
+  }
   if (error != 0) {
     ::unlink(copyPath.c_str());
     failErrno(copyPath, "cannot make a copy", error);

@@ -24,7 +24,9 @@ inline constexpr std::array<char, 8> kMagic = {'L', 'O', 'A', 'M', 'T', 'B', 'L'
 inline constexpr std::uint32_t kFormatVersion = 1;
 inline constexpr std::uint32_t kPageBytes = 4096;
 inline constexpr std::uint32_t kChunkSlots = 1024;  // slots that are reserved at a time
-inline constexpr std::size_t kNameBytes = 64;       // names are shorter and zero padded
+// Names are shorter and zero padded.
+inline constexpr std::size_t kRowTypeNameBytes = 64;
+inline constexpr std::size_t kCollectionNameBytes = 56;
 
 namespace Detail {
 
@@ -172,9 +174,10 @@ struct FixedHeader {
   std::uint32_t bucketCount;  // a power of two
   KeyHash keyHash;
   std::uint32_t chunkSlots;
-  std::array<char, kNameBytes> rowTypeName;
-  std::array<char, kNameBytes> collectionName;
-  std::uint64_t checksum;  // of all bytes before it
+  std::array<char, kRowTypeNameBytes> rowTypeName;
+  std::array<char, kCollectionNameBytes> collectionName;
+  std::uint64_t fileNameDigest;  // so that no file passes for another entity's of the same type
+  std::uint64_t checksum;        // of all bytes before it
 };
 
 struct Header {
@@ -202,6 +205,7 @@ static_assert(offsetof(FixedHeader, keyHash) == 48);
 static_assert(offsetof(FixedHeader, chunkSlots) == 52);
 static_assert(offsetof(FixedHeader, rowTypeName) == 56);
 static_assert(offsetof(FixedHeader, collectionName) == 120);
+static_assert(offsetof(FixedHeader, fileNameDigest) == 176);
 static_assert(offsetof(FixedHeader, checksum) == 184);
 static_assert(sizeof(FixedHeader) == 192);
 static_assert(offsetof(Header, generation) == 192);

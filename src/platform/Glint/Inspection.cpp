@@ -89,7 +89,9 @@ class Inspector {
   SlotNote inspectSlot(std::uint32_t slot) {
     const Seq seq(loadAcquire(*view_.slot(slot)));
     if (!seq.valid() || (seq.live() && seq.version() == 0)) {
-      structural(fmt::format("slot {}: impossible seq {:#018x}", slot, seq.word()));
+      if (structural(fmt::format("slot {}: impossible seq {:#018x}", slot, seq.word()))) {
+        result_.damagedSeqs.push_back({slot, result_.structure.size() - 1});
+      }
       return {SlotKind::damagedSeq, false, kNoBucket};
     }
     if (!seq.live()) {
@@ -234,10 +236,13 @@ class Inspector {
                        keyBits(slot, seq), seq.version());
   }
 
-  void structural(Pell::String finding) {
-    if (++structureFindings_ <= kMaxFindings) {
+  // Whether the finding is listed, and not only counted.
+  bool structural(Pell::String finding) {
+    const bool isListed = ++structureFindings_ <= kMaxFindings;
+    if (isListed) {
       result_.structure.push_back(std::move(finding));
     }
+    return isListed;
   }
 
   void sayHowManyMore() {
@@ -256,7 +261,8 @@ class Inspector {
   std::size_t structureFindings_ = 0;
 };
 
-bool isTerminated(const std::array<char, kNameBytes>& name) {
+template <std::size_t kBytes>
+bool isTerminated(const std::array<char, kBytes>& name) {
   return std::find(name.begin(), name.end(), '\0') != name.end();
 }
 

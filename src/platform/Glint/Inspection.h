@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "Glint/TableView.h"
@@ -22,10 +23,17 @@ struct Inspection {
     std::uint32_t* link;  // the word that still leads to the slot
   };
 
+  struct DamagedSeq {
+    std::uint32_t slot;
+    std::size_t finding;  // which of `structure` tells of it
+  };
+
   // Findings that no kill of a writer explains: a link, a seq, a counter, reachability.
   std::vector<Pell::String> structure;
   // Counters in the header whose word is damaged; a mount counts anew.
   std::vector<Pell::String> counters;
+  // Slots whose seq is impossible, as far as `structure` lists them.
+  std::vector<DamagedSeq> damagedSeqs;
   // Live slots whose row is not the one that was published.
   std::vector<DamagedRow> damagedRows;
   // Slots that a writer may reuse: dead, unreachable, not retired; rising.
@@ -55,8 +63,9 @@ Inspection inspect(const TableView& view);
 // checksum, sizes. `fileBytes` is the file's length; at least sizeof(Header) bytes are readable.
 Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBytes);
 
-// Says in what a file differs from what a mount with `layout` asks for, an empty text if in
-// nothing. A nominal capacity of 0 takes what the file has.
-Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout);
+// Says in what a file differs from what a mount of `fileName` with `layout` asks for, an empty text
+// if in nothing. A nominal capacity of 0 takes what the file has.
+Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout,
+                              std::string_view fileName);
 
 }  // namespace Glint

@@ -6,9 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <vector>
 
+#include <fmt/format.h>
+
 #include "Glint/Inspection.h"
+#include "Glint/MountInfo.h"
 #include "Glint/Table.h"
 
 namespace Glint {
@@ -70,28 +75,29 @@ void Table::mendScratchpad(std::uint64_t floor) {
 }
 
 // Slots are initialised a chunk at a time, and no initialised seq is zero, which is what reads
-// where nothing has been reserved. Read from the file, because a look at such memory would reserve
-// it.
+// where nothing has been reserved: the last chunk with a seq in it is the last one in use, whatever
+// became of those before it. Read from the file, because a look at such memory would reserve it.
 std::uint32_t Table::findSlotsInUse() const {
   const FixedHeader& fixed = view_.fixed();
   std::vector<std::uint64_t> words(std::size_t{kChunkSlots} * fixed.slotBytes / 8);
-  for (std::uint32_t first = 0; first < fixed.slotCount; first += kChunkSlots) {
-    const std::uint32_t count = std::min(kChunkSlots, fixed.slotCount - first);
+  for (std::uint32_t end = fixed.slotCount; end > 0;) {
+    const std::uint32_t first = (end - 1) / kChunkSlots * kChunkSlots;
+    const std::uint32_t count = end - first;
     const std::uint64_t at = view_.geometry().slotsAt + std::uint64_t{fixed.slotBytes} * first;
     const std::size_t bytes = std::size_t{count} * fixed.slotBytes;
-    if (::pread(file_.get(), words.data(), bytes, static_cast<off_t>(at)) !=
-        static_cast<ssize_t>(bytes)) {
-      return first;
+    std::fill(words.begin(), words.end(), 0);
+    if (::pread(file_.get(), words.data(), bytes, static_cast<off_t>(at)) < 0) {
+      throw ZevGlint::MountException(
+          fmt::format("{}: cannot read its slots: {}", filePath_, std::strerror(errno)));
     }
-    bool initialised = false;
-    for (std::uint32_t slot = 0; slot < count && !initialised; ++slot) {
-      initialised = Seq(words[std::size_t{slot} * fixed.slotBytes / 8]).valid();
+    for (std::uint32_t slot = 0; slot < count; ++slot) {
+      if (Seq(words[std::size_t{slot} * fixed.slotBytes / 8]).valid()) {
+        return end;
+      }
     }
-    if (!initialised) {
-      return first;
-    }
+    end = first;
   }
-  return fixed.slotCount;
+  return 0;
 }
 
 }  // namespace Glint

@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include "Glint/FolderUpkeep.h"
 #include "Glint/MountInfo.h"
 
 namespace Glint {
@@ -48,7 +49,9 @@ constexpr const char* kLockName = ".writer";
   }
 }
 
-Pell::String temporaryName(const Pell::String& fileName) { return ".new." + fileName; }
+Pell::String temporaryName(const Pell::String& fileName) {
+  return fmt::format("{}{}", kUnfinishedPrefix, fileName);
+}
 
 // What the holder of the lock wrote about itself; empty in the instant before it has.
 Pell::String readHolder(int fd) {
@@ -66,6 +69,24 @@ void writeHolder(int fd, const Pell::String& path) {
       ::pwrite(fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
     failErrno(path, "cannot write the lock file", errno);
   }
+}
+
+// What there is to know about an open file; refuses all but a regular one of the folder's owner.
+struct stat ownFile(const Pell::String& path, const UniqueFd& file, const UniqueFd& folder) {
+  struct stat status {};
+  struct stat folderStatus {};
+  if (::fstat(file.get(), &status) != 0 || ::fstat(folder.get(), &folderStatus) != 0) {
+    failErrno(path, "cannot look at it", errno);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    fail(path, S_ISDIR(status.st_mode) ? "it is a folder, not a table file; remove it"
+                                       : "it is not a regular file; remove it");
+  }
+  if (status.st_uid != folderStatus.st_uid) {
+    fail(path, fmt::format("it belongs to user {}, its folder to user {}; remove it", status.st_uid,
+                           folderStatus.st_uid));
+  }
+  return status;
 }
 
 bool allowedInName(char c) {
@@ -121,8 +142,12 @@ const std::shared_ptr<WriterLock>& RootFolder::lockForWriting() {
   UniqueFd file(
       ::openat(folder.get(), kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
   if (!file) {
+    if (errno == EISDIR) {
+      fail(path, "it is a folder, not a lock file; remove it");
+    }
     failErrno(path, "cannot open the lock file", errno);
   }
+  ownFile(path, file, folder);
   struct flock whole {};
   whole.l_type = F_WRLCK;
   whole.l_whence = SEEK_SET;
@@ -159,18 +184,7 @@ RootFolder::File RootFolder::open(const Pell::String& fileName, Access access) c
     }
     failErrno(path, "cannot open the table file", errno);
   }
-  struct stat folderStatus {};
-  if (::fstat(file.fd.get(), &file.status) != 0 || ::fstat(folder.get(), &folderStatus) != 0) {
-    failErrno(path, "cannot look at the table file", errno);
-  }
-  if (!S_ISREG(file.status.st_mode)) {
-    fail(path, S_ISDIR(file.status.st_mode) ? "it is a folder, not a table file; remove it"
-                                            : "it is not a regular file; remove it");
-  }
-  if (file.status.st_uid != folderStatus.st_uid) {
-    fail(path, fmt::format("it belongs to user {}, its folder to user {}; remove it",
-                           file.status.st_uid, folderStatus.st_uid));
-  }
+  file.status = ownFile(path, file.fd, folder);
   return file;
 }
 

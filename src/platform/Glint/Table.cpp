@@ -66,20 +66,27 @@ std::uint64_t digestOf(const TableLayout& layout) {
   return XXH3_64bits(text.data(), text.size());
 }
 
-std::string_view nameIn(const std::array<char, kNameBytes>& field) {
+std::uint64_t digestOf(std::string_view fileName) {
+  const Pell::String text = fmt::format("file {}\n", fileName);
+  return XXH3_64bits(text.data(), text.size());
+}
+
+template <std::size_t kBytes>
+std::string_view nameIn(const std::array<char, kBytes>& field) {
   return {field.data(), ::strnlen(field.data(), field.size())};
 }
 
-void nameInto(std::array<char, kNameBytes>& field, std::string_view name) {
+template <std::size_t kBytes>
+void nameInto(std::array<char, kBytes>& field, std::string_view name) {
   field.fill('\0');
   std::copy(name.begin(), name.end(), field.begin());
 }
 
 // What keeps `layout` from being a table at all.
 Pell::String layoutFault(const TableLayout& layout, bool capacityGiven) {
-  if (layout.rowTypeName.size() >= kNameBytes || layout.collectionName.size() >= kNameBytes ||
-      layout.collectionName.empty()) {
-    return "names of row types and collections have 1 to 63 bytes";
+  if (layout.rowTypeName.size() >= kRowTypeNameBytes ||
+      layout.collectionName.size() >= kCollectionNameBytes || layout.collectionName.empty()) {
+    return "row types have names of up to 63 bytes, collections of 1 to 55";
   }
   if (capacityGiven && (layout.nominalCapacity < 1 || layout.slotCount > Link::kMaxSlots ||
                         layout.slotCount < layout.nominalCapacity)) {
@@ -89,7 +96,7 @@ Pell::String layoutFault(const TableLayout& layout, bool capacityGiven) {
   return {};
 }
 
-FixedHeader sealedHeader(const TableLayout& layout) {
+FixedHeader sealedHeader(const TableLayout& layout, std::string_view fileName) {
   FixedHeader header{};
   header.magic = kMagic;
   header.formatVersion = kFormatVersion;
@@ -105,13 +112,14 @@ FixedHeader sealedHeader(const TableLayout& layout) {
   header.chunkSlots = kChunkSlots;
   nameInto(header.rowTypeName, layout.rowTypeName);
   nameInto(header.collectionName, layout.collectionName);
+  header.fileNameDigest = digestOf(fileName);
   header.checksum = XXH3_64bits(&header, offsetof(FixedHeader, checksum));
   return header;
 }
 
-Header newHeader(const TableLayout& layout) {
+Header newHeader(const TableLayout& layout, std::string_view fileName) {
   Header header{};
-  header.fixed = sealedHeader(layout);
+  header.fixed = sealedHeader(layout, fileName);
   header.rowCount = Counter::of(0).word();
   header.slotsInUse = Counter::of(0).word();
   header.corruptionCount = Counter::of(0).word();
@@ -128,8 +136,8 @@ bool writeAll(int fd, const void* data, std::size_t bytes, std::uint64_t offset)
 }
 
 // Header and empty buckets, and room for the first chunk of slots; 0 or an errno.
-int writeNewFile(int fd, const TableLayout& layout) {
-  const Header header = newHeader(layout);
+int writeNewFile(int fd, const TableLayout& layout, std::string_view fileName) {
+  const Header header = newHeader(layout, fileName);
   const FixedHeader& fixed = header.fixed;
   const Geometry geometry = Geometry::of(fixed.bucketCount, fixed.slotCount, fixed.slotBytes);
   if (::ftruncate(fd, static_cast<off_t>(geometry.fileBytes)) != 0) {
@@ -149,9 +157,13 @@ int writeNewFile(int fd, const TableLayout& layout) {
   return 0;
 }
 
+std::string_view fileNameOf(std::string_view path) {
+  return path.substr(path.find_last_of('/') + 1);
+}
+
 void createFile(const RootFolder& root, const Pell::String& fileName, const TableLayout& layout) {
   const UniqueFd file = root.create(fileName);
-  if (const int error = writeNewFile(file.get(), layout); error != 0) {
+  if (const int error = writeNewFile(file.get(), layout, fileName); error != 0) {
     root.discard(fileName);
     refuse(root.filePath(fileName),
            fmt::format("cannot create the table: {}", std::strerror(error)),
@@ -163,18 +175,23 @@ void createFile(const RootFolder& root, const Pell::String& fileName, const Tabl
 
 }  // namespace
 
-Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout) {
+Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout,
+                              std::string_view fileName) {
   if (nameIn(header.rowTypeName) != layout.rowTypeName) {
     return fmt::format("it holds rows of {}, not of {}", nameIn(header.rowTypeName),
                        layout.rowTypeName);
   }
-  if (header.layoutDigest != digestOf(layout) || header.keyHash != layout.keyHash) {
+  if (header.layoutDigest != digestOf(layout) || header.rowBytes != layout.rowBytes ||
+      header.keyBytes != layout.keyBytes || header.keyHash != layout.keyHash) {
     return fmt::format("its rows of {} are laid out differently (another release wrote it)",
                        layout.rowTypeName);
   }
   if (nameIn(header.collectionName) != layout.collectionName) {
     return fmt::format("it holds the collection {}, not {}", nameIn(header.collectionName),
                        layout.collectionName);
+  }
+  if (header.fileNameDigest != digestOf(fileName)) {
+    return "it was made for another table (renamed, or a copy of that one)";
   }
   if (layout.nominalCapacity != 0 &&
       (header.nominalCapacity != layout.nominalCapacity || header.slotCount != layout.slotCount)) {
@@ -228,7 +245,7 @@ std::shared_ptr<Table> Table::map(const RootFolder::File& file, const Pell::Stri
   const auto bytes = static_cast<std::size_t>(file.status.st_size);
   Pell::String finding = sealedHeaderFinding(header, bytes);
   if (finding.empty()) {
-    finding = layoutDifference(header, layout);
+    finding = layoutDifference(header, layout, fileNameOf(path));
   }
   if (!finding.empty()) {
     refuse(path, finding);
@@ -247,7 +264,7 @@ Table::Table(std::byte* base, std::size_t bytes, const FixedHeader& sealed, Pell
 Table::~Table() { ::munmap(base_, bytes_); }
 
 Pell::String Table::layoutFinding(const TableLayout& layout) const {
-  return layoutDifference(view_.fixed(), layout);
+  return layoutDifference(view_.fixed(), layout, fileNameOf(filePath_));
 }
 
 // Takes over from the last writer, however that one ended. A table whose structure no kill
@@ -346,9 +363,7 @@ void Table::rowInserted() {
 void Table::rowDeleted(std::uint32_t slot) {
   generationIs(generation_ + 2);
   storeRelaxed(view_.header().rowCount, Counter::of(--rowCount_).word());
-  if (!Seq(loadRelaxed(*view_.slot(slot))).retired()) {
-    freeSlots_.push_back(slot);
-  }
+  freeSlots_.push_back(slot);
 }
 
 void Table::generationIs(std::uint64_t generation) {

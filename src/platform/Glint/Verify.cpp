@@ -65,20 +65,24 @@ void report(const Inspection& found, const TableView& view, Verification& result
   for (const Pell::String& finding : found.structure) {
     add(finding);
   }
+  for (const Inspection::DamagedSeq& seq : found.damagedSeqs) {
+    result.damagedSlots.push_back({seq.finding, seq.slot});
+  }
   for (const Pell::String& finding : found.counters) {
     add(finding);
   }
   for (const Inspection::DamagedRow& row : found.damagedRows) {
-    result.damagedRows.push_back({result.findings.size(), row.slot});
+    result.damagedSlots.push_back({result.findings.size(), row.slot});
     add(row.finding);
   }
-  result.structureDamaged = !found.structure.empty();
+  result.structuralFindings = found.structure.size();
   result.liveRows = found.liveSlots;
   result.freeSlots = static_cast<std::uint32_t>(found.freeSlots.size());
   result.retiredSlots = found.retiredSlots;
   result.slotsInUse = found.slotsInUse;
   result.scratchpad = found.scratchpad;
-  result.corruptionCount = Counter(loadRelaxed(view.header().corruptionCount)).value();
+  const Counter corruptions(loadRelaxed(view.header().corruptionCount));
+  result.corruptionCount = corruptions.valid() ? corruptions.value() : 0;
   result.changeInFlight = found.changeInFlight();
   if (!found.clean() || found.indexUnfinished) {
     return;

@@ -12,16 +12,17 @@ namespace Glint {
 //
 // Kind: value type.
 struct Verification {
-  struct DamagedRow {
+  struct DamagedSlot {
     std::size_t finding;  // which of the findings tells of it
     std::uint32_t slot;
   };
 
   std::vector<Pell::String> findings;  // one text each; none: the file is as a writer left it
-  std::vector<DamagedRow> damagedRows;
-  // A mount as writer refuses the file: its slots or its index are damaged in a way that no kill
-  // explains.
-  bool structureDamaged = false;
+  // Slots whose seq is impossible or whose row's checksum does not match, by finding.
+  std::vector<DamagedSlot> damagedSlots;
+  // So many findings, the first ones, make a mount as writer refuse the file: its slots or its
+  // index are damaged in a way that no kill explains.
+  std::size_t structuralFindings = 0;
   // What the file holds; meaningless if its sealed header is damaged.
   std::uint32_t liveRows = 0;
   std::uint32_t freeSlots = 0;

@@ -98,7 +98,7 @@ TEST_F(StateCheckTest, ADamagedLinkIsAFinding) {
 TEST_F(StateCheckTest, ADamagedSeqIsAFinding) {
   const testing_support::TablePlaces places(path(TableRole::log));
   testing_support::flipBit(path(TableRole::log), 8 * places.slot(places.liveSlots().front()) + 5);
-  expectFinding("damaged_structure", TableRole::log, "impossible seq");
+  expectFinding("damaged_structure", TableRole::log, "; it held version 63, unit 0, FEC 99");
 }
 
 TEST_F(StateCheckTest, ADamagedCounterIsAFinding) {
@@ -469,6 +469,21 @@ TEST_F(StateCheckTest, WithoutPermissionNothingCanBeTold) {
   EXPECT_EQ(child.wait(), 0);
 }
 
+// What keeps this process from reading a table is no fault of the table's.
+TEST_F(StateCheckTest, WithoutMemoryNothingCanBeTold) {
+  tools_test::ForkedChild child([&] {
+    if (!tools_test::leaveLittleMemory()) {
+      return 1;
+    }
+    const StateReport report = check();
+    const bool told =
+        report.cannotTell.find(Tools::fileNameOf(TableRole::groupLog)) != std::string::npos &&
+        report.cannotTell.find("cannot map it") != std::string::npos;
+    return told && report.findings.empty() ? 0 : 2;
+  });
+  EXPECT_EQ(child.wait(), 0);
+}
+
 // ---- what is shown
 
 TEST_F(StateCheckTest, TheTextHasOneLineAFindingAndASummary) {
@@ -480,6 +495,12 @@ TEST_F(StateCheckTest, TheTextHasOneLineAFindingAndASummary) {
   EXPECT_THAT(text, HasSubstr("5 tables, 2 findings, 0 notes; no agent uses it\n"));
   const std::string limited = Tools::reportText(check(), 1);
   EXPECT_THAT(limited, HasSubstr("finding  ... 1 more; --limit 0 shows all\n"));
+}
+
+TEST_F(StateCheckTest, ANameThatIsNoTextStillGivesJson) {
+  std::ofstream(folder() + "/\xFF.table") << "text";
+  const auto json = nlohmann::json::parse(Tools::reportJson(check()));
+  EXPECT_EQ(json["findings"][0]["file"], "\xEF\xBF\xBD.table");
 }
 
 TEST_F(StateCheckTest, TheJsonHoldsEverythingUnderStableKeys) {

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <set>
@@ -168,7 +169,11 @@ TEST_F(StateRepairTest, ADamagedSeqCostsItsRow) {
   auto expected = entries();
   const testing_support::TablePlaces places(path(TableRole::config));
   testing_support::flipBit(path(TableRole::config), 8 * places.slot(places.liveSlots()[5]) + 3);
-  repair();
+  testing_support::flipBit(path(TableRole::config), 8 * places.slot(500) + 3);
+  const RepairReport report = repair();
+  EXPECT_THAT(report.steps[0].text, HasSubstr("; it held FEC 6, version 11"));
+  EXPECT_THAT(report.steps[1].text, HasSubstr("slot 500: impossible seq"));
+  EXPECT_THAT(report.steps[1].text, HasSubstr("; it held no row"));
   expected.erase(6);
   EXPECT_EQ(entries(), expected);
   anAgentGoesOn();
@@ -180,6 +185,53 @@ TEST_F(StateRepairTest, SlotsThatCannotBeToldAreFoundAgain) {
   repair();
   EXPECT_EQ(entries(), expected);
   EXPECT_EQ(checkState(folder()).tables[0].slotsInUse, 1024U);
+  anAgentGoesOn();
+}
+
+TEST_F(StateRepairTest, SlotsThatCannotBeToldAreFoundBehindAGap) {
+  constexpr std::uint32_t kFirst = 1000;
+  constexpr std::uint32_t kChunks = 3;
+  {
+    const RawTables tables(folder());
+    for (std::uint32_t i = 0; i < kChunks * Glint::kChunkSlots - kEntries - 1; ++i) {
+      LoamFec::FecTableDataModelEntry entry = FecHarness::entry("eth1", i);
+      entry.key = FecHarness::key(kFirst + i);
+      tables.config->swTableEntriesIs({entry.logEntry(), {}, Asic::LogVersion(60), false});
+    }
+  }
+  const testing_support::TablePlaces places(path(TableRole::config));
+  const std::uint64_t gapAt = places.slot(Glint::kChunkSlots);
+  auto expected = entries();
+  for (std::uint32_t slot = Glint::kChunkSlots; slot < 2 * Glint::kChunkSlots; ++slot) {
+    const std::uint64_t firstWord =
+        testing_support::wordAt(path(TableRole::config), places.liveRow(slot));
+    expected.erase(static_cast<std::uint32_t>(firstWord));
+  }
+  testing_support::flipBit(path(TableRole::config), 8 * offsetof(Glint::Header, slotsInUse) + 10);
+  std::fstream file(path(TableRole::config), std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(gapAt));
+  const std::string zeros(places.slotBytes() * std::size_t{Glint::kChunkSlots}, '\0');
+  file << zeros << std::flush;
+  repair();
+  EXPECT_EQ(entries(), expected);
+  EXPECT_EQ(checkState(folder()).tables[0].slotsInUse, kChunks * Glint::kChunkSlots);
+  anAgentGoesOn();
+}
+
+// The configuration rows can be told only once the table has been mended; what they say against the
+// log then is told, and the log is kept, like anything that could be seen before.
+TEST_F(StateRepairTest, WhatShowsOnlyInAMendedTableIsToldAndKeptAsWell) {
+  damageRow(TableRole::config, kEntries);  // FEC 99, of the log's version 63
+  testing_support::flipBit(path(TableRole::config), 8 * offsetof(Glint::Header, slotsInUse) + 10);
+  const auto before = testing_support::stateContents(folder());
+  EXPECT_THAT(steps(planRepair(folder())), ::testing::Not(Contains("log_and_configuration")));
+  const RepairReport report = carryOutRepair(folder());
+  EXPECT_EQ(report.outcome, Outcome::done) << report.why;
+  EXPECT_THAT(steps(report), Contains("log_and_configuration"));
+  const std::string log = fileNameOf(TableRole::log);
+  EXPECT_THAT(report.kept,
+              ElementsAre(fileNameOf(TableRole::config) + ".damaged-1", log + ".damaged-1"));
+  EXPECT_EQ(testing_support::stateContents(folder())[log + ".damaged-1"], before.at(log));
   anAgentGoesOn();
 }
 
@@ -299,6 +351,78 @@ TEST_F(StateRepairTest, CopiesOfSeveralRepairsStandSideBySide) {
   EXPECT_THAT(repair().kept, ElementsAre(fileNameOf(TableRole::config) + ".damaged-2"));
 }
 
+TEST_F(StateRepairTest, ARepairThatIsKilledWhileItCopiesLeavesNoHalfACopy) {
+  damageRow(TableRole::config, 9);
+  const auto before = testing_support::stateContents(folder());
+  tools_test::ForkedChild killed([&] {
+    const rlimit limit{1U << 20U, 1U << 20U};
+    return ::setrlimit(RLIMIT_FSIZE, &limit) == 0
+               ? static_cast<int>(carryOutRepair(folder()).kept.size())
+               : 1;
+  });
+  EXPECT_EQ(killed.wait(), -1) << "killed by a signal";
+  const auto notes = kindsOf(checkState(folder()).notes);
+  EXPECT_THAT(notes, Contains("unfinished_file"));
+  EXPECT_THAT(notes, ::testing::Not(Contains("kept_copy")));
+  const std::string config = fileNameOf(TableRole::config);
+  EXPECT_THAT(carryOutRepair(folder()).kept, ElementsAre(config + ".damaged-1"));
+  EXPECT_EQ(testing_support::stateContents(folder())[config + ".damaged-1"], before.at(config));
+  EXPECT_THAT(kindsOf(checkState(folder()).notes), ::testing::Not(Contains("unfinished_file")));
+}
+
+TEST_F(StateRepairTest, ARepairThatIsKilledWhileItBuildsAnIndexIsRunAgain) {
+  const auto expected = entries();
+  const testing_support::TablePlaces places(path(TableRole::config));
+  testing_support::wordIs(path(TableRole::config), offsetof(Glint::Header, generation), 7);
+  testing_support::wordIs(path(TableRole::config), places.head(places.usedBuckets()[0]) & ~7U, 0);
+  EXPECT_THAT(steps(repair()), Contains("change_in_flight"));
+  EXPECT_EQ(entries(), expected);
+  anAgentGoesOn();
+}
+
+// The copy of the small file is made first, and removed again; the large one has no room.
+TEST_F(StateRepairTest, IfACopyCannotBeMadeNothingIsDone) {
+  damageRow(TableRole::applied, 0, 9);
+  damageRow(TableRole::groupLog, 2);
+  fs::resize_file(path(TableRole::log), 4096);
+  const auto before = testing_support::stateContents(folder());
+  tools_test::ForkedChild child([&] {
+    const rlimit limit{1U << 20U, 1U << 20U};
+    if (::signal(SIGXFSZ, SIG_IGN) == SIG_ERR || ::setrlimit(RLIMIT_FSIZE, &limit) != 0) {
+      return 1;
+    }
+    const RepairReport report = carryOutRepair(folder());
+    const bool told = report.why.find("cannot make a copy") != std::string::npos;
+    return told && report.outcome == Outcome::cannot && report.kept.empty() ? 0 : 2;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  auto after = testing_support::stateContents(folder());
+  after[".writer"] = before.at(".writer");
+  EXPECT_EQ(after, before) << "but for the lock file's text";
+}
+
+// A table that only this process cannot read is not set aside.
+TEST_F(StateRepairTest, WithoutMemoryNothingIsDone) {
+  damageRow(TableRole::config, 9);
+  const auto before = testing_support::stateContents(folder());
+  tools_test::ForkedChild child([&] {
+    if (!tools_test::leaveLittleMemory()) {
+      return 1;
+    }
+    for (const RepairReport& report : {planRepair(folder()), carryOutRepair(folder())}) {
+      if (report.outcome != Outcome::cannot || !report.kept.empty() ||
+          report.why.find("cannot map it") == std::string::npos) {
+        return 2;
+      }
+    }
+    return 0;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  auto after = testing_support::stateContents(folder());
+  after[".writer"] = before.at(".writer");
+  EXPECT_EQ(after, before) << "but for the lock file's text";
+}
+
 TEST_F(StateRepairTest, TablesOfAnotherKindAreLeftAlone) {
   const std::string other = folder() + "/other.table";
   fs::copy_file(path(TableRole::applied), other);
@@ -334,6 +458,29 @@ TEST_F(StateRepairTest, AStateInUseIsLeftAloneAndItsUserNamed) {
   EXPECT_EQ(testing_support::stateContents(folder()), before);
   agent.kill();
   EXPECT_EQ(carryOutRepair(folder()).outcome, Outcome::done);
+  ::close(begun[0]);
+  ::close(begun[1]);
+}
+
+TEST_F(StateRepairTest, ABusyAgentIsNamedAtOnce) {
+  std::array<int, 2> begun{};
+  ASSERT_EQ(::pipe(begun.data()), 0);
+  tools_test::ForkedChild agent([&] {
+    const RawTables tables(folder());
+    for (std::uint64_t value = 64;; ++value) {
+      tables.group->groupLog().control().scratchpadIs(value);
+      if (value == 64 && ::write(begun[1], "x", 1) != 1) {
+        return 1;
+      }
+    }
+  });
+  char byte = 0;
+  ASSERT_EQ(::read(begun[0], &byte, 1), 1);
+  for (const RepairReport& report : {planRepair(folder()), carryOutRepair(folder())}) {
+    EXPECT_EQ(report.outcome, Outcome::cannot);
+    EXPECT_THAT(report.why, HasSubstr("in use by process"));
+  }
+  agent.kill();
   ::close(begun[0]);
   ::close(begun[1]);
 }

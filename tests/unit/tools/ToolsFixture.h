@@ -1,10 +1,12 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -110,6 +112,17 @@ class StateFolderTest : public testing_support::LeakCheckedTest {
   testing_support::TemporaryRoot parent_;
   std::string folder_ = parent_.path() + "/state";
 };
+
+// Leaves this process room for small tables and none for the group log's file.
+inline bool leaveLittleMemory() {
+  constexpr rlim_t kRoom = rlim_t{150} << 20U;
+  std::ifstream statm("/proc/self/statm");
+  rlim_t pages = 0;
+  statm >> pages;
+  const rlim_t bytes = pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + kRoom;
+  const rlimit limit{bytes, bytes};
+  return pages > 0 && ::setrlimit(RLIMIT_AS, &limit) == 0;
+}
 
 // A forked child that runs a function, and is killed and waited for at the latest when this goes.
 class ForkedChild {

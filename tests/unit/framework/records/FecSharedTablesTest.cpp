@@ -1,10 +1,14 @@
 // The rows behind their entities: inserted or replaced, looked up, walked, counted and removed.
 
+#include <cstdint>
+#include <fstream>
 #include <set>
 
 #include <gtest/gtest.h>
 
+#include "Glint/Format.h"
 #include "Glint/Guarded.h"
+#include "records/FecTableConstants.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
 
@@ -64,6 +68,25 @@ TEST_F(FecSharedTablesTest, TheEntitiesNameTheirTypesAndCollections) {
   EXPECT_STREQ(FecTableDataModelConfigGlint::kCollectionName, "swTableEntries");
   EXPECT_EQ(log().entryLogConfig().capacity(), 100000U);
   EXPECT_EQ(config().swTableEntries().capacity(), 65536U);
+}
+
+// One of a full table, with what belongs to it of the index: the slot, the link after it and its
+// share of the bucket heads. As laid out, and as the file of a table has it.
+TEST_F(FecSharedTablesTest, AConfigurationRowTakesAtMost160BytesWithEverything) {
+  constexpr auto kLayout = Glint::tableLayout<FecTableDataModelConfigGlintEntry>(
+      FecTableDataModelConfigGlint::kCollectionName, FecTableConstants::kConfigCapacity);
+  constexpr std::size_t kSlot = Glint::slotBytes(kLayout.rowBytes);
+  constexpr auto kBytesOfARow = [](std::size_t slot, std::uint64_t buckets, std::uint64_t rows) {
+    return slot + sizeof(std::uint32_t) + (sizeof(std::uint32_t) * buckets + rows - 1) / rows;
+  };
+  EXPECT_LE(kBytesOfARow(kSlot, kLayout.bucketCount(), kLayout.nominalCapacity), 160U);
+
+  std::ifstream file(config().swTableEntries().filePath(), std::ios::binary);
+  Glint::FixedHeader header{};
+  ASSERT_TRUE(file.read(static_cast<char*>(static_cast<void*>(&header)), sizeof header));
+  EXPECT_EQ(header.rowBytes, sizeof(FecTableDataModelConfigGlintEntry));
+  EXPECT_EQ(header.nominalCapacity, FecTableConstants::kConfigCapacity);
+  EXPECT_LE(kBytesOfARow(header.slotBytes, header.bucketCount, header.nominalCapacity), 160U);
 }
 
 TEST_F(FecSharedTablesTest, ATableDeleteIsLoggedWithTheDefaultLogEntry) {

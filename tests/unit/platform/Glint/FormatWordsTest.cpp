@@ -88,11 +88,4 @@ TEST(FormatWords, RisingKeysFillBucketsEvenlyAndMixedOnesSpread) {
   EXPECT_GT(mixed.size(), 500U);  // multiples of the bucket count share one bucket unmixed
 }
 
-TEST(FormatWords, AConfigurationRowTakesAtMost160BytesWithEverything) {
-  constexpr std::uint32_t kRows = 65536;
-  const std::size_t slot = Glint::slotBytes(61) + sizeof(std::uint32_t);
-  const std::size_t heads = sizeof(std::uint32_t) * std::bit_ceil(kRows) / kRows;
-  EXPECT_LE(slot + heads, 160U);
-}
-
 }  // namespace

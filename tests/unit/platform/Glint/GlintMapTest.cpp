@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "Glint/Verify.h"
+#include "TableFile.h"
 #include "TestTables.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
@@ -192,6 +193,28 @@ TEST_F(GlintMapDeathTest, ARowBeyondTheLastSlotStopsTheProcessWithAClearText) {
                "a slot is free for the row: .*/t.table: all 8 slots are taken \\(nominal capacity "
                "4\\); the row cannot be stored");
   EXPECT_EQ(entity->rows().rowCount(), 8U);
+}
+
+// The versions at the bound mean that a slot is retired.
+TEST_F(GlintMapDeathTest, ASlotsVersionStopsBeforeItsBound) {
+  const std::string file = root() + "/t.table";
+  {
+    State first(root());
+    first.mount<SmallRow>("t", 4)->rows().rowIs(smallRow(1, 1));
+  }
+  const Glint::Seq seq(Glint::Seq::kVersionLimit - 3, true, 0);
+  const glint_test::Offsets at(4, 8, sizeof(SmallRow));
+  const Glint::SealedRow<2> row{{1, 1, seq.word()}};
+  glint_test::wordAtIs(file, at.row(0, 0), row.words);
+  glint_test::wordAtIs(file, at.checksum(0, 0), row.checksum());
+  glint_test::wordAtIs(file, at.slot(0), seq.word());
+  auto entity = state().mount<SmallRow>("t", 4);
+  entity->rows().rowIs(smallRow(1, 2));
+  EXPECT_EQ(entity->rows().row(1)->value, 2U);
+  EXPECT_DEATH(entity->rows().rowIs(smallRow(1, 3)), "the slot's version can rise.*t.table");
+  EXPECT_TRUE(entity->rows().rowDel(1));
+  EXPECT_EQ(Glint::verifyTable(file).retiredSlots, 0U);
+  EXPECT_DEATH(entity->rows().rowIs(smallRow(4, 4)), "the slot's version can rise.*t.table");
 }
 
 TEST_F(GlintMapDeathTest, AReaderMountCannotWrite) {

@@ -1,84 +1,41 @@
 // What may be mounted and what is refused: each refusal says why and changes and creates nothing.
 
 #include <fcntl.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 
+#include "Glint/SharedWord.h"
 #include "Glint/Verify.h"
-#include "TableFile.h"
-#include "TestTables.h"
-#include "testing/LeakCheck.h"
-#include "testing/TemporaryRoot.h"
+#include "MountFixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using glint_test::kCapacity;
+using glint_test::MountTest;
 using glint_test::OddRow;
+using glint_test::refusal;
 using glint_test::SmallRow;
 using glint_test::smallRow;
 using glint_test::State;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using ZevGlint::MountException;
 using ZevGlint::ZevGlintType;
-
-constexpr std::uint32_t kCapacity = 8;
-constexpr uid_t kNobody = 65534;
-
-// The text of the exception that `mount` ends with; empty if it does not.
-std::string refusal(const std::function<void()>& mount) {
-  try {
-    mount();
-  } catch (const MountException& error) {
-    return error.what();
-  }
-  return {};
-}
-
-class MountTest : public testing_support::LeakCheckedTest {
- protected:
-  const std::string& root() const { return root_.path(); }
-  std::string file() const { return root() + "/t.table"; }
-
-  void makeTable() {
-    State state(root());
-    state.mount<SmallRow>("t", kCapacity)->rows().rowIs(smallRow(1, 2));
-  }
-
-  template <typename Row = SmallRow>
-  std::string refusalOf(ZevGlintType type, std::uint32_t capacity = kCapacity) {
-    return refusal([&] { State(root()).mount<Row>("t", capacity, type); });
-  }
-
-  // Both kinds of mount refuse the file with a text that has its path and `why` in it, and leave
-  // everything as it was.
-  void expectRefused(const std::string& why) {
-    const auto before = glint_test::filesOf(root());
-    for (const ZevGlintType type : {ZevGlintType::writer, ZevGlintType::reader}) {
-      EXPECT_THAT(refusalOf(type), AllOf(HasSubstr("t.table"), HasSubstr(why)));
-    }
-    EXPECT_EQ(glint_test::filesOf(root()), before);
-  }
-
- private:
-  testing_support::TemporaryRoot root_;
-};
 
 TEST_F(MountTest, AWrongMagicIsRefused) {
   makeTable();
@@ -101,6 +58,14 @@ TEST_F(MountTest, ADamagedSealedHeaderIsRefused) {
 TEST_F(MountTest, AnotherRowTypeIsRefusedAndBothAreNamed) {
   State(root()).mount<OddRow>("t", kCapacity);
   expectRefused("it holds rows of glint_test::OddRow, not of glint_test::SmallRow");
+}
+
+TEST_F(MountTest, TheFileOfATableOfTheSameKindUnderTheNameIsRefused) {
+  makeTable();
+  fs::rename(file(), root() + "/kept");
+  State(root()).mount<SmallRow>("u", kCapacity);
+  fs::rename(root() + "/u.table", file());
+  expectRefused("it was made for another table (renamed, or a copy of that one)");
 }
 
 TEST_F(MountTest, AnotherTablesFileUnderTheNameIsRefused) {
@@ -139,6 +104,17 @@ TEST_F(MountTest, AnotherLayoutOfTheSameRowTypeIsRefused) {
   expectRefused("its rows of glint_test::SmallRow are laid out differently");
 }
 
+// As no writer makes it: the digest is that of the rows, the sizes are not.
+TEST_F(MountTest, SizesThatAreNotThoseOfTheRowsAreRefusedUnderAGoodSeal) {
+  makeTable();
+  auto sealed = glint_test::wordAt<Glint::FixedHeader>(file(), 0);
+  ASSERT_EQ(sealed.rowBytes, 16U);
+  sealed.rowBytes = 15;
+  sealed.checksum = XXH3_64bits(&sealed, offsetof(Glint::FixedHeader, checksum));
+  glint_test::wordAtIs(file(), 0, sealed);
+  expectRefused("its rows of glint_test::SmallRow are laid out differently");
+}
+
 TEST_F(MountTest, AnotherCapacityIsRefusedAndBothAreNamed) {
   makeTable();
   EXPECT_THAT(refusalOf(ZevGlintType::writer, kCapacity + 1),
@@ -156,23 +132,176 @@ TEST_F(MountTest, ATruncatedFileIsRefused) {
   }
 }
 
+using MountDeathTest = MountTest;
+
+TEST_F(MountDeathTest, AFileThatIsCutShortWhileItIsMappedEndsTheProcessAndIsRefusedFromThenOn) {
+  makeTable();
+  EXPECT_EXIT(
+      {
+        std::signal(SIGBUS, SIG_DFL);  // not what a sanitizer makes of it
+        State state(root());
+        auto entity = state.mount<SmallRow>("t", kCapacity);
+        fs::resize_file(file(), 4096);
+        entity->rows().rowIs(smallRow(1, 3));
+      },
+      ::testing::KilledBySignal(SIGBUS), "");
+  expectRefused("its header says");
+}
+
+// What this process has mapped of a file: the lines of /proc/self/maps.
+struct MappedFile {
+  explicit MappedFile(const std::string& path) {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+      if (line.ends_with(" " + path)) {
+        ++count;
+        begin = std::stoull(line, nullptr, 16);
+        permissions = line.substr(line.find(' ') + 1, 4);
+      }
+    }
+  }
+  void* base() const { return std::bit_cast<void*>(begin); }
+
+  int count = 0;
+  std::uintptr_t begin = 0;  // of the last one
+  std::string permissions;
+};
+
+TEST_F(MountDeathTest, AReadersMappingCannotBeWrittenNorMadeWritable) {
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+  GTEST_SKIP() << "the thread sanitizer hangs on a fault's signal";
+#endif
+#endif
+  makeTable();
+  const glint_test::Bytes before = glint_test::readFile(file());
+  State state(root());
+  auto entity = state.mountReader<SmallRow>("t");
+  const MappedFile mapped(file());
+  EXPECT_EQ(mapped.count, 1);
+  EXPECT_EQ(mapped.permissions, "r--s");
+  // The file itself is open for reading only, so not even the kernel's word can be changed.
+  EXPECT_EQ(::mprotect(mapped.base(), 4096, PROT_READ | PROT_WRITE), -1);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EXIT(
+      {
+        std::signal(SIGSEGV, SIG_DFL);  // not what a sanitizer makes of it
+        *static_cast<volatile char*>(mapped.base()) = 'X';
+      },
+      ::testing::KilledBySignal(SIGSEGV), "");
+  EXPECT_EQ(glint_test::readFile(file()), before);
+  EXPECT_EQ(entity->rows().row(1), smallRow(1, 2));
+}
+
 TEST_F(MountTest, AnExtendedFileIsRefused) {
   makeTable();
   fs::resize_file(file(), fs::file_size(file()) + 1);
   expectRefused("its header says");
 }
 
-TEST_F(MountTest, AZeroedPageIsRefusedByAWriterAndNeverReadAsAnEmptyTable) {
-  makeTable();
-  const glint_test::Bytes good = glint_test::readFile(file());
-  for (std::size_t page = 0; page < good.size() / 4096; ++page) {
-    glint_test::Bytes bytes = good;
-    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(4096 * page), 4096, '\0');
-    glint_test::writeFile(file(), bytes);
-    EXPECT_NE(refusalOf(ZevGlintType::writer), "") << "page " << page;
-    EXPECT_EQ(glint_test::readFile(file()), bytes) << "page " << page;
-    EXPECT_FALSE(Glint::verifyTable(file()).clean()) << "page " << page;
+// What was said on the way to a row, or to the end of a walk; empty if the answer stands.
+std::string reportOf(const std::function<void()>& look) {
+  try {
+    look();
+  } catch (const Pell::CorruptionDetectedException& damage) {
+    return damage.what();
   }
+  return {};
+}
+
+class ZeroedPage : public MountTest {
+ protected:
+  // Two rows in two buckets.
+  ZeroedPage() {
+    State state(root());
+    auto entity = state.mount<SmallRow>("t", kCapacity);
+    for (const std::uint64_t key : kKeys) {
+      entity->rows().rowIs(smallRow(key, 10 * key));
+    }
+  }
+  static std::uint32_t bucket(std::uint64_t key) {
+    return Glint::bucketOf(key, Glint::KeyHash::mixing, kCapacity);
+  }
+  std::string at(const std::string& text) const { return file() + ": " + text; }
+
+  void zeroPage(std::ptrdiff_t page) const {
+    glint_test::Bytes bytes = glint_test::readFile(file());
+    std::fill_n(bytes.begin() + 4096 * page, 4096, '\0');
+    glint_test::writeFile(file(), bytes);
+  }
+  // The writer's refusal; nothing is changed, and the verifier sees it too.
+  void expectWriterRefused(const std::string& why) const {
+    const auto before = glint_test::filesOf(root());
+    EXPECT_EQ(refusalOf(ZevGlintType::writer), at(why));
+    EXPECT_EQ(glint_test::filesOf(root()), before);
+    EXPECT_FALSE(Glint::verifyTable(file()).clean());
+  }
+  static std::string structureDamaged(int findings, const std::string& first) {
+    return "its structure is damaged (" + std::to_string(findings) +
+           " findings, the first: " + first +
+           "); nothing has been changed: keep a copy for inspection, then repair it, or remove it "
+           "to begin with an empty table";
+  }
+  // What a reader is told by the lookup of a key; its row, if the answer stands, is whole.
+  std::string lookupReport(glint_test::TestEntity<SmallRow>& entity, std::uint64_t key) const {
+    return reportOf([&] { EXPECT_EQ(entity.rows().row(key), smallRow(key, 10 * key)) << key; });
+  }
+
+  static constexpr std::uint64_t kKeys[] = {1, 2};
+};
+
+TEST_F(ZeroedPage, OfTheHeaderIsRefusedByAll) {
+  ASSERT_NE(bucket(kKeys[0]), bucket(kKeys[1]));
+  zeroPage(0);
+  const std::string why =
+      "it is not a shared table (wrong magic); remove the file to begin with an empty table, or "
+      "choose another state folder";
+  expectWriterRefused(why);
+  EXPECT_EQ(refusalOf(ZevGlintType::reader, 0), at(why));
+}
+
+TEST_F(ZeroedPage, OfTheHeadsIsReportedByEveryLookup) {
+  zeroPage(1);
+  expectWriterRefused(structureDamaged(10, "bucket 0: link 0x00000000 leads nowhere"));
+  State state(root());
+  auto entity = state.mountReader<SmallRow>("t");
+  for (const std::uint64_t key : {1U, 2U, 3U, 4U}) {
+    EXPECT_EQ(reportOf([&] { entity->rows().has(key); }),
+              at("bucket " + std::to_string(bucket(key)) + ": a link on its chain leads nowhere"));
+  }
+  EXPECT_EQ(glint_test::walk(entity->rows()).steps, 2U);  // the slots are whole
+}
+
+TEST_F(ZeroedPage, OfTheLinksIsReportedWhereTheyAreFollowed) {
+  zeroPage(2);
+  expectWriterRefused(
+      structureDamaged(2, "bucket " + std::to_string(std::min(bucket(kKeys[0]), bucket(kKeys[1]))) +
+                              ": link 0x00000000 leads nowhere"));
+  State state(root());
+  auto entity = state.mountReader<SmallRow>("t");
+  for (const std::uint64_t key : kKeys) {
+    EXPECT_EQ(lookupReport(*entity, key), "");  // the heads lead to them
+  }
+  std::uint64_t absent = 3;
+  while (bucket(absent) != bucket(kKeys[0])) {
+    ++absent;
+  }
+  EXPECT_EQ(reportOf([&] { entity->rows().has(absent); }),
+            at("bucket " + std::to_string(bucket(absent)) + ": a link on its chain leads nowhere"));
+  EXPECT_EQ(glint_test::walk(entity->rows()).steps, 2U);
+}
+
+TEST_F(ZeroedPage, OfTheSlotsIsReportedByEveryLookupAndWalk) {
+  zeroPage(3);
+  expectWriterRefused(structureDamaged(16, "slot 0: impossible seq 0x0000000000000000"));
+  State state(root());
+  auto entity = state.mountReader<SmallRow>("t");
+  for (const std::uint64_t key : kKeys) {
+    EXPECT_EQ(lookupReport(*entity, key),
+              at("slot " + std::to_string(key - 1) + ": its seq is impossible"));
+  }
+  EXPECT_EQ(reportOf([&] { glint_test::walk(entity->rows()); }),
+            at("slot 0: its seq is impossible"));
 }
 
 TEST_F(MountTest, AFolderInPlaceOfTheFileIsRefused) {
@@ -196,6 +325,39 @@ TEST_F(MountTest, ASymbolicLinkInPlaceOfTheStateFolderIsRefused) {
                 HasSubstr("no folder or a symbolic link"));
   }
   fs::remove(link);
+}
+
+TEST_F(MountTest, ASymbolicLinkInPlaceOfTheLockFileIsRefusedAndNotFollowed) {
+  makeTable();
+  glint_test::writeFile(root() + "/elsewhere", {'o', 'l', 'd'});
+  fs::remove(root() + "/.writer");
+  fs::create_symlink("elsewhere", root() + "/.writer");
+  const auto before = glint_test::filesOf(root());
+  EXPECT_THAT(refusalOf(ZevGlintType::writer),
+              AllOf(HasSubstr("/.writer: "), HasSubstr("it is a symbolic link; remove it")));
+  EXPECT_EQ(glint_test::filesOf(root()), before);
+  EXPECT_TRUE(fs::is_symlink(root() + "/.writer"));
+  EXPECT_EQ(refusalOf(ZevGlintType::reader), "");  // readers have nothing to do with it
+}
+
+TEST_F(MountTest, ASymbolicLinkWhereATableIsMadeIsReplacedAndNotFollowed) {
+  glint_test::writeFile(root() + "/elsewhere", {'o', 'l', 'd'});
+  fs::create_symlink("elsewhere", root() + "/.new.t.table");
+  makeTable();
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(file())));
+  EXPECT_TRUE(Glint::verifyTable(file()).clean());
+  EXPECT_EQ(glint_test::readFile(root() + "/elsewhere"), (glint_test::Bytes{'o', 'l', 'd'}));
+  EXPECT_EQ(glint_test::filesOf(root()).size(), 2U);
+}
+
+TEST_F(MountTest, AFolderOrASpecialFileInPlaceOfTheLockFileIsRefused) {
+  const std::string lock = root() + "/.writer";
+  fs::create_directory(lock);
+  EXPECT_EQ(refusalOf(ZevGlintType::writer), lock + ": it is a folder, not a lock file; remove it");
+  fs::remove(lock);
+  ASSERT_EQ(::mkfifo(lock.c_str(), 0640), 0);
+  EXPECT_EQ(refusalOf(ZevGlintType::writer), lock + ": it is not a regular file; remove it");
+  EXPECT_TRUE(glint_test::filesOf(root()).empty());
 }
 
 TEST_F(MountTest, ASpecialFileIsRefused) {
@@ -241,6 +403,24 @@ TEST_F(MountTest, ACapacityOfNothingOrOfMoreThanLinksCanNameIsRefused) {
   EXPECT_TRUE(fs::is_empty(root()));
 }
 
+TEST_F(MountTest, NamesOfCollectionsHaveUpTo55Bytes) {
+  State state(root());
+  state.mount<SmallRow>("t", kCapacity);
+  const auto refusalOfName = [&](std::size_t bytes) {
+    return refusal([&] {
+      state.manager().doMount(
+          "of" + std::to_string(bytes), glint_test::TestEntity<SmallRow>::kTypeName,
+          glint_test::mountInfo(ZevGlintType::writer, kCapacity, Pell::String(bytes, 'n')));
+    });
+  };
+  for (const std::size_t bytes : {1U, 54U, 55U}) {
+    EXPECT_EQ(refusalOfName(bytes), "") << bytes;
+  }
+  for (const std::size_t bytes : {0U, 56U}) {
+    EXPECT_THAT(refusalOfName(bytes), HasSubstr("collections of 1 to 55")) << bytes;
+  }
+}
+
 TEST_F(MountTest, PathsCannotLeaveTheRootFolder) {
   for (const std::string path : {"", "/", "..", "../t", "a/../t", "a//t", "a/", ".hidden", "a/.b",
                                  "a b", "a\n", "a~b", "a\\b", "//a"}) {
@@ -263,156 +443,6 @@ TEST_F(MountTest, DistinctPathsHaveDistinctFiles) {
     state.mount<SmallRow>(path, kCapacity);
   }
   EXPECT_EQ(glint_test::filesOf(root()).size(), 5U);
-}
-
-// ---- modes and owners
-
-class UmaskGuard {
- public:
-  explicit UmaskGuard(mode_t mask) : before_(::umask(mask)) {}
-  ~UmaskGuard() { ::umask(before_); }
-
- private:
-  mode_t before_;
-};
-
-fs::perms modeOf(const std::string& path) { return fs::status(path).permissions(); }
-
-TEST_F(MountTest, ModesAreTheSameWhateverTheUmask) {
-  for (const mode_t mask : {0U, 022U, 0777U}) {
-    fs::remove_all(root());
-    const UmaskGuard guard(mask);
-    makeTable();
-    EXPECT_EQ(modeOf(root()), fs::perms(0750)) << mask;
-    EXPECT_EQ(modeOf(file()), fs::perms(0640)) << mask;
-    EXPECT_EQ(modeOf(root() + "/.writer"), fs::perms(0640)) << mask;
-  }
-}
-
-// Acts as another user, of no group that counts here; needs to be root to become one.
-class NobodyGuard {
- public:
-  NobodyGuard() : groups_(static_cast<std::size_t>(::getgroups(0, nullptr))) {
-    if (::getgroups(static_cast<int>(groups_.size()), groups_.data()) < 0 ||
-        ::setgroups(0, nullptr) != 0 || ::setegid(kNobody) != 0 || ::seteuid(kNobody) != 0) {
-      throw std::runtime_error("cannot become another user");
-    }
-  }
-  ~NobodyGuard() {
-    EXPECT_EQ(::seteuid(0), 0);
-    EXPECT_EQ(::setegid(0), 0);
-    EXPECT_EQ(::setgroups(groups_.size(), groups_.data()), 0);
-  }
-
- private:
-  std::vector<gid_t> groups_;
-};
-
-class MountAsRootTest : public MountTest {
- protected:
-  void SetUp() override {
-    if (::geteuid() != 0) {
-      GTEST_SKIP() << "needs root to play several users";
-    }
-  }
-};
-
-TEST_F(MountAsRootTest, AReaderWithoutPermissionIsToldWhatToDo) {
-  makeTable();
-  fs::permissions(root(), fs::perms(0755));
-  const NobodyGuard guard;
-  EXPECT_THAT(refusalOf(ZevGlintType::reader),
-              AllOf(HasSubstr("no permission"), HasSubstr("member of its group")));
-}
-
-TEST_F(MountAsRootTest, AWriterInAFolderOfSomeoneElseIsRefused) {
-  fs::permissions(root(), fs::perms(0777));
-  const NobodyGuard guard;
-  EXPECT_THAT(refusalOf(ZevGlintType::writer),
-              HasSubstr("the state folder belongs to user 0, this process runs as user 65534"));
-  EXPECT_TRUE(fs::is_empty(root()));
-}
-
-TEST_F(MountAsRootTest, AFileOfAForeignOwnerIsRefused) {
-  makeTable();
-  ASSERT_EQ(::chown(file().c_str(), kNobody, kNobody), 0);
-  expectRefused("it belongs to user 65534, its folder to user 0");
-}
-
-// ---- room
-
-// No file of this process may grow beyond a size.
-class FileSizeGuard {
- public:
-  explicit FileSizeGuard(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeGuard() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-
- private:
-  rlimit before_{};
-  void (*handler_)(int);
-};
-
-TEST_F(MountTest, ATableThatCannotBeCreatedLeavesNothing) {
-  const FileSizeGuard guard(8192);
-  EXPECT_THAT(refusalOf(ZevGlintType::writer), HasSubstr("cannot create the table"));
-  EXPECT_TRUE(glint_test::filesOf(root()).empty());
-}
-
-// A tmpfs of a size, for as long as it lives.
-class SmallFileSystem {
- public:
-  SmallFileSystem(std::string path, const std::string& bytes) : path_(std::move(path)) {
-    mounted_ = ::mount("tmpfs", path_.c_str(), "tmpfs", 0, ("size=" + bytes).c_str()) == 0;
-  }
-  ~SmallFileSystem() {
-    if (mounted_) {
-      EXPECT_EQ(::umount(path_.c_str()), 0);
-    }
-  }
-  bool mounted() const { return mounted_; }
-
- private:
-  std::string path_;
-  bool mounted_;
-};
-
-TEST_F(MountAsRootTest, AFullFileSystemIsAClearErrorAndNothingIsLeft) {
-  const SmallFileSystem small(root(), "32k");
-  if (!small.mounted()) {
-    GTEST_SKIP() << "may not mount a file system here";
-  }
-  EXPECT_THAT(refusalOf(ZevGlintType::writer, 4096),
-              AllOf(HasSubstr("No space left on device"), HasSubstr("make room")));
-  EXPECT_TRUE(glint_test::filesOf(root()).empty());
-}
-
-using MountAsRootDeathTest = MountAsRootTest;
-
-TEST_F(MountAsRootDeathTest, AFileSystemThatFillsUpLaterStopsTheProcessWithAClearText) {
-  const SmallFileSystem small(root(), "256k");
-  if (!small.mounted()) {
-    GTEST_SKIP() << "may not mount a file system here";
-  }
-  {
-    State state(root());
-    auto entity = state.mount<SmallRow>("t", 4096);
-    EXPECT_DEATH(
-        {
-          for (std::uint64_t key = 0; key < 8192; ++key) {
-            entity->rows().rowIs(smallRow(key, key));
-          }
-        },
-        "the file system has room for the row: .*t.table: cannot reserve room for more than [0-9]+ "
-        "rows: No space left on device");
-  }
-  EXPECT_TRUE(Glint::verifyTable(file()).clean());
 }
 
 // ---- one writer
