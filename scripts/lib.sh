@@ -45,12 +45,14 @@ build() {
   cmake --build --preset "${preset}" --parallel "${kJobs}" ${1:+--target "$@"}
 }
 
-# run_tests PRESET: every test of what build made. A log shows the failures and the sum, a terminal
-# also how far it is.
+# run_tests PRESET [CTEST-OPTION...]: every test of what build made, or those that the options
+# choose. A log shows the failures and the sum, a terminal also how far it is.
 run_tests() {
   # The thread sanitizer's fixed address layout meets a randomised one only by luck.
-  local -a command=(ctest --preset "$1" --parallel "${kJobs}")
-  if [[ "$1" == tsan ]] && setarch --addr-no-randomize true 2>/dev/null; then
+  local preset="$1"
+  shift
+  local -a command=(ctest --preset "${preset}" --parallel "${kJobs}" "$@")
+  if [[ "${preset}" == tsan ]] && setarch --addr-no-randomize true 2>/dev/null; then
     command=(setarch --addr-no-randomize "${command[@]}")
   fi
   if [[ -t 1 ]]; then

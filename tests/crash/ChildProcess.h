@@ -70,12 +70,19 @@ class Child {
     }
   }
 
+  // True while it runs; once false, wait() returns at once.
+  bool running() {
+    if (pid_ > 0 && ::waitpid(pid_, &status_, WNOHANG) == pid_) {
+      pid_ = -1;
+    }
+    return pid_ > 0;
+  }
+
   // Gives other processes the processor until `condition` holds; false if the child ended first.
   template <typename Condition>
   bool waitUntil(Condition condition) {
     while (!condition()) {
-      if (pid_ <= 0 || ::waitpid(pid_, &status_, WNOHANG) == pid_) {
-        pid_ = -1;
+      if (!running()) {
         return condition();
       }
       ::sched_yield();

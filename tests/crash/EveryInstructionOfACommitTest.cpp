@@ -1,10 +1,11 @@
 // An agent is stopped at every state in which a commit, the hardware's report or the cleanup leaves
 // the state folder. From a copy of each one a new agent is started, with hardware that holds what
 // it held at that moment, and must end with hardware, configuration tables and log in agreement,
-// nothing answered lost, versions going on, and the next requests carried out.
+// nothing answered lost, versions going on, and the next requests carried out. Each state checks
+// clean, as `fecctl check` does it, before the new agent and behind it.
 //
 // The short form stops at every store and looks at one state in a few. The long form steps every
-// instruction and looks at every state, with each kind of hardware:
+// instruction of the requests and looks at every state, with each kind of hardware:
 //
 //   LOAMFEC_EVERY_INSTRUCTION=1 AgentCrashTest
 
@@ -26,13 +27,13 @@
 #include "Asic/GroupLog.h"
 #include "ChildProcess.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "Glint/Verify.h"
 #include "LongForm.h"
 #include "agent/FecAgent.h"
 #include "records/FecSharedTables.h"
 #include "testing/LeakCheck.h"
 #include "testing/SingleStep.h"
 #include "testing/TemporaryRoot.h"
+#include "tools/StateCheck.h"
 
 namespace {
 
@@ -251,31 +252,41 @@ std::unique_ptr<SimAsic::SimulatedAsic> hardwareAt(const std::string& root, cons
   return hardware;
 }
 
+// A killed first start may not have come to one yet.
+bool hasTables(const FolderImage& folder) {
+  return std::any_of(folder.files().begin(), folder.files().end(),
+                     [](const auto& file) { return file.first.ends_with(".table"); });
+}
+
+// What `fecctl check` says of the folder; empty if it is clean.
+std::string checkFinding(const std::string& root) {
+  const Tools::StateReport found = Tools::checkState(root);
+  return found.clean() ? "" : "the check of the state finds: " + Tools::reportText(found, 5);
+}
+
+// The same of a folder whose agent had nothing more to do: nothing is left over in it, and there is
+// a configuration row for each entry.
 std::string findingIn(const std::string& root, const std::map<Key, Content>& contents) {
-  const auto rows = [&](const std::string& name, std::string& fault) {
-    const auto found = Glint::verifyTable(root + "/" + name);
-    if (!found.clean() || found.changeInFlight) {
-      fault = name + ": " + (found.clean() ? "a change is in flight" : found.findings.front());
-    }
-    return found.liveRows;
-  };
-  std::string fault;
-  const auto ofUnit = [&](UnitId unit) {
-    return std::count_if(contents.begin(), contents.end(),
-                         [&](const auto& item) { return item.first.first == unit; });
-  };
-  if (rows("LoamAdj.LoamAdj.FecTable.log.table", fault) != 0 ||
-      rows("LoamAdj.LoamAdj.grouplog.table", fault) != 0) {
-    return "rows are left in the logs though all is applied";
+  const Tools::StateReport found = Tools::checkState(root);
+  if (!found.clean() || !found.notes.empty()) {
+    return "the check of the state finds: " + Tools::reportText(found, 5);
   }
+  std::map<std::string, std::ptrdiff_t> expected = {
+      {Tools::fileNameOf(Tools::TableRole::log), 0},
+      {Tools::fileNameOf(Tools::TableRole::groupLog), 0},
+      {Tools::fileNameOf(Tools::TableRole::applied), -1}};  // any number
   for (const UnitId unit : kUnits) {
-    const std::string name = LoamFec::FecTableConstants::configGlintPath(unit) + ".table";
-    if (rows(name, fault) != ofUnit(unit)) {
-      return name + ": rows are left that are no entries";
+    expected[Tools::fileNameOf(Tools::TableRole::config, unit)] =
+        std::count_if(contents.begin(), contents.end(),
+                      [&](const auto& item) { return item.first.first == unit; });
+  }
+  for (const Tools::TableFigures& table : found.tables) {
+    const auto rows = expected.extract(table.file);
+    if (rows.empty() || (rows.mapped() >= 0 && rows.mapped() != table.rows)) {
+      return table.file + ": rows are left that should have gone, or are missing";
     }
   }
-  (void)rows("LoamAdj.LoamAdj.applied.table", fault);
-  return fault;
+  return expected.empty() ? "" : expected.begin()->first + " is missing";
 }
 
 // ---- what a reader may rely on at any moment
@@ -397,6 +408,10 @@ std::string judge(const Killed& killed, Hardware kind) {
         return fault;
       }
     }
+    if (std::string fault = hasTables(killed.folder) ? checkFinding(root.path()) : "";
+        !fault.empty()) {
+      return fault;
+    }
     FecAgent agent(root.path(), kUnits, {.reset = false, .hardware = std::move(hardware)});
     agent.loop().runUntilIdle();
     if (!hardwareIsEqual(agent)) {
@@ -481,9 +496,9 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
     return failures_ < kEnoughFailures;
   }
 
-  void step(const std::string& root, const std::function<int(SteppedWork&)>& work,
+  void step(const std::string& root, Stepping how, const std::function<int(SteppedWork&)>& work,
             const std::function<bool(const SteppedState&)>& look) {
-    const SteppedRun run = testing_support::stepThrough(root, stepping(), work, look);
+    const SteppedRun run = testing_support::stepThrough(root, how, work, look);
     EXPECT_EQ(run.fault, "");
     instructions_ += run.instructions;
     states_ += run.states;
@@ -491,6 +506,7 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
 
   // Steps the requests, made of an agent that has carried out `before`, and shows every state.
   void stepRequests(const std::vector<Request>& before, const std::vector<Request>& requests,
+                    Stepping how,
                     const std::function<bool(const SteppedState&, const Killed&)>& look) {
     const std::vector<Model> models = modelsOf(requests, modelsOf(before, {}).back());
     const TemporaryRoot root;
@@ -498,7 +514,7 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
     std::optional<FolderImage> settled;
     std::uint64_t settledRequests = 0;
     step(
-        root.path(),
+        root.path(), how,
         [&](SteppedWork& work) {
           FecAgent agent(root.path(), kUnits);
           destinationIs(agent, Model().destination);
@@ -524,18 +540,20 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
 
   // As above, and looks at one state in stride().
   void judgeRequests(const std::vector<Request>& before, const std::vector<Request>& requests) {
-    stepRequests(before, requests, [this](const SteppedState& state, const Killed& killed) {
-      return met_++ % stride() != 0 || look(state, killed);
-    });
+    stepRequests(before, requests, stepping(),
+                 [this](const SteppedState& state, const Killed& killed) {
+                   return met_++ % stride() != 0 || look(state, killed);
+                 });
   }
 
   // Steps the start of an agent on what a killed one has left, or on nothing, and looks at one
-  // state in `every`.
+  // state in `every`. By stores: a mount looks at every bucket, which is millions of instructions
+  // that store nothing.
   void judgeStart(const TemporaryRoot& root, const FolderImage* left,
                   const std::vector<Model>& models, std::size_t least, std::size_t most,
                   std::uint64_t version, std::uint64_t every) {
     step(
-        root.path(),
+        root.path(), Stepping::everyStore,
         [&](SteppedWork& work) {
           work.begin();
           FecAgent agent(root.path(), kUnits);
@@ -603,7 +621,7 @@ TEST_F(EveryInstructionOfACommit, OfAStartThatTakesOverLosesNothingAnswered) {
   stepRequests(
       {{Kind::write, kUnits[0], 1, 10}, {Kind::write, kUnits[0], 2, 11}},
       {{Kind::remove, kUnits[0], 1}, {Kind::write, kUnits[1], 3, 20}, {Kind::removeAll, kUnits[0]}},
-      [&](const SteppedState& state, const Killed& killed) {
+      Stepping::everyStore, [&](const SteppedState& state, const Killed& killed) {
         models = killed.models;
         if (state.number % every == 0) {
           lefts.push_back(

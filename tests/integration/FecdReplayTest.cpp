@@ -1,13 +1,18 @@
 // The real fecd and the real fecctl, as a user starts them, on captures of a real router.
 
+#include <sched.h>
+
 #include <filesystem>
 #include <fstream>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "Program.h"
+#include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
+#include "tools/StateImage.h"
 
 namespace {
 
@@ -215,6 +220,40 @@ TEST_F(FecdReplayTest, AStateFolderThatCannotBeUsedIsAClearErrorAndExitsWithThre
   EXPECT_EQ(outcome.exitCode, 3);
   EXPECT_NE(outcome.err.find(state_), std::string::npos) << outcome.err;
   EXPECT_EQ(fecctl({"show", "fec", "--state", parent_.path() + "/none"}).exitCode, 3);
+}
+
+// Whatever it is asked to do.
+TEST_F(FecdReplayTest, ASecondFecdIsToldWhoRunsAndChangesNothing) {
+  const testing_support::TemporaryRoot output;
+  std::vector<std::string> arguments = {FECD, "replay", "--state", state_, "--json"};
+  for (const char* moment : kMoments) {
+    arguments.insert(arguments.end(),
+                     {"--links", linksFile(moment), "--nexthops", nextHopsFile(moment)});
+  }
+  integration::Program first(arguments, output.path());
+  const std::string log = state_ + "/" + Tools::fileNameOf(Tools::TableRole::log);
+  while (first.running() && !std::filesystem::exists(log)) {
+    ::sched_yield();
+  }
+  const std::string holder =
+      "in use by another writer, process " + std::to_string(first.pid()) + " (fecd)";
+  const std::vector<std::vector<std::string>> kinds = {{}, {"--reset"}, {"--kill-after", "3"}};
+  first.pause();
+  ASSERT_TRUE(first.running());
+  const auto before = testing_support::stateContents(state_);
+  for (const auto& options : kinds) {
+    const Outcome second = replayAll(options);
+    EXPECT_EQ(second.exitCode, 3);
+    EXPECT_EQ(second.out, "");
+    EXPECT_THAT(second.err, ::testing::HasSubstr(holder));
+    EXPECT_EQ(std::count(second.err.begin(), second.err.end(), '\n'), 1) << second.err;
+    EXPECT_EQ(testing_support::stateContents(state_), before);
+  }
+  first.resume();
+  const Outcome whole = first.wait();
+  EXPECT_EQ(whole.exitCode, 0) << whole.err;
+  EXPECT_EQ(compare("c-links-back").exitCode, 0);
+  EXPECT_EQ(replayAll({}).exitCode, 0) << "its turn now";
 }
 
 TEST_F(FecdReplayTest, TheTableReadsBackAsJsonRowByRow) {

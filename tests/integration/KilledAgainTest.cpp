@@ -1,28 +1,31 @@
 // fecd killed by SIGKILL again and again at random moments, each life going on from what the last
-// one left, with readers in other processes all the time.
+// one left, with readers in other processes all the time. A life that ends by itself has to end
+// well; some lives kill themselves and compare what they had answered with what they find.
 //
 // LOAMFEC_KILLS says how many lives; without it as many as fit a daily run. LOAMFEC_SEED repeats
 // one.
 
 #include <sched.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <optional>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "Glint/Verify.h"
 #include "Program.h"
 #include "Vanta/EntityManager.h"
 #include "records/FecSharedTables.h"
@@ -30,19 +33,22 @@
 #include "testing/TemporaryRoot.h"
 #include "tests/crash/ChildProcess.h"
 #include "tests/crash/LongForm.h"
+#include "tools/StateCheck.h"
 
 namespace {
 
 using LoamFec::FecTableConstants;
 using Config = LoamFec::FecTableDataModelConfigGlint;
 using Log = LoamFec::FecTableDataModelEntryLogGlint;
+using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
 using std::chrono::microseconds;
 
 constexpr std::array<const char*, 3> kMoments = {"a-before", "b-four-links-down", "c-links-back"};
 constexpr std::array<std::uint16_t, 2> kUnits = {0, 1};
 constexpr std::size_t kReaders = 2;
-constexpr unsigned kDailyKills = 25;
-constexpr unsigned kLivesBetweenComparisons = 25;
+constexpr unsigned kDailyKills = 6;
+constexpr unsigned kLivesBetweenComparisons = 25;  // at most
+constexpr unsigned kLivesBetweenAnswers = 20;      // at most
 
 std::string capture(const char* what, const char* moment) {
   return std::string(EXAMPLES_DIR) + "/frr-nexthops/" + what + "-" + moment + ".json";
@@ -51,11 +57,13 @@ std::string capture(const char* what, const char* moment) {
 // What the readers tell the test.
 struct Board {
   std::array<std::atomic<std::uint64_t>, kReaders> passes{};
+  std::array<std::atomic<std::uint64_t>, kReaders> logRows{};  // that were seen, each once
   std::array<std::array<char, 160>, kReaders> complaint{};
   std::atomic<bool> over{false};
 };
 
-// Follows the tables from a process of its own: every row is whole, no version goes back.
+// Follows the tables from a process of its own: every row is whole, no version goes back, and the
+// row of a version that has been handed out stays what it is until it goes for good.
 class Follower {
  public:
   Follower(const std::string& state, Board& board, std::size_t number)
@@ -77,7 +85,7 @@ class Follower {
   // 0, or 1 with a complaint on the board.
   int run() {
     while (!board_.over) {
-      if (!versionsRise() || !rowsAreWhole()) {
+      if (!logIsFollowed() || !logRowsStayWhatTheyAre() || !rowsAreWhole()) {
         return 1;
       }
       ++board_.passes[number_];
@@ -94,6 +102,83 @@ class Follower {
     version_ = version;
     return true;
   }
+
+  // Looks up each version as soon as it is handed out, for a while.
+  bool logIsFollowed() {
+    for (int look = 0; look < kLooksAPass; ++look) {
+      if (!versionsRise() || !newVersionsAreWhole()) {
+        return false;
+      }
+    }
+    return true;
+  }
+  bool newVersionsAreWhole() {
+    while (followed_ < version_) {
+      const Asic::LogVersion next(++followed_);
+      const auto row = Glint::guardedRow(log_->entryLogConfig(), next);
+      if (row && (row->version() != next || !isWhole(*row))) {
+        return complain("a log row and its configuration row differ", followed_,
+                        row->version().value());
+      }
+      if (row) {
+        held_.emplace(followed_, *row);
+        ++board_.logRows[number_];
+      }
+    }
+    return true;
+  }
+
+  // Rows above version_ may not have been handed out; a life to come may replace them. One that was
+  // not there when it was looked up, or not in a walk since, has gone and does not come again.
+  bool logRowsStayWhatTheyAre() {
+    auto& log = log_->entryLogConfig();
+    std::set<std::uint64_t> met;
+    std::uint64_t wrong = 0;
+    Glint::forEachRow(log, [&](const LogRow& row) {
+      const std::uint64_t version = row.version().value();
+      if (version > version_) {
+        return;
+      }
+      const auto held = held_.find(version);
+      const bool same = held != held_.end() && isSame(held->second, row);
+      if (!same || !met.insert(version).second) {
+        wrong = version;
+      }
+    });
+    if (wrong != 0) {
+      return complain("a walk met a version that had gone, was another, or was met", wrong, 0);
+    }
+    std::erase_if(held_, [&](const auto& item) { return !met.contains(item.first); });
+    return log.corruptionCount() == 0 || complain("the log looks damaged", 0, 0);
+  }
+
+  // The configuration row is there before the log row and until after it; one of the same version
+  // is of the same change.
+  bool isWhole(const LogRow& row) {
+    if (row.operation() > LogRow::kTableDeleted || row.unitId().value() >= kUnits.size()) {
+      return false;
+    }
+    if (row.operation() == LogRow::kTableDeleted) {
+      return isEq(row.logEntry(), {});
+    }
+    auto& rows = configs_[row.unitId().value()]->swTableEntries();
+    const auto config = Glint::guardedRow(rows, row.logEntry().key);
+    if (!config) {
+      return !Glint::guardedRow(log_->entryLogConfig(), row.version());
+    }
+    return config->version() > row.version() ||
+           (config->version() == row.version() && isEq(config->logEntry(), row.logEntry()) &&
+            config->isDeleted() == (row.operation() == LogRow::kEntryDeleted));
+  }
+  static bool isSame(const LogRow& one, const LogRow& other) {
+    return one.operation() == other.operation() && one.unitId() == other.unitId() &&
+           isEq(one.logEntry(), other.logEntry());
+  }
+  static bool isEq(const LoamFec::FecTableDataModelLogEntry& one,
+                   const LoamFec::FecTableDataModelLogEntry& other) {
+    return LoamFec::FecTableDataModelLogEntry::isEq(one, other);
+  }
+
   bool rowsAreWhole() {
     for (const auto& config : configs_) {
       auto& rows = config->swTableEntries();
@@ -114,12 +199,16 @@ class Follower {
     return false;
   }
 
+  static constexpr int kLooksAPass = 1000;
+
   Pell::Ptr<Vanta::EntityManager> entityManager_;
   Pell::Ptr<Log> log_;
   std::vector<Pell::Ptr<Config>> configs_;
   Board& board_;
   std::size_t number_;
   std::uint64_t version_ = 0;
+  std::uint64_t followed_ = 0;
+  std::unordered_map<std::uint64_t, LogRow> held_;  // handed out, and there at the last look
 };
 
 class KilledAgainTest : public ::testing::Test {
@@ -139,22 +228,45 @@ class KilledAgainTest : public ::testing::Test {
   }
   const char* anyMoment() { return kMoments[random_() % kMoments.size()]; }
 
-  // Killed at a random moment of its run, if it still runs then.
+  // Killed at a random moment of its run, if it still runs then; else it has ended well. Some
+  // get more time than they need, beside readers that take the processor too.
   bool liveAndDie(microseconds wholeRun) {
     integration::Program fecd(replay(anyMoment()), files_.path());
-    std::this_thread::sleep_for(microseconds(random_() % static_cast<unsigned>(wholeRun.count())));
+    const auto longest = static_cast<unsigned>(wholeRun.count() * 3 / 2);
+    std::this_thread::sleep_for(microseconds(random_() % longest));
     const bool killed = fecd.running();
     fecd.kill();
+    const integration::Outcome outcome = fecd.wait();
+    if (!killed) {
+      EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+    }
     return killed;
   }
 
-  void expectTablesVerify() const {
-    for (const auto& file : std::filesystem::directory_iterator(state_)) {
-      if (file.path().extension() == ".table") {
-        const Glint::Verification found = Glint::verifyTable(file.path().string());
-        EXPECT_TRUE(found.clean()) << file.path() << ": " << found.findings.front();
-      }
+  // A life that takes the tables through two captures, and is killed and started again in the
+  // midst: whatever they hold to begin with, there is more to do than that many requests.
+  void liveAndCompareAnswers(bool reset) {
+    const auto answers = 1 + random_() % (reset ? 3000 : 200);
+    std::vector<std::string> arguments = replay(kMoments[1]);
+    arguments.insert(arguments.end(),
+                     {"--links", capture("links", kMoments[2]), "--nexthops",
+                      capture("nexthops", kMoments[2]), "--kill-after", std::to_string(answers)});
+    if (reset) {
+      arguments.emplace_back("--reset");
     }
+    const auto outcome = integration::run(arguments, files_.path());
+    ASSERT_EQ(outcome.exitCode, 0) << answers << " answers: " << outcome.out << outcome.err;
+    const auto report = nlohmann::json::parse(outcome.out)["restart"];
+    EXPECT_EQ(report["answered"], answers);
+    EXPECT_EQ(report["lost"], 0) << report.dump(2);
+    EXPECT_EQ(report["hardware_equal"], true) << report.dump(2);
+    EXPECT_GE(report["log_version_found"], report["log_version_answered"]);
+  }
+
+  void expectStateIsClean() const {
+    const Tools::StateReport found = Tools::checkState(state_);
+    EXPECT_TRUE(found.clean()) << Tools::reportText(found, 0);
+    EXPECT_EQ(found.writer, std::nullopt) << "the lock went with fecd";
   }
 
   // Returns how long it took.
@@ -183,6 +295,8 @@ class KilledAgainTest : public ::testing::Test {
 
 TEST_F(KilledAgainTest, EveryLifeGoesOnFromWhatTheLastOneLeftAndReadersSeeNothingOfIt) {
   const unsigned lives = crash_test::times("LOAMFEC_KILLS", kDailyKills);
+  const unsigned betweenComparisons = std::clamp(lives, 1U, kLivesBetweenComparisons);
+  const unsigned betweenAnswers = std::clamp(lives / 2, 1U, kLivesBetweenAnswers);
   RecordProperty("seed", static_cast<int>(seed_));
   const microseconds wholeRun = expectAWholeRunEndsEqual(kMoments[0]);
   const crash_test::Shared<Board> board;
@@ -191,11 +305,18 @@ TEST_F(KilledAgainTest, EveryLifeGoesOnFromWhatTheLastOneLeftAndReadersSeeNothin
     readers[number].emplace([&, number] { return Follower(state_, *board, number).run(); });
   }
   unsigned kills = 0;
+  unsigned ended = 0;
   for (unsigned life = 1; kills < lives && !HasFailure(); ++life) {
     SCOPED_TRACE("life " + std::to_string(life));
-    kills += liveAndDie(wholeRun) ? 1U : 0U;
-    expectTablesVerify();
-    if (life % kLivesBetweenComparisons == 0) {
+    const bool killed = liveAndDie(wholeRun);
+    kills += killed ? 1U : 0U;
+    ended += killed ? 0U : 1U;
+    expectStateIsClean();
+    if (life % betweenAnswers == 0) {
+      liveAndCompareAnswers(life % (2 * betweenAnswers) == 0);
+      expectStateIsClean();
+    }
+    if (life % betweenComparisons == betweenComparisons / 2) {
       expectAWholeRunEndsEqual(anyMoment());
     }
     ASSERT_LT(life, 20 * lives) << "fecd ends before it can be killed";
@@ -205,10 +326,14 @@ TEST_F(KilledAgainTest, EveryLifeGoesOnFromWhatTheLastOneLeftAndReadersSeeNothin
   for (std::size_t number = 0; number < kReaders; ++number) {
     EXPECT_EQ(readers[number]->wait(), 0) << board->complaint[number].data();
     EXPECT_GT(board->passes[number], 0U);
+    EXPECT_GT(board->logRows[number], 0U);
   }
-  std::printf("seed %u: %u kills, %llu and %llu passes of the readers\n", seed_, kills,
-              static_cast<unsigned long long>(board->passes[0]),
-              static_cast<unsigned long long>(board->passes[1]));
+  std::printf(
+      "seed %u: %u kills, %u ends, %llu and %llu passes of the readers, %llu and %llu log rows\n",
+      seed_, kills, ended, static_cast<unsigned long long>(board->passes[0]),
+      static_cast<unsigned long long>(board->passes[1]),
+      static_cast<unsigned long long>(board->logRows[0]),
+      static_cast<unsigned long long>(board->logRows[1]));
 }
 
 }  // namespace

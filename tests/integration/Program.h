@@ -25,6 +25,7 @@ class Program {
   Program& operator=(const Program&) = delete;
   ~Program();
 
+  pid_t pid() const { return pid_; }
   // Waits for its end.
   Outcome wait();
   // True while it runs; once false, wait() returns at once.

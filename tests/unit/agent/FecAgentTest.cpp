@@ -1,7 +1,9 @@
-// The agent's start: on what another one left, with its hardware, or with empty tables.
+// The agent's start: on what another one left, with its hardware, or with empty tables; and on a
+// damaged state, repaired or not, with hardware that still has what was lost.
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -11,7 +13,10 @@
 #include "agent/FecAgent.h"
 #include "agent/FecClient.h"
 #include "testing/LeakCheck.h"
+#include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
+#include "tools/StateCheck.h"
+#include "tools/StateRepair.h"
 
 namespace {
 
@@ -53,6 +58,49 @@ class FecAgentTest : public testing_support::LeakCheckedTest {
   // A simulated ASIC beside the agent's, which sees what is logged and outlives the agent.
   std::unique_ptr<SimAsic::SimulatedAsic> hardware() const {
     return std::make_unique<SimAsic::SimulatedAsic>(root_.path(), kUnits);
+  }
+
+  // Flips a bit in the key's configuration row of the first unit.
+  void damageRowOf(std::uint32_t fecId) const {
+    const std::string path =
+        root_.path() + "/" + Tools::fileNameOf(Tools::TableRole::config, kUnits[0]);
+    const testing_support::TablePlaces places(path);
+    for (const std::uint32_t slot : places.liveSlots()) {
+      const std::uint64_t row = places.liveRow(slot);
+      if (static_cast<std::uint32_t>(testing_support::wordAt(path, row)) == fecId) {
+        testing_support::flipBit(path, 8 * (row + 20) + 3);
+        return;
+      }
+    }
+    FAIL() << "no row of key " << fecId;
+  }
+  void repair() const {
+    const Tools::RepairReport report = Tools::carryOutRepair(root_.path());
+    ASSERT_EQ(report.outcome, Tools::RepairReport::Outcome::done) << Tools::repairText(report, 0);
+  }
+  void expectStateIsClean() const {
+    const Tools::StateReport found = Tools::checkState(root_.path());
+    EXPECT_TRUE(found.clean()) << Tools::reportText(found, 0);
+  }
+
+  // After a start: the key of the first unit has gone everywhere, nothing waits in the log, and
+  // its client may write it again.
+  void expectLostEverywhereAndWritable(std::uint32_t fecId, std::size_t left) {
+    const FecClient::Key key(fecId);
+    const auto& log = *agent_->fec().entryLog();
+    EXPECT_TRUE(hardwareEqual());
+    EXPECT_EQ(agent_->hardware().hardwareTable(kUnits[0])->find(key), nullptr);
+    EXPECT_EQ(agent_->hardware().hardwareTable(kUnits[0])->size(), left);
+    EXPECT_EQ(entries(kUnits[0]), left);
+    EXPECT_FALSE(log.entryHas(key, kUnits[0]));
+    EXPECT_EQ(log.entryLogConfigRows(), 0U);
+    write({fecId}, 77);
+    EXPECT_TRUE(hardwareEqual());
+    const auto* held = agent_->hardware().hardwareTable(kUnits[0])->find(key);
+    ASSERT_NE(held, nullptr);
+    EXPECT_EQ(held->opaqueA, 77U);
+    stop();
+    expectStateIsClean();
   }
 
   testing_support::TemporaryRoot root_;
@@ -112,6 +160,55 @@ TEST_F(FecAgentTest, HardwareThatWasKeptHearsWhatIsLoggedAfterwards) {
   EXPECT_TRUE(hardwareEqual());
   EXPECT_EQ(agent_->hardware().hardwareTable(kUnits[0])->size(), 2U);
   EXPECT_EQ(agent_->hardware().repairs(), 0U) << "from the log alone";
+}
+
+TEST_F(FecAgentTest, ARowThatARepairDropsIsTakenOffHardwareThatWasKept) {
+  write({1, 2, 3}, 10);
+  auto kept = hardware();
+  stop();
+  damageRowOf(2);
+  repair();
+  expectStateIsClean();
+  start({.reset = false, .hardware = std::move(kept)});
+  EXPECT_EQ(agent_->resynchronisation().removed, 1U);
+  EXPECT_EQ(agent_->resynchronisation().unchanged, 5U);
+  expectLostEverywhereAndWritable(2, 2);
+}
+
+TEST_F(FecAgentTest, ARowThatAStartRetiresIsTakenOffHardwareThatWasKept) {
+  write({1, 2, 3}, 10);
+  auto kept = hardware();
+  stop();
+  damageRowOf(2);
+  start({.reset = false, .hardware = std::move(kept)});
+  EXPECT_EQ(agent_->resynchronisation().removed, 1U);
+  EXPECT_EQ(agent_->resynchronisation().unchanged, 5U);
+  expectLostEverywhereAndWritable(2, 2);
+}
+
+// The log tells of the row, and the hardware has not heard of it: neither the old entry nor the
+// new one may stay.
+TEST_F(FecAgentTest, ARowThatARepairDropsWithItsLogRowIsTakenOffHardwareThatWasKept) {
+  write({1, 2, 3}, 10);
+  auto kept = hardware();
+  const auto version = agent_->fec().entryLog()->tableVersion();
+  FecClient::Entry entry;
+  entry.intfId = Wirex::IntfId::fromName("eth1");
+  entry.opaqueA = 20;
+  entry.key = FecClient::Key(2);
+  agent_->fec().swTable(kUnits[0])->entryWrite(entry.key, entry, nullptr);
+  while (agent_->fec().entryLog()->tableVersion() == version) {
+    ASSERT_TRUE(agent_->loop().runOne());
+  }
+  ASSERT_EQ(agent_->fec().entryLog()->entryLogConfigRows(), 1U);
+  stop();
+  damageRowOf(2);
+  repair();
+  expectStateIsClean();
+  start({.reset = false, .hardware = std::move(kept)});
+  EXPECT_EQ(agent_->resynchronisation().removed, 1U);
+  EXPECT_GT(agent_->fec().entryLog()->tableVersion(), version) << "no version is given twice";
+  expectLostEverywhereAndWritable(2, 2);
 }
 
 TEST_F(FecAgentTest, FreshHardwareHasNothingToCompare) {

@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <fstream>
@@ -484,6 +485,8 @@ TEST_F(FecTableEntryLogWrites, WhenAChangeIsAnnouncedEveryProcessSeesItsRowsAndI
 // Has the next store into that part of the file, wherever this process maps it for writing, end
 // the process.
 void writeProtect(const Pell::String& path, std::uint64_t from, std::uint64_t bytes) {
+  // At once: the thread sanitizer's handler waits for a lock that its release store holds.
+  std::signal(SIGSEGV, SIG_DFL);
   std::ifstream maps("/proc/self/maps");
   for (std::string line; std::getline(maps, line);) {
     if (line.find(path) != std::string::npos && line.find(" rw-s ") != std::string::npos) {
@@ -555,11 +558,6 @@ INSTANTIATE_TEST_SUITE_P(
 class FecTableEntryLogCleanupOrder : public EntryLogTest {};
 
 TEST_F(FecTableEntryLogCleanupOrder, TheLogRowOfADeletionGoesBeforeTheRowsThatItMarked) {
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-  GTEST_SKIP() << "the thread sanitizer's signal handling never returns to the faulting store";
-#endif
-#endif
   const Pell::String path = configRows().filePath();
   const std::uint64_t bytes = RowFile<ConfigRow>(configRows()).offsets().geometry.fileBytes;
   for (const auto& deletion :
