@@ -181,9 +181,9 @@ MUTANTS = [
      """  storeRelease(pad.seq, next.word());
   fillCopy(&pad.copies[next.copy()].checksum, row, next.word());""", None),
     ("file gets its name before its contents", TABLE,
-     "  if (const int error = writeNewFile(file.get(), layout); error != 0) {",
+     "  if (const int error = writeNewFile(file.get(), layout, fileName); error != 0) {",
      "  root.publish(fileName);\n"
-     "  if (const int error = writeNewFile(file.get(), layout); error != 0) {", None),
+     "  if (const int error = writeNewFile(file.get(), layout, fileName); error != 0) {", None),
     ("second writer is not kept out", FOLDER,
      "if (::fcntl(file.get(), F_OFD_SETLK, &whole) != 0) {",
      "if (false && ::fcntl(file.get(), F_OFD_SETLK, &whole) != 0) {", None),
@@ -307,7 +307,7 @@ class Copy:
                  "--no-tests=error", "--output-on-failure"],
                 cwd=self.folder, capture_output=True, text=True, errors="replace")
             if ended.returncode != 0:
-                failed = re.search(r"^\s*\d+ - (\S+) \((.*)\)$", ended.stdout, re.MULTILINE)
+                failed = re.search(r"^\s*\d+ - ([^\s<]+).* \((.*)\)$", ended.stdout, re.MULTILINE)
                 return f"{failed.group(1)} ({failed.group(2)})" if failed else "the run of the tests"
         return None
 
