@@ -424,7 +424,7 @@ TEST_F(StateCheckTest, BesideAnAgentAtWorkThereAreNoFindings) {
   });
   char byte = 0;
   ASSERT_EQ(::read(begun[0], &byte, 1), 1);
-  for (int times = 0; times < 2; ++times) {
+  for (int times = 0; times < 5; ++times) {
     const StateReport report = check();
     EXPECT_THAT(kindsOf(report.findings), IsEmpty()) << Tools::reportText(report, 0);
     EXPECT_TRUE(report.clean() ? report.writer.has_value() : !report.cannotTell.empty());
