@@ -3,6 +3,9 @@
 
 include(GNUInstallDirs)
 
+# A change inside a shared library is no reason to link again what uses it.
+set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
+
 add_library(loamfec_options INTERFACE)
 target_compile_options(
   loamfec_options

@@ -80,32 +80,40 @@ class GlintMap : public GlintMapBase {
   // inserted during the walk may or may not be. The map outlives its iterators.
   class Iterator {
    public:
-    // False at the end, and after an exception.
+    // False before the first row, at the end, and after an exception.
     bool valid() const { return row_.has_value(); }
     // A copy made when the iterator came to the row; it stays as it was. Valid iterators only.
     const Row& row() const { return *row_; }
-    // Valid iterators only.
+    // To the next row. After an exception: to the first one behind the damaged slot, if
+    // canGoOn().
     void advance() { moveTo(slot_ + 1); }
     // Reads the row's place again: the copy is then of the row that stands there now, or, when
     // there is none any more, of the next one. Valid iterators only.
     void refresh() { moveTo(slot_); }
+    // After an exception: false when it cannot be told where the slots end.
+    bool canGoOn() const { return slot_ != kNowhere; }
 
    private:
     friend class GlintMap;
-    Iterator(const GlintMap& map, std::uint32_t from) : map_(&map) { moveTo(from); }
+    // One before slot 0, and no slot's number: a table has fewer.
+    static constexpr std::uint32_t kBeforeFirst = UINT32_MAX;
+    static constexpr std::uint32_t kNowhere = UINT32_MAX - 1;
+
     explicit Iterator(const GlintMap& map) : map_(&map) {}
 
     void moveTo(std::uint32_t from) {
       row_.reset();
+      slot_ = kNowhere;
+      const std::uint32_t end = map_->table().slotsInUse();
+      slot_ = from;
       Words words{};
-      if (const std::optional<std::uint32_t> slot = map_->access().nextRow(from, words)) {
-        slot_ = *slot;
+      if (map_->access().nextRow(slot_, end, words)) {
         row_ = toRow(words);
       }
     }
 
     const GlintMap* map_;
-    std::uint32_t slot_ = 0;
+    std::uint32_t slot_ = kBeforeFirst;
     std::optional<Row> row_;
   };
 
@@ -144,8 +152,15 @@ class GlintMap : public GlintMapBase {
     return removed;
   }
 
+  // Before the first row, wherever that is: advance() leads there. Never throws.
+  Iterator beforeFirst() const { return Iterator(*this); }
+
   // At the first row; not valid if there is none.
-  Iterator iterator() const { return Iterator(*this, 0); }
+  Iterator iterator() const {
+    Iterator result(*this);
+    result.advance();
+    return result;
+  }
 
   // At the key's row; not valid if it has none.
   Iterator iteratorAt(const Key& key) const {

@@ -7,7 +7,7 @@
 #include "Pell/Exceptions.h"
 
 // Lookups and walks for callers who go on when shared memory turns out to be corrupt: the map is
-// told, and the row counts as absent.
+// told, and the row counts as absent. What a visitor throws is its own and goes through.
 
 namespace Glint {
 
@@ -29,6 +29,43 @@ auto guardedRow(Map& map, const Key& key) {
   decltype(map.row(key)) row;
   guarded(map, [&] { row = map.row(key); });
   return row;
+}
+
+// Visits every row that is not damaged, in slot order, and goes on behind what is; visit(row) is
+// given a copy and may insert, replace and delete rows. True: it has met every row that stayed.
+// False: damage has hidden some, so a row that was not met need not be absent. A reader that cannot
+// tell where the slots end visits none.
+template <typename Map, typename Visit>
+[[nodiscard]] bool walkOverDamage(Map& map, Visit&& visit) {
+  auto at = map.beforeFirst();
+  bool sawAll = true;
+  for (;;) {
+    if (!guarded(map, [&] { at.advance(); })) {
+      sawAll = false;
+      if (!at.canGoOn()) {
+        return false;
+      }
+    } else if (at.valid()) {
+      const auto row = at.row();
+      visit(row);
+    } else {
+      return sawAll;
+    }
+  }
+}
+
+// The same, but the first damage ends the walk: visits the rows before it. True: there was none.
+template <typename Map, typename Visit>
+[[nodiscard]] bool walkToDamage(Map& map, Visit&& visit) {
+  auto at = map.beforeFirst();
+  while (guarded(map, [&] { at.advance(); })) {
+    if (!at.valid()) {
+      return true;
+    }
+    const auto row = at.row();
+    visit(row);
+  }
+  return false;
 }
 
 // Visits every row; visit(row) is given a copy and may delete or replace the row it stands for.

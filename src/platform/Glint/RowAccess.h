@@ -5,6 +5,7 @@
 
 #include "Glint/Table.h"
 #include "Pell/Assert.h"
+#include "Zev/WorkMeter.h"
 
 namespace Glint {
 
@@ -31,6 +32,7 @@ class RowAccess {
 
   // The slot of the key's row, which is copied to `out`.
   std::optional<std::uint32_t> find(std::uint64_t key, Row& out) const {
+    Zev::WorkMeter::add(1);
     for (int attempt = 0; attempt < kIndexAttempts; ++attempt) {
       Place place;
       switch (lookUp(key, place)) {
@@ -58,6 +60,7 @@ class RowAccess {
 
   // Inserts the row or replaces the one of its key.
   void write(Row& row) {
+    Zev::WorkMeter::add(1);
     Place place;
     switch (lookUp(keyBits(row), place)) {
       case Answer::found:
@@ -73,6 +76,7 @@ class RowAccess {
 
   // False if the key has no row.
   bool remove(std::uint64_t key) {
+    Zev::WorkMeter::add(1);
     Place place;
     switch (lookUp(key, place)) {
       case Answer::found:
@@ -88,15 +92,17 @@ class RowAccess {
     return true;
   }
 
-  // The first slot at or after `from` that holds a row, which is copied to `out`.
-  std::optional<std::uint32_t> nextRow(std::uint32_t from, Row& out) const {
-    const std::uint32_t end = table_->slotsInUse();
-    for (std::uint32_t slot = from; slot < end; ++slot) {
+  // Moves `slot` on to the first slot, from itself to before `end`, that holds a row, which is
+  // copied to `out`; false, and `slot` at `end`, when there is none. When this throws, `slot` is
+  // the damaged one.
+  bool nextRow(std::uint32_t& slot, std::uint32_t end, Row& out) const {
+    for (; slot < end; ++slot) {
+      Zev::WorkMeter::add(1);
       if (rowOfSlot(slot, out)) {
-        return slot;
+        return true;
       }
     }
-    return std::nullopt;
+    return false;
   }
 
  private:
