@@ -10,10 +10,16 @@
 #include <utility>
 
 #include "Pell/Publisher.h"
+#include "Zev/Trace.h"
+#include "Zev/WorkMeter.h"
 
 namespace Asic {
 
 namespace {
+
+constexpr const char* kClass = "GroupResolver";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 // Does the action when its scope is left, also by an exception.
 template <typename Action>
@@ -53,7 +59,12 @@ class GroupResolver::DependencyWatch {
 
 GroupResolver::GroupResolver(Zev::EventLoop& loop) : turn_(loop, [this] { walk(); }) {}
 
-GroupResolver::~GroupResolver() { hasNotificationActiveIs(false); }
+// The entries go while the queue is still in order: what their release sets off may look at it.
+GroupResolver::~GroupResolver() {
+  hasNotificationActiveIs(false);
+  length_ = 0;
+  const std::vector<Waiting> dropped = std::exchange(queue_, {});
+}
 
 const Zev::TypeRecord& GroupResolver::fwkType() const {
   static const Zev::TypeRecord record{kTypeName};
@@ -61,6 +72,10 @@ const Zev::TypeRecord& GroupResolver::fwkType() const {
 }
 
 void GroupResolver::resolverQueueEnq(Pell::Ptr<ResolverEntry> const& entry) {
+  ZEV_TRACE(trace, 8, kClass, "flags {}", entry->flags().value());
+  if (isBeingDestroyed()) {
+    return;
+  }
   const auto& dependency = entry->dependantEntryHandle();
   Waiting waiting{entry, nullptr};
   if (dependency && dependency->entryState() == EntryState::notResolved) {
@@ -71,6 +86,7 @@ void GroupResolver::resolverQueueEnq(Pell::Ptr<ResolverEntry> const& entry) {
 }
 
 void GroupResolver::updateGenId() {
+  ZEV_TRACE(trace, 8, kClass, "");
   generationMarked_ = true;
   if (!walking_) {
     turn_.mark();
@@ -88,7 +104,8 @@ void GroupResolver::walk() {
   }
   const AtExit turnEnded([this] { endTurn(); });
   const std::size_t turnEnd = std::min(end_, next_ + kEntriesPerTurn);
-  while (next_ < turnEnd) {
+  const Zev::WorkBudget work(kRowsPerTurn);
+  while (next_ < turnEnd && !work.spent()) {
     walkEntry(next_++);
   }
 }
@@ -115,6 +132,7 @@ void GroupResolver::endTurn() {
 }
 
 void GroupResolver::resolverQueueDelIf(const std::function<bool(const ResolverEntry&)>& predicate) {
+  ZEV_TRACE(trace, 8, kClass, "");
   std::vector<Waiting> dropped;
   for (std::size_t at = 0; at < queue_.size(); ++at) {
     if (queue_[at].entry && predicate(*queue_[at].entry)) {

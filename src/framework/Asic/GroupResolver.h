@@ -19,16 +19,20 @@ namespace Asic {
 // Invariants: a generation is walked in turns of its own, never inside a call. A walk takes the
 // entries in queue order and asks each isResolved() and, if so, at once has it committed; what is
 // not resolved stays where it is. Entries that arrive during a walk wait for the next one. One
-// turn looks at no more than kEntriesPerTurn entries, so that other turns are not starved. What an
-// entry throws ends the turn and goes to the loop, and the walk goes on behind that entry in the
+// turn looks at no more than kEntriesPerTurn entries and ends with the entry that makes it
+// kRowsPerTurn rows of shared memory touched, so that other turns are not starved. What an entry
+// throws ends the turn and goes to the loop, and the walk goes on behind that entry in the
 // next turn: an entry that threw in isResolved() waits on; one that threw in commitEntry() leaves
 // the queue, because its commit has begun and a second one could log and answer it twice.
 class GroupResolver : public Zev::NotifyingObject {
  public:
   static constexpr const char* kTypeName = "Asic::GroupResolver";
   static constexpr std::uint32_t kEntriesPerTurn = 1024;
+  static constexpr std::uint64_t kRowsPerTurn = 8192;
 
   explicit GroupResolver(Zev::EventLoop& loop);
+  // Drops the entries that wait. What their release sets off finds an empty queue, and what it
+  // appends is dropped.
   ~GroupResolver() override;
 
   const Zev::TypeRecord& fwkType() const override;
@@ -44,9 +48,9 @@ class GroupResolver : public Zev::NotifyingObject {
   // Entries that wait, the one being committed included. Constant time.
   std::uint32_t resolverQueueLength() const { return length_; }
 
-  // Drops every entry that the predicate names, without committing it. Entries point at their
-  // table without holding it: call this before the last reference to a table goes. The predicate
-  // only looks; it leaves the queue alone.
+  // Drops every entry that the predicate names, without committing it, also in the middle of a
+  // walk. Entries point at their table without holding it: a table that ends calls this for its
+  // own. The predicate only looks; it leaves the queue alone. Linear in the queue.
   void resolverQueueDelIf(const std::function<bool(const ResolverEntry&)>& predicate);
 
  private:

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -50,6 +51,7 @@ class StableArray {
 // Ownership: owns its elements; a removed element is detached before it is destroyed, so an
 // element's destructor may use the map.
 // Threads: one.
+// Errors: an insertion that finds no memory throws and has changed nothing; nothing else throws.
 // Invariants: a Cursor stays usable across any insertion, removal and clear(); a walk by cursor
 // yields every element that stayed during the walk exactly once, in slot order. References to a
 // stored value live until that element is removed. Lookup, insertion, removal: constant time. A
@@ -57,6 +59,9 @@ class StableArray {
 // it was last cleared.
 template <typename Key, typename Value, typename Hash>
 class HashMap {
+  static_assert(std::is_nothrow_copy_constructible_v<Key> &&
+                std::is_nothrow_move_constructible_v<Value>);
+
  public:
   struct Element {
     Key key;
@@ -85,6 +90,7 @@ class HashMap {
 
   // Inserts or replaces; true when the key is new. The replaced value goes after the new one is in.
   bool insertOrAssign(const Key& key, Value value) {
+    makeRoom();
     const auto [indexed, isNew] = index_.try_emplace(key);
     if (!isNew) {
       std::swap(slots_[indexed->second]->value, value);
@@ -99,8 +105,10 @@ class HashMap {
     if (Value* held = find(key); held != nullptr) {
       return *held;
     }
+    Value made{};
+    makeRoom();
     const auto indexed = index_.try_emplace(key).first;
-    fillSlot(indexed->second, key, Value());
+    fillSlot(indexed->second, key, std::move(made));
     return slots_[indexed->second]->value;
   }
 
@@ -165,15 +173,23 @@ class HashMap {
     return std::min(at, end());
   }
 
-  // Gives a new key its slot; `indexed` is the index's word for it.
-  void fillSlot(Cursor& indexed, const Key& key, Value&& value) {
-    if (free_.empty()) {
-      indexed = end();
-      slots_.grow();
-    } else {
-      indexed = free_.back();
-      free_.pop_back();
+  // Has a free slot, and memory to give every slot back: what is indexed next cannot fail.
+  void makeRoom() {
+    if (!free_.empty()) {
+      return;
     }
+    if (free_.capacity() <= slots_.size()) {
+      free_.reserve(2 * std::size_t{slots_.size()} + 1);
+    }
+    slots_.grow();
+    free_.push_back(slots_.size() - 1);
+  }
+
+  // Gives a new key the free slot that makeRoom() has seen to; `indexed` is the index's word for
+  // it.
+  void fillSlot(Cursor& indexed, const Key& key, Value&& value) noexcept {
+    indexed = free_.back();
+    free_.pop_back();
     slots_[indexed].emplace(Element{key, std::move(value)});
   }
 

@@ -12,9 +12,11 @@
 #include <gtest/gtest.h>
 
 #include "Asic/GroupResolver.h"
+#include "Zev/WorkMeter.h"
 #include "testing/LeakCheck.h"
 #include "testing/ManualEventLoop.h"
 #include "testing/RecordingResources.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -246,6 +248,67 @@ TEST_F(GroupResolverTest, OneTurnLooksAt1024Entries) {
   resolver_->updateGenId();
   loop_.runOne();
   EXPECT_EQ(length(), 1U);
+}
+
+// A turn is also bounded by what its entries do.
+
+class TurnWorkTest : public GroupResolverTest {
+ protected:
+  static constexpr std::uint64_t kRows = GroupResolver::kRowsPerTurn;
+
+  void enqWorking(const std::string& name, std::uint64_t rows) {
+    enq(name)->onCommit = [rows] { Zev::WorkMeter::add(rows); };
+  }
+  // What the turns of one generation commit, a number a turn.
+  std::vector<std::size_t> committedByTurn() {
+    resolver_->updateGenId();
+    std::vector<std::size_t> committed;
+    while (loop_.pending() > 0) {
+      const std::uint32_t before = length();
+      loop_.runOne();
+      committed.push_back(before - length());
+    }
+    return committed;
+  }
+};
+
+TEST_F(TurnWorkTest, OneTurnTouches8192RowsAndWhatItsLastEntryTouches) {
+  static_assert(kRows == 8192);
+  for (int i = 0; i < 4; ++i) {
+    enqWorking("x", kRows / 2);
+  }
+  EXPECT_THAT(committedByTurn(), ElementsAre(2U, 2U));
+}
+
+TEST_F(TurnWorkTest, ATurnBelowTheBoundGoesOn) {
+  enqWorking("x", kRows - 1);
+  enqWorking("x", 1);
+  enqWorking("x", 0);
+  EXPECT_THAT(committedByTurn(), ElementsAre(2U, 1U));
+}
+
+TEST_F(TurnWorkTest, AnEntryBeyondTheBoundIsTheTurnsOnlyOne) {
+  for (int i = 0; i < 3; ++i) {
+    enqWorking("x", 8 * kRows);
+  }
+  EXPECT_THAT(committedByTurn(), ElementsAre(1U, 1U, 1U));
+}
+
+TEST_F(TurnWorkTest, WorkOfOtherTurnsDoesNotCount) {
+  enqWorking("x", kRows - 1);
+  enqWorking("x", 1);
+  Zev::WorkMeter::add(10 * kRows);
+  EXPECT_THAT(committedByTurn(), ElementsAre(2U));
+}
+
+TEST_F(TurnWorkTest, AskingCountsToo) {
+  for (int i = 0; i < 3; ++i) {
+    const auto entry = enq("x");
+    entry->resolved = false;
+    entry->onAsk = [] { Zev::WorkMeter::add(kRows / 2); };
+  }
+  resolver_->updateGenId();
+  EXPECT_EQ(loop_.runUntilIdle(), 2U);
 }
 
 // A walk that pauses between two of its turns.
@@ -589,6 +652,42 @@ TEST_F(GroupResolverTest, AnEntryThatDropsTheResolverAndThrowsEndsBoth) {
   EXPECT_THAT(taken(), ElementsAre("a?", "a!", "a~", "b~"));
   loop_.runUntilIdle();
   EXPECT_THAT(journal_, IsEmpty());
+}
+
+// The resolver's end.
+
+TEST_F(GroupResolverTest, WhatItsEndReleasesFindsAnEmptyQueueAndAppendsInVain) {
+  GroupResolver* ending = resolver_.get();
+  std::vector<std::uint32_t> lengths;
+  for (const char* name : {"a", "b", "c"}) {
+    enq(name)->onDestroy = [&, ending] {
+      lengths.push_back(ending->resolverQueueLength());
+      ending->resolverQueueEnq(Zev::makeObject<ProbeEntry>(journal_, "late"));
+      ending->updateGenId();
+      ending->resolverQueueDelIf([](const Asic::ResolverEntry&) { return true; });
+    };
+  }
+  resolver_ = nullptr;
+  loop_.runUntilIdle();
+  EXPECT_THAT(lengths, ElementsAre(0U, 0U, 0U));
+  EXPECT_THAT(taken(), ElementsAre("a~", "late~", "b~", "late~", "c~", "late~"));
+}
+
+// Traces.
+
+TEST_F(GroupResolverTest, ItTracesWhatIsAskedOfIt) {
+  const testing_support::TraceRecorder traces({"GroupResolver"});
+  enq("a");
+  resolver_->updateGenId();
+  dropAll();
+  std::vector<std::string> lines;
+  for (const auto& record : traces.records()) {
+    lines.push_back(std::to_string(record.level) + " " + record.file + " " + record.className +
+                    " " + record.function + "|" + record.message + "|");
+  }
+  EXPECT_THAT(lines, ElementsAre("8 GroupResolver GroupResolver resolverQueueEnq|flags 0|",
+                                 "8 GroupResolver GroupResolver updateGenId||",
+                                 "8 GroupResolver GroupResolver resolverQueueDelIf||"));
 }
 
 TEST_F(GroupResolverTest, ItNamesItsType) {
