@@ -337,4 +337,14 @@ std::uint32_t FecTableEntryLog::entrys(Asic::UnitId unitId) const {
 
 std::uint32_t FecTableEntryLog::entryLogConfigRows() const { return log().rowCount(); }
 
+void FecTableEntryLog::throwWithoutRoom(Asic::UnitId unitId) const {
+  if (log().rowCount() < log().slotCount()) {
+    return;
+  }
+  throw FecTableLogRoomException(
+      fmt::format("{}: unit {} has entries to log again, but all {} rows are taken by changes that "
+                  "the hardware has not applied; let it apply them, or begin with empty tables",
+                  log().filePath(), unitId, log().slotCount()));
+}
+
 }  // namespace LoamFec

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 #include "Asic/EntryLogBase.h"
@@ -9,6 +10,12 @@
 #include "records/FecTableConstants.h"
 
 namespace LoamFec {
+
+// The log cannot take what a restart has to log again: the hardware has not applied what it holds.
+class FecTableLogRoomException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 // The FEC table's log of committed changes, and the configuration table of each unit, in shared
 // memory.
@@ -98,6 +105,9 @@ class FecTableEntryLog : public Asic::EntryLogBase {
 
   // Rows of the log. Constant time.
   std::uint32_t entryLogConfigRows() const;
+  // Throws FecTableLogRoomException, which says what to do, when the log has no room for one more
+  // change of the unit.
+  void throwWithoutRoom(Asic::UnitId unitId) const;
 
  private:
   static constexpr std::uint32_t kTableConfigGlintSalt = 0x525a0dd4;

@@ -14,6 +14,14 @@
 
 namespace LoamFec {
 
+namespace {
+
+constexpr const char* kUsageClass = "LocalUsageUpdateSm";
+
+Zev::TraceHandle& usageTrace = Zev::traceHandle(kUsageClass);
+
+}  // namespace
+
 using LocalUsageUpdateSm = FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm;
 using Accessor = Asic::SwTableResourceAccessor<FecTableIntfIdToDestIdLinkage>;
 
@@ -88,6 +96,7 @@ void LocalUsageUpdateSm::entryUsageDelAll() {
 void LocalUsageUpdateSm::resPtrDispatch(Pell::Publisher* /*publisher*/,
                                         Pell::Subscriber* /*subscriber*/, short attributeId,
                                         const void* /*element*/, const void* /*oldValue*/) {
+  ZEV_TRACE(usageTrace, 8, kUsageClass, "resKey: {}, attributeId: {}", key(), attributeId);
   if (attributeId == ResourceHandle::kChangeAttribute && !isBeingDestroyed()) {
     handleResourceChange();
   }
@@ -137,7 +146,8 @@ void FecTableIntfIdToDestIdLinkage::setResourceHandle(
 
 FecTableIntfIdToDestIdLinkage::EntryState FecTableIntfIdToDestIdLinkage::entryResolutionState(
     const Pell::Ptr<FecTableEntryWrapper const>& entry) const {
-  return Accessor::entryResolutionState(entry);
+  const Pell::Ptr<FecTableEntryWrapper const> held = entry;
+  return Accessor::entryResolutionState(held);
 }
 
 Pell::Ptr<Asic::NeededEntry> FecTableIntfIdToDestIdLinkage::getNeededEntrySet(
