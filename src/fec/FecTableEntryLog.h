@@ -31,6 +31,27 @@ class FecTableEntryLog : public Asic::EntryLogBase {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableEntryLog";
 
+  // What is committed for one key, as one look has found it. Each question answers as the log's
+  // query of that name does, and is traced like it.
+  //
+  // Kind: value type; later changes of the row do not show.
+  class Look {
+   public:
+    FecTableDataModelLogEntry entry() const;
+    bool entryHas() const;
+    FecTableDataModelResourceKeys entryRsrcKeys() const;
+
+   private:
+    friend class FecTableEntryLog;
+    Look(const FecTableDataModelEntryKey& key, Asic::UnitId unitId,
+         std::optional<FecTableDataModelConfigGlintEntry> row)
+        : key_(key), unitId_(unitId), row_(row) {}
+
+    FecTableDataModelEntryKey key_;
+    Asic::UnitId unitId_;
+    std::optional<FecTableDataModelConfigGlintEntry> row_;  // nothing: absent or damaged
+  };
+
   // Mounts the entry log; tableVersion() goes on where the last process stopped. Throws
   // ZevGlint::MountException.
   FecTableEntryLog(Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
@@ -94,10 +115,8 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   // Of a deleted row too; the default keys when the key has no row.
   FecTableDataModelResourceKeys entryRsrcKeys(const FecTableDataModelEntryKey& key,
                                               Asic::UnitId unitId) const;
-  // entryHas() and entryRsrcKeys() in one look at the row, traced as both; nothing when the key has
-  // no row or a deleted one.
-  std::optional<FecTableDataModelResourceKeys> committedRsrcKeys(
-      const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
+  // One look at the key's row, for several of the questions above.
+  Look look(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
   // Rows marked deleted. Linear in the unit's rows.
   std::uint32_t entrysInDeletion(Asic::UnitId unitId) const;
   // Rows that are not marked deleted. Linear in the unit's rows.

@@ -224,6 +224,9 @@ namespace {
 
 constexpr const char* kClass = "FecTableIntfIdToDestIdLinkage";
 
+// A change looks each user's row up: those of the next few are fetched meanwhile.
+constexpr std::uint32_t kFetchedAhead = 4;
+
 Zev::TraceHandle& defaultTrace() {
   static Zev::TraceHandle& handle = Zev::traceHandle(kClass);
   return handle;
@@ -348,8 +351,9 @@ void SwTableResourceAccessor<Linkage>::updateLocalUsage(const Pell::Ptr<Wrapper>
     return;
   }
   const ResourceKey wanted = resourceKeyFromEntry(entry);
-  if (const auto held = log.committedRsrcKeys(key, unit)) {
-    const ResourceKey old(held->intfId);
+  const auto committed = log.look(key, unit);
+  if (committed.entryHas()) {
+    const ResourceKey old(committed.entryRsrcKeys().intfId);
     if (old == wanted) {
       return;
     }
@@ -383,14 +387,17 @@ void SwTableResourceAccessor<Linkage>::handleResourceChange(const Pell::Ptr<Reco
   const Pell::Ptr<Record> held = record;
   const Pell::Ptr<LoamFec::FecTableSwTable> swTable(linkage_.swTable());
   Pell::Ptr<DependencyEntryHandle const> dependency;
-  held->entryUsage().forEach([&](const Key& user, bool) {
-    const Key key = user;
-    ZEV_TRACE_AS(defaultTrace(), 3, kClass, "handleResourceChange",
-                 "Updating sw table entry for key: ", key);
+  const auto& users = held->entryUsage();
+  for (auto at = users.begin(); users.within(at); at = users.next(at)) {
+    if (const auto* soon = users.elementAt(at + kFetchedAhead)) {
+      swTable->entryLog()->fetchAhead(soon->key, swTable->unitId());
+    }
+    const Key key = users.elementAt(at)->key;
+    ZEV_TRACE(defaultTrace(), 3, kClass, "Updating sw table entry for key: ", key);
     if (const auto handle = swTable->updateEntry(key)) {
       dependency = handle;
     }
-  });
+  }
   linkage_.resTblClient()->ackUpdate(held->resourceHandle(), held->resourceHandle()->updateNumber(),
                                      dependency);
 }

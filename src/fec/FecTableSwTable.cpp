@@ -206,9 +206,7 @@ class OrderedSwTableAccessor {
 
   Entry entryFromConfig(const Key& key) const {
     ZEV_TRACE(trace, 8, kClass, "key: {}", key);
-    const auto& log = table_.entryLog();
-    const auto logEntry = log->entry(key, table_.unitId());
-    return Entry::fromLog(logEntry, log->entryRsrcKeys(key, table_.unitId()));
+    return entryFromLook(table_.entryLog()->look(key, table_.unitId()));
   }
 
   // Shared memory.
@@ -216,12 +214,7 @@ class OrderedSwTableAccessor {
   template <typename Wrapper>
   Pell::Ptr<Wrapper> entryWrapperFromConfig(const Key& key, bool refreshRsrcPtrs) {
     ZEV_TRACE(trace, 8, kClass, "key: {}, refreshRsrcPtrs: {}", key, refreshRsrcPtrs);
-    const Entry entry = table_.entryFromConfig(key);
-    const Pell::Ptr<Handle> handle = Table::entryHandleFactory(EntryVersion(), key, &table_);
-    Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(entry, handle);
-    table_.setRsrcPtrs(wrapper, refreshRsrcPtrs);
-    wrapper->retrieveClientData();
-    return wrapper;
+    return wrapperOf<Wrapper>(key, table_.entryFromConfig(key), refreshRsrcPtrs);
   }
 
   template <typename Wrapper, typename Linkage>
@@ -259,11 +252,12 @@ class OrderedSwTableAccessor {
   template <typename Wrapper, typename Linkage>
   Pell::Ptr<OrderedSwTable::EntryHandle const> updateEntry(const Key& key, const Linkage& linkage) {
     const auto& log = table_.entryLog();
-    if (!log->entryHas(key, table_.unitId())) {
+    const auto committed = log->look(key, table_.unitId());
+    if (!committed.entryHas()) {
       ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist ", key);
       return nullptr;
     }
-    const Pell::Ptr<Wrapper> wrapper = entryWrapperFromConfig<Wrapper>(key, false);
+    const Pell::Ptr<Wrapper> wrapper = entryWrapperFromLook<Wrapper>(key, committed);
     wrapper->setResolvedFields();
     const bool commitToLog = linkage->entryResolutionState(wrapper) != EntryState::notResolved;
     if (!commitToLog) {
@@ -271,7 +265,7 @@ class OrderedSwTableAccessor {
     }
     const Pell::Ptr<OrderedSwTable::EntryHandle>& handle = wrapper->entryHandle();
     const auto logEntry = wrapper->entry().logEntry();
-    const bool changed = !logEntry.isEq(logEntry, log->entry(key, table_.unitId()));
+    const bool changed = !logEntry.isEq(logEntry, committed.entry());
     if (changed && commitToLog) {
       log->throwWithoutRoom(table_.unitId());
       const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
@@ -295,6 +289,31 @@ class OrderedSwTableAccessor {
   static bool hasFailed(EntryState state) {
     return state == EntryState::dependencyFailed || state == EntryState::commitFailed ||
            state == EntryState::resourceFailed;
+  }
+
+  // The entry is asked for before the resource keys.
+  template <typename Look>
+  static Entry entryFromLook(const Look& committed) {
+    const auto logEntry = committed.entry();
+    return Entry::fromLog(logEntry, committed.entryRsrcKeys());
+  }
+
+  // entryWrapperFromConfig() without a refresh, of a row that has been looked at; traced like it.
+  template <typename Wrapper, typename Look>
+  Pell::Ptr<Wrapper> entryWrapperFromLook(const Key& key, const Look& committed) {
+    ZEV_TRACE_AS(trace, 8, kClass, "entryWrapperFromConfig", "key: {}, refreshRsrcPtrs: {}", key,
+                 false);
+    ZEV_TRACE_AS(trace, 8, kClass, "entryFromConfig", "key: {}", key);
+    return wrapperOf<Wrapper>(key, entryFromLook(committed), false);
+  }
+
+  template <typename Wrapper>
+  Pell::Ptr<Wrapper> wrapperOf(const Key& key, const Entry& entry, bool refreshRsrcPtrs) {
+    const Pell::Ptr<Handle> handle = Table::entryHandleFactory(EntryVersion(), key, &table_);
+    Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(entry, handle);
+    table_.setRsrcPtrs(wrapper, refreshRsrcPtrs);
+    wrapper->retrieveClientData();
+    return wrapper;
   }
 
   // Version of a new write or remove: one above the newest that is pending for the key. Traced as a
