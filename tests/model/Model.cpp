@@ -15,7 +15,6 @@ namespace {
 constexpr std::size_t kLogCapacity = 100'000;
 constexpr std::size_t kSuspendAbove = 9'999;
 constexpr std::size_t kResumeAtOrBelow = 7'999;
-constexpr std::size_t kLooksPerTurn = 1'024;
 constexpr std::size_t kFirstRing = 8;  // handles that the in-log queue holds before it grows
 
 constexpr std::uint32_t kWritten = 0;
@@ -254,7 +253,7 @@ void Model::markGeneration() {
 }
 
 // A walk looks once at every request that was queued when it began.
-bool Model::turn() {
+bool Model::turn(std::size_t looksOfTurn) {
   if (!turnDue_) {
     return false;
   }
@@ -264,7 +263,7 @@ bool Model::turn() {
     walkAt_ = queue_.begin();
     walkLeft_ = queue_.size();
   }
-  for (std::size_t looks = 0; looks < kLooksPerTurn && walkLeft_ > 0; ++looks, --walkLeft_) {
+  for (std::size_t looks = 0; looks < looksOfTurn && walkLeft_ > 0; ++looks, --walkLeft_) {
     const auto at = *walkAt_;
     const bool resolved = isResolved(*at);
     if (resolved) {

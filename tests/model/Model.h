@@ -190,8 +190,11 @@ class Model {
 
   // A generation is due.
   void markGeneration();
-  // Runs one turn of the resolver; false when none was due.
-  bool turn();
+  // Runs one turn of the resolver, which looks at no more than so many requests; false when none
+  // was due.
+  bool turn(std::size_t looksOfTurn);
+  // A walk of the resolver has paused between two turns.
+  bool walking() const { return walkAt_.has_value(); }
   bool turnDue() const { return turnDue_; }
   void report(Version version);
 

@@ -509,6 +509,16 @@ void ModelRun::hooks(const Operation& operation) {
 
 // Turns.
 
+// A turn of the resolver ends with its walk, or for one of its two bounds.
+bool ModelRun::turnIsWhole() const {
+  constexpr std::size_t kLooksPerTurn = 1'024;
+  constexpr std::uint64_t kRowsPerTurn = 8'192;
+  const std::size_t probes = live_ ? 1 : 0;  // looked at as well, in the first turn of a walk
+  return real_.looks() <= kLooksPerTurn &&
+         (!model_.walking() || real_.looks() + probes >= kLooksPerTurn ||
+          real_.rowsTouched() >= kRowsPerTurn);
+}
+
 void ModelRun::turns(bool all) {
   constexpr int kMostTurns = 1'000;
   bool more = true;
@@ -517,8 +527,11 @@ void ModelRun::turns(bool all) {
     more = ran != RealTable::Ran::nothing;
     if (ran == RealTable::Ran::other) {
       followResources();
-    } else if (model_.turn() != more && !live_) {
+    } else if (model_.turn(real_.looks()) != more && !live_) {
       disagreement_ = "one side has a turn, the other has none";
+    } else if (more && !turnIsWhole()) {
+      disagreement_ = fmt::format("a turn ended after {} looks and {} rows", real_.looks(),
+                                  real_.rowsTouched());
     }
   }
   if (live_ && all && real_.resourcesWait()) {

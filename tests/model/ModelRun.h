@@ -94,6 +94,7 @@ class ModelRun {
   std::string compareSettled();
   void hooks(const Operation& operation);
   void turns(bool all);
+  bool turnIsWhole() const;
   void report(const Operation& operation);
   void openWalk(const Operation& operation);
   std::string stepWalk(const Operation& operation);

@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "Glint/Guarded.h"
+#include "Zev/Trace.h"
+#include "Zev/WorkMeter.h"
 #include "model/Operations.h"
 #include "records/FecTableConstants.h"
 
@@ -260,14 +262,48 @@ void RealTable::restart() {
   resourcesAreOurs();
 }
 
+namespace {
+
+// Counts how often requests are asked whether they are resolved: each trace of that is one.
+class LookCounter {
+ public:
+  LookCounter() : levels_(trace_.levels()), sink_(Zev::traceSink()) {
+    trace_.levelsIs(1U << 8U);
+    Zev::traceSinkIs([this](const Zev::TraceRecord& record) {
+      looks_ += record.function == "isResolved" ? 1U : 0U;
+    });
+  }
+  ~LookCounter() {
+    Zev::traceSinkIs(sink_);
+    trace_.levelsIs(levels_);
+  }
+  LookCounter(const LookCounter&) = delete;
+  LookCounter& operator=(const LookCounter&) = delete;
+
+  std::size_t looks() const { return looks_; }
+
+ private:
+  Zev::TraceHandle& trace_ = Zev::traceHandle("FecTableResolverEntry");
+  std::uint32_t levels_;
+  Zev::TraceSink sink_;
+  std::size_t looks_ = 0;
+};
+
+}  // namespace
+
 RealTable::Ran RealTable::turn() {
   if (probe_) {
     probe_->walked = false;
   }
-  if (!agent_.loop().runOne()) {
+  const LookCounter counter;
+  const Zev::WorkBudget work(0);
+  const bool ran = agent_.loop().runOne();
+  looks_ = counter.looks();
+  rowsTouched_ = work.used();
+  if (!ran) {
     return Ran::nothing;
   }
-  return !probe_ || probe_->walked ? Ran::resolver : Ran::other;
+  return !probe_ || probe_->walked || looks_ > 0 ? Ran::resolver : Ran::other;
 }
 
 void RealTable::makeTable(Unit unit, bool reset) {

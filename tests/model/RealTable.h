@@ -76,6 +76,9 @@ class RealTable {
 
   void markGeneration();
   Ran turn();
+  // Of the last turn: requests that the resolver has looked at, and rows of shared memory touched.
+  std::size_t looks() const { return looks_; }
+  std::uint64_t rowsTouched() const { return rowsTouched_; }
   bool turnDue() { return agent_.loop().pending() != 0; }
   void report(Version version) { agent_.report(version); }
   void reset(Unit unit) { agent_.makeTable(static_cast<std::uint16_t>(unit), true); }
@@ -152,6 +155,8 @@ class RealTable {
   // With live resources. The probe stands first in the resolver's queue and tells its walks.
   Pell::Ptr<Resources> resources_;
   Pell::Ptr<Probe> probe_;
+  std::size_t looks_ = 0;
+  std::uint64_t rowsTouched_ = 0;
   std::list<std::pair<Pell::Ptr<testing_support::ResourceTable::ResourceHandle const>,
                       std::unique_ptr<Pell::Subscriber>>>
       watched_;
