@@ -291,7 +291,7 @@ class Judge {
       const std::uint32_t table = row.tableVersion().tableId().value();
       const std::uint64_t version = row.tableVersion().logVersion().value();
       const Mend drop{Mend::What::dropGroupRow, sequence};
-      if (sequence == 0 || version == 0 || row.neededCount() > Asic::NeededEntry::kMaxTables) {
+      if (sequence == 0 || version == 0 || !row.isPlausible()) {
         finding("implausible_row", file,
                 fmt::format("sequence {} has version {} and {} needed versions", sequence, version,
                             row.neededCount()),

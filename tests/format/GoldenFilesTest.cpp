@@ -212,7 +212,7 @@ TEST_F(GoldenFilesTest, AWriterGoesOnWithFilesOfTheFirstRelease) {
         {LogVersion(5), LogRow::kEntryWritten, Asic::UnitId(6), format_test::logEntry(12, 9)});
     writer.log().rowDel(LogVersion(2));
     writer.log().control().scratchpadIs(6);
-    writer.group().rowIs({5, {kFec, LogVersion(5)}, nullptr});
+    writer.group().rowIs({5, {kFec, LogVersion(5)}});
     writer.group().rowDel(3);
     writer.applied().rowIs(Asic::GroupVersionRow({SwTableId(0x03010809), LogVersion(1)}));
   }

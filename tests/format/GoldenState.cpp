@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -31,10 +32,10 @@ LoamFec::FecTableDataModelResourceKeys interface(const char* name) {
   return {Wirex::IntfId::fromName(name)};
 }
 
-Pell::Ptr<const Asic::NeededEntry> needs(std::uint32_t tables, std::uint64_t version) {
-  const auto needed = Zev::makeObject<Asic::NeededEntry>();
+std::vector<Asic::TableVersion> needs(std::uint32_t tables, std::uint64_t version) {
+  std::vector<Asic::TableVersion> needed;
   for (std::uint32_t table = 1; table <= tables; ++table) {
-    needed->add({otherTable(table), LogVersion(version + table)});
+    needed.emplace_back(otherTable(table), LogVersion(version + table));
   }
   return needed;
 }
@@ -64,11 +65,11 @@ void writeLog(Glint::GlintMap<LogRow>& rows) {
 
 void writeGroup(Glint::GlintMap<Asic::GroupLogRow>& rows) {
   const SwTableId fec = FecTableConstants::kTableId;
-  rows.rowIs({1, {fec, LogVersion(1)}, nullptr});
+  rows.rowIs({1, {fec, LogVersion(1)}});
   rows.rowIs({2, {fec, LogVersion(2)}, needs(1, 20)});
   rows.rowIs({3, {otherTable(1), LogVersion(3)}, needs(8, 30)});
-  rows.rowIs({4, {fec, LogVersion(4)}, nullptr});
-  rows.rowIs({5, {fec, LogVersion(5)}, nullptr});
+  rows.rowIs({4, {fec, LogVersion(4)}});
+  rows.rowIs({5, {fec, LogVersion(5)}});
   rows.rowIs({2, {fec, LogVersion(2)}, needs(2, 60)});
   rows.rowDel(1);
   rows.control().scratchpadIs(5);

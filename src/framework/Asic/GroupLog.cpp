@@ -37,14 +37,14 @@ const bool kEntityTypesRegistered = [] {
 }  // namespace
 
 GroupLogRow::GroupLogRow(std::uint64_t sequence, TableVersion tableVersion,
-                         const Pell::Ptr<NeededEntry const>& needed)
+                         std::span<const TableVersion> needed, std::uint32_t marks)
     : sequence_(sequence),
       version_(tableVersion.logVersion().value()),
-      tableId_(tableVersion.tableId().value()) {
-  if (needed) {
-    for (const TableVersion& version : needed->tableVersions()) {
-      needed_[neededCount_++] = {version.tableId().value(), version.logVersion().value()};
-    }
+      tableId_(tableVersion.tableId().value()),
+      countAndMarks_(static_cast<std::uint32_t>(needed.size()) | marks) {
+  PELL_ASSERT(needed.size() <= kNeededPerRow, "needed.size() <= kNeededPerRow");
+  for (std::size_t at = 0; at < needed.size(); ++at) {
+    needed_[at] = {needed[at].tableId().value(), needed[at].logVersion().value()};
   }
 }
 
@@ -104,13 +104,30 @@ std::deque<GroupLog::Pending>& GroupLog::pending(SwTableId tableId) {
   return held != pending_.end() ? held->rows : pending_.emplace_back(tableId).rows;
 }
 
+// The scratchpad goes from the last row of the operation before to the last row of this one, so
+// whoever goes by it sees all of the rows or none.
 void GroupLog::addGroupLogEntry(SwTableId tableId, LogVersion version,
                                 const Pell::Ptr<NeededEntry const>& neededEntry) {
-  const std::uint64_t sequence = ++lastSequence_;
-  log_->groupLog().rowIs(GroupLogRow(sequence, {tableId, version}, neededEntry));
-  log_->groupLog().control().scratchpadIs(sequence);
-  pending(tableId).push_back({version, sequence});
+  std::span<const TableVersion> needed;
+  if (neededEntry) {
+    needed = neededEntry->tableVersions();
+  }
+  std::uint32_t marks = GroupLogRow::kContinued;
+  while (needed.size() > GroupLogRow::kNeededPerRow) {
+    addRow({tableId, version}, needed.first(GroupLogRow::kNeededPerRow), marks);
+    needed = needed.subspan(GroupLogRow::kNeededPerRow);
+    marks |= GroupLogRow::kContinuation;
+  }
+  addRow({tableId, version}, needed, marks & ~GroupLogRow::kContinued);
+  log_->groupLog().control().scratchpadIs(lastSequence_);
   publisher().attributeChange(kGroupLogAttribute);
+}
+
+void GroupLog::addRow(TableVersion tableVersion, std::span<const TableVersion> needed,
+                      std::uint32_t marks) {
+  log_->groupLog().rowIs(GroupLogRow(lastSequence_ + 1, tableVersion, needed, marks));
+  ++lastSequence_;
+  pending(tableVersion.tableId()).push_back({tableVersion.logVersion(), lastSequence_});
 }
 
 bool GroupLog::hasTableVersion(SwTableId tableId) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <span>
 #include <vector>
 
 #include "Asic/GroupLogInterface.h"
@@ -89,6 +90,7 @@ class GroupLog : public GroupLogInterface {
     std::deque<Pending> rows;
   };
 
+  void addRow(TableVersion tableVersion, std::span<const TableVersion> needed, std::uint32_t marks);
   void readPending();
   std::deque<Pending>& pending(SwTableId tableId);
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "Asic/NeededEntry.h"
 #include "Glint/GlintMap.h"
@@ -13,19 +14,43 @@
 namespace Asic {
 
 // One operation of one table, in the order in which the group must see it, keyed by its place in
-// that order (from 1).
+// that order (from 1). An operation that needs more versions than a row holds takes several rows
+// with consecutive sequences, all of the same table and version.
 //
-// Layout: 120 bytes: sequence 0, version 8, tableId 16, neededCount 20, needed versions from 24 on,
-// each 12 bytes: table id 0, version 4. Elements at and beyond neededCount are zero.
+// Layout: 120 bytes: sequence 0, version 8, tableId 16, needed count and marks 20, needed versions
+// from 24 on, each 12 bytes: table id 0, version 4. Elements at and beyond the count are zero.
 class GroupLogRow {
  public:
+  static constexpr std::uint32_t kNeededPerRow = 8;
+  // Marks, in the same word as the count. Of the rows of one operation all but the last are marked
+  // continued, and all but the first as continuations: so the rest of a set that lost some is told
+  // from an operation of its own.
+  static constexpr std::uint32_t kContinued = 1U << 31;
+  static constexpr std::uint32_t kContinuation = 1U << 30;
+
+  // Rows of an operation that needs that many versions; none takes a row too.
+  static constexpr std::uint64_t rowsFor(std::uint64_t neededVersions) {
+    return neededVersions == 0 ? 1 : (neededVersions + kNeededPerRow - 1) / kNeededPerRow;
+  }
+
   GroupLogRow() = default;
+  // More than kNeededPerRow versions in one row stop the process.
   GroupLogRow(std::uint64_t sequence, TableVersion tableVersion,
-              const Pell::Ptr<NeededEntry const>& needed);
+              std::span<const TableVersion> needed, std::uint32_t marks);
+  // An operation of one row.
+  GroupLogRow(std::uint64_t sequence, TableVersion tableVersion,
+              std::span<const TableVersion> needed = {})
+      : GroupLogRow(sequence, tableVersion, needed, 0) {}
 
   std::uint64_t sequence() const { return sequence_; }
   TableVersion tableVersion() const { return {SwTableId(tableId_), LogVersion(version_)}; }
-  std::uint32_t neededCount() const { return neededCount_; }
+  // More of what the operation needs stands in the next row.
+  bool isContinued() const { return (countAndMarks_ & kContinued) != 0; }
+  // The row belongs to the operation of the row before.
+  bool isContinuation() const { return (countAndMarks_ & kContinuation) != 0; }
+  // False for a count that no writer leaves; needed() must not be asked then.
+  bool isPlausible() const { return neededCount() <= kNeededPerRow; }
+  std::uint32_t neededCount() const { return countAndMarks_ & ~(kContinued | kContinuation); }
   TableVersion needed(std::uint32_t at) const {
     return {SwTableId(needed_[at].tableId), LogVersion(needed_[at].version)};
   }
@@ -42,8 +67,8 @@ class GroupLogRow {
   std::uint64_t sequence_ = 0;
   std::uint64_t version_ = 0;
   std::uint32_t tableId_ = 0;
-  std::uint32_t neededCount_ = 0;
-  std::array<Needed, NeededEntry::kMaxTables> needed_ = {};
+  std::uint32_t countAndMarks_ = 0;
+  std::array<Needed, kNeededPerRow> needed_ = {};
 };
 static_assert(sizeof(GroupLogRow) == 120);
 

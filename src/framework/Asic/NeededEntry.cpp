@@ -1,10 +1,9 @@
 #include "Asic/NeededEntry.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <fmt/ranges.h>
-
-#include "Pell/Assert.h"
 
 namespace Asic {
 
@@ -14,17 +13,35 @@ const Zev::TypeRecord& NeededEntry::fwkType() const {
 }
 
 void NeededEntry::add(TableVersion tableVersion) {
-  const auto end = versions_.begin() + count_;
-  const auto held = std::find_if(versions_.begin(), end, [&](const TableVersion& version) {
-    return version.tableId() == tableVersion.tableId();
-  });
-  if (held == end) {
-    PELL_ASSERT_MESSAGE(count_ < kMaxTables, "count_ < kMaxTables",
-                        fmt::format("an operation can need at most {} tables; {} is one more",
-                                    kMaxTables, tableVersion));
-    versions_[count_++] = tableVersion;
+  TableVersion* held = find(tableVersion.tableId());
+  if (held == nullptr) {
+    append(tableVersion);
   } else if (held->logVersion() < tableVersion.logVersion()) {
     *held = tableVersion;
+  }
+}
+
+TableVersion* NeededEntry::find(SwTableId tableId) {
+  if (index_.empty()) {
+    const auto held =
+        std::find_if(versions_.begin(), versions_.end(),
+                     [&](const TableVersion& version) { return version.tableId() == tableId; });
+    return held == versions_.end() ? nullptr : &*held;
+  }
+  const auto held = index_.find(tableId);
+  return held == index_.end() ? nullptr : &versions_[held->second];
+}
+
+// What may fail comes first, so that index and versions always agree.
+void NeededEntry::append(TableVersion tableVersion) {
+  if (versions_.size() >= kInlineTableVersions) {
+    index_.reserve(versions_.size() + 1);
+  }
+  versions_.push_back(tableVersion);
+  if (versions_.size() > kInlineTableVersions) {
+    for (std::size_t at = index_.size(); at < versions_.size(); ++at) {
+      index_.emplace(versions_[at].tableId(), at);
+    }
   }
 }
 

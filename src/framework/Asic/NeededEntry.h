@@ -1,39 +1,55 @@
 #pragma once
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
+
+#include <boost/container/small_vector.hpp>
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include "Asic/Versions.h"
 #include "Zev/PtrInterface.h"
 
 namespace Asic {
 
-// The table versions that must be applied before an operation: at most one version a table.
+// Table versions in the order in which they came; as many as an operation needs as a rule stand in
+// the object itself.
+inline constexpr std::size_t kInlineTableVersions = 8;
+using TableVersions = boost::container::small_vector<TableVersion, kInlineTableVersions>;
+
+// The table versions that must be applied before an operation: at most one version a table, of any
+// number of tables.
 //
 // Kind: object, changed only while it is being built, then shared as Ptr<NeededEntry const>.
-// Layout: the versions stand in the object itself. A group has few tables, so a scan of at most
-// kMaxTables elements is cheaper than any index, and a group-log row holds the same number inline.
+// Layout: up to kInlineTableVersions stand in the object itself and are found by a scan; beyond
+// that they move to the heap, and an index finds them. So adding a table costs the same however
+// many there are.
 class NeededEntry : public Zev::PtrInterface {
  public:
   static constexpr const char* kTypeName = "Asic::NeededEntry";
-  static constexpr std::uint32_t kMaxTables = 8;
 
   const Zev::TypeRecord& fwkType() const override;
 
-  // Of two versions of one table the higher is kept: it needs the lower one too. A table beyond
-  // kMaxTables stops the process.
+  // Of two versions of one table the higher is kept: it needs the lower one too.
   void add(TableVersion tableVersion);
   // Null adds nothing.
   void merge(const Pell::Ptr<NeededEntry const>& other);
 
-  // In the order in which the tables were first added.
-  std::span<const TableVersion> tableVersions() const { return {versions_.data(), count_}; }
-  bool empty() const { return count_ == 0; }
+  // In the order in which the tables were first added. Good until something is added.
+  std::span<const TableVersion> tableVersions() const {
+    return {versions_.data(), versions_.size()};
+  }
+  bool empty() const { return versions_.empty(); }
 
  private:
-  std::uint32_t count_ = 0;
-  std::array<TableVersion, kMaxTables> versions_;
+  static constexpr std::uint32_t kIndexSalt = 0x6d1f93a5;
+  using Index = boost::unordered_flat_map<SwTableId, std::size_t, SwTableIdHash<kIndexSalt>>;
+
+  TableVersion* find(SwTableId tableId);
+  void append(TableVersion tableVersion);
+
+  TableVersions versions_;
+  Index index_;  // empty while everything stands inline
 };
 
 // "{aa:gg:tttt@version, ...}"; "null" for a null pointer.

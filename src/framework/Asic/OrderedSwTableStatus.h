@@ -9,11 +9,19 @@ namespace Asic {
 // table's clients.
 //
 // Threads: the event loop's.
+// Invariants: an observer hears of a flag when it has its new value. Observers may drop the last
+// reference to the status. What one throws goes to whoever set the flag, and keeps the observers
+// behind it from hearing of that attribute.
 class OrderedSwTableStatus : public Zev::NotifyingObject {
  public:
   static constexpr const char* kTypeName = "Asic::OrderedSwTableStatus";
+  // Published when the flag has changed.
   static constexpr short kPendingHwWritesAttribute = 2;
+  // Published when the flag has changed.
   static constexpr short kSuspendAttribute = 3;
+  // An event, published by every pendingHwWritesIs(true), also when the flag is up already: a
+  // hardware write has been asked for, and whoever asked waits for the next report.
+  static constexpr short kHwWriteAskedAttribute = 4;
 
   explicit OrderedSwTableStatus(SwTableId tableId) : tableId_(tableId) {}
 
@@ -23,6 +31,8 @@ class OrderedSwTableStatus : public Zev::NotifyingObject {
 
   // True while logged operations wait for the hardware.
   bool pendingHwWrites() const { return pendingHwWrites_; }
+  // Publishes the flag, if it changes, and then the event, if it is true. The event comes also
+  // when an observer of the flag throws.
   void pendingHwWritesIs(bool pending);
 
   // True while clients should hold requests back. Advisory: no request is refused.

@@ -280,7 +280,7 @@ class CutShortTest : public StateCheckTest {
   static void groupRow(RawTables& tables) {
     tables.group->groupLog().rowIs(Asic::GroupLogRow(
         nextSequence(tables),
-        {LoamFec::FecTableConstants::kTableId, Asic::LogVersion(tables.lastVersion())}, nullptr));
+        {LoamFec::FecTableConstants::kTableId, Asic::LogVersion(tables.lastVersion())}));
   }
   static void groupScratchpad(RawTables& tables) {
     tables.group->groupLog().control().scratchpadIs(nextSequence(tables) - 1);

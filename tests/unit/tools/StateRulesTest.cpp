@@ -68,8 +68,7 @@ class StateRulesTest : public ::testing::Test {
   }
   void group(std::uint64_t sequence, std::uint64_t version, std::uint32_t table = kTable) {
     rows_.group->insert_or_assign(
-        sequence,
-        Asic::GroupLogRow(sequence, {Asic::SwTableId(table), Asic::LogVersion(version)}, nullptr));
+        sequence, Asic::GroupLogRow(sequence, {Asic::SwTableId(table), Asic::LogVersion(version)}));
   }
 
   std::vector<std::string> kinds(bool findings) const {

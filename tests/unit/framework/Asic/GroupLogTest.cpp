@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -33,6 +34,7 @@ constexpr SwTableId kTableA{0x03010805};
 constexpr SwTableId kTableB{0x03010806};
 
 using Row = std::tuple<std::uint64_t, SwTableId, std::uint64_t>;  // sequence, table, version
+using Marked = std::pair<std::uint32_t, std::uint32_t>;           // marks, count
 
 class GroupLogTest : public testing_support::LeakCheckedTest {
  protected:
@@ -57,6 +59,26 @@ class GroupLogTest : public testing_support::LeakCheckedTest {
   void apply(SwTableId table, std::uint64_t version) {
     log_->tableVersionIs({table, LogVersion(version)});
   }
+  static Pell::Ptr<Asic::NeededEntry> needs(std::uint32_t tables) {
+    auto needed = Zev::makeObject<Asic::NeededEntry>();
+    for (std::uint32_t i = 0; i < tables; ++i) {
+      needed->add({SwTableId(i), LogVersion(i + 100)});
+    }
+    return needed;
+  }
+  // Of the rows of one operation that needs that many tables.
+  std::vector<Marked> marksAndCounts(std::uint32_t tables) {
+    const std::uint64_t before = logRows().control().scratchpad();
+    log_->addGroupLogEntry(kTableA, LogVersion(before + 1), needs(tables));
+    std::vector<Marked> found;
+    for (std::uint64_t at = before + 1; at <= logRows().control().scratchpad(); ++at) {
+      const GroupLogRow row = logRows().row(at).value();
+      found.emplace_back((row.isContinued() ? GroupLogRow::kContinued : 0) |
+                             (row.isContinuation() ? GroupLogRow::kContinuation : 0),
+                         row.neededCount());
+    }
+    return found;
+  }
   Glint::GlintMap<GroupLogRow>& logRows() const {
     return dynamic_cast<Glint::GlintMap<GroupLogRow>&>(log_->logMap());
   }
@@ -69,6 +91,13 @@ class GroupLogTest : public testing_support::LeakCheckedTest {
     });
     std::sort(found.begin(), found.end());
     return found;
+  }
+
+  template <typename Word>
+  static Word wordOf(const GroupLogRow& row, std::size_t at) {
+    Word word = 0;
+    std::memcpy(&word, static_cast<const char*>(static_cast<const void*>(&row)) + at, sizeof word);
+    return word;
   }
 
   // Flips one bit in the live copy of the row that stands in the slot, in the file.
@@ -120,17 +149,41 @@ TEST_F(GroupLogTest, ARowCarriesTheVersionsThatItNeeds) {
   EXPECT_EQ(logRows().row(2).value().neededCount(), 0U);
 }
 
-TEST_F(GroupLogTest, ARowHoldsAsManyNeededVersionsAsAnOperationCanHave) {
-  const auto needed = Zev::makeObject<Asic::NeededEntry>();
-  for (std::uint32_t i = 0; i < Asic::NeededEntry::kMaxTables; ++i) {
-    needed->add({SwTableId(i), LogVersion(i + 100)});
+TEST_F(GroupLogTest, AnOperationThatNeedsMoreThanARowHoldsTakesRowsInARow) {
+  constexpr std::uint32_t kFirst = GroupLogRow::kContinued;
+  constexpr std::uint32_t kMiddle = GroupLogRow::kContinued | GroupLogRow::kContinuation;
+  constexpr std::uint32_t kLast = GroupLogRow::kContinuation;
+  EXPECT_THAT(marksAndCounts(0), ElementsAre(Marked{0, 0}));
+  EXPECT_THAT(marksAndCounts(7), ElementsAre(Marked{0, 7}));
+  EXPECT_THAT(marksAndCounts(8), ElementsAre(Marked{0, 8}));
+  EXPECT_THAT(marksAndCounts(9), ElementsAre(Marked{kFirst, 8}, Marked{kLast, 1}));
+  EXPECT_THAT(marksAndCounts(16), ElementsAre(Marked{kFirst, 8}, Marked{kLast, 8}));
+  EXPECT_THAT(marksAndCounts(17),
+              ElementsAre(Marked{kFirst, 8}, Marked{kMiddle, 8}, Marked{kLast, 1}));
+}
+
+TEST_F(GroupLogTest, TheRowsOfAnOperationCarryAllThatItNeedsInOrder) {
+  log_->addGroupLogEntry(kTableA, LogVersion(5), needs(19));
+  std::vector<Asic::TableVersion> found;
+  for (std::uint64_t sequence = 1; sequence <= 3; ++sequence) {
+    const GroupLogRow row = logRows().row(sequence).value();
+    EXPECT_EQ(row.tableVersion(), Asic::TableVersion(kTableA, LogVersion(5)));
+    for (std::uint32_t at = 0; at < row.neededCount(); ++at) {
+      found.push_back(row.needed(at));
+    }
   }
-  log_->addGroupLogEntry(kTableA, LogVersion(1), needed);
-  const GroupLogRow row = logRows().row(1).value();
-  ASSERT_EQ(row.neededCount(), Asic::NeededEntry::kMaxTables);
-  for (std::uint32_t i = 0; i < row.neededCount(); ++i) {
-    EXPECT_EQ(row.needed(i), Asic::TableVersion(SwTableId(i), LogVersion(i + 100)));
-  }
+  const auto wanted = needs(19);
+  EXPECT_THAT(found, ::testing::ElementsAreArray(wanted->tableVersions()));
+  EXPECT_EQ(logRows().control().scratchpad(), 3U);
+}
+
+TEST_F(GroupLogTest, TheRowsOfAnOperationCanBeCountedBeforeTheyAreWritten) {
+  EXPECT_EQ(GroupLogRow::rowsFor(0), 1U);
+  EXPECT_EQ(GroupLogRow::rowsFor(1), 1U);
+  EXPECT_EQ(GroupLogRow::rowsFor(8), 1U);
+  EXPECT_EQ(GroupLogRow::rowsFor(9), 2U);
+  EXPECT_EQ(GroupLogRow::rowsFor(16), 2U);
+  EXPECT_EQ(GroupLogRow::rowsFor(17), 3U);
 }
 
 TEST_F(GroupLogTest, AReportDropsTheRowsOfItsTableUpToItsVersion) {
@@ -314,32 +367,39 @@ TEST_F(GroupLogTest, TheRowsHaveFixedSizesAndTheTablesTheirNamesAndCapacities) {
 }
 
 TEST_F(GroupLogTest, TheBytesOfARowStandAtTheirOffsets) {
-  const auto needed = Zev::makeObject<Asic::NeededEntry>();
-  needed->add({kTableB, LogVersion(0x1122334455667788)});
-  needed->add({SwTableId(0x0A0B0C0D), LogVersion(1)});
+  const std::vector<Asic::TableVersion> needed = {{kTableB, LogVersion(0x1122334455667788)},
+                                                  {SwTableId(0x0A0B0C0D), LogVersion(1)}};
   const GroupLogRow row(0x0102030405060708, {kTableA, LogVersion(0x1112131415161718)}, needed);
-  const auto* bytes = static_cast<const char*>(static_cast<const void*>(&row));
-  const auto word32 = [&](std::size_t at) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, bytes + at, sizeof word);
-    return word;
-  };
-  const auto word64 = [&](std::size_t at) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, bytes + at, sizeof word);
-    return word;
-  };
-  EXPECT_EQ(word64(0), 0x0102030405060708U);
-  EXPECT_EQ(word64(8), 0x1112131415161718U);
-  EXPECT_EQ(word32(16), 0x03010805U);
-  EXPECT_EQ(word32(20), 2U);
-  EXPECT_EQ(word32(24), 0x03010806U);
-  EXPECT_EQ(word64(28), 0x1122334455667788U);
-  EXPECT_EQ(word32(36), 0x0A0B0C0DU);
-  EXPECT_EQ(word64(40), 1U);
+  EXPECT_EQ(wordOf<std::uint64_t>(row, 0), 0x0102030405060708U);
+  EXPECT_EQ(wordOf<std::uint64_t>(row, 8), 0x1112131415161718U);
+  EXPECT_EQ(wordOf<std::uint32_t>(row, 16), 0x03010805U);
+  EXPECT_EQ(wordOf<std::uint32_t>(row, 20), 2U);
+  EXPECT_EQ(wordOf<std::uint32_t>(row, 24), 0x03010806U);
+  EXPECT_EQ(wordOf<std::uint64_t>(row, 28), 0x1122334455667788U);
+  EXPECT_EQ(wordOf<std::uint32_t>(row, 36), 0x0A0B0C0DU);
+  EXPECT_EQ(wordOf<std::uint64_t>(row, 40), 1U);
   for (std::size_t at = 48; at < sizeof row; ++at) {
-    EXPECT_EQ(bytes[at], 0) << at;
+    EXPECT_EQ(wordOf<char>(row, at), 0) << at;
   }
+}
+
+TEST_F(GroupLogTest, TheMarksOfARowStandAboveItsCount) {
+  const std::vector<Asic::TableVersion> needed(3, {kTableB, LogVersion(1)});
+  const auto wordWith = [&](std::uint32_t marks) {
+    return wordOf<std::uint32_t>(GroupLogRow(1, {kTableA, LogVersion(1)}, needed, marks), 20);
+  };
+  EXPECT_EQ(wordWith(0), 3U);
+  EXPECT_EQ(wordWith(GroupLogRow::kContinued), 0x80000003U);
+  EXPECT_EQ(wordWith(GroupLogRow::kContinuation), 0x40000003U);
+  EXPECT_EQ(wordWith(GroupLogRow::kContinued | GroupLogRow::kContinuation), 0xC0000003U);
+}
+
+using GroupLogDeathTest = GroupLogTest;
+
+TEST_F(GroupLogDeathTest, ARowForMoreVersionsThanItHoldsStopsTheProcess) {
+  const std::vector<Asic::TableVersion> needed(9, {kTableB, LogVersion(1)});
+  EXPECT_DEATH(GroupLogRow(1, {kTableA, LogVersion(1)}, needed),
+               "assertion failed: needed.size\\(\\) <= kNeededPerRow");
 }
 
 }  // namespace

@@ -18,16 +18,11 @@ TableVersion version(std::uint32_t table, std::uint64_t logVersion) {
 
 class NeededEntryTest : public testing_support::LeakCheckedTest {
  protected:
-  void fill(std::uint32_t tables) {
-    for (std::uint32_t table = 0; table < tables; ++table) {
-      needed_->add(version(table, 1));
-    }
-  }
+  // Every number once, and not in order.
+  static std::uint32_t tableAt(std::uint32_t i) { return 0x03010000 + (i * 7919) % 65536; }
 
   Pell::Ptr<NeededEntry> needed_ = Zev::makeObject<NeededEntry>();
 };
-
-using NeededEntryDeathTest = NeededEntryTest;
 
 TEST_F(NeededEntryTest, StartsEmpty) {
   EXPECT_TRUE(needed_->empty());
@@ -68,21 +63,55 @@ TEST_F(NeededEntryTest, MergingNullOrItselfChangesNothing) {
   EXPECT_THAT(needed_->tableVersions(), ElementsAre(version(1, 1)));
 }
 
-TEST_F(NeededEntryTest, HoldsOneTableLessThanTheBoundAndTheBound) {
-  static_assert(NeededEntry::kMaxTables == 8);
-  fill(NeededEntry::kMaxTables - 1);
-  EXPECT_EQ(needed_->tableVersions().size(), 7U);
-  fill(NeededEntry::kMaxTables);
-  EXPECT_EQ(needed_->tableVersions().size(), 8U);
-  needed_->add(version(7, 2));
-  EXPECT_EQ(needed_->tableVersions().back(), version(7, 2));
+TEST_F(NeededEntryTest, HoldsAnyNumberOfTablesInTheOrderOfTheirFirstAddition) {
+  for (const std::uint32_t tables : {7U, 8U, 9U, 10U, 1000U}) {
+    const auto needed = Zev::makeObject<NeededEntry>();
+    for (std::uint32_t i = 0; i < tables; ++i) {
+      needed->add(version(tableAt(i), i + 1));
+    }
+    ASSERT_EQ(needed->tableVersions().size(), tables);
+    for (std::uint32_t i = 0; i < tables; ++i) {
+      EXPECT_EQ(needed->tableVersions()[i], version(tableAt(i), i + 1)) << tables;
+    }
+  }
 }
 
-TEST_F(NeededEntryDeathTest, OneTableBeyondTheBoundStopsTheProcess) {
-  fill(NeededEntry::kMaxTables);
-  EXPECT_DEATH(needed_->add(version(8, 3)),
-               "assertion failed: count_ < kMaxTables: an operation can need at most 8 tables; "
-               "00:00:0008@3 is one more");
+TEST_F(NeededEntryTest, KeepsOneVersionATableOnBothSidesOfTheIndex) {
+  for (const std::uint32_t tables : {8U, 9U, 1000U}) {
+    const auto needed = Zev::makeObject<NeededEntry>();
+    for (const std::uint64_t logVersion : {5U, 6U, 4U}) {
+      for (std::uint32_t i = 0; i < tables; ++i) {
+        needed->add(version(tableAt(i), logVersion));
+      }
+    }
+    ASSERT_EQ(needed->tableVersions().size(), tables);
+    for (std::uint32_t i = 0; i < tables; ++i) {
+      EXPECT_EQ(needed->tableVersions()[i], version(tableAt(i), 6)) << tables;
+    }
+  }
+}
+
+TEST_F(NeededEntryTest, TablesThatDifferInTheirHighBitsAloneAreTwo) {
+  for (std::uint32_t high = 0; high < 20; ++high) {
+    needed_->add(version(high << 16 | 0x0805, high));
+  }
+  EXPECT_EQ(needed_->tableVersions().size(), 20U);
+}
+
+TEST_F(NeededEntryTest, VersionsOfATableAreComparedWhole) {
+  needed_->add(version(1, 0x1FFFFFFFF));
+  needed_->add(version(1, 0x200000000));
+  EXPECT_THAT(needed_->tableVersions(), ElementsAre(version(1, 0x200000000)));
+  needed_->add(version(1, 0x1FFFFFFFF));
+  EXPECT_THAT(needed_->tableVersions(), ElementsAre(version(1, 0x200000000)));
+}
+
+TEST_F(NeededEntryTest, MergingALargeSetIntoItselfChangesNothing) {
+  for (std::uint32_t i = 0; i < 100; ++i) {
+    needed_->add(version(tableAt(i), i));
+  }
+  needed_->merge(needed_);
+  EXPECT_EQ(needed_->tableVersions().size(), 100U);
 }
 
 TEST_F(NeededEntryTest, PrintsItsVersionsAndNull) {

@@ -1,3 +1,5 @@
+#include <functional>
+#include <stdexcept>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -5,11 +7,17 @@
 
 #include "Asic/OrderedSwTableStatus.h"
 #include "testing/LeakCheck.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
 using Asic::OrderedSwTableStatus;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr short kPending = OrderedSwTableStatus::kPendingHwWritesAttribute;
+constexpr short kSuspend = OrderedSwTableStatus::kSuspendAttribute;
+constexpr short kAsked = OrderedSwTableStatus::kHwWriteAskedAttribute;
 
 class OrderedSwTableStatusTest : public testing_support::LeakCheckedTest {
  protected:
@@ -18,8 +26,12 @@ class OrderedSwTableStatusTest : public testing_support::LeakCheckedTest {
   Pell::Ptr<OrderedSwTableStatus> status_ =
       Zev::makeObject<OrderedSwTableStatus>(Asic::SwTableId(0x03010805));
   std::vector<short> heard_;
-  Pell::Subscriber subscriber_{[this](Pell::Publisher*, Pell::Subscriber*, short attribute,
-                                      const void*, const void*) { heard_.push_back(attribute); }};
+  std::function<void(short)> onHeard_ = [](short) {};
+  Pell::Subscriber subscriber_{
+      [this](Pell::Publisher*, Pell::Subscriber*, short attribute, const void*, const void*) {
+        heard_.push_back(attribute);
+        onHeard_(attribute);
+      }};
 };
 
 TEST_F(OrderedSwTableStatusTest, StartsWithNothingPendingAndNotSuspended) {
@@ -31,15 +43,60 @@ TEST_F(OrderedSwTableStatusTest, StartsWithNothingPendingAndNotSuspended) {
 TEST_F(OrderedSwTableStatusTest, EachFlagIsPublishedOnlyWhenItChanges) {
   status_->pendingHwWritesIs(false);
   status_->suspendIs(false);
-  status_->pendingHwWritesIs(true);
+  EXPECT_THAT(heard_, IsEmpty());
   status_->pendingHwWritesIs(true);
   status_->suspendIs(true);
   status_->suspendIs(true);
   status_->pendingHwWritesIs(false);
+  status_->pendingHwWritesIs(false);
   status_->suspendIs(false);
-  static_assert(OrderedSwTableStatus::kPendingHwWritesAttribute == 2);
-  static_assert(OrderedSwTableStatus::kSuspendAttribute == 3);
-  EXPECT_THAT(heard_, ElementsAre(2, 3, 2, 3));
+  EXPECT_THAT(heard_, ElementsAre(kPending, kAsked, kSuspend, kPending, kSuspend));
+}
+
+TEST_F(OrderedSwTableStatusTest, EveryWriteThatIsAskedForIsAnEventAlsoWhileTheFlagIsUp) {
+  status_->pendingHwWritesIs(true);
+  heard_.clear();
+  status_->pendingHwWritesIs(true);
+  EXPECT_THAT(heard_, ElementsAre(kAsked));
+  status_->pendingHwWritesIs(true);
+  EXPECT_THAT(heard_, ElementsAre(kAsked, kAsked));
+}
+
+TEST_F(OrderedSwTableStatusTest, AnObserverHearsWhenTheFlagHasItsNewValue) {
+  std::vector<bool> seen;
+  onHeard_ = [&](short) { seen.push_back(status_->pendingHwWrites()); };
+  status_->pendingHwWritesIs(true);
+  status_->pendingHwWritesIs(false);
+  EXPECT_THAT(seen, ElementsAre(true, true, false));
+}
+
+TEST_F(OrderedSwTableStatusTest, AnObserverOfTheFlagThatThrowsDoesNotKeepTheEventBack) {
+  onHeard_ = [](short attribute) {
+    if (attribute == kPending) {
+      throw std::runtime_error("observer");
+    }
+  };
+  EXPECT_THROW(status_->pendingHwWritesIs(true), std::runtime_error);
+  EXPECT_TRUE(status_->pendingHwWrites());
+  EXPECT_THAT(heard_, ElementsAre(kPending, kAsked));
+}
+
+TEST_F(OrderedSwTableStatusTest, AnObserverMayDropTheStatus) {
+  auto& tracker = Zev::trackerOf<OrderedSwTableStatus>();
+  OrderedSwTableStatus* status = status_.get();
+  onHeard_ = [this](short) { status_ = nullptr; };
+  status->pendingHwWritesIs(true);
+  EXPECT_EQ(tracker.live(), 0);
+  EXPECT_THAT(heard_, ElementsAre(kPending, kAsked));
+}
+
+TEST_F(OrderedSwTableStatusTest, CallsAreTracedUnderTheClassesName) {
+  const testing_support::TraceRecorder traces({"OrderedSwTableStatus"});
+  status_->pendingHwWritesIs(true);
+  status_->suspendIs(true);
+  EXPECT_THAT(traces.texts(8), ElementsAre("tableId: 03:01:0805 pending: true",
+                                           "tableId: 03:01:0805 suspend: true"));
+  EXPECT_EQ(traces.records().front().className, "OrderedSwTableStatus");
 }
 
 TEST_F(OrderedSwTableStatusTest, TheFlagsAreIndependent) {
@@ -54,6 +111,7 @@ TEST_F(OrderedSwTableStatusTest, ItNamesItsTypeAndAttributes) {
   EXPECT_EQ(status_->fwkType().name, "Asic::OrderedSwTableStatus");
   EXPECT_EQ(status_->fwkType().attribute("pendingHwWrites")->id, 2);
   EXPECT_EQ(status_->fwkType().attribute("suspend")->id, 3);
+  EXPECT_EQ(status_->fwkType().attribute("hwWriteAsked")->id, 4);
 }
 
 }  // namespace

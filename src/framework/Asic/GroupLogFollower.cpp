@@ -1,0 +1,86 @@
+// The other end of GroupLog. The writer raises the scratchpad once all rows of an operation stand,
+// so the rows up to it are whole operations, but for those of a writer that was killed between two
+// rows: the next start goes on behind them, and the collector drops them.
+
+#include "Asic/GroupLogFollower.h"
+
+#include <algorithm>
+
+#include "Glint/Guarded.h"
+
+namespace Asic {
+
+bool AnnouncementCollector::take(const GroupLogRow& row) {
+  const bool follows = open_ && row.sequence() == collected_.sequence + 1 &&
+                       row.tableVersion() == collected_.tableVersion;
+  if (row.isContinuation() && !follows) {
+    open_ = false;
+    return false;
+  }
+  if (!row.isContinuation()) {
+    collected_.tableVersion = row.tableVersion();
+    collected_.needed.clear();
+  }
+  collected_.sequence = row.sequence();
+  for (std::uint32_t at = 0; at < row.neededCount(); ++at) {
+    collected_.needed.push_back(row.needed(at));
+  }
+  open_ = row.isContinued();
+  return !open_;
+}
+
+GroupLogFollower::GroupLogFollower(const Pell::Ptr<GroupLogGlint>& groupLog) : groupLog_(groupLog) {
+  lookForMore();
+  lastTaken_ = announced_;
+}
+
+bool GroupLogFollower::lookForMore() {
+  auto& rows = groupLog_->groupLog();
+  return Glint::guarded(rows, [&] { announced_ = rows.control().scratchpad(); });
+}
+
+GroupLogFollower::Found GroupLogFollower::next(Announcement& next) {
+  if (lastTaken_ >= announced_) {
+    lookForMore();
+  }
+  while (lastTaken_ < announced_) {
+    ++lastTaken_;
+    const auto row = Glint::guardedRow(groupLog_->groupLog(), lastTaken_);
+    if (!row || !row->isPlausible()) {
+      return Found::gap;
+    }
+    if (collector_.take(*row)) {
+      next = collector_.announcement();
+      return Found::announcement;
+    }
+  }
+  return Found::nothingNew;
+}
+
+bool GroupLogFollower::startOver(std::vector<Announcement>& standing) {
+  bool sawAll = lookForMore();
+  lastTaken_ = announced_;
+  std::vector<GroupLogRow> rows;
+  sawAll = Glint::walkOverDamage(groupLog_->groupLog(),
+                                 [&](const GroupLogRow& row) {
+                                   if (row.sequence() > announced_) {
+                                     return;
+                                   }
+                                   rows.push_back(row);
+                                 }) &&
+           sawAll;
+  std::sort(rows.begin(), rows.end(),
+            [](const GroupLogRow& a, const GroupLogRow& b) { return a.sequence() < b.sequence(); });
+  standing.clear();
+  collector_ = AnnouncementCollector();
+  for (const GroupLogRow& row : rows) {
+    if (!row.isPlausible()) {
+      sawAll = false;
+    } else if (collector_.take(row)) {
+      standing.push_back(collector_.announcement());
+    }
+  }
+  return sawAll;
+}
+
+}  // namespace Asic
