@@ -790,19 +790,32 @@ TEST_F(FecTableEntryLogDamage, AWriteOverADamagedRowMakesItGood) {
   EXPECT_EQ(configuredKeys(), (std::vector<std::uint32_t>{1, 2, 3}));
 }
 
-TEST_F(FecTableEntryLogDamage, DamageEndsTheMarkingOfATableDeletionWhichIsStillLogged) {
+TEST_F(FecTableEntryLogDamage, ATableDeletionMarksTheRowsOnBothSidesOfADamagedOne) {
   damage(2);
   TraceRecorder traces({"GlintMapBase"});
   groupLog().announced.clear();
   EXPECT_EQ(removeAll(), LogVersion(4));
   expectTold(traces, 1);
-  EXPECT_FALSE(log().entryHas(Key(1), kUnit));
-  EXPECT_TRUE(log().entryHas(Key(3), kUnit));
+  for (const std::uint32_t fecId : {1U, 3U}) {
+    expectRow(configRows().row(Key(fecId)), logEntry(fecId, 10 * fecId), resourceKeys("eth1"),
+              LogVersion(4), true);
+  }
+  EXPECT_FALSE(configRows().has(Key(2)));
   expectRow(logRows().row(LogVersion(4)), LogVersion(4), 2, kUnit, LogEntry());
   EXPECT_EQ(logRows().control().scratchpad(), 4U);
   EXPECT_EQ(groupLog().announced.size(), 1U);
+}
+
+TEST_F(FecTableEntryLogDamage, ATableDeletionOverADamagedRowLeavesNoLiveRowToTheNextStart) {
+  for (std::uint32_t fecId = 4; fecId <= 100; ++fecId) {
+    write(fecId);
+  }
+  damage(2);
   removeAll();
-  EXPECT_FALSE(log().entryHas(Key(3), kUnit));
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 99U);
+  restart();
+  EXPECT_EQ(log().entrys(kUnit), 0U);
+  EXPECT_EQ(configRows().rowCount(), 99U);
 }
 
 TEST_F(FecTableEntryLogDamage, ARowThatATableDeletionCannotFindAgainIsMarkedAsTheDefaultRow) {
