@@ -108,6 +108,20 @@ TEST_F(FecTableEntryLogMounts, AMountOfAUnitTracesItsNameAndThenItsPath) {
   EXPECT_EQ(traces.records()[1].level, 2);
 }
 
+TEST_F(FecTableEntryLogMounts, AMountSaysSoOnceItIsDone) {
+  const TemporaryRoot fresh;
+  const TraceRecorder levels({kHandle}, 1U << 2U);
+  std::vector<bool> wasMounted;
+  Zev::traceSinkIs([&](const Zev::TraceRecord& record) {
+    wasMounted.push_back(record.message.starts_with(" Mounted entryLog")
+                             ? std::ifstream(fresh.path() + "/" + kLogPath + ".table").good()
+                             : log().tableConfigGlintHas(kNoUnit));
+  });
+  const LogProcess process(fresh.path());
+  log().mountGlintConfig(kNoUnit);
+  EXPECT_EQ(wasMounted, (std::vector<bool>{true, true}));
+}
+
 TEST_F(FecTableEntryLogMounts, TheLogIsACollectionOf100000RowsNamedEntryLogConfig) {
   EXPECT_STREQ(LogEntity::kTypeName, "LoamFec::FecTableDataModelEntryLogGlint");
   EXPECT_EQ(log().tableEntryLog()->name(), kLogPath);
@@ -361,12 +375,22 @@ TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyThatWasNeverWrittenGetsVersion0And
   groupLog().announced.clear();
   TraceRecorder traces({kHandle});
   EXPECT_EQ(remove(5), LogVersion(0));
-  EXPECT_EQ(traces.count(3, " key: 5 entry does not exist. So ignoring delete"), 1U);
+  EXPECT_THAT(traces.textsOf("entryDel"),
+              ElementsAre(" key:5 neededEntry: null unitId: 0",
+                          " key: 5 entry does not exist. So ignoring delete"));
+  EXPECT_TRUE(traces.has(3, " key: 5 entry does not exist. So ignoring delete"));
   EXPECT_EQ(log().tableVersion(), LogVersion(1));
   EXPECT_EQ(logRows().control().scratchpad(), 1U);
   EXPECT_THAT(loggedVersions(), ElementsAre(1));
   EXPECT_FALSE(configRows().has(Key(5)));
   EXPECT_THAT(groupLog().announced, IsEmpty());
+}
+
+TEST_F(FecTableEntryLogWrites, ADeletionThatIsLoggedIsNotSaidToBeIgnored) {
+  write(5);
+  TraceRecorder traces({kHandle});
+  EXPECT_EQ(remove(5), LogVersion(2));
+  EXPECT_THAT(traces.texts(), ElementsAre(" key:5 neededEntry: null unitId: 0"));
 }
 
 TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyOfAnotherUnitIsIgnored) {

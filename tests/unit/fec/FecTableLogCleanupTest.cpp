@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -193,6 +194,7 @@ TEST_F(FecTableLogCleanup, ATableDeletionTakesItsRowsAndLeavesTheOneWrittenAfter
   TraceRecorder traces({kHandle});
   log().cleanupEntryLog(deletion);
   EXPECT_EQ(traces.count(3, " deleteing all entries for unitId: 0"), 1U);
+  EXPECT_EQ(traces.records().back().function, "cleanupEntryLog");
   EXPECT_THAT(configuredKeys(), ElementsAre(2));
   EXPECT_THAT(configuredKeys(kOtherUnit), ElementsAre(1, 2, 3));
 }
@@ -216,15 +218,18 @@ TEST_F(FecTableLogCleanup, ATableDeletionOfManyRowsTakesEachOfThem) {
   EXPECT_EQ(logRows().rowCount(), 0U);
 }
 
-TEST_F(FecTableLogCleanup, TheTwoDeletionBitsAreTestedByThemselves) {
-  // 3: both. 4: neither; what it would be is not known, so the rows stay.
-  configRows().rowIs(ConfigRow(logEntry(5), {}, LogVersion(1), true));
-  configRows().rowIs(ConfigRow(logEntry(6), {}, LogVersion(1), true));
-  configRows().rowIs(ConfigRow(logEntry(7), {}, LogVersion(2), true));
-  logRowIs(1, 3, kUnit, 5);
-  logRowIs(2, 4, kUnit, 7);
-  cleanup(2);
-  EXPECT_THAT(configuredKeys(), ElementsAre(7));
+TEST_F(FecTableLogCleanup, EachDeletionBitIsTestedByItself) {
+  constexpr std::uint16_t kUnknown = 4;  // what it would be is not known
+  for (const auto& [fecId, version] : {std::pair(5U, 1U), std::pair(6U, 1U), std::pair(7U, 2U),
+                                       std::pair(8U, 3U), std::pair(9U, 3U), std::pair(10U, 4U)}) {
+    configRows().rowIs(ConfigRow(logEntry(fecId), {}, LogVersion(version), true));
+  }
+  logRowIs(1, kUnknown | LogRow::kEntryDeleted, kUnit, 5);
+  logRowIs(2, kUnknown, kUnit, 7);
+  logRowIs(3, LogRow::kEntryDeleted | LogRow::kTableDeleted, kUnit, 8);
+  logRowIs(4, kUnknown | LogRow::kTableDeleted);
+  cleanup(4);
+  EXPECT_THAT(configuredKeys(), ElementsAre(6, 7));
   EXPECT_THAT(loggedVersions(), IsEmpty());
 }
 
@@ -236,6 +241,7 @@ TEST_F(FecTableLogCleanup, ALogRowOfAUnitThatIsNotMountedGoesAndIsTraced) {
   cleanup(2);
   EXPECT_EQ(traces.count(3, " configGlint not found for unitId: 7"), 1U);
   EXPECT_EQ(traces.count(3, " configGlint not found for unitId: 8"), 1U);
+  EXPECT_EQ(traces.textsOf("cleanupEntryLog"), traces.texts());
   EXPECT_THAT(loggedVersions(), IsEmpty());
 }
 
@@ -266,6 +272,70 @@ TEST(FecTableLogCleanupAtStart, AStartCleansUpBeforeAnyUnitIsMountedAndLeavesIts
   agent.table();
   EXPECT_EQ(agent.log().entrysInDeletion(kUnit), 1U);
   EXPECT_EQ(agent.log().entrys(kUnit), 0U);
+}
+
+// ---- The order of the stores.
+
+class FecTableLogCleanupOrder : public FecTableLogCleanup {
+ protected:
+  // What a cleanup stores, in order.
+  std::vector<std::string> storesOfCleanup(std::uint64_t version) {
+    const TraceRecorder traces({"GlintMap"});
+    cleanup(version);
+    return traces.texts(9);
+  }
+  static std::string logRow(std::uint64_t version) {
+    return fmt::format("LoamAdj.LoamAdj.FecTable.log.table: row {} removed", version);
+  }
+  static std::string configRow(std::uint32_t fecId) {
+    return fmt::format("LoamAdj.FecTable.unit0.config.table: row {} removed", fecId);
+  }
+};
+
+TEST_F(FecTableLogCleanupOrder, RowsGoInTheOrderOfTheirVersionsWhenEachVersionIsLookedUp) {
+  cleanup(1);
+  for (const std::uint64_t version : {5ULL, 3ULL, 4ULL, 2ULL}) {
+    logRowIs(version);
+  }
+  EXPECT_THAT(storesOfCleanup(5), ElementsAre(logRow(2), logRow(3), logRow(4), logRow(5)));
+}
+
+TEST_F(FecTableLogCleanupOrder, RowsGoInTheOrderOfTheirVersionsWhenTheyAreFewerThanVersions) {
+  cleanup(1);
+  for (const std::uint64_t version : {5ULL, 3ULL, 4ULL, 1ULL}) {  // 1: the cursor's own
+    logRowIs(version);
+  }
+  EXPECT_THAT(storesOfCleanup(1000), ElementsAre(logRow(1), logRow(3), logRow(4), logRow(5)));
+}
+
+// However the rows are found, a log row goes before the configuration rows that it had marked.
+TEST_F(FecTableLogCleanupOrder, ALogRowGoesBeforeTheRowsThatItMarkedInAFirstCleanup) {
+  write(5);
+  write(6);
+  remove(5);    // 3
+  removeAll();  // 4, of 5 again and 6
+  EXPECT_THAT(storesOfCleanup(4),
+              ElementsAre(logRow(1), logRow(2), logRow(3), logRow(4), configRow(5), configRow(6)));
+}
+
+TEST_F(FecTableLogCleanupOrder, ALogRowGoesBeforeTheRowThatItMarkedWhenEachVersionIsLookedUp) {
+  write(5);
+  cleanup(1);
+  remove(5);
+  write(6);
+  removeAll();
+  EXPECT_THAT(storesOfCleanup(4),
+              ElementsAre(logRow(2), logRow(3), logRow(4), configRow(5), configRow(6)));
+  write(5);
+  remove(5);
+  EXPECT_THAT(storesOfCleanup(6), ElementsAre(logRow(5), logRow(6), configRow(5)));
+}
+
+TEST_F(FecTableLogCleanupOrder, ALogRowGoesBeforeTheRowThatItMarkedWhenRowsAreFewerThanVersions) {
+  write(5);
+  cleanup(1);
+  remove(5);
+  EXPECT_THAT(storesOfCleanup(1000), ElementsAre(logRow(2), configRow(5)));
 }
 
 // ---- Huge gaps.

@@ -316,6 +316,19 @@ TEST_F(ClearTest, ADeletedRowThatIsNotCleanedUpReleasesNothingOfItsOwn) {
   EXPECT_EQ(linkage().entryUsageSms(), 0U);
 }
 
+TEST_F(ClearTest, ClearingWithReleaseWrapsEveryRowADeletedOneTooAndAsksForNothing) {
+  remove(2);
+  agent_.run();
+  ASSERT_TRUE(rows().row(key(2))->isDeleted());
+  client().requests.clear();
+  const TraceRecorder recorder({"FecTableSwTable"});
+  table().clearTable(true);
+  EXPECT_EQ(recorder.textsOf("entryWrapperFromConfig"),
+            (Texts{"key: 1, refreshRsrcPtrs: false", "key: 2, refreshRsrcPtrs: false",
+                   "key: 3, refreshRsrcPtrs: false"}));
+  EXPECT_THAT(client().requests, IsEmpty());
+}
+
 // Of the entries on three interfaces the one in the middle is damaged.
 class ClearOverDamageTest : public ClearTest {
  protected:
