@@ -262,9 +262,12 @@ TEST_F(FecTableInterfaceTest, AStartCleansUpThenSaysSoAndThenRaisesTheFlag) {
   std::vector<std::string> steps;
   const TraceRecorder levels({"FecTableInterface", "FecTableEntryLog", "GlintMap"});
   Zev::traceSinkIs([&](const Zev::TraceRecord& record) { steps.emplace_back(record.message); });
-  Pell::Subscriber flag([&](Pell::Publisher*, Pell::Subscriber*, short, const void*, const void*) {
-    steps.emplace_back(status->pendingHwWrites() ? "the flag is up" : "the flag is down");
-  });
+  Pell::Subscriber flag(
+      [&](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
+        if (attributeId == Asic::OrderedSwTableStatus::kPendingHwWritesAttribute) {
+          steps.emplace_back(status->pendingHwWrites() ? "the flag is up" : "the flag is down");
+        }
+      });
   status->publisher().subscriberAdd(flag);
   fec->handleInitialized();
   status->publisher().subscriberRemove(flag);
@@ -273,6 +276,24 @@ TEST_F(FecTableInterfaceTest, AStartCleansUpThenSaysSoAndThenRaisesTheFlag) {
                                  " configGlint not found for unitId: 0",
                                  " Cleaned entry log until table version: 2", "the flag is up",
                                  " Entry log created for table id: 03:01:0805 at version: 3"));
+}
+
+TEST_F(FecTableInterfaceTest, TheLogsLastVersionMayBeReportedThoughTheAgentDiedBeforeAnnouncingIt) {
+  leaveBehind(3, std::nullopt);
+  auto& groupRows =
+      dynamic_cast<Glint::GlintMap<Asic::GroupLogRow>&>(group()->groupLog()->logMap());
+  ASSERT_TRUE(groupRows.rowDel(3));
+  groupRows.control().scratchpadIs(2);
+  restart();
+  const auto fec = getIntf();
+  fec->makeSwTable(UnitId(0), nullptr, false);
+  group()->tableVersionApplied({kTableId, LogVersion(4)});
+  EXPECT_EQ(group()->refusedReports(), 1U);
+  EXPECT_EQ(fec->entryLog()->entryLogConfigRows(), 3U);
+  group()->tableVersionApplied({kTableId, LogVersion(3)});
+  EXPECT_EQ(group()->refusedReports(), 1U);
+  EXPECT_EQ(fec->entryLog()->entryLogConfigRows(), 0U);
+  EXPECT_EQ(group()->groupLog()->tableVersion(kTableId), LogVersion(3));
 }
 
 // A damaged group log at start-up.
