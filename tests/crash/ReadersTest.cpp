@@ -461,9 +461,19 @@ class GrowingWriter {
     board_.bit = 8 * at.head(bucket) + random_() % 32;
     ++board_.damages;
     glint_test::flipBit(pathOf(board_.place >> 32U), board_.bit);
+    waitForALookupBeside();
     rows.rowIs(risingRow(key, ++board_.changes));
     ++board_.damages;
     return rows.corruptionCount() == corruptions + 1;
+  }
+
+  // The damage stays until a reader has come by it.
+  void waitForALookupBeside() const {
+    const auto lookups = [this] { return board_.lookupsBeside[0] + board_.lookupsBeside[1]; };
+    const std::uint64_t before = lookups();
+    while (lookups() == before) {
+      ::sched_yield();
+    }
   }
 
   // So that each sees the table at many sizes.

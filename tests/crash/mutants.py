@@ -198,18 +198,18 @@ MUTANTS = [
 """, """  storeRelease(word, after.word());
 """, None),
     ("log row is written before the configuration row", ENTRY_LOG,
-     """  (*held)->swTableEntries().rowIs({logEntry, rsrcKeys, version, false});
+     """  (*held)->swTableEntriesIs({logEntry, rsrcKeys, version, false});
   logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},
             neededEntry);
 """, """  logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},
             neededEntry);
-  (*held)->swTableEntries().rowIs({logEntry, rsrcKeys, version, false});
+  (*held)->swTableEntriesIs({logEntry, rsrcKeys, version, false});
 """, None),
     ("log's version rises before its row is there", ENTRY_LOG,
-     """  log().rowIs(row);
+     """  logGlint().entryLogConfigIs(row);
   log().control().scratchpadIs(row.version().value());
 """, """  log().control().scratchpadIs(row.version().value());
-  log().rowIs(row);
+  logGlint().entryLogConfigIs(row);
 """, None),
     ("group log is written before the log's version rises", ENTRY_LOG,
      """  log().control().scratchpadIs(row.version().value());

@@ -197,37 +197,61 @@ TEST_F(FecctlCheckTest, AMissingGroupLogIsFoundAndReplaced) {
   expectFecdGoesOn();
 }
 
-// Stopped wherever it is, a few times in its life.
-TEST_F(FecctlCheckTest, AFecdThatRunsIsCheckedAndNotRepaired) {
-  fs::remove_all(state_);
-  integration::Program fecd(
-      replayOf(state_, {"a-before", "b-four-links-down", "c-links-back", "a-before"}),
-      parent_.path());
-  int checksBeside = 0;
-  while (fecd.running()) {
-    fecd.pause();
-    const auto report = nlohmann::json::parse(check({"--json"}).out);
-    EXPECT_TRUE(report["findings"].empty()) << report.dump(2);
-    if (fecd.running() && report["writer"].is_string()) {
-      ++checksBeside;
-      EXPECT_EQ(report["verdict"], "clean");
-      EXPECT_THAT(report["writer"].get<std::string>(), HasSubstr("(fecd)"));
-      const auto before = testing_support::stateContents(state_);
-      for (const std::vector<std::string>& options :
-           {std::vector<std::string>{}, std::vector<std::string>{"--yes"}}) {
-        const Outcome refused = repair(options);
-        EXPECT_EQ(refused.exitCode, kCannot);
-        EXPECT_THAT(refused.out, AllOf(HasSubstr("in use by"), HasSubstr("(fecd)")));
+TEST_F(FecctlCheckTest, ShowSaysThatARowIsDamagedAndShowsNoPartOfTheTable) {
+  const TablePlaces places(file(kConfig));
+  testing_support::flipBit(file(kConfig), 8 * (places.liveRow(places.liveSlots()[777]) + 24));
+  const Outcome shown = fecctl({"show", "fec", "--state", state_});
+  EXPECT_EQ(shown.exitCode, 3);
+  EXPECT_THAT(shown.err, HasSubstr("the checksum of the row of key"));
+  EXPECT_EQ(shown.out, "");
+}
+
+class FecdBesideTest : public FecctlCheckTest {
+ protected:
+  // Runs a fecd over several captures, stopped wherever it is, a few times in its life. True if it
+  // was at work on the tables in at least one of them.
+  bool wasCheckedAtWork() {
+    fs::remove_all(state_);
+    integration::Program fecd(
+        replayOf(state_, {"a-before", "b-four-links-down", "c-links-back", "a-before"}),
+        parent_.path());
+    bool atWork = false;
+    while (fecd.running()) {
+      fecd.pause();
+      const auto report = nlohmann::json::parse(check({"--json"}).out);
+      EXPECT_TRUE(report["findings"].empty()) << report.dump(2);
+      if (fecd.running() && report["writer"].is_string()) {
+        atWork = true;
+        EXPECT_EQ(report["verdict"], "clean");
+        EXPECT_THAT(report["writer"].get<std::string>(), HasSubstr("(fecd)"));
+        expectNotRepaired();
       }
-      EXPECT_EQ(testing_support::stateContents(state_), before);
+      fecd.resume();
+      const Outcome beside = check();
+      EXPECT_NE(beside.exitCode, kFindings) << beside.out;
     }
-    fecd.resume();
-    const Outcome beside = check();
-    EXPECT_NE(beside.exitCode, kFindings) << beside.out;
+    EXPECT_EQ(fecd.wait().exitCode, 0);
+    EXPECT_EQ(check().exitCode, kClean);
+    return atWork;
   }
-  EXPECT_GT(checksBeside, 0);
-  EXPECT_EQ(fecd.wait().exitCode, 0);
-  EXPECT_EQ(check().exitCode, kClean);
+
+ private:
+  void expectNotRepaired() {
+    const auto before = testing_support::stateContents(state_);
+    for (const std::vector<std::string>& options :
+         {std::vector<std::string>{}, std::vector<std::string>{"--yes"}}) {
+      const Outcome refused = repair(options);
+      EXPECT_EQ(refused.exitCode, kCannot);
+      EXPECT_THAT(refused.out, AllOf(HasSubstr("in use by"), HasSubstr("(fecd)")));
+    }
+    EXPECT_EQ(testing_support::stateContents(state_), before);
+  }
+};
+
+// A fecd may be through with everything before it is stopped; then the next one is.
+TEST_F(FecdBesideTest, AFecdThatRunsIsCheckedAndNotRepaired) {
+  while (!wasCheckedAtWork() && !HasFailure()) {
+  }
 }
 
 TEST_F(FecctlCheckTest, WhatCannotBeToldExitsWithTwo) {

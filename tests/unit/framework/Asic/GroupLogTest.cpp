@@ -529,6 +529,25 @@ TEST_F(GroupLogTest, ARowThatIsDamagedWhileMappedDoesNotStopTheReport) {
   EXPECT_EQ(log_->tableVersion(kTableA), LogVersion(3));
 }
 
+// The applied versions are mounted after the log, and say that one of theirs is damaged.
+TEST_F(GroupLogTest, ARowThatIsDamagedWhileTheGroupStartsCostsThatRowAlone) {
+  for (std::uint64_t version = 1; version <= 3; ++version) {
+    add(kTableA, version);
+  }
+  apply(kTableB, 7);
+  const std::string file = log_->logMap().filePath();
+  const std::string versions = log_->versionsMap().filePath();
+  stop();
+  damageVersionRow(versions);
+  const testing_support::TraceRecorder levels({"GlintTable"});
+  Zev::traceSinkIs([&](const Zev::TraceRecord&) { damageLogRow(file, 1); });
+  start();
+  EXPECT_EQ(log_->logMap().corruptionCount(), 1U);
+  EXPECT_THAT(rows(), ElementsAre(Row{1, kTableA, 1}, Row{3, kTableA, 3}));
+  apply(kTableA, 3);
+  EXPECT_THAT(rows(), IsEmpty());
+}
+
 // What the log stands in.
 
 TEST_F(GroupLogTest, TheRowsHaveFixedSizesAndTheTablesTheirNamesAndCapacities) {
