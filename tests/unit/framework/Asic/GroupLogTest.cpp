@@ -240,6 +240,25 @@ TEST_F(GroupLogTest, RowsThatWereAppliedBeforeAKillGoWithTheNextReport) {
   EXPECT_THAT(rows(), ElementsAre(Row{2, kTableA, 2}));
 }
 
+TEST_F(GroupLogTest, TheRoomIsWhatIsFreeBeyondWhatRequestsMayTake) {
+  constexpr std::uint32_t kCapacity = Asic::GroupLogGlint::kCapacity;
+  const std::uint32_t all = logRows().slotCount() - kCapacity;
+  EXPECT_EQ(log_->room(), all);
+  const auto fillTo = [&](std::uint32_t rows) {
+    while (logRows().rowCount() < rows) {
+      log_->addGroupLogEntry(kTableA, LogVersion(logRows().rowCount() + 1), nullptr);
+    }
+  };
+  fillTo(kCapacity - 1);
+  EXPECT_EQ(log_->room(), all);
+  fillTo(kCapacity);
+  EXPECT_EQ(log_->room(), all);
+  fillTo(kCapacity + 2);
+  EXPECT_EQ(log_->room(), all - 2);
+  log_->tableVersionIs({kTableA, LogVersion(1)});
+  EXPECT_EQ(log_->room(), all - 1);
+}
+
 // Damage.
 
 TEST_F(GroupLogTest, AnAppliedVersionThatIsDamagedWhileMappedThrowsUntilItIsReported) {
