@@ -201,7 +201,14 @@ Pell::Ptr<FecTableIntfIdToDestIdLinkage> FecTableInterface::makeLinkage(
   PELL_ASSERT(resTbl, "resTbl");
   const auto typedResourceTable = Pell::dynamicPtrCast<ResourceTable>(resTbl);
   PELL_ASSERT(typedResourceTable, "typedResourceTable");
-  return fecTableIntfIdToDestIdLinkageFactory(&table, typedResourceTable->makeClientInstance());
+  const auto client = typedResourceTable->makeClientInstance();
+  Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage =
+      fecTableIntfIdToDestIdLinkageFactory(&table, client);
+  client->usersHandlerIs([users = linkage.get()](const ResourceTable::Key& key) {
+    const auto record = users->entryUsageSm(key);
+    return record ? record->entryUsage().size() : 0U;
+  });
+  return linkage;
 }
 
 Pell::Ptr<FecTableEntryLog> FecTableInterface::entryLogIs(

@@ -116,6 +116,9 @@ FecTableIntfIdToDestIdLinkage::FecTableIntfIdToDestIdLinkage(
 FecTableIntfIdToDestIdLinkage::~FecTableIntfIdToDestIdLinkage() {
   hasNotificationActiveIs(false);
   entryUsageSmDelAll();
+  if (resTblClient_) {
+    resTblClient_->usersHandlerIs(nullptr);  // the client may outlive what it asks
+  }
 }
 
 Pell::Ptr<FecTableIntfIdToDestIdLinkage> fecTableIntfIdToDestIdLinkageFactory(

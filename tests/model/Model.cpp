@@ -669,8 +669,9 @@ void Model::dropUsage(Unit unit, Interface intf, Key key, const HandlePtr& handl
 
 void Model::tell(const ResourceEvent& event) {
   resourceEvents_.push_back(event);
-  if (event.dependency) {
-    resources_[event.intf].carriers.push_back(event.dependency);
+  Resource& resource = resources_[event.intf];
+  if (event.dependency && !event.isRelease && event.updateNumber == resource.updateNumber) {
+    resource.carriers.push_back(event.dependency);
   }
 }
 

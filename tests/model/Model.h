@@ -114,7 +114,7 @@ struct Resource {
   Needed needed;
   std::uint32_t updateNumber = 0;
   bool heard = true;                // its users were told of the last change
-  std::vector<HandlePtr> carriers;  // operations named in what it was told since the last change
+  std::vector<HandlePtr> carriers;  // operations named in acknowledgements of the last change
   std::list<Unit> subscribers;      // tables that use it, oldest first
 };
 

@@ -395,16 +395,17 @@ void ModelRun::wishAgain() {
   turns(true);
 }
 
-// A handle may change when the hardware has applied all that carried its last change or ended a
-// use of it.
+// A handle may change when the hardware has applied all that carried its last change; for the first
+// time at once, whatever a restart has found in the log.
 void ModelRun::followResources() {
   for (const Destination& destination : real_.takeFreed()) {
     followFreed(destination);
   }
   const Version applied = model_.shared().applied.value_or(0);
   for (const RealTable::Change& change : real_.takeChanges()) {
-    for (const HandlePtr& carrier : model_.resource(change.intf).carriers) {
-      if (carrier->logVersion > applied) {
+    const Resource& resource = model_.resource(change.intf);
+    for (const HandlePtr& carrier : resource.carriers) {
+      if (resource.updateNumber > 0 && carrier->logVersion > applied) {
         disagreement_ = fmt::format("interface {} changes before version {} is applied",
                                     change.intf, carrier->logVersion);
       }

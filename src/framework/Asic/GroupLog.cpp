@@ -202,4 +202,9 @@ void GroupLog::tableVersionIs(TableVersion applied) {
   publisher().attributeChange(kAppliedVersionsAttribute);
 }
 
+std::uint32_t GroupLog::redriveRoom() const {
+  const Glint::GlintMapBase& rows = log_->groupLog();
+  return rows.slotCount() - std::min(rows.slotCount(), std::max(rows.rowCount(), rows.capacity()));
+}
+
 }  // namespace Asic

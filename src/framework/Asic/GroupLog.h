@@ -96,6 +96,10 @@ class GroupLog : public GroupLogInterface {
   // ask before.
   void tableVersionIs(TableVersion applied);
 
+  // Rows that may come on top of what requests may take, which is the nominal capacity, whether or
+  // not they have taken it. Grows with each report.
+  std::uint32_t redriveRoom() const;
+
   Glint::GlintMapBase& versionsMap() const { return versions_->appliedVersions(); }
   Glint::GlintMapBase& logMap() const { return log_->groupLog(); }
 

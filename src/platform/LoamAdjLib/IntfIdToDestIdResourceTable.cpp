@@ -1,7 +1,9 @@
 // Each key has a record: the handle that clients see, the target that the owner wants it to show,
 // and who uses it. Whatever may let a handle move on (a new target, an acknowledgement, a release,
-// an applied version) only puts its key on the review list; one turn then goes through the list. A
-// key whose last update is not settled stays on it until the next such event.
+// the end of a publication) puts its record on the review list. What waits for the hardware is
+// filed under the version that it waits for, and what waits for room under the rows that it needs:
+// so a report finds what it settles without a look at the others. Turns work all that off in steps.
+// The one publication that is under way comes first, because its rows have been counted in.
 
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
 
@@ -10,6 +12,8 @@
 #include <utility>
 
 #include "Pell/Exceptions.h"
+#include "Zev/FirstException.h"
+#include "Zev/WorkMeter.h"
 
 namespace LoamAdjLib {
 
@@ -20,6 +24,35 @@ namespace {
 // Null needs what an empty set needs: nothing.
 std::span<const Asic::TableVersion> versionsOf(const Pell::Ptr<Asic::NeededEntry const>& needed) {
   return needed ? needed->tableVersions() : std::span<const Asic::TableVersion>();
+}
+
+// Versions that one row of the group log names; an operation that needs more takes more rows.
+constexpr std::size_t kNeededPerRow = 8;
+
+std::uint64_t rowsOfOperation(const Pell::Ptr<Asic::NeededEntry const>& needed) {
+  const std::size_t versions = versionsOf(needed).size();
+  return std::max<std::size_t>(1, (versions + kNeededPerRow - 1) / kNeededPerRow);
+}
+
+auto findTable(std::vector<Asic::TableVersion>& versions, Asic::SwTableId tableId) {
+  return std::ranges::find(versions, tableId, &Asic::TableVersion::tableId);
+}
+
+// Of two versions of one table the higher stays.
+void raise(std::vector<Asic::TableVersion>& versions, const Asic::TableVersion& wanted) {
+  const auto held = findTable(versions, wanted.tableId());
+  if (held == versions.end()) {
+    versions.push_back(wanted);
+  } else if (held->logVersion() < wanted.logVersion()) {
+    *held = wanted;
+  }
+}
+
+void raise(std::vector<Asic::TableVersion>& versions,
+           const std::vector<Asic::TableVersion>& wanted) {
+  for (const Asic::TableVersion& version : wanted) {
+    raise(versions, version);
+  }
 }
 
 }  // namespace
@@ -71,7 +104,8 @@ void ResourceTable::ClientInstance::ackUpdate(const Pell::Ptr<ResourceHandle con
     use->acknowledged = updateNumber;
   }
   if (dependency) {
-    record.operations.push_back(dependency);
+    const bool current = updateNumber == handle->updateNumber();
+    (current ? record.acknowledged : record.released).operations.push_back(dependency);
   }
   resourceTable_->reviewLater(record);
 }
@@ -81,7 +115,7 @@ void ResourceTable::ClientInstance::release(const Pell::Ptr<ResourceHandle const
   Record& record = resourceTable_->record(handle->key());
   std::erase_if(record.uses, [this](const Use& use) { return use.client == this; });
   if (dependency) {
-    record.operations.push_back(dependency);
+    record.released.operations.push_back(dependency);
   }
   resourceTable_->reviewLater(record);
 }
@@ -94,7 +128,7 @@ ResourceTable::IntfIdToDestIdResourceTableResourceTable(
       turn_(loop, [this] { review(); }),
       appliedSubscriber_(
           [this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
-            if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute && !review_.empty()) {
+            if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute && hasWork()) {
               turn_.mark();
             }
           }) {
@@ -126,11 +160,6 @@ void ResourceTable::destinationFailed(Wirex::IntfId intfId) {
 
 void ResourceTable::destinationDel(Wirex::IntfId intfId) { targetIs(intfId, Target()); }
 
-std::uint32_t ResourceTable::waitingUpdates() const {
-  return static_cast<std::uint32_t>(std::ranges::count_if(
-      review_, [this](const Key& key) { return !showsTarget(*records_.find(key)); }));
-}
-
 ResourceTable::Record& ResourceTable::record(const Key& key) {
   if (Record* held = records_.find(key); held != nullptr) {
     return *held;
@@ -143,70 +172,254 @@ ResourceTable::Record& ResourceTable::record(const Key& key) {
 void ResourceTable::targetIs(Wirex::IntfId intfId, Target target) {
   Record& held = record(Key(intfId));
   const DestId replaced = std::exchange(held.target, std::move(target)).destId;
-  std::erase(held.retired, held.target.destId);
-  if (replaced != DestId() && replaced != held.target.destId) {
-    held.retired.push_back(replaced);
+  if (replaced != held.target.destId && replaced != held.handle->destId()) {
+    retire(held, replaced);
   }
+  noteWaiting(held);
   reviewLater(held);
+}
+
+// One that is retired already has been in use since no more than it was then.
+void ResourceTable::retire(Record& record, const DestId& destId) {
+  if (destId != DestId() &&
+      std::ranges::find(record.retired, destId, &Retired::destId) == record.retired.end()) {
+    record.retired.push_back({destId, false, {}});
+  }
+}
+
+void ResourceTable::noteWaiting(Record& record) {
+  const bool waits =
+      !showsTarget(record) || (publication_.has_value() && publication_->record == &record);
+  if (std::exchange(record.updateWaits, waits) != waits) {
+    waitingUpdates_ += waits ? 1U : -1U;
+  }
 }
 
 void ResourceTable::reviewLater(Record& record) {
   if (!std::exchange(record.queued, true)) {
-    review_.push_back(record.handle->key());
+    review_.push_back(&record);
   }
   turn_.mark();
 }
 
 void ResourceTable::review() {
-  // A subscriber may drop the last other reference to this table.
+  // A subscriber or the freed handler may drop the last other reference to this table.
   const Pell::Ptr<ResourceTable> self(this);
-  for (const Key& key : std::exchange(review_, {})) {
-    records_.find(key)->queued = false;
-    reviewRecord(key);
+  Zev::FirstException first;
+  const Zev::WorkBudget budget(kRowsPerTurn);
+  for (std::uint32_t steps = 0; steps < kStepsPerTurn && !budget.spent() && hasWork(); ++steps) {
+    first.from([this] { step(); });
+  }
+  if (hasWork()) {
+    turn_.mark();
+  }
+  first.rethrow();
+}
+
+void ResourceTable::step() {
+  if (publication_) {
+    tellNext();
+  } else if (Record* next = nextRecord()) {
+    reviewRecord(*next);
   }
 }
 
-// Frees what the last update replaced and publishes the next one, or puts the key back on the list
-// while the last update is not settled.
-void ResourceTable::reviewRecord(const Key& key) {
-  Record& held = *records_.find(key);
-  if (!settled(held)) {
-    held.queued = true;
-    review_.push_back(key);
+bool ResourceTable::hasWork() const {
+  return publication_.has_value() || !review_.empty() || dueTable() < waits_.size() ||
+         hasDueRoomWait();
+}
+
+// The place in waits_ of a table that has been applied up to a version that is waited for; the
+// number of tables when there is none.
+std::size_t ResourceTable::dueTable() const {
+  const auto due = std::ranges::find_if(waits_, [this](const WaitsOfTable& table) {
+    return !table.waits.empty() && applied({table.tableId, table.waits.top().version});
+  });
+  return static_cast<std::size_t>(due - waits_.begin());
+}
+
+bool ResourceTable::hasDueRoomWait() const {
+  return !roomWaits_.empty() && roomWaits_.begin()->first <= groupLog_->redriveRoom();
+}
+
+// Takes the next record that something has happened to out of where it waits for that.
+ResourceTable::Record* ResourceTable::nextRecord() {
+  if (!review_.empty()) {
+    Record* const next = review_.front();
+    review_.pop_front();
+    next->queued = false;
+    return next;
+  }
+  if (const std::size_t due = dueTable(); due < waits_.size()) {
+    WaitsOfTable& table = waits_[due];
+    const Wait wait = table.waits.top();
+    table.waits.pop();
+    std::erase(wait.record->filed, Asic::TableVersion(table.tableId, wait.version));
+    return wait.record;
+  }
+  return hasDueRoomWait() ? roomWaits_.begin()->second : nullptr;
+}
+
+// Whoever throws has been told.
+void ResourceTable::tellNext() {
+  if (publication_->delivery.tellNext()) {
     return;
   }
-  freeRetired(held);
-  publishTarget(held);
+  Record& told = *publication_->record;
+  publication_.reset();
+  noteWaiting(told);
+  reviewLater(told);
 }
 
-// Every user has acknowledged the current update, and what carries it (or ends a former use) has
-// been applied.
-bool ResourceTable::settled(Record& record) const {
-  takeVersions(record);
-  std::erase_if(record.awaited,
-                [this](const Asic::TableVersion& wanted) { return applied(wanted); });
+// Frees one destination, or publishes what the handle is to show, or files what that waits for.
+// Never while a publication is under way.
+void ResourceTable::reviewRecord(Record& record) {
+  if (const auto wait = std::exchange(record.roomWait, std::nullopt)) {
+    roomWaits_.erase(*wait);
+  }
+  takeVersions(record.acknowledged);
+  takeVersions(record.released);
+  takeLeave(record);
+  if (freeOne(record)) {
+    return;
+  }
+  if (publicationIsDue(record)) {
+    const std::uint64_t rows = rowsOfUpdate(record);
+    if (rows <= groupLog_->redriveRoom()) {
+      publishTarget(record);
+    } else {
+      record.roomWait = roomWaits_.emplace(rows, &record);
+    }
+  }
+  fileWaits(record);
+}
+
+bool ResourceTable::acknowledgedByAll(const Record& record) {
   const std::uint32_t current = record.handle->updateNumber();
-  return record.awaited.empty() && std::ranges::all_of(record.uses, [current](const Use& use) {
-           return use.acknowledged == current;
-         });
+  return std::ranges::all_of(record.uses,
+                             [current](const Use& use) { return use.acknowledged == current; });
 }
 
 // An operation that has no log version by now is no constraint: it was answered without a log row,
 // or it will be driven again.
-void ResourceTable::takeVersions(Record& record) {
-  for (const Dependency& operation : std::exchange(record.operations, {})) {
+void ResourceTable::takeVersions(Awaited& awaited) {
+  for (const Dependency& operation : std::exchange(awaited.operations, {})) {
     const Asic::TableVersion wanted = operation->entryTableVersion();
-    if (wanted.logVersion() == Asic::LogVersion()) {
-      continue;
-    }
-    const auto held = std::ranges::find(record.awaited, wanted.tableId(),
-                                        [](const auto& version) { return version.tableId(); });
-    if (held == record.awaited.end()) {
-      record.awaited.push_back(wanted);
-    } else if (held->logVersion() < wanted.logVersion()) {
-      *held = wanted;
+    if (wanted.logVersion() != Asic::LogVersion()) {
+      raise(awaited.versions, wanted);
     }
   }
+}
+
+// Once every client has acknowledged what the handle shows, none logs a retired destination again.
+// While it shows no destination yet, entries keep the one before.
+void ResourceTable::takeLeave(Record& record) const {
+  const bool keepsLast =
+      !record.uses.empty() && record.handle->entryState() == Asic::EntryState::notResolved;
+  if (keepsLast || !acknowledgedByAll(record)) {
+    return;
+  }
+  for (Retired& retired : record.retired) {
+    if (!std::exchange(retired.left, true)) {
+      retired.awaited = record.acknowledged.versions;
+      raise(retired.awaited, record.released.versions);
+    }
+  }
+}
+
+// The record goes back on the review list for what is left to do. The handler may set targets, and
+// so change what is retired.
+bool ResourceTable::freeOne(Record& record) {
+  const auto found = std::ranges::find_if(record.retired, [&](const Retired& retired) {
+    return retired.left && retired.destId != record.target.destId && allApplied(retired.awaited);
+  });
+  if (found == record.retired.end()) {
+    return false;
+  }
+  const DestId freed = found->destId;
+  record.retired.erase(found);
+  reviewLater(record);
+  if (const FreedHandler handler = freedHandler_) {
+    handler(record.handle->key().intfId(), freed);
+  }
+  return true;
+}
+
+bool ResourceTable::showsTarget(const Record& record) {
+  const ResourceHandle& handle = *record.handle;
+  return handle.entryState() == record.target.state && handle.destId() == record.target.destId &&
+         std::ranges::is_permutation(versionsOf(handle.neededEntry()),
+                                     versionsOf(record.target.neededEntry));
+}
+
+// Room apart.
+bool ResourceTable::publicationIsDue(const Record& record) const {
+  if (showsTarget(record)) {
+    return false;
+  }
+  return record.handle->updateNumber() == 0 ||
+         (acknowledgedByAll(record) && allApplied(record.acknowledged.versions));
+}
+
+// What the users of the handle may log for its next update, in rows of the group log.
+std::uint64_t ResourceTable::rowsOfUpdate(const Record& record) const {
+  std::uint64_t operations = 0;
+  for (const Use& use : record.uses) {
+    operations += use.client->users(record.handle->key());
+  }
+  return operations * rowsOfOperation(record.target.neededEntry);
+}
+
+// Shows the target. The subscribers are told in the steps that follow; what waits in the resolver
+// is looked at again even if there are none.
+void ResourceTable::publishTarget(Record& record) {
+  ResourceHandle& handle = *record.handle;
+  const DestId replaced = handle.destId();
+  handle.contentsIs(record.target.state, record.target.destId, record.target.neededEntry);
+  std::erase_if(record.retired,
+                [&](const Retired& retired) { return retired.destId == handle.destId(); });
+  if (replaced != handle.destId()) {
+    retire(record, replaced);
+  }
+  // The first update does not wait for what was acknowledged before it; freeing does.
+  raise(record.released.versions, std::exchange(record.acknowledged.versions, {}));
+  publication_.emplace(Publication{
+      &record, handle.publisher().pacedAttributeChange(ResourceHandle::kChangeAttribute)});
+  groupResolver_->updateGenId();
+}
+
+// For what else the record waits, an acknowledgement, a release or a new target puts it back on the
+// review list.
+void ResourceTable::fileWaits(Record& record) {
+  if (!showsTarget(record)) {
+    for (const Asic::TableVersion& wanted : record.acknowledged.versions) {
+      fileWait(record, wanted);
+    }
+  }
+  for (const Retired& retired : record.retired) {
+    for (const Asic::TableVersion& wanted : retired.awaited) {
+      fileWait(record, wanted);
+    }
+  }
+}
+
+void ResourceTable::fileWait(Record& record, const Asic::TableVersion& wanted) {
+  if (applied(wanted)) {
+    return;
+  }
+  const auto filed = findTable(record.filed, wanted.tableId());
+  if (filed == record.filed.end()) {
+    record.filed.push_back(wanted);
+  } else if (wanted.logVersion() < filed->logVersion()) {
+    *filed = wanted;
+  } else {
+    return;
+  }
+  auto table = std::ranges::find(waits_, wanted.tableId(), &WaitsOfTable::tableId);
+  if (table == waits_.end()) {
+    table = waits_.insert(table, WaitsOfTable{wanted.tableId(), {}});
+  }
+  table->waits.push({wanted.logVersion(), &record});
 }
 
 bool ResourceTable::applied(const Asic::TableVersion& wanted) const {
@@ -218,44 +431,9 @@ bool ResourceTable::applied(const Asic::TableVersion& wanted) const {
   }
 }
 
-// Called when the current update is settled: then entries use what the handle shows, or, while it
-// shows no destination yet, still the one before. The handler may set targets, and so change the
-// list that is being worked off.
-void ResourceTable::freeRetired(Record& record) {
-  if (!record.uses.empty() && record.handle->entryState() == Asic::EntryState::notResolved) {
-    return;
-  }
-  const DestId shown = record.handle->destId();
-  for (std::size_t left = record.retired.size(); left > 0; --left) {
-    const auto found = std::ranges::find_if(
-        record.retired, [&shown](const DestId& destination) { return destination != shown; });
-    if (found == record.retired.end()) {
-      return;
-    }
-    const DestId freed = *found;
-    record.retired.erase(found);
-    if (const FreedHandler handler = freedHandler_) {
-      handler(record.handle->key().intfId(), freed);
-    }
-  }
-}
-
-bool ResourceTable::showsTarget(const Record& record) {
-  const ResourceHandle& handle = *record.handle;
-  return handle.entryState() == record.target.state && handle.destId() == record.target.destId &&
-         std::ranges::is_permutation(versionsOf(handle.neededEntry()),
-                                     versionsOf(record.target.neededEntry));
-}
-
-void ResourceTable::publishTarget(Record& record) {
-  if (showsTarget(record)) {
-    return;
-  }
-  const Pell::Ptr<ResourceHandle> handle = record.handle;
-  handle->contentsIs(record.target.state, record.target.destId, record.target.neededEntry);
-  handle->publisher().attributeChange(ResourceHandle::kChangeAttribute);
-  groupResolver_->updateGenId();
-  reviewLater(record);
+bool ResourceTable::allApplied(const Versions& wanted) const {
+  return std::ranges::all_of(
+      wanted, [this](const Asic::TableVersion& version) { return applied(version); });
 }
 
 void ResourceTable::clientGone(const ClientInstance* client) {

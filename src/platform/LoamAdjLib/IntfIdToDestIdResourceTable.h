@@ -1,7 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <map>
+#include <optional>
+#include <queue>
 #include <vector>
 
 #include "Asic/GroupLog.h"
@@ -31,14 +35,30 @@ struct DestId {
 // Ownership: holds one handle object a key, for good; clients hold this table.
 // Threads: the event loop's.
 // Invariants: nothing reacts inside a call: a handle changes, and its change is published, only in
-// a turn of this table's own. Updates of a handle are stop-and-wait: the next one is published
-// when every client that uses the handle has acknowledged the last one and the operations named in
-// the acknowledgements (and in releases) have been applied by the hardware. Changes in between
-// coalesce. So a flapping interface cannot flood the logs, and a destination that has been
-// replaced is free, and reported so, only when no hardware entry uses it any more.
+// turns of this table's own.
+//
+// Updates of a handle are stop-and-wait: the next one is published when every client that uses the
+// handle has acknowledged the last one and the operations named in those acknowledgements have been
+// applied by the hardware. Changes in between coalesce, so a flapping interface cannot flood the
+// logs. The first update of a handle waits for nothing, and none waits for a release. An update
+// also waits until the group's log has room for all that it will have its users log.
+//
+// A destination that has been replaced is free, and reported so, when the clients have left it (all
+// have acknowledged an update that shows a state without it, or use the handle no longer) and what
+// they had logged and released by then has been applied: no hardware entry uses it any more. What
+// is released later does not hold it back.
+//
+// Turns are bounded. An update is told to one subscriber of its handle after the other, and one
+// update after the other; a turn begins no further step when its rows or its steps are used up. So
+// one subscriber that touches many rows has its turn for itself. A report of the hardware costs
+// what it settles, not what waits.
 class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase {
  public:
   static constexpr const char* kTypeName = "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable";
+  // Rows of shared memory that a turn touches before it leaves the rest to the next one, and steps
+  // that it takes at most. A step looks at one handle, or tells one subscriber.
+  static constexpr std::uint64_t kRowsPerTurn = 2048;
+  static constexpr std::uint32_t kStepsPerTurn = 1024;
 
   using Key = IntfIdToDestIdResourceTableEntryKey;
   using Dependency = Pell::Ptr<Asic::DependencyEntryHandle const>;
@@ -48,12 +68,16 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   // What is known of one interface's destination, as all clients see it.
   //
   // Ownership: held by the table for good, and by whoever uses it.
-  // Invariants: changes only in a turn of the table's own.
+  // Invariants: changes only in a turn of the table's own. Subscribers are told in turns that
+  // follow, and find it as it is shown by then; the next change waits until all have been told. Who
+  // subscribes meanwhile is not told and acknowledges by itself.
   class ResourceHandle : public Zev::NotifyingObject {
    public:
     static constexpr const char* kTypeName =
         "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable::ResourceHandle";
-    // Published after every change of the handle.
+    // Published after every change of the handle. A subscriber may do what it likes, the table's
+    // end included. What it throws goes to the loop when the turn is over; the others are told all
+    // the same.
     static constexpr short kChangeAttribute = 517;
 
     explicit ResourceHandle(const Key& key) : key_(key) {}
@@ -113,8 +137,15 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     virtual void release(const Pell::Ptr<ResourceHandle const>& handle,
                          const Dependency& dependency);
 
+    // Tells how many operations the client may log for an update of the key's handle. It only
+    // looks. Without one: none.
+    using UsersHandler = std::function<std::uint32_t(const Key&)>;
+    void usersHandlerIs(UsersHandler handler) { usersHandler_ = std::move(handler); }
+    std::uint32_t users(const Key& key) const { return usersHandler_ ? usersHandler_(key) : 0; }
+
    private:
     Pell::Ptr<IntfIdToDestIdResourceTableResourceTable> resourceTable_;
+    UsersHandler usersHandler_;
   };
 
   // The resolver looks again at what waits when a handle changes; the group log tells what the
@@ -139,15 +170,23 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
 
   // Called once for each destination that has been replaced, when no hardware entry uses it any
   // more; not for one that has been set again by then. While entries wait for a new destination
-  // they keep the last one. The handler may call any operation of the owner's side.
+  // they keep the last one. The handler may call any operation of the owner's side, replace itself
+  // and drop the table. What it throws goes to the loop when the turn is over: the destination
+  // counts as freed, and all else is done.
   using FreedHandler = std::function<void(Wirex::IntfId, const DestId&)>;
   void freedHandlerIs(FreedHandler handler) { freedHandler_ = std::move(handler); }
 
-  // Handles whose change is not published yet: it waits for its turn, or for the last change to be
-  // acknowledged and applied.
-  std::uint32_t waitingUpdates() const;
+  // Handles whose change has not reached every subscriber: it waits for its turn, for the last
+  // change to be acknowledged and applied, for room in the group's log, or is being told.
+  std::uint32_t waitingUpdates() const { return waitingUpdates_; }
 
  private:
+  struct Record;
+  // The highest version of each table.
+  using Versions = std::vector<Asic::TableVersion>;
+  // Updates that have no room, by the rows that they need.
+  using RoomWaits = std::multimap<std::uint64_t, Record*>;
+
   // What a handle is to show.
   struct Target {
     Asic::EntryState state = Asic::EntryState::notResolved;
@@ -159,36 +198,82 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     const ClientInstance* client;
     std::uint32_t acknowledged;  // update number
   };
+  // What the hardware must apply: operations named since the last review, and the versions of those
+  // before.
+  struct Awaited {
+    std::vector<Dependency> operations;
+    Versions versions;
+  };
+  // A destination that was shown, or was to be, and is not shown now; hardware may still use it.
+  struct Retired {
+    DestId destId;
+    bool left = false;  // nobody logs it again
+    Versions awaited;   // once left: what must be applied before it is free
+  };
   struct Record {
     Pell::Ptr<ResourceHandle> handle;
     Target target;
     std::vector<Use> uses;
-    // What the hardware must apply before the handle changes again: operations named since the last
-    // review, and the versions of those before, the highest of each table.
-    std::vector<Dependency> operations;
-    std::vector<Asic::TableVersion> awaited;
-    std::vector<DestId> retired;  // once the target, not now; hardware may still use them
-    bool queued = false;          // in review_
+    Awaited acknowledged;  // with the current update
+    Awaited released;      // and what else holds back the freeing only
+    std::vector<Retired> retired;
+    Versions filed;  // the lowest version of each table that waits_ holds for this record
+    std::optional<RoomWaits::iterator> roomWait;
+    bool queued = false;       // in review_
+    bool updateWaits = false;  // counted in waitingUpdates_
+  };
+  // Records to be reviewed when a table is applied up to a version, lowest first.
+  struct Wait {
+    Asic::LogVersion version;
+    Record* record;
+    friend bool operator>(const Wait& a, const Wait& b) { return a.version > b.version; }
+  };
+  struct WaitsOfTable {
+    Asic::SwTableId tableId;
+    std::priority_queue<Wait, std::vector<Wait>, std::greater<>> waits;
+  };
+  struct Publication {
+    Record* record;
+    Pell::Publisher::PacedDelivery delivery;
   };
   static constexpr std::uint32_t kSalt = 0x7be1c04d;
 
   Record& record(const Key& key);
   void targetIs(Wirex::IntfId intfId, Target target);
+  static void retire(Record& record, const DestId& destId);
+  void noteWaiting(Record& record);
   void reviewLater(Record& record);
+
   void review();
-  void reviewRecord(const Key& key);
-  bool settled(Record& record) const;
-  static void takeVersions(Record& record);
-  bool applied(const Asic::TableVersion& wanted) const;
-  void freeRetired(Record& record);
+  void step();
+  bool hasWork() const;
+  std::size_t dueTable() const;
+  bool hasDueRoomWait() const;
+  Record* nextRecord();
+  void tellNext();
+  void reviewRecord(Record& record);
+  static bool acknowledgedByAll(const Record& record);
+  static void takeVersions(Awaited& awaited);
+  void takeLeave(Record& record) const;
+  bool freeOne(Record& record);
   static bool showsTarget(const Record& record);
+  bool publicationIsDue(const Record& record) const;
+  std::uint64_t rowsOfUpdate(const Record& record) const;
   void publishTarget(Record& record);
+  void fileWaits(Record& record);
+  void fileWait(Record& record, const Asic::TableVersion& wanted);
+  bool applied(const Asic::TableVersion& wanted) const;
+  bool allApplied(const Versions& wanted) const;
   void clientGone(const ClientInstance* client);
 
   Pell::Ptr<Asic::GroupResolver> groupResolver_;
   Pell::Ptr<Asic::GroupLog> groupLog_;
   Pell::HashMap<Key, Record, ResourceKeyHash<kSalt>> records_;
-  std::vector<Key> review_;  // keys that may have something to publish or to free
+  std::deque<Record*> review_;  // what may have something to publish or to free
+  std::vector<WaitsOfTable> waits_;
+  RoomWaits roomWaits_;
+  std::optional<Publication> publication_;  // the one under way
+  std::uint32_t waitingUpdates_ = 0;
   Zev::DeferredTurn turn_;
   FreedHandler freedHandler_;
   Pell::Subscriber appliedSubscriber_;

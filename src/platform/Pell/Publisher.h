@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <utility>
 
@@ -8,13 +9,15 @@
 namespace Pell {
 
 class Publisher;
+struct PublisherState;
 
 // One observer of one publisher.
 //
 // Kind: object with identity; its address is what a publisher knows.
-// Ownership: owned by the observer, who adds it to a publisher and must remove it (or let the
-// publisher go first) before it dies.
+// Ownership: owned by the observer, who adds it to a publisher and removes it. One that dies before
+// is removed by its end.
 // Threads: those of the publisher (one).
+// Invariants: it remembers its place at its publisher, so it is with one publisher at a time.
 class Subscriber {
  public:
   // publisher and subscriber are those of the delivery; attributeId names what changed; element
@@ -23,20 +26,27 @@ class Subscriber {
   using Callback = std::function<void(Publisher*, Subscriber*, short attributeId,
                                       const void* element, const void* oldValue)>;
 
-  explicit Subscriber(Callback callback) : callee_(new Callee(std::move(callback))) {}
+  explicit Subscriber(Callback callback);
   Subscriber(const Subscriber&) = delete;
   Subscriber& operator=(const Subscriber&) = delete;
+  ~Subscriber();
 
   // Called by the publisher. The callback may remove or destroy this subscriber.
   void notify(Publisher* publisher, short attributeId, const void* element, const void* oldValue);
 
  private:
+  friend class Publisher;
+  friend struct PublisherState;
+
   struct Callee : SharedByOneThread<Callee> {
     explicit Callee(Callback callback) : call(std::move(callback)) {}
     const Callback call;
   };
 
-  Ptr<Callee> callee_;  // also held by a notify() that is under way
+  Ptr<Callee> callee_;           // also held by a notify() that is under way
+  Ptr<PublisherState> at_;       // where it was added last
+  std::uint32_t additions_ = 0;  // there, and not removed yet
+  std::uint32_t place_ = 0;      // of the oldest of them
 };
 
 // Announces attribute changes of one object to its subscribers, in the order in which they came.
@@ -46,9 +56,43 @@ class Subscriber {
 // Ownership: owned by the object that it speaks for; refers to subscribers without owning them.
 // Threads: one.
 // Invariants: during a delivery any subscriber may be added (it hears the next change), removed
-// (it hears nothing more) or destroyed after removal, and the publisher itself may be destroyed.
+// (it hears nothing more) or destroyed, and the publisher itself may be destroyed. Adding and
+// removing take constant time, taken over many calls; only of a subscriber that was added several
+// times, the next addition is searched for.
 class Publisher {
  public:
+  // A change that is told to one subscriber at a time, in as many calls as there are subscribers.
+  //
+  // Kind: a token of one change, movable. It may be dropped before all have been told.
+  // Ownership: refers to nothing that it could outlive: publisher and subscribers may go between
+  // two steps and during one, and so may the token.
+  // Invariants: the order is that of the additions. Who came after the change began, or went and
+  // came back, is not told.
+  class PacedDelivery {
+   public:
+    PacedDelivery(PacedDelivery&& other) noexcept;
+    PacedDelivery& operator=(PacedDelivery&&) = delete;
+    ~PacedDelivery();
+
+    // Whether a subscriber is left that has not been told.
+    bool more() const { return next() != nullptr; }
+    // Tells the next one; false when none is left. Who throws has been told: the exception goes to
+    // the caller, and the next call goes on behind it.
+    bool tellNext();
+
+   private:
+    friend class Publisher;
+    PacedDelivery(Publisher& publisher, short attributeId);
+
+    Subscriber* next() const;
+
+    Publisher* publisher_;  // there while it has subscribers
+    short attributeId_;
+    Ptr<PublisherState> state_;
+    mutable std::uint64_t next_ = 0;  // the numbers of additions that are still to be told
+    std::uint64_t end_ = 0;
+  };
+
   Publisher() = default;
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
@@ -58,10 +102,14 @@ class Publisher {
     }
   }
 
-  // Adding a subscriber twice makes it hear everything twice.
+  // Adding a subscriber twice makes it hear everything twice. One that is with another publisher
+  // stops the process.
   void subscriberAdd(Subscriber& subscriber);
   // Removes the oldest addition of the subscriber; an absent one changes nothing.
   void subscriberRemove(Subscriber& subscriber);
+
+  // What the removals have cost so far: places that they have looked at or moved.
+  std::uint64_t removalSteps() const;
 
   // True while there is no subscriber and no delivery under way: nobody could see a change.
   bool idle() const { return state_ == nullptr || idleState(); }
@@ -76,10 +124,10 @@ class Publisher {
   void recursiveAttributeChange(short attributeId, const void* oldValue) {
     publish(attributeId, nullptr, oldValue);
   }
+  // As attributeChange(), told step by step by who holds the token. Nobody is told in this call.
+  PacedDelivery pacedAttributeChange(short attributeId) { return {*this, attributeId}; }
 
  private:
-  struct State;
-
   bool idleState() const;
   void publish(short attributeId, const void* element, const void* oldValue) {
     if (state_ != nullptr) [[unlikely]] {
@@ -89,7 +137,7 @@ class Publisher {
   void deliver(short attributeId, const void* element, const void* oldValue);
   void end();
 
-  State* state_ = nullptr;  // also held by the deliveries under way
+  PublisherState* state_ = nullptr;  // also held by the deliveries under way
 };
 
 }  // namespace Pell

@@ -1,9 +1,14 @@
 // The commit-to-log check, what a changed resource sets off, and the road from a change of a
 // destination to the hardware and back.
 
+#include <algorithm>
 #include <functional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "LinkageFixture.h"
+#include "Zev/WorkMeter.h"
 #include "records/FecTableConstants.h"
 
 namespace {
@@ -461,6 +466,108 @@ TEST_F(WholeRoadTest, TheTableMayGoWhileItUsesADestinationAndTheNextChangeStillG
   EXPECT_EQ(handle->destId().first, 101U) << "version 2 is still to be applied";
   report(2);
   EXPECT_EQ(handle->destId().first, 102U);
+}
+
+TEST_F(WholeRoadTest, AnInterfaceWhoseOnlyUserComesAndGoesStillFails) {
+  agent_.destinationIs("eth1", 100);
+  agent_.destinationIs("eth2", 200);
+  const auto writeAndReport = [&](const char* intf) {
+    write(1, intf);
+    agent_.run();
+    report(logVersion() - 1);  // the hardware is one version behind
+  };
+  write(1, "eth1");
+  agent_.run();
+  for (int round = 0; round < 10; ++round) {
+    writeAndReport("eth2");
+    writeAndReport("eth1");
+  }
+  agent_.resources().destinationFailed(intf("eth1"));
+  agent_.run();
+  EXPECT_EQ(agent_.resources().waitingUpdates(), 0U);
+  EXPECT_EQ(destinationOf(1), 0xFFFFU);
+  const std::size_t answered = responses().size();
+  write(2, "eth1");
+  agent_.run();
+  ASSERT_EQ(responses().size(), answered + 1);
+  EXPECT_EQ(responses().back().state, EntryState::commitFailed);
+  EXPECT_THAT(freed_, IsEmpty());
+  writeAndReport("eth2");
+  EXPECT_THAT(freed_, ElementsAre(100U)) << "the hardware has left it, whatever is still to come";
+}
+
+TEST_F(WholeRoadTest, TheResourceTableLearnsHowManyEntriesUseAnInterface) {
+  agent_.destinationIs("eth1", 100);
+  for (const std::uint32_t fecId : {1U, 2U, 3U}) {
+    write(fecId, "eth1");
+  }
+  agent_.run();
+  const auto client = linkage().resTblClient();
+  EXPECT_EQ(client->users(resKey("eth1")), 3U);
+  EXPECT_EQ(client->users(resKey("eth2")), 0U);
+  remove(2);
+  agent_.run();
+  EXPECT_EQ(client->users(resKey("eth1")), 2U);
+  agent_.fec().swTableDel(Asic::UnitId(0));
+  agent_.group()->swTableSet(FecTableConstants::kTableId)->swTableDel(Asic::UnitId(0));
+  EXPECT_EQ(client->users(resKey("eth1")), 0U) << "the linkage has gone, the client has not";
+}
+
+TEST_F(WholeRoadTest, EachUnitIsDrivenAgainInATurnOfItsOwnAndRequestsRunInBetween) {
+  constexpr std::uint16_t kUnits = 4;
+  constexpr std::uint32_t kEntries = 1000;
+  agent_.destinationIs("eth1", 100);
+  for (std::uint16_t unit = 0; unit < kUnits; ++unit) {
+    for (std::uint32_t fecId = 1; fecId <= kEntries; ++fecId) {
+      agent_.table(unit).entryWrite(key(fecId), FecHarness::entry("eth1"), nullptr);
+    }
+  }
+  agent_.run();
+  agent_.reportAll();
+  agent_.run();
+  agent_.resources().destinationIs(intf("eth1"), {101, 0, 0});
+  std::vector<std::uint64_t> loggedATurn;
+  std::uint64_t before = logVersion();
+  const std::uint64_t start = before;
+  while (agent_.loop().runOne()) {
+    if (const std::uint64_t logged = logVersion() - std::exchange(before, logVersion())) {
+      loggedATurn.push_back(logged);
+      if (loggedATurn.size() == 1) {
+        write(kEntries + 1, "");
+      }
+    }
+  }
+  EXPECT_THAT(loggedATurn, ElementsAre(kEntries, 1U, kEntries, kEntries, kEntries))
+      << "the request is committed while three units wait";
+  EXPECT_EQ(logVersion() - start, kUnits * kEntries + 1);
+  EXPECT_EQ(agent_.resources().waitingUpdates(), 0U);
+}
+
+TEST_F(WholeRoadTest, ManyInterfacesThatChangeTogetherAreDrivenAgainInTurnsOfBoundedWork) {
+  constexpr std::uint32_t kInterfaces = 2000;
+  constexpr std::uint64_t kRowsOfOne = 32;
+  const auto name = [](std::uint32_t number) { return "eth" + std::to_string(number); };
+  for (std::uint32_t number = 1; number <= kInterfaces; ++number) {
+    agent_.resources().destinationIs(Wirex::IntfId::fromName(name(number)), {100, 0, 0});
+    write(number, name(number));
+  }
+  agent_.run();
+  agent_.reportAll();
+  agent_.run();
+  const std::uint64_t start = logVersion();
+  for (std::uint32_t number = 1; number <= kInterfaces; ++number) {
+    agent_.resources().destinationIs(Wirex::IntfId::fromName(name(number)), {101, 0, 0});
+  }
+  std::uint64_t mostRows = 0;
+  std::uint64_t before = Zev::WorkMeter::total();
+  while (agent_.loop().runOne()) {
+    const std::uint64_t after = Zev::WorkMeter::total();
+    mostRows = std::max(mostRows, after - std::exchange(before, after));
+  }
+  EXPECT_EQ(logVersion() - start, kInterfaces);
+  EXPECT_LT(mostRows, ResourceTable::kRowsPerTurn + kRowsOfOne);
+  EXPECT_EQ(destinationOf(1), 101U);
+  EXPECT_EQ(destinationOf(kInterfaces), 101U);
 }
 
 TEST_F(WholeRoadTest, ADestinationsOwnNeededVersionsAreLoggedWithItsEntries) {

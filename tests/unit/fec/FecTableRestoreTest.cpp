@@ -203,11 +203,19 @@ TEST_F(RestartTest, AnUnresolvedDestinationKeepsWhatIsLoggedUntilItIsKnown) {
   EXPECT_EQ(logVersion(), 2U);
   EXPECT_EQ(destinationOf(1), 100U);
   agent_.destinationIs("eth1", 102);
-  EXPECT_EQ(logVersion(), 2U) << "the restore's acknowledgement waits for the log to be applied";
-  agent_.reportAll();
-  agent_.run();
-  EXPECT_EQ(logVersion(), 4U);
+  EXPECT_EQ(logVersion(), 4U) << "though the hardware has applied nothing of the old log";
   EXPECT_EQ(destinationOf(1), 102U);
+}
+
+TEST_F(RestartTest, AWriteOnAUsedInterfaceIsCommittedWhileTheHardwareIsBusyWithTheOldLog) {
+  agent_.restart();
+  agent_.table();
+  write(3, "eth1");
+  agent_.run();
+  EXPECT_FALSE(log().entryHas(key(3), table().unitId())) << "no destination is known yet";
+  agent_.destinationIs("eth1", 100);
+  EXPECT_TRUE(log().entryHas(key(3), table().unitId()));
+  EXPECT_EQ(logVersion(), 3U) << "and nothing is logged again";
 }
 
 // Clearing.

@@ -469,6 +469,25 @@ TEST_F(GroupLogTest, CallsAreTracedUnderTheClassesName) {
   EXPECT_THAT(traces.texts(), ElementsAre("rows: 0 lastSequence: 1"));
 }
 
+TEST_F(GroupLogTest, TheRoomOfRedrivesIsWhatIsFreeBeyondWhatRequestsMayTake) {
+  constexpr std::uint32_t kCapacity = Asic::GroupLogGlint::kCapacity;
+  const std::uint32_t all = logRows().slotCount() - kCapacity;
+  EXPECT_EQ(log_->redriveRoom(), all);
+  const auto fillTo = [&](std::uint32_t rows) {
+    while (logRows().rowCount() < rows) {
+      log_->addGroupLogEntry(kTableA, LogVersion(logRows().rowCount() + 1), nullptr);
+    }
+  };
+  fillTo(kCapacity - 1);
+  EXPECT_EQ(log_->redriveRoom(), all);
+  fillTo(kCapacity);
+  EXPECT_EQ(log_->redriveRoom(), all);
+  fillTo(kCapacity + 2);
+  EXPECT_EQ(log_->redriveRoom(), all - 2);
+  log_->tableVersionIs({kTableA, LogVersion(1)});
+  EXPECT_EQ(log_->redriveRoom(), all - 1);
+}
+
 // Damage.
 
 TEST_F(GroupLogTest, AnAppliedVersionThatIsDamagedWhileMappedThrowsUntilItIsReported) {

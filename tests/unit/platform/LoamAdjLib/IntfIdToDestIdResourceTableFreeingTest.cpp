@@ -3,14 +3,17 @@
 #include <cstdint>
 #include <deque>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <random>
 #include <set>
+#include <stdexcept>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "ResourceTableFixture.h"
+#include "Zev/WorkMeter.h"
 
 namespace {
 
@@ -148,7 +151,7 @@ TEST_F(FreeingTest, ARewriteToAnotherInterfaceFreesAfterTheRewriteIsApplied) {
   rewrite->tableVersionIs({kTable, Asic::LogVersion(9)});
   table_->destinationDel(intf("eth1"));
   run();
-  EXPECT_EQ(first->destId(), kFirst);
+  EXPECT_EQ(first->destId(), DestId()) << "nobody uses it any more";
   EXPECT_THAT(freed_, IsEmpty());
   applied(9);
   EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
@@ -194,63 +197,249 @@ TEST_F(FreeingTest, WithoutAHandlerNothingIsReported) {
   EXPECT_THAT(freed_, IsEmpty());
 }
 
-// A client with a hardware that applies its operations in order and late, against an owner that
+// Users that come and go.
+
+TEST_F(FreeingTest, AUserThatComesAndGoesAheadOfTheHardwareHoldsNoChangeBack) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  std::uint64_t version = 0;
+  const auto comeAndGo = [&] {
+    client_->release(handle, operation(++version));
+    ack(handle);
+    applied(version - 1);  // the hardware is one version behind
+  };
+  for (int round = 0; round < 10; ++round) {
+    comeAndGo();
+  }
+  table_->destinationFailed(intf("eth1"));
+  run();
+  EXPECT_EQ(handle->entryState(), Asic::EntryState::resourceFailed);
+  EXPECT_EQ(table_->waitingUpdates(), 0U);
+  ack(handle, operation(version));
+  EXPECT_THAT(freed_, IsEmpty());
+  comeAndGo();
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst))) << "what came later does not count";
+}
+
+TEST_F(FreeingTest, AReleaseBeforeADestinationIsLeftHoldsItsFreeingBackAndOneAfterThatDoesNot) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  client_->release(handle, operation(5));
+  destinationIs("eth1", kSecond);
+  ack(handle);
+  client_->release(handle, operation(9));
+  destinationIs("eth1", kThird);
+  applied(4);
+  EXPECT_THAT(freed_, IsEmpty());
+  applied(5);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+  applied(8);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+  applied(9);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst), eth1(kSecond)));
+}
+
+TEST_F(FreeingTest, AReleaseByAUserThatHasNotAcknowledgedTheUpdateYetHoldsTheFreeingBack) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  destinationIs("eth1", kSecond);
+  client_->release(handle, operation(7));  // its entries still showed the first one
+  run();
+  applied(6);
+  EXPECT_THAT(freed_, IsEmpty());
+  applied(7);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+}
+
+TEST_F(FreeingTest, EveryTableThatAReleaseNamedMustHaveAppliedIt) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  client_->release(handle, operation(7));
+  ack(handle, operation(3, kOtherTable));
+  applied(3, kOtherTable);
+  client_->release(handle, operation(5, kOtherTable));
+  client_->release(handle, operation(6));
+  destinationIs("eth1", kSecond);
+  EXPECT_EQ(handle->destId(), kSecond);
+  applied(5, kOtherTable);
+  EXPECT_THAT(freed_, IsEmpty());
+  applied(6);
+  EXPECT_THAT(freed_, IsEmpty()) << "the higher of two versions";
+  applied(7);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+}
+
+TEST_F(FreeingTest, ADestinationThatIsWantedAgainAndNeverShownKeepsWhatItWaitedFor) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  destinationIs("eth1", kSecond);
+  ack(handle, operation(2));
+  destinationIs("eth1", kFirst);
+  destinationIs("eth1", kThird);  // both behind operation 2
+  EXPECT_EQ(handle->destId(), kSecond);
+  EXPECT_THAT(freed_, IsEmpty());
+  applied(2);
+  EXPECT_EQ(handle->destId(), kThird);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+}
+
+TEST_F(FreeingTest, WhatWasAcknowledgedBeforeTheFirstUpdateHoldsTheFreeingBack) {
+  const HandlePtr handle = request();
+  ack(handle, operation(5));  // entries of a process before this one
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  destinationIs("eth1", kSecond);
+  ack(handle);
+  EXPECT_EQ(handle->destId(), kSecond);
+  EXPECT_THAT(freed_, IsEmpty());
+  applied(5);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+}
+
+TEST_F(FreeingTest, ADestinationThatIsReplacedBeforeTheFirstUpdateIsKeptUntilUsersHaveLeftIt) {
+  const HandlePtr handle = request();
+  ack(handle);  // an entry that a process before this one wrote with the first destination
+  table_->destinationIs(intf("eth1"), kFirst);
+  destinationIs("eth1", kSecond);
+  EXPECT_THAT(freed_, IsEmpty()) << "not acknowledged";
+  ack(handle, operation(3));
+  EXPECT_THAT(freed_, IsEmpty());
+  applied(3);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+}
+
+// Handlers that throw.
+
+TEST_F(FreeingTest, AHandlerThatThrowsHasFreedAndHoldsNothingElseUp) {
+  for (const char* name : {"eth1", "eth2", "eth3"}) {
+    ack(request(name));
+    destinationIs(name, kFirst);
+    ack(request(name));
+  }
+  table_->freedHandlerIs([this](Wirex::IntfId intfId, const DestId& destId) {
+    freed_.push_back({intfId, destId});
+    if (intfId == intf("eth1")) {
+      throw std::runtime_error("refused");
+    }
+    throw std::logic_error("refused too");
+  });
+  for (const char* name : {"eth1", "eth2", "eth3"}) {
+    table_->destinationIs(intf(name), kSecond);
+  }
+  run();
+  for (const char* name : {"eth1", "eth2", "eth3"}) {
+    client_->ackUpdate(request(name), 2, nullptr);
+    table_->destinationIs(intf(name), kThird);
+  }
+  EXPECT_THROW(run(), std::runtime_error);
+  try {
+    run();
+  } catch (const std::logic_error&) {
+    run();  // thrown in a later turn
+  }
+  EXPECT_THAT(freed_,
+              ElementsAre(eth1(kFirst), Freed{intf("eth2"), kFirst}, Freed{intf("eth3"), kFirst}));
+  for (const char* name : {"eth1", "eth2", "eth3"}) {
+    EXPECT_EQ(request(name)->destId(), kThird) << name;
+  }
+}
+
+TEST_F(FreeingTest, AHandlerMayDropTheTable) {
+  table_->freedHandlerIs([this](Wirex::IntfId intfId, const DestId& destId) {
+    freed_.push_back({intfId, destId});
+    client_ = nullptr;
+    table_ = nullptr;
+  });
+  destinationIs("eth1", kFirst);
+  destinationIs("eth1", kSecond);
+  EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
+}
+
+// Clients with a hardware that applies their operations in order and late, against an owner that
 // sets, fails and deletes the destination of one interface at random.
 class RandomUse : public ResourceTableTest {
  protected:
-  // What the client's entry shows in hardware once that version is applied; nothing: no entry.
-  using Logged = std::pair<std::uint64_t, std::optional<DestId>>;
+  // One client with one entry.
+  struct User {
+    Pell::Ptr<ResourceTable::ClientInstance> client;
+    std::unique_ptr<Pell::Subscriber> subscriber;
+    std::optional<DestId> entry;
+    std::optional<DestId> hardware;
+  };
+  // What a user's entry shows in hardware once that version is applied; nothing: no entry.
+  struct Logged {
+    std::uint64_t version;
+    User* user;
+    std::optional<DestId> destination;
+  };
 
-  void start() {
+  // Each user touches that many rows when it is told.
+  void start(std::size_t users, std::uint64_t rows) {
     handle_ = request();
-    subscriber_.emplace([this](Pell::Publisher*, Pell::Subscriber*, short, const void*,
-                               const void*) { driveAgain(); });
-    handle_->publisher().subscriberAdd(*subscriber_);
+    users_.resize(users);
+    for (User& user : users_) {
+      user.client = table_->makeClientInstance();
+      user.subscriber = std::make_unique<Pell::Subscriber>(
+          [this, &user, rows](Pell::Publisher*, Pell::Subscriber*, short, const void*,
+                              const void*) {
+            driveAgain(user);
+            Zev::WorkMeter::add(rows);
+          });
+      handle_->publisher().subscriberAdd(*user.subscriber);
+    }
     table_->freedHandlerIs([this](Wirex::IntfId, const DestId& freed) { expectFree(freed); });
   }
-  void stop() { handle_->publisher().subscriberRemove(*subscriber_); }
+  void stop() { users_.clear(); }
 
-  void log(std::optional<DestId> destination) {
-    entry_ = destination;
-    log_.emplace_back(++version_, destination);
+  void log(User& user, std::optional<DestId> destination) {
+    user.entry = destination;
+    log_.push_back({++version_, &user, destination});
   }
-  void writeEntry() {
+  void writeEntry(User& user) {
     if (handle_->entryState() != Asic::EntryState::done) {
       return;
     }
-    if (!entry_) {
-      client_->ackUpdate(handle_, handle_->updateNumber(), nullptr);
+    if (!user.entry) {
+      user.client->ackUpdate(handle_, handle_->updateNumber(), nullptr);
     }
-    log(handle_->destId());
+    log(user, handle_->destId());
   }
-  void removeEntry() {
-    if (entry_) {
+  void removeEntry(User& user) {
+    if (user.entry) {
       const auto removal = operation(0);
-      client_->release(handle_, removal);
-      log(std::nullopt);
+      user.client->release(handle_, removal);
+      log(user, std::nullopt);
       removal->tableVersionIs({kTable, Asic::LogVersion(version_)});
     }
   }
-  void driveAgain() {
-    if (!entry_) {
+  void driveAgain(User& user) {
+    if (!user.entry) {
       return;
     }
-    if (handle_->entryState() != Asic::EntryState::notResolved && handle_->destId() != *entry_) {
-      log(handle_->destId());
+    if (handle_->entryState() != Asic::EntryState::notResolved &&
+        handle_->destId() != *user.entry) {
+      log(user, handle_->destId());
     }
-    client_->ackUpdate(handle_, handle_->updateNumber(), operation(version_));
+    user.client->ackUpdate(handle_, handle_->updateNumber(), operation(version_));
   }
+  // The report is heard at once; what follows from it takes turns.
   void applyOne() {
     if (!log_.empty()) {
-      hardware_ = log_.front().second;
-      const std::uint64_t version = log_.front().first;
+      const Logged logged = log_.front();
+      logged.user->hardware = logged.destination;
       log_.pop_front();
-      applied(version);
+      groupLog_->tableVersionIs({kTable, Asic::LogVersion(logged.version)});
     }
   }
   void applyAll() {
     while (!log_.empty()) {
       applyOne();
+      run();
     }
     run();
   }
@@ -267,31 +456,15 @@ class RandomUse : public ResourceTableTest {
     EXPECT_EQ(given_.erase(freed.first), 1U) << freed.first << " freed twice";
     EXPECT_NE(freed.first, target_);
     EXPECT_NE(freed, handle_->destId());
-    EXPECT_NE(hardware_, freed);
+    for (const User& user : users_) {
+      EXPECT_NE(user.hardware, freed);
+    }
     for (const Logged& logged : log_) {
-      EXPECT_NE(logged.second, freed) << "version " << logged.first << " brings it back";
+      EXPECT_NE(logged.destination, freed) << "version " << logged.version << " brings it back";
     }
   }
-
-  HandlePtr handle_;
-  std::optional<Pell::Subscriber> subscriber_;
-  std::deque<Logged> log_;
-  std::uint64_t version_ = 0;
-  std::optional<DestId> entry_;
-  std::optional<DestId> hardware_;
-  std::set<std::uint32_t> given_;  // and not freed
-  std::uint32_t lastDestination_ = 0;
-  std::uint32_t target_ = 0;
-};
-
-TEST_F(RandomUse, NoDestinationIsFreedWhileInUseAndEveryOneOnceInTheEnd) {
-  constexpr std::uint32_t kSeed = 20261121;
-  constexpr int kSteps = 5000;
-  std::cout << "seed " << kSeed << '\n';
-  std::mt19937 random(kSeed);
-  start();
-  for (int step = 0; step < kSteps && !HasFailure(); ++step) {
-    switch (random() % 10) {
+  void step(unsigned long action, User& user) {
+    switch (action) {
       case 0:
       case 1:
       case 2:
@@ -309,26 +482,69 @@ TEST_F(RandomUse, NoDestinationIsFreedWhileInUseAndEveryOneOnceInTheEnd) {
         table_->destinationDel(intf("eth1"));
         break;
       case 6:
-        writeEntry();
+        writeEntry(user);
         break;
       case 7:
-        removeEntry();
+        removeEntry(user);
         break;
       default:
         applyOne();
         break;
     }
+  }
+  void expectOnlyTheTargetKept() {
+    run();
+    setDestination(true);
+    run();
+    applyAll();
+    EXPECT_EQ(handle_->destId().first, target_);
+    EXPECT_THAT(given_, UnorderedElementsAre(target_));
+  }
+
+  HandlePtr handle_;
+  std::deque<User> users_;
+  std::deque<Logged> log_;
+  std::uint64_t version_ = 0;
+  std::set<std::uint32_t> given_;  // and not freed
+  std::uint32_t lastDestination_ = 0;
+  std::uint32_t target_ = 0;
+};
+
+TEST_F(RandomUse, NoDestinationIsFreedWhileInUseAndEveryOneOnceInTheEnd) {
+  constexpr std::uint32_t kSeed = 20261121;
+  constexpr int kSteps = 5000;
+  std::cout << "seed " << kSeed << '\n';
+  std::mt19937 random(kSeed);
+  start(1, 0);
+  for (int step = 0; step < kSteps && !HasFailure(); ++step) {
+    this->step(random() % 10, users_.front());
     if (random() % 2 == 0) {
       run();
     }
   }
-  run();
-  setDestination(true);
-  run();
-  applyAll();
-  EXPECT_EQ(handle_->destId().first, target_);
-  EXPECT_THAT(given_, UnorderedElementsAre(target_));
+  expectOnlyTheTargetKept();
   EXPECT_LT(version_, static_cast<std::uint64_t>(kSteps));
+  EXPECT_GT(lastDestination_, 1000U);
+  stop();
+}
+
+// The users are told in turns of their own, and come, go and write between those.
+TEST_F(RandomUse, NoDestinationIsFreedWhileOneOfSeveralUsersIsStillToBeTold) {
+  constexpr std::uint32_t kSeed = 20261122;
+  constexpr int kSteps = 20000;
+  constexpr std::size_t kUsers = 4;
+  std::cout << "seed " << kSeed << '\n';
+  std::mt19937 random(kSeed);
+  start(kUsers, ResourceTable::kRowsPerTurn);
+  for (int step = 0; step < kSteps && !HasFailure(); ++step) {
+    // Destinations change less often, so that users are there when they do.
+    const unsigned long action = random() % 4 == 0 ? random() % 10 : 6 + random() % 4;
+    this->step(action, users_[random() % kUsers]);
+    for (unsigned long turns = random() % 3; turns > 0; --turns) {
+      loop_.runOne();
+    }
+  }
+  expectOnlyTheTargetKept();
   EXPECT_GT(lastDestination_, 1000U);
   stop();
 }

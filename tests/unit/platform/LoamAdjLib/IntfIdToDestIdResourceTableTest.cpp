@@ -268,6 +268,59 @@ TEST_F(ResourceTableTest, AnAcknowledgementOfAnotherNumberAcknowledgesNothing) {
   EXPECT_EQ(handle->destId(), kThird);
 }
 
+TEST_F(ResourceTableTest, AFirstAcknowledgementWithAnOldNumberAcknowledgesNothing) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  client_->ackUpdate(handle, 0, nullptr);
+  destinationIs("eth1", kSecond);
+  EXPECT_EQ(handle->destId(), kFirst) << "in use, and not acknowledged";
+  ack(handle);
+  EXPECT_EQ(handle->destId(), kSecond);
+}
+
+TEST_F(ResourceTableTest, TheOperationOfAnOldAcknowledgementHoldsBackTheFreeingAlone) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  destinationIs("eth1", kSecond);
+  client_->ackUpdate(handle, 1, operation(10));
+  ack(handle);
+  EXPECT_TRUE(freed_.empty());
+  destinationIs("eth1", kThird);
+  EXPECT_EQ(handle->destId(), kThird);
+  applied(10);
+  EXPECT_EQ(freed_, std::vector<Freed>({{intf("eth1"), kFirst}}));
+}
+
+TEST_F(ResourceTableTest, TheFirstChangeWaitsForNothing) {
+  const auto secondClient = table_->makeClientInstance();
+  const HandlePtr handle = request();
+  ack(handle, operation(10));  // the log as a restart found it
+  secondClient->ackUpdate(handle, 7, operation(11));
+  destinationIs("eth1", kFirst);
+  EXPECT_EQ(handle->destId(), kFirst);
+  destinationIs("eth1", kSecond);
+  EXPECT_EQ(handle->destId(), kFirst) << "the second one waits as ever";
+  ack(handle);
+  secondClient->ackUpdate(handle, 1, nullptr);
+  run();
+  EXPECT_EQ(handle->destId(), kSecond) << "and for no more than its own";
+}
+
+TEST_F(ResourceTableTest, AnAppliedVersionThatIsDamagedCountsAsNotApplied) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle, operation(10));
+  destinationIs("eth1", kSecond);
+  applied(9);
+  damageAppliedVersion();
+  ack(handle);
+  EXPECT_EQ(groupLog_->versionsMap().corruptionCount(), 1U);
+  EXPECT_EQ(handle->destId(), kFirst);
+  applied(10);
+  EXPECT_EQ(handle->destId(), kSecond);
+}
+
 TEST_F(ResourceTableTest, AnOldAcknowledgementThatComesLateDoesNotTakeTheCurrentOneBack) {
   const HandlePtr handle = request();
   destinationIs("eth1", kFirst);
@@ -319,9 +372,8 @@ TEST_F(ResourceTableTest, AnOperationWithoutVersionIsNoConstraint) {
 TEST_F(ResourceTableTest, AnOperationMayGetItsVersionBetweenTheCallAndItsTurn) {
   const HandlePtr handle = request();
   destinationIs("eth1", kFirst);
-  ack(handle);
   const auto logged = operation(0);
-  client_->release(handle, logged);
+  client_->ackUpdate(handle, handle->updateNumber(), logged);
   logged->tableVersionIs({kTable, Asic::LogVersion(10)});
   destinationIs("eth1", kSecond);
   EXPECT_EQ(handle->destId(), kFirst);
@@ -360,16 +412,14 @@ TEST_F(ResourceTableTest, AReleasedHandleWaitsForThatClientNoLonger) {
   EXPECT_EQ(handle->destId(), kThird);
 }
 
-TEST_F(ResourceTableTest, AChangeWaitsForTheOperationThatARreleaseNames) {
+TEST_F(ResourceTableTest, AChangeDoesNotWaitForTheOperationThatAReleaseNames) {
   const HandlePtr handle = request();
   destinationIs("eth1", kFirst);
   ack(handle);
   client_->release(handle, operation(10));
   destinationIs("eth1", kSecond);
-  applied(9);
-  EXPECT_EQ(handle->destId(), kFirst);
-  applied(10);
   EXPECT_EQ(handle->destId(), kSecond);
+  EXPECT_TRUE(freed_.empty()) << "the freeing does";
 }
 
 TEST_F(ResourceTableTest, AReleaseStillWaitsForTheOperationAcknowledgedBefore) {

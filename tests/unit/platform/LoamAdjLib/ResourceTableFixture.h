@@ -5,6 +5,7 @@
 
 #include "Asic/NeededEntry.h"
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
+#include "TableFile.h"
 #include "Vanta/EntityManager.h"
 #include "testing/LeakCheck.h"
 #include "testing/ManualEventLoop.h"
@@ -127,6 +128,17 @@ class ResourceTableTest : public testing_support::LeakCheckedTest {
   void applied(std::uint64_t version, Asic::SwTableId tableId = kTable) {
     groupLog_->tableVersionIs({tableId, Asic::LogVersion(version)});
     run();
+  }
+  // Flips one bit of the only applied version that is recorded, in the file.
+  void damageAppliedVersion() {
+    using Traits = Glint::RowTraits<Asic::GroupVersionRow>;
+    constexpr std::uint32_t kCapacity = Asic::GroupVersionsGlint::kCapacity;
+    const std::string& file = groupLog_->versionsMap().filePath();
+    const glint_test::Offsets offsets(kCapacity, Traits::physicalSlots(kCapacity),
+                                      sizeof(Asic::GroupVersionRow));
+    const Glint::Seq seq(glint_test::wordAt<std::uint64_t>(file, offsets.slot(0)));
+    ASSERT_TRUE(seq.live());
+    glint_test::flipBit(file, 8 * (offsets.row(0, seq.copy()) + 8));
   }
 
   testing_support::TemporaryRoot root_;

@@ -1,6 +1,9 @@
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <numeric>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -307,6 +310,305 @@ TEST_F(PublisherTest, ACallbackKeepsItsStateFromCallToCall) {
   publisher_->attributeChange(1);
   publisher_->attributeChange(1);
   EXPECT_THAT(counts, ElementsAre(1, 2));
+}
+
+TEST_F(PublisherTest, ASubscriberThatDiesIsRemovedByItsEnd) {
+  const auto b = listener("b");
+  {
+    const auto a = listener("a");
+    publisher_->subscriberAdd(*a);
+    publisher_->subscriberAdd(*b);
+    publisher_->subscriberAdd(*a);
+  }
+  publisher_->attributeChange(1);
+  EXPECT_THAT(heard_, ElementsAre("b"));
+  publisher_->subscriberRemove(*b);
+  EXPECT_TRUE(publisher_->idle());
+}
+
+using PublisherDeathTest = PublisherTest;
+
+// Removal.
+
+class PublisherRemovalTest : public PublisherTest {
+ protected:
+  static constexpr int kMany = 80'000;
+
+  void addMany() {
+    for (int i = 0; i < kMany; ++i) {
+      subscribers_.push_back(
+          std::make_unique<Subscriber>([this, i](Publisher*, Subscriber*, short, const void*,
+                                                 const void*) { told_.push_back(i); }));
+      publisher_->subscriberAdd(*subscribers_.back());
+    }
+  }
+  void remove(int i) { publisher_->subscriberRemove(*subscribers_[static_cast<std::size_t>(i)]); }
+  static std::vector<int> inOrder() {
+    std::vector<int> order(kMany);
+    std::iota(order.begin(), order.end(), 0);
+    return order;
+  }
+  // Half of them, then the other half: each half costs its number, and who is left hears in order.
+  void removeInHalves(const std::vector<int>& order) {
+    addMany();
+    const auto middle = order.begin() + kMany / 2;
+    std::for_each(order.begin(), middle, [this](int i) { remove(i); });
+    publisher_->attributeChange(1);
+    std::vector<int> left(middle, order.end());
+    std::ranges::sort(left);
+    EXPECT_EQ(told_, left);
+    std::for_each(middle, order.end(), [this](int i) { remove(i); });
+    EXPECT_TRUE(publisher_->idle());
+    told_.clear();
+    publisher_->attributeChange(1);
+    EXPECT_TRUE(told_.empty());
+    EXPECT_LE(publisher_->removalSteps(), 4U * kMany);
+  }
+
+  std::vector<std::unique_ptr<Subscriber>> subscribers_;
+  std::vector<int> told_;
+};
+
+TEST_F(PublisherRemovalTest, CostsAConstantInTheOrderOfTheAdditions) { removeInHalves(inOrder()); }
+
+TEST_F(PublisherRemovalTest, CostsAConstantAgainstTheOrderOfTheAdditions) {
+  auto order = inOrder();
+  std::ranges::reverse(order);
+  removeInHalves(order);
+}
+
+TEST_F(PublisherRemovalTest, CostsAConstantInAnyOrder) {
+  constexpr std::uint32_t kSeed = 20261122;
+  auto order = inOrder();
+  std::shuffle(order.begin(), order.end(), std::mt19937(kSeed));
+  removeInHalves(order);
+}
+
+TEST_F(PublisherRemovalTest, CostsAConstantWhileOthersComeAndGo) {
+  addMany();
+  const auto passing = listener("passing");
+  for (int i = 0; i < kMany; ++i) {
+    publisher_->subscriberAdd(*passing);
+    publisher_->subscriberRemove(*passing);
+  }
+  EXPECT_LE(publisher_->removalSteps(), 4U * kMany);
+  publisher_->attributeChange(1);
+  EXPECT_EQ(told_, inOrder());
+}
+
+TEST_F(PublisherRemovalTest, InOneDeliveryCostsAConstantToo) {
+  const auto removesAll = listener("removes all", [this] {
+    for (int i = 0; i < kMany; ++i) {
+      remove(i);
+    }
+  });
+  publisher_->subscriberAdd(*removesAll);
+  addMany();
+  publisher_->attributeChange(1);
+  EXPECT_TRUE(told_.empty());
+  EXPECT_LE(publisher_->removalSteps(), 4U * kMany);
+  EXPECT_FALSE(publisher_->idle());
+}
+
+TEST_F(PublisherTest, TheOldestAdditionIsRemovedAfterOthersHaveGoneToo) {
+  const auto a = listener("a");
+  const auto b = listener("b");
+  const auto c = listener("c");
+  for (const auto* next : {&c, &a, &c, &b, &c, &a, &c}) {
+    publisher_->subscriberAdd(**next);
+  }
+  for (int i = 0; i < 3; ++i) {
+    publisher_->subscriberRemove(*c);  // the third leaves more holes than subscribers behind
+  }
+  publisher_->attributeChange(1);
+  EXPECT_THAT(heard_, ElementsAre("a", "b", "a", "c"));
+  heard_.clear();
+  publisher_->subscriberRemove(*a);
+  publisher_->attributeChange(1);
+  EXPECT_THAT(heard_, ElementsAre("b", "a", "c"));
+}
+
+TEST_F(PublisherTest, ASubscriberMayGoToAnotherPublisherOnceItIsFree) {
+  const auto a = listener("a");
+  publisher_->subscriberAdd(*a);
+  publisher_->subscriberRemove(*a);
+  auto second = std::make_unique<Publisher>();
+  second->subscriberAdd(*a);
+  second->subscriberAdd(*a);
+  publisher_->subscriberRemove(*a);  // absent there
+  second.reset();
+  publisher_->subscriberAdd(*a);
+  publisher_->attributeChange(1);
+  EXPECT_THAT(heard_, ElementsAre("a"));
+}
+
+TEST_F(PublisherDeathTest, ASubscriberThatIsWithAnotherPublisherStopsTheProcess) {
+  const auto a = listener("a");
+  publisher_->subscriberAdd(*a);
+  Publisher second;
+  EXPECT_DEATH(second.subscriberAdd(*a), "a subscriber of one publisher: it is with another one");
+}
+
+// One subscriber a step.
+
+TEST_F(PublisherTest, APacedDeliveryTellsOneAStepInOrder) {
+  Subscriber first([&](Publisher* publisher, Subscriber* self, short attributeId,
+                       const void* element, const void* oldValue) {
+    EXPECT_EQ(publisher, publisher_.get());
+    EXPECT_EQ(self, &first);
+    EXPECT_EQ(attributeId, 517);
+    EXPECT_EQ(element, nullptr);
+    EXPECT_EQ(oldValue, nullptr);
+    heard_.emplace_back("first");
+  });
+  const auto b = listener("b");
+  publisher_->subscriberAdd(first);
+  publisher_->subscriberAdd(*b);
+  auto delivery = publisher_->pacedAttributeChange(517);
+  EXPECT_TRUE(delivery.more());
+  EXPECT_THAT(heard_, ElementsAre()) << "nobody is told by the call that begins";
+  EXPECT_TRUE(delivery.tellNext());
+  EXPECT_THAT(heard_, ElementsAre("first"));
+  EXPECT_TRUE(delivery.more());
+  EXPECT_TRUE(delivery.tellNext());
+  EXPECT_FALSE(delivery.more());
+  EXPECT_FALSE(delivery.tellNext());
+  EXPECT_THAT(heard_, ElementsAre("first", "b"));
+}
+
+TEST_F(PublisherTest, APacedDeliveryToNobodyIsOverAtOnce) {
+  auto ofNone = publisher_->pacedAttributeChange(1);
+  EXPECT_FALSE(ofNone.more());
+  const auto a = listener("a");
+  publisher_->subscriberAdd(*a);
+  EXPECT_FALSE(ofNone.tellNext()) << "came after the change";
+  publisher_->subscriberRemove(*a);
+  auto ofNoneLeft = publisher_->pacedAttributeChange(1);
+  EXPECT_FALSE(ofNoneLeft.more());
+}
+
+TEST_F(PublisherTest, WhoComesDuringAPacedDeliveryIsNotToldNorWhoGoesNorWhoComesBack) {
+  const auto a = listener("a");
+  const auto b = listener("b");
+  const auto c = listener("c");
+  const auto d = listener("d");
+  const auto late = listener("late");
+  for (const auto* known : {&a, &b, &c, &d}) {
+    publisher_->subscriberAdd(**known);
+  }
+  auto delivery = publisher_->pacedAttributeChange(1);
+  EXPECT_TRUE(delivery.tellNext());
+  publisher_->subscriberAdd(*late);
+  publisher_->subscriberRemove(*a);
+  publisher_->subscriberRemove(*b);
+  publisher_->subscriberRemove(*c);  // the list is closed up by now
+  publisher_->subscriberAdd(*c);
+  EXPECT_TRUE(delivery.more());
+  EXPECT_TRUE(delivery.tellNext());
+  EXPECT_FALSE(delivery.more());
+  EXPECT_THAT(heard_, ElementsAre("a", "d"));
+  publisher_->attributeChange(1);
+  EXPECT_THAT(heard_, ElementsAre("a", "d", "d", "late", "c"));
+}
+
+TEST_F(PublisherTest, APacedDeliveryIsOverWhenThoseLeftHaveGone) {
+  const auto a = listener("a");
+  const auto b = listener("b");
+  publisher_->subscriberAdd(*a);
+  publisher_->subscriberAdd(*b);
+  auto delivery = publisher_->pacedAttributeChange(1);
+  EXPECT_TRUE(delivery.tellNext());
+  EXPECT_TRUE(delivery.more());
+  publisher_->subscriberRemove(*b);
+  EXPECT_FALSE(delivery.more());
+  EXPECT_FALSE(delivery.tellNext());
+}
+
+TEST_F(PublisherTest, OtherDeliveriesRunBetweenTheStepsOfAPacedOne) {
+  std::vector<short> order;
+  Subscriber a([&](Publisher*, Subscriber*, short attributeId, const void*, const void*) {
+    order.push_back(attributeId);
+  });
+  Subscriber b([&](Publisher*, Subscriber*, short attributeId, const void*, const void*) {
+    order.push_back(static_cast<short>(attributeId + 10));
+  });
+  publisher_->subscriberAdd(a);
+  publisher_->subscriberAdd(b);
+  auto outer = publisher_->pacedAttributeChange(1);
+  auto inner = publisher_->pacedAttributeChange(2);
+  EXPECT_TRUE(outer.tellNext());
+  EXPECT_TRUE(inner.tellNext());
+  publisher_->attributeChange(3);
+  EXPECT_TRUE(outer.tellNext());
+  EXPECT_TRUE(inner.tellNext());
+  EXPECT_THAT(order, ElementsAre(1, 2, 3, 13, 11, 12));
+}
+
+TEST_F(PublisherTest, ThePublisherMayBeDestroyedBetweenAndDuringTheStepsOfAPacedDelivery) {
+  const auto a = listener("a");
+  const auto b = listener("b");
+  publisher_->subscriberAdd(*a);
+  publisher_->subscriberAdd(*b);
+  auto between = publisher_->pacedAttributeChange(1);
+  EXPECT_TRUE(between.tellNext());
+  publisher_.reset();
+  EXPECT_FALSE(between.more());
+  EXPECT_FALSE(between.tellNext());
+
+  publisher_ = std::make_unique<Publisher>();
+  const auto destroys = listener("destroys", [&] { publisher_.reset(); });
+  publisher_->subscriberAdd(*destroys);
+  publisher_->subscriberAdd(*b);
+  auto during = publisher_->pacedAttributeChange(1);
+  EXPECT_TRUE(during.tellNext());
+  EXPECT_FALSE(during.tellNext());
+  EXPECT_THAT(heard_, ElementsAre("a", "destroys"));
+}
+
+TEST_F(PublisherTest, ASubscriberMayDestroyItselfAndThePacedDeliveryInItsStep) {
+  std::unique_ptr<Publisher::PacedDelivery> delivery;
+  std::unique_ptr<Subscriber> a;
+  a = listener("a", [&] {
+    publisher_->subscriberRemove(*a);
+    a.reset();
+    delivery.reset();
+  });
+  const auto b = listener("b");
+  publisher_->subscriberAdd(*a);
+  publisher_->subscriberAdd(*b);
+  delivery = std::make_unique<Publisher::PacedDelivery>(publisher_->pacedAttributeChange(1));
+  EXPECT_TRUE(delivery->tellNext());
+  EXPECT_EQ(delivery, nullptr);
+  EXPECT_THAT(heard_, ElementsAre("a"));
+}
+
+TEST_F(PublisherTest, WhoThrowsInAStepHasBeenToldAndTheNextStepGoesOnBehindIt) {
+  const auto a = listener("a", [] { throw std::runtime_error("refused"); });
+  const auto b = listener("b");
+  publisher_->subscriberAdd(*a);
+  publisher_->subscriberAdd(*b);
+  auto delivery = publisher_->pacedAttributeChange(1);
+  EXPECT_THROW(delivery.tellNext(), std::runtime_error);
+  EXPECT_TRUE(delivery.tellNext());
+  EXPECT_FALSE(delivery.more());
+  EXPECT_THAT(heard_, ElementsAre("a", "b"));
+}
+
+TEST_F(PublisherTest, AThousandRemovalsBetweenStepsAreSkippedAndNobodyElse) {
+  std::vector<std::unique_ptr<Subscriber>> all;
+  for (int i = 0; i < 1000; ++i) {
+    all.push_back(listener(std::to_string(i)));
+    publisher_->subscriberAdd(*all.back());
+  }
+  auto delivery = publisher_->pacedAttributeChange(1);
+  for (std::size_t i = 0; delivery.tellNext(); i += 10) {
+    for (std::size_t gone = i; gone < i + 10; ++gone) {
+      publisher_->subscriberRemove(*all[gone]);  // the one just told and nine that were not
+    }
+  }
+  EXPECT_EQ(heard_.size(), 100U);
+  EXPECT_EQ(heard_.back(), "990");
+  EXPECT_TRUE(publisher_->idle());
 }
 
 }  // namespace
