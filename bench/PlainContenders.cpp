@@ -1,6 +1,7 @@
 #include "PlainContenders.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <numeric>
 #include <random>
@@ -27,8 +28,7 @@ void copyRow(Row& to, const Row& from) {
 
 std::vector<Rows> rowsOf(std::span<const LoamFec::FecTableDataModelEntry> entries,
                          std::uint64_t version) {
-  const auto needed = Zev::makeObject<Asic::NeededEntry>();
-  needed->add(kNeeded);
+  const std::array needed{kNeeded};
   std::vector<Rows> rows;
   for (const LoamFec::FecTableDataModelEntry& entry : entries) {
     const Asic::LogVersion logged(version);

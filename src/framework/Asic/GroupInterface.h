@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 
 #include "Asic/GroupLog.h"
@@ -38,14 +39,24 @@ class GroupInterface : public Zev::PtrInterface {
   }
 
   // The hardware reports a table applied: tells the table of every unit, then records the version
-  // in the group log. Called in a turn of its own.
+  // in the group log. Called in a turn of its own. A version above what was announced of the table
+  // is refused: nobody hears of it, and it is counted and traced at level 1.
+  //
+  // Handlers that this calls may report again, drop tables, and drop the group. What one throws
+  // reaches the caller when every table has been told and the version is recorded; of several
+  // exceptions the first. A request that the full group log held back is looked at again once the
+  // report has made room.
   void tableVersionApplied(TableVersion applied);
+
+  // Reports refused since construction.
+  std::uint64_t refusedReports() const { return refusedReports_; }
 
  private:
   std::uint16_t agentAndGroupId_;
   Pell::Ptr<GroupResolver> groupResolver_;
   Pell::Ptr<GroupLog> groupLog_;
   std::map<SwTableId, Pell::Ptr<OrderedSwTableSet>> swTableSets_;
+  std::uint64_t refusedReports_ = 0;
 };
 
 }  // namespace Asic

@@ -1,19 +1,26 @@
-// Rows are added with a rising sequence, which the collection's scratchpad keeps across restarts.
-// What is not applied yet is remembered per table, oldest first, so that a report drops its rows
-// without a search; a restart reads that back from the rows.
+// Rows are added with a rising sequence, which the collection's scratchpad keeps across restarts;
+// GroupLogFollower reads them. What is not applied yet is remembered per table, oldest first, so
+// that a report drops its rows without a search; a restart reads that back from the rows.
 
 #include "Asic/GroupLog.h"
 
 #include <algorithm>
+#include <span>
+#include <vector>
 
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
 #include "Glint/SharedMemEntityManager.h"
 #include "Pell/Assert.h"
+#include "Zev/Trace.h"
 
 namespace Asic {
 
 namespace {
+
+constexpr const char* kClass = "GroupLog";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 template <typename Entity>
 Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<Vanta::EntityManager>& entityManager,
@@ -71,7 +78,9 @@ GroupLog::GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager,
       versions_(mountForWriting<GroupVersionsGlint>(
           entityManager, Constants::groupVersionsGlintPath(agentName, groupName))),
       lastSequence_(log_->groupLog().control().scratchpad()) {
+  readApplied();
   readPending();
+  ZEV_TRACE(trace, 2, kClass, "rows: {} lastSequence: {}", logMap().rowCount(), lastSequence_);
 }
 
 GroupLog::~GroupLog() { hasNotificationActiveIs(false); }
@@ -83,51 +92,88 @@ const Zev::TypeRecord& GroupLog::fwkType() const {
   return record;
 }
 
-// A row that was written before its sequence reached the scratchpad counts too: the agent may have
-// died in between.
-void GroupLog::readPending() {
-  auto rows = Glint::pickRows<GroupLogRow>(
-      log_->groupLog(), [](const GroupLogRow& row) { return std::optional(row); });
-  std::sort(rows.begin(), rows.end(),
-            [](const GroupLogRow& a, const GroupLogRow& b) { return a.sequence() < b.sequence(); });
-  for (const GroupLogRow& row : rows) {
-    lastSequence_ = std::max(lastSequence_, row.sequence());
-    pending(row.tableVersion().tableId())
-        .push_back({row.tableVersion().logVersion(), row.sequence()});
+void GroupLog::readApplied() {
+  const bool sawAll = Glint::walkOverDamage(
+      versions_->appliedVersions(),
+      [this](const GroupVersionRow& row) { raiseAnnounced(row.tableVersion()); });
+  if (!sawAll) {
+    ZEV_TRACE(trace, 3, kClass, "applied versions are damaged; they count as absent");
   }
 }
 
-std::deque<GroupLog::Pending>& GroupLog::pending(SwTableId tableId) {
-  const auto held =
-      std::find_if(pending_.begin(), pending_.end(),
-                   [&](const PendingOfTable& table) { return table.tableId == tableId; });
-  return held != pending_.end() ? held->rows : pending_.emplace_back(tableId).rows;
+// A row that was written before its sequence reached the scratchpad counts too: the agent may have
+// died in between. So do the rows of an operation that was cut short; they go with its version.
+void GroupLog::readPending() {
+  struct Found {
+    std::uint64_t sequence;
+    TableVersion tableVersion;
+  };
+  std::vector<Found> rows;
+  rows.reserve(logMap().rowCount());
+  const bool sawAll = Glint::walkOverDamage(log_->groupLog(), [&rows](const GroupLogRow& row) {
+    rows.push_back({row.sequence(), row.tableVersion()});
+  });
+  if (!sawAll) {
+    ZEV_TRACE(trace, 3, kClass, "rows are damaged; what they announced is not known");
+  }
+  std::sort(rows.begin(), rows.end(),
+            [](const Found& a, const Found& b) { return a.sequence < b.sequence; });
+  for (const Found& row : rows) {
+    lastSequence_ = std::max(lastSequence_, row.sequence);
+    raiseAnnounced(row.tableVersion);
+    tables_[row.tableVersion.tableId()].rows.push_back(
+        {row.tableVersion.logVersion(), row.sequence});
+  }
 }
 
 // The scratchpad goes from the last row of the operation before to the last row of this one, so
 // whoever goes by it sees all of the rows or none.
 void GroupLog::addGroupLogEntry(SwTableId tableId, LogVersion version,
                                 const Pell::Ptr<NeededEntry const>& neededEntry) {
+  ZEV_TRACE(trace, 8, kClass, "tableId: {} version: {} neededEntry: {}", tableId, version,
+            neededEntry);
+  const bool didFit = requestsFit();
   std::span<const TableVersion> needed;
   if (neededEntry) {
     needed = neededEntry->tableVersions();
   }
+  const TableVersion tableVersion(tableId, version);
+  OfTable& table = tables_[tableId];
+  table.announced = std::max(table.announced, version);
   std::uint32_t marks = GroupLogRow::kContinued;
   while (needed.size() > GroupLogRow::kNeededPerRow) {
-    addRow({tableId, version}, needed.first(GroupLogRow::kNeededPerRow), marks);
+    addRow(table,
+           {lastSequence_ + 1, tableVersion, needed.first(GroupLogRow::kNeededPerRow), marks});
     needed = needed.subspan(GroupLogRow::kNeededPerRow);
     marks |= GroupLogRow::kContinuation;
   }
-  addRow({tableId, version}, needed, marks & ~GroupLogRow::kContinued);
+  addRow(table, {lastSequence_ + 1, tableVersion, needed, marks & ~GroupLogRow::kContinued});
   log_->groupLog().control().scratchpadIs(lastSequence_);
+  if (didFit && !requestsFit()) {
+    ZEV_TRACE(trace, 3, kClass, "full: {} rows; requests are held back", logMap().rowCount());
+  }
   publisher().attributeChange(kGroupLogAttribute);
 }
 
-void GroupLog::addRow(TableVersion tableVersion, std::span<const TableVersion> needed,
-                      std::uint32_t marks) {
-  log_->groupLog().rowIs(GroupLogRow(lastSequence_ + 1, tableVersion, needed, marks));
-  ++lastSequence_;
-  pending(tableVersion.tableId()).push_back({tableVersion.logVersion(), lastSequence_});
+void GroupLog::addRow(OfTable& table, const GroupLogRow& row) {
+  log_->groupLog().rowIs(row);
+  lastSequence_ = row.sequence();
+  table.rows.push_back({row.tableVersion().logVersion(), row.sequence()});
+}
+
+void GroupLog::announcedIs(TableVersion handedOut) {
+  ZEV_TRACE(trace, 8, kClass, "handedOut: {}", handedOut);
+  raiseAnnounced(handedOut);
+}
+
+void GroupLog::raiseAnnounced(TableVersion tableVersion) {
+  LogVersion& announced = tables_[tableVersion.tableId()].announced;
+  announced = std::max(announced, tableVersion.logVersion());
+}
+
+bool GroupLog::isAnnounced(TableVersion tableVersion) const {
+  const OfTable* table = tables_.find(tableVersion.tableId());
+  return tableVersion.logVersion() <= (table == nullptr ? LogVersion() : table->announced);
 }
 
 bool GroupLog::hasTableVersion(SwTableId tableId) const {
@@ -140,12 +186,15 @@ LogVersion GroupLog::tableVersion(SwTableId tableId) const {
 }
 
 void GroupLog::tableVersionIs(TableVersion applied) {
+  ZEV_TRACE(trace, 8, kClass, "applied: {}", applied);
   const auto held = Glint::guardedRow(versions_->appliedVersions(), applied.tableId());
   if (held && applied.logVersion() < held->tableVersion().logVersion()) {
+    ZEV_TRACE(trace, 3, kClass, "applied: {} is below {} on record", applied, held->tableVersion());
     return;
   }
   versions_->appliedVersions().rowIs(GroupVersionRow(applied));
-  std::deque<Pending>& rows = pending(applied.tableId());
+  raiseAnnounced(applied);
+  std::deque<Pending>& rows = tables_[applied.tableId()].rows;
   while (!rows.empty() && rows.front().version <= applied.logVersion()) {
     log_->groupLog().rowDel(rows.front().sequence);
     rows.pop_front();

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
-#include <span>
-#include <vector>
 
 #include "Asic/GroupLogInterface.h"
 #include "Asic/GroupLogRows.h"
+#include "Pell/HashMap.h"
 #include "Vanta/EntityManager.h"
 
 namespace Asic {
@@ -46,11 +46,15 @@ class GroupVersionsGlint : public Zev::Entity {
 //
 // Ownership: holds its mounts.
 // Threads: the event loop's; other processes read the rows.
-// Invariants: sequences only rise, also across a restart; only this process writes.
+// Invariants: sequences only rise, also across a restart; only this process writes. Rows of one
+// table have rising versions. Observers hear when everything stands; they only mark work, and what
+// one throws goes to the caller, who must not count on the call having been without effect.
+// Cost: an announcement and a report cost the rows that they add or drop; a start costs the slots
+// in use and one sort of the rows, whatever the number of tables.
 class GroupLog : public GroupLogInterface {
  public:
   static constexpr const char* kTypeName = "Asic::GroupLog";
-  // Published when a row has been added.
+  // Published when the rows of an operation have been added.
   static constexpr short kGroupLogAttribute = 2;
   // Published when the applied version of a table has been recorded.
   static constexpr short kAppliedVersionsAttribute = 3;
@@ -62,8 +66,23 @@ class GroupLog : public GroupLogInterface {
 
   const Zev::TypeRecord& fwkType() const override;
 
+  // Adds one row, or as many as the needed versions take (GroupLogRow::rowsFor); room() must be as
+  // large, or the process stops.
   void addGroupLogEntry(SwTableId tableId, LogVersion version,
                         const Pell::Ptr<NeededEntry const>& neededEntry) override;
+
+  // Rows that may still be added. Slots that damage has put out of use are not taken off.
+  std::uint32_t room() const { return logMap().slotCount() - logMap().rowCount(); }
+  // Whether requests may go on being committed: the rows are within the nominal capacity. What is
+  // above it is kept for re-drives and for the one operation that passes the bound.
+  bool requestsFit() const { return logMap().rowCount() < logMap().capacity(); }
+
+  // The table's log has handed the version out, announced here or not. Raises only.
+  void announcedIs(TableVersion handedOut);
+  // Whether the table's operations have been announced up to the version: here, by rows that an
+  // earlier process left, by an applied version on record, or by announcedIs(). Version 0 always
+  // has.
+  bool isAnnounced(TableVersion tableVersion) const;
 
   // Whether the hardware has ever applied anything of the table, and up to which version. Both
   // may throw Pell::CorruptionDetectedException; the caller passes its message to
@@ -71,33 +90,37 @@ class GroupLog : public GroupLogInterface {
   bool hasTableVersion(SwTableId tableId) const;
   LogVersion tableVersion(SwTableId tableId) const;
 
-  // The hardware has applied the table up to the version: records it and drops the rows up to it.
-  // A version below the recorded one changes nothing: what has been applied stays applied.
+  // The hardware has applied the table up to the version: records it and drops the rows up to it,
+  // those of one operation together, the oldest first. A version below the recorded one changes
+  // nothing: what has been applied stays applied. Whether it was ever announced is the caller's to
+  // ask before.
   void tableVersionIs(TableVersion applied);
 
   Glint::GlintMapBase& versionsMap() const { return versions_->appliedVersions(); }
   Glint::GlintMapBase& logMap() const { return log_->groupLog(); }
 
  private:
+  static constexpr std::uint32_t kTablesSalt = 0x83e05c1d;
+
+  // A row that is not applied yet.
   struct Pending {
     LogVersion version;
     std::uint64_t sequence = 0;
   };
-  // The rows of one table that are not applied yet, in version order.
-  struct PendingOfTable {
-    explicit PendingOfTable(SwTableId id) : tableId(id) {}
-    SwTableId tableId;
-    std::deque<Pending> rows;
+  struct OfTable {
+    LogVersion announced;
+    std::deque<Pending> rows;  // in group order, which is that of the versions
   };
 
-  void addRow(TableVersion tableVersion, std::span<const TableVersion> needed, std::uint32_t marks);
+  void addRow(OfTable& table, const GroupLogRow& row);
+  void readApplied();
   void readPending();
-  std::deque<Pending>& pending(SwTableId tableId);
+  void raiseAnnounced(TableVersion tableVersion);
 
   Pell::Ptr<GroupLogGlint> log_;
   Pell::Ptr<GroupVersionsGlint> versions_;
   std::uint64_t lastSequence_ = 0;
-  std::vector<PendingOfTable> pending_;  // a group has a handful of tables
+  Pell::HashMap<SwTableId, OfTable, SwTableIdHash<kTablesSalt>> tables_;
 };
 
 }  // namespace Asic

@@ -1,6 +1,17 @@
 #include "Asic/OrderedSwTableSet.h"
 
+#include "Zev/FirstException.h"
+#include "Zev/Trace.h"
+
 namespace Asic {
+
+namespace {
+
+constexpr const char* kClass = "OrderedSwTableSet";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+}  // namespace
 
 const Zev::TypeRecord& OrderedSwTableSet::fwkType() const {
   static const Zev::TypeRecord record{kTypeName};
@@ -8,7 +19,13 @@ const Zev::TypeRecord& OrderedSwTableSet::fwkType() const {
 }
 
 void OrderedSwTableSet::swTableIs(Pell::Ptr<OrderedSwTable> const& table) {
+  ZEV_TRACE(trace, 8, kClass, "tableId: {} unitId: {}", tableId_, table->unitId());
   tables_.insertOrAssign(table->unitId(), table);
+}
+
+void OrderedSwTableSet::swTableDel(UnitId unitId) {
+  ZEV_TRACE(trace, 8, kClass, "tableId: {} unitId: {}", tableId_, unitId);
+  tables_.erase(unitId);
 }
 
 Pell::Ptr<OrderedSwTable> OrderedSwTableSet::swTable(UnitId unitId) const {
@@ -17,10 +34,14 @@ Pell::Ptr<OrderedSwTable> OrderedSwTableSet::swTable(UnitId unitId) const {
 }
 
 void OrderedSwTableSet::tableStatusVersion(LogVersion version) const {
-  tables_.forEach([version](UnitId, const Pell::Ptr<OrderedSwTable>& held) {
+  ZEV_TRACE(trace, 8, kClass, "tableId: {} version: {}", tableId_, version);
+  const Pell::Ptr<OrderedSwTableSet const> self(this);
+  Zev::FirstException first;
+  tables_.forEach([&](UnitId, const Pell::Ptr<OrderedSwTable>& held) {
     const Pell::Ptr<OrderedSwTable> table = held;
-    table->tableStatusVersion(version);
+    first.from([&] { table->tableStatusVersion(version); });
   });
+  first.rethrow();
 }
 
 bool OrderedSwTableSet::pendingHwWrites() const {

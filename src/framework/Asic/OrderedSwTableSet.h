@@ -22,10 +22,12 @@ class OrderedSwTableSet : public Zev::PtrInterface {
   void swTableIs(Pell::Ptr<OrderedSwTable> const& table);
   // Null when the unit has none.
   Pell::Ptr<OrderedSwTable> swTable(UnitId unitId) const;
-  void swTableDel(UnitId unitId) { tables_.erase(unitId); }
+  void swTableDel(UnitId unitId);
 
-  // Reports the version to every table; each is held for its call, so a table may be dropped by
-  // what the report sets off.
+  // Reports the version to the table of every unit, in no order that counts. Each is held for its
+  // call, so what a report sets off may drop, replace and add tables (one that is added may hear of
+  // this report or not), report again, and drop the set. What a table throws reaches the caller
+  // when every table has been told; of several exceptions the first.
   void tableStatusVersion(LogVersion version) const;
   // True while any table's status waits for the hardware.
   bool pendingHwWrites() const;

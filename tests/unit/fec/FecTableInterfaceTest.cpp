@@ -254,6 +254,24 @@ TEST_F(FecTableInterfaceTest, ADeletionThatIsCleanedAtStartUpFindsNoConfiguratio
   EXPECT_EQ(table->entrys(), 0U);
 }
 
+TEST_F(FecTableInterfaceTest, TheLogsLastVersionMayBeReportedThoughTheAgentDiedBeforeAnnouncingIt) {
+  leaveBehind(3, std::nullopt);
+  auto& groupRows =
+      dynamic_cast<Glint::GlintMap<Asic::GroupLogRow>&>(group()->groupLog()->logMap());
+  ASSERT_TRUE(groupRows.rowDel(3));
+  groupRows.control().scratchpadIs(2);
+  restart();
+  const auto fec = getIntf();
+  fec->makeSwTable(UnitId(0), nullptr, false);
+  group()->tableVersionApplied({kTableId, LogVersion(4)});
+  EXPECT_EQ(group()->refusedReports(), 1U);
+  EXPECT_EQ(fec->entryLog()->entryLogConfigRows(), 3U);
+  group()->tableVersionApplied({kTableId, LogVersion(3)});
+  EXPECT_EQ(group()->refusedReports(), 1U);
+  EXPECT_EQ(fec->entryLog()->entryLogConfigRows(), 0U);
+  EXPECT_EQ(group()->groupLog()->tableVersion(kTableId), LogVersion(3));
+}
+
 // A damaged group log at start-up.
 
 class DamagedGroupLogTest : public FecTableInterfaceTest {

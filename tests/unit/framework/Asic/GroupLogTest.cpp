@@ -17,8 +17,10 @@
 #include "Glint/Guarded.h"
 #include "Pell/Exceptions.h"
 #include "TableFile.h"
+#include "Zev/WorkMeter.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -215,6 +217,40 @@ TEST_F(GroupLogTest, AppliedVersionsNeverFall) {
   EXPECT_THAT(rows(), IsEmpty());
 }
 
+TEST_F(GroupLogTest, AppliedVersionsAreComparedWhole) {
+  add(kTableA, 0x100000005);
+  add(kTableA, 0x200000004);
+  add(kTableA, 0x300000003);
+  apply(kTableA, 0x200000004);
+  EXPECT_THAT(rows(), ElementsAre(Row{3, kTableA, 0x300000003}));
+  apply(kTableA, 0x100000009);
+  EXPECT_EQ(log_->tableVersion(kTableA), LogVersion(0x200000004)) << "lower, with a higher half";
+  apply(kTableA, 0x300000003);
+  EXPECT_EQ(log_->tableVersion(kTableA), LogVersion(0x300000003)) << "higher, with a lower half";
+  EXPECT_THAT(rows(), IsEmpty());
+}
+
+TEST_F(GroupLogTest, TablesThatDifferInTheirHighHalvesAloneAreApart) {
+  const SwTableId sameLowHalf(kTableA.value() ^ 0x00010000);
+  add(kTableA, 1);
+  add(sameLowHalf, 1);
+  apply(sameLowHalf, 1);
+  EXPECT_THAT(rows(), ElementsAre(Row{1, kTableA, 1}));
+  EXPECT_FALSE(log_->hasTableVersion(kTableA));
+}
+
+TEST_F(GroupLogTest, TheRowsOfAnOperationGoTogetherWhenItIsApplied) {
+  log_->addGroupLogEntry(kTableA, LogVersion(1), needs(17));
+  log_->addGroupLogEntry(kTableB, LogVersion(1), needs(9));
+  log_->addGroupLogEntry(kTableA, LogVersion(2), needs(9));
+  apply(kTableA, 1);
+  EXPECT_THAT(rows(), ElementsAre(Row{4, kTableB, 1}, Row{5, kTableB, 1}, Row{6, kTableA, 2},
+                                  Row{7, kTableA, 2}));
+  apply(kTableB, 1);
+  apply(kTableA, 2);
+  EXPECT_THAT(rows(), IsEmpty());
+}
+
 TEST_F(GroupLogTest, VersionZeroIsAVersionToo) {
   apply(kTableA, 0);
   EXPECT_TRUE(log_->hasTableVersion(kTableA));
@@ -291,6 +327,146 @@ TEST_F(GroupLogTest, RowsThatWereAppliedBeforeAKillGoWithTheNextReport) {
   EXPECT_EQ(rows().size(), 2U);
   apply(kTableA, 1);
   EXPECT_THAT(rows(), ElementsAre(Row{2, kTableA, 2}));
+}
+
+TEST_F(GroupLogTest, RowsOfOneOperationThatWerePendingBeforeARestartGoTogether) {
+  log_->addGroupLogEntry(kTableA, LogVersion(1), needs(17));
+  log_->addGroupLogEntry(kTableA, LogVersion(2), needs(9));
+  restart();
+  apply(kTableA, 1);
+  EXPECT_THAT(rows(), ElementsAre(Row{4, kTableA, 2}, Row{5, kTableA, 2}));
+  add(kTableA, 3);
+  apply(kTableA, 2);
+  EXPECT_THAT(rows(), ElementsAre(Row{6, kTableA, 3}));
+}
+
+TEST_F(GroupLogTest, RowsOfAnOperationThatAKillCutShortStayUntilItsVersionIsApplied) {
+  add(kTableA, 1);
+  log_->addGroupLogEntry(kTableA, LogVersion(2), needs(17));
+  logRows().rowDel(4);
+  logRows().control().scratchpadIs(1);  // the agent died before it wrote the third row
+  restart();
+  add(kTableA, 3);
+  EXPECT_THAT(rows(), ElementsAre(Row{1, kTableA, 1}, Row{2, kTableA, 2}, Row{3, kTableA, 2},
+                                  Row{4, kTableA, 3}));
+  EXPECT_EQ(logRows().control().scratchpad(), 4U);
+  apply(kTableA, 2);
+  EXPECT_THAT(rows(), ElementsAre(Row{4, kTableA, 3}));
+}
+
+// What it costs, in rows touched.
+
+TEST_F(GroupLogTest, AReportTouchesTheRowsThatItDropsAndNoOthers) {
+  for (std::uint64_t version = 1; version <= 1000; ++version) {
+    add(kTableA, version);
+    add(kTableB, version);
+  }
+  for (const std::uint64_t dropped : {0U, 1U, 100U, 899U}) {
+    const std::uint64_t applied = log_->tableVersion(kTableA).value() + dropped;
+    const Zev::WorkBudget work(0);
+    apply(kTableA, applied);
+    EXPECT_EQ(work.used(), dropped + 2) << "and the applied version, looked up and written";
+  }
+}
+
+TEST_F(GroupLogTest, AStartLooksAtEachSlotInUseOnce) {
+  constexpr std::uint32_t kRows = 1000;
+  constexpr std::uint64_t kSlotsInUse = 1024 + 128;  // they come in chunks; both tables have one
+  for (std::uint32_t i = 0; i < kRows; ++i) {
+    add(SwTableId(i), 1);
+  }
+  stop();
+  const Zev::WorkBudget work(0);
+  start();
+  const std::uint64_t used = work.used();
+  EXPECT_GE(used, kRows);
+  EXPECT_LE(used, kSlotsInUse);
+}
+
+// Room.
+
+TEST_F(GroupLogTest, RoomIsWhatTheSlotsLeave) {
+  constexpr std::uint32_t kSlots = 100000 + 65536 * 16;
+  EXPECT_EQ(log_->room(), kSlots);
+  add(kTableA, 1);
+  EXPECT_EQ(log_->room(), kSlots - 1);
+  log_->addGroupLogEntry(kTableA, LogVersion(2), needs(17));
+  EXPECT_EQ(log_->room(), kSlots - 4);
+  apply(kTableA, 2);
+  EXPECT_EQ(log_->room(), kSlots);
+}
+
+TEST_F(GroupLogTest, RequestsFitBelowTheNominalCapacityAndNotAtIt) {
+  const testing_support::TraceRecorder traces({"GroupLog"}, 1U << 3);
+  constexpr std::uint32_t kCapacity = Asic::GroupLogGlint::kCapacity;
+  log_->addGroupLogEntry(kTableA, LogVersion(1), needs(8 * (kCapacity - 2)));
+  EXPECT_TRUE(log_->requestsFit());
+  add(kTableB, 1);
+  ASSERT_EQ(log_->logMap().rowCount(), kCapacity - 1);
+  EXPECT_TRUE(log_->requestsFit());
+  EXPECT_THAT(traces.texts(), IsEmpty());
+  add(kTableB, 2);
+  EXPECT_FALSE(log_->requestsFit());
+  EXPECT_THAT(traces.texts(), ElementsAre("full: 100000 rows; requests are held back"));
+  add(kTableB, 3);
+  EXPECT_FALSE(log_->requestsFit());
+  EXPECT_EQ(traces.texts().size(), 1U) << "said once";
+  apply(kTableB, 1);
+  EXPECT_FALSE(log_->requestsFit());
+  apply(kTableB, 2);
+  EXPECT_TRUE(log_->requestsFit());
+}
+
+// A client cannot fill the log: whoever asks before each commit is stopped after the operation that
+// passes the bound, however many versions it needs, and there is room left for a re-drive.
+TEST_F(GroupLogTest, RequestsThatNeedThousandsOfTablesNeverFillTheSlots) {
+  const auto needed = needs(65536);
+  std::uint64_t committed = 0;
+  while (committed < 100000 && log_->requestsFit()) {
+    log_->addGroupLogEntry(kTableA, LogVersion(++committed), needed);
+  }
+  EXPECT_EQ(committed, 13U) << "each takes 8192 rows";
+  EXPECT_GE(log_->room(), 16U * 65536U - 8192U);
+  apply(kTableA, 13);
+  EXPECT_TRUE(log_->requestsFit());
+}
+
+// What has been announced.
+
+TEST_F(GroupLogTest, AnAnnouncementIsAnnouncedUpToItsVersion) {
+  add(kTableA, 5);
+  EXPECT_TRUE(log_->isAnnounced({kTableA, LogVersion(4)}));
+  EXPECT_TRUE(log_->isAnnounced({kTableA, LogVersion(5)}));
+  EXPECT_FALSE(log_->isAnnounced({kTableA, LogVersion(6)}));
+  EXPECT_FALSE(log_->isAnnounced({kTableB, LogVersion(1)}));
+  EXPECT_TRUE(log_->isAnnounced({kTableB, LogVersion(0)}));
+}
+
+TEST_F(GroupLogTest, RowsOfSeveralTablesAreEachAnnouncedAfterARestart) {
+  add(kTableA, 5);
+  add(kTableB, 7);
+  add(kTableA, 6);
+  restart();
+  EXPECT_TRUE(log_->isAnnounced({kTableA, LogVersion(6)}));
+  EXPECT_FALSE(log_->isAnnounced({kTableA, LogVersion(7)}));
+  EXPECT_TRUE(log_->isAnnounced({kTableB, LogVersion(7)}));
+  EXPECT_FALSE(log_->isAnnounced({kTableB, LogVersion(8)}));
+}
+
+TEST_F(GroupLogTest, CallsAreTracedUnderTheClassesName) {
+  testing_support::TraceRecorder traces({"GroupLog"});
+  add(kTableA, 5);
+  apply(kTableA, 5);
+  log_->announcedIs({kTableA, LogVersion(6)});
+  EXPECT_THAT(traces.texts(8), ElementsAre("tableId: 03:01:0805 version: 5 neededEntry: null",
+                                           "applied: 03:01:0805@5", "handedOut: 03:01:0805@6"));
+  traces.clear();
+  apply(kTableA, 4);
+  EXPECT_THAT(traces.texts(3),
+              ElementsAre("applied: 03:01:0805@4 is below 03:01:0805@5 on record"));
+  traces.clear();
+  restart();
+  EXPECT_THAT(traces.texts(), ElementsAre("rows: 0 lastSequence: 1"));
 }
 
 // Damage.

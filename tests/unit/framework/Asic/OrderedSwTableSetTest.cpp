@@ -1,3 +1,4 @@
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -7,6 +8,7 @@
 #include "Asic/OrderedSwTableSet.h"
 #include "PlainSwTable.h"
 #include "testing/LeakCheck.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -78,6 +80,55 @@ TEST_F(OrderedSwTableSetTest, ATableMayBeDroppedByTheReportItGets) {
   set_->tableStatusVersion(LogVersion(5));
   EXPECT_EQ(tracker.live(), 1);
   EXPECT_THAT(one->reports, ElementsAre(LogVersion(5)));
+}
+
+TEST_F(OrderedSwTableSetTest, ATableThatThrowsKeepsNoOtherFromHearing) {
+  const auto zero = added(0);
+  const auto one = added(1);
+  const auto two = added(2);
+  zero->onReport = [] { throw std::runtime_error("zero"); };
+  one->onReport = [] { throw std::runtime_error("one"); };
+  try {
+    set_->tableStatusVersion(LogVersion(5));
+    FAIL() << "what a table throws is passed on";
+  } catch (const std::runtime_error& first) {
+    EXPECT_STREQ(first.what(), "zero") << "of several the first";
+  }
+  EXPECT_THAT(zero->reports, ElementsAre(LogVersion(5)));
+  EXPECT_THAT(one->reports, ElementsAre(LogVersion(5)));
+  EXPECT_THAT(two->reports, ElementsAre(LogVersion(5)));
+}
+
+TEST_F(OrderedSwTableSetTest, ATableThatThrowsAfterItDroppedAllKeepsNobodyAlive) {
+  auto& tables = Zev::trackerOf<PlainSwTable>();
+  added(0)->onReport = [this] {
+    set_->swTableDel(UnitId(0));
+    set_->swTableDel(UnitId(1));
+    throw std::runtime_error("zero");
+  };
+  added(1);
+  EXPECT_THROW(set_->tableStatusVersion(LogVersion(5)), std::runtime_error);
+  EXPECT_EQ(tables.live(), 0);
+}
+
+TEST_F(OrderedSwTableSetTest, TheSetMayBeDroppedByAReport) {
+  auto& sets = Zev::trackerOf<OrderedSwTableSet>();
+  added(0)->onReport = [this] { set_ = nullptr; };
+  const auto one = added(1);
+  OrderedSwTableSet* set = set_.get();
+  set->tableStatusVersion(LogVersion(5));
+  EXPECT_EQ(sets.live(), 0);
+  EXPECT_THAT(one->reports, ElementsAre(LogVersion(5)));
+}
+
+TEST_F(OrderedSwTableSetTest, CallsAreTracedUnderTheClassesName) {
+  const testing_support::TraceRecorder traces({"OrderedSwTableSet"});
+  added(3);
+  set_->tableStatusVersion(LogVersion(5));
+  set_->swTableDel(UnitId(3));
+  EXPECT_THAT(traces.texts(8),
+              ElementsAre("tableId: 03:01:0805 unitId: 3", "tableId: 03:01:0805 version: 5",
+                          "tableId: 03:01:0805 unitId: 3"));
 }
 
 TEST_F(OrderedSwTableSetTest, HardwareWritesArePendingWhileAnyTablesStatusSaysSo) {

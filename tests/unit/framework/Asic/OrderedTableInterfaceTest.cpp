@@ -1,8 +1,5 @@
 // The ordered tables of an agent, and its groups.
 
-#include <vector>
-
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Asic/OrderedTableInterface.h"
@@ -14,11 +11,9 @@
 
 namespace {
 
-using Asic::LogVersion;
 using Asic::OrderedTableInterface;
 using Asic::SwTableId;
 using asic_test::PlainSwTable;
-using ::testing::ElementsAre;
 
 constexpr SwTableId kTableId{0x03010805};
 constexpr const char* kGroup = "LoamAdj.LoamAdj";
@@ -108,31 +103,6 @@ TEST_F(OrderedTableInterfaceTest, AGroupMakesOneSetATableId) {
   EXPECT_EQ(group->swTableSetIs(kTableId), set);
   EXPECT_EQ(group->swTableSet(kTableId), set);
   EXPECT_EQ(group->swTableSets().size(), 1U);
-}
-
-TEST_F(OrderedTableInterfaceTest, AnAppliedVersionIsToldToEveryTableAndThenRecorded) {
-  const auto group = makeGroup();
-  const auto table = Zev::makeObject<PlainSwTable>(kTableId, Asic::UnitId(0));
-  table->onReport = [&] { EXPECT_FALSE(group->groupLog()->hasTableVersion(kTableId)); };
-  group->swTableSetIs(kTableId)->swTableIs(table);
-  group->tableVersionApplied({kTableId, LogVersion(3)});
-  EXPECT_THAT(table->reports, ElementsAre(LogVersion(3)));
-  EXPECT_EQ(group->groupLog()->tableVersion(kTableId), LogVersion(3));
-}
-
-TEST_F(OrderedTableInterfaceTest, AnAppliedVersionOfATableWithoutASetIsRecordedAllTheSame) {
-  const auto group = makeGroup();
-  group->tableVersionApplied({kTableId, LogVersion(3)});
-  EXPECT_EQ(group->groupLog()->tableVersion(kTableId), LogVersion(3));
-}
-
-TEST_F(OrderedTableInterfaceTest, AGroupMayBeDroppedByAReport) {
-  auto* group = makeGroup().get();
-  const auto table = Zev::makeObject<PlainSwTable>(kTableId, Asic::UnitId(0));
-  table->onReport = [&] { tables_->groupIntfDel(kGroup); };
-  group->swTableSetIs(kTableId)->swTableIs(table);
-  group->tableVersionApplied({kTableId, LogVersion(3)});
-  EXPECT_EQ(makeGroup()->groupLog()->tableVersion(kTableId), LogVersion(3));
 }
 
 TEST_F(OrderedTableInterfaceTest, AGroupThatGoesDropsWhatWaitsInItsResolver) {
