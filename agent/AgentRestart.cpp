@@ -30,7 +30,7 @@ namespace Agent {
 
 namespace {
 
-constexpr std::uint32_t kOperationsPerStep = 1024;
+constexpr std::uint32_t kRowsPerStep = SimAsic::HardwareSide::kRowsPerTurn;
 
 struct Record {
   enum class Kind : std::uint8_t { write, remove, mountError, error };
@@ -157,7 +157,7 @@ KilledAgent follow(const Pipe& pipe, const std::string& stateFolder,
   KilledAgent killed;
   Record record;
   for (;;) {
-    const bool busy = killed.hardware && killed.hardware->step(kOperationsPerStep);
+    const bool busy = killed.hardware && killed.hardware->step(kRowsPerStep);
     if (!pipe.readable(busy ? 0 : 1)) {
       continue;
     }
@@ -170,7 +170,8 @@ KilledAgent follow(const Pipe& pipe, const std::string& stateFolder,
     killed.stage = record.stage;
     killed.observed.push_back(requestOf(record));
     if (!killed.hardware) {
-      killed.hardware = std::make_unique<SimAsic::SimulatedAsic>(stateFolder, units);
+      killed.hardware =
+          std::make_unique<SimAsic::SimulatedAsic>(stateFolder, units, SimAsic::Writer::elsewhere);
     }
   }
 }

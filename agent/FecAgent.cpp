@@ -36,12 +36,14 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
   fec_ = LoamFec::FecTableInterface::getIntf(orderedTables_);
   for (const Asic::UnitId unitId : unitIds) {
     fec_->makeSwTable(unitId, nullptr, start.reset);
-    sweepOrphans(unitId);
   }
   if (hardware_) {
     resynchronisation_ = hardware_->resynchronise();
   } else {
     hardware_ = std::make_unique<SimAsic::SimulatedAsic>(stateFolder, unitIds);
+  }
+  for (const Asic::UnitId unitId : unitIds) {
+    sweepOrphans(unitId);
   }
   hardwareSide_ =
       std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(), *hardware_);
@@ -56,18 +58,16 @@ FecAgent::~FecAgent() {
 }
 
 // A deletion's log row may be cleaned up while its unit's configuration table is not mounted, or
-// just before the process dies: the row it marked then has nothing left that would remove it. When
-// damage hides whether there is a log row, the marked one stays.
+// just before the process dies: the row it marked then has nothing left that would remove it. The
+// hardware has taken it, though perhaps nobody lived to record that. When damage hides whether
+// there is a log row, the marked one stays.
 void FecAgent::sweepOrphans(Asic::UnitId unitId) {
   const auto unit = fec_->entryLog()->tableConfigGlint(unitId);
   auto& entries = unit->swTableEntries();
   auto& log = fec_->entryLog()->tableEntryLog()->entryLogConfig();
-  const Pell::Ptr<Asic::GroupLog>& groupLog = group_->groupLog();
-  Asic::LogVersion committed;
-  Glint::guarded(groupLog->versionsMap(),
-                 [&] { committed = groupLog->tableVersion(FecTableConstants::kTableId); });
+  const Asic::LogVersion applied = hardware_->appliedVersion(FecTableConstants::kTableId);
   (void)Glint::walkOverDamage(entries, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
-    if (!row.isDeleted() || row.version() > committed) {
+    if (!row.isDeleted() || row.version() > applied) {
       return;
     }
     bool hasLogRow = true;

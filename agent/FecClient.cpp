@@ -108,7 +108,11 @@ void FecClient::answered(const Key& key, Asic::EntryState state, Asic::LogVersio
 }
 
 void FecClient::resume() {
-  while (!heldBack_.empty() && !table_->status()->suspend()) {
+  for (std::uint32_t passed = 0; !heldBack_.empty() && !table_->status()->suspend(); ++passed) {
+    if (passed == kResumedPerTurn) {
+      resume_.mark();
+      return;
+    }
     const Key key = heldBack_.front();
     heldBack_.pop_front();
     passOn(key);

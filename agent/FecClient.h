@@ -39,6 +39,9 @@ class FecClient {
   // The version under which the request was logged; 0 unless the answer is programmed.
   using AnswerHandler = std::function<void(Answer, Asic::LogVersion)>;
 
+  // Requests that were held back and are passed on in one turn once the table resumes.
+  static constexpr std::uint32_t kResumedPerTurn = 1024;
+
   FecClient(Zev::EventLoop& loop, const Pell::Ptr<LoamFec::FecTableSwTable>& table);
   FecClient(const FecClient&) = delete;
   FecClient& operator=(const FecClient&) = delete;

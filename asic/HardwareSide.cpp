@@ -1,8 +1,16 @@
-// A row in the group log asks for a turn that applies, and so does the pending flag when it goes
-// up: a delete that had nothing to delete raises it without logging anything, and its answer waits
-// for the next report of any version.
+// A row in the group log asks for a turn that applies, and so does every hardware write that is
+// asked for: a delete that had nothing to delete logs nothing, and its answer waits for the next
+// report of any version. Each such turn is followed by one that reports, and a report asks for
+// nothing by itself, so a loop with nothing to do comes to rest.
 
 #include "asic/HardwareSide.h"
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#include "Glint/Guarded.h"
+#include "Zev/FirstException.h"
 
 namespace SimAsic {
 
@@ -21,8 +29,7 @@ HardwareSide::HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInte
           }),
       statusSubscriber_(
           [this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
-            if (attributeId == Asic::OrderedSwTableStatus::kPendingHwWritesAttribute &&
-                status_->pendingHwWrites()) {
+            if (attributeId == Asic::OrderedSwTableStatus::kHwWriteAskedAttribute) {
               apply_.mark();
             }
           }) {
@@ -36,16 +43,45 @@ HardwareSide::~HardwareSide() {
 }
 
 void HardwareSide::applySome() {
-  if (asic_.step(kOperationsPerTurn)) {
+  if (asic_.step(kRowsPerTurn)) {
     apply_.mark();
   }
   report_.mark();
 }
 
 void HardwareSide::reportApplied() {
+  std::vector<Asic::TableVersion> reports;
+  bool isAll = true;
   for (const auto& [tableId, version] : asic_.appliedVersions()) {
-    group_->tableVersionApplied({tableId, version});
+    const Asic::LogVersion next = nextToReport({tableId, version});
+    reports.emplace_back(tableId, next);
+    reported_[tableId] = next;
+    isAll = isAll && next == version;
   }
+  if (!isAll) {
+    report_.mark();
+  }
+  Zev::FirstException first;
+  for (const Asic::TableVersion& report : reports) {
+    first.from([&] { group_->tableVersionApplied(report); });
+  }
+  first.rethrow();
+}
+
+Asic::LogVersion HardwareSide::nextToReport(Asic::TableVersion applied) const {
+  std::optional<Asic::LogVersion> last;
+  if (const auto reported = reported_.find(applied.tableId()); reported != reported_.end()) {
+    last = reported->second;
+  } else {
+    const Pell::Ptr<Asic::GroupLog>& groupLog = group_->groupLog();
+    Glint::guarded(groupLog->versionsMap(), [&] {
+      if (groupLog->hasTableVersion(applied.tableId())) {
+        last = groupLog->tableVersion(applied.tableId());
+      }
+    });
+  }
+  return last ? std::min(applied.logVersion(), Asic::LogVersion(last->value() + kVersionsPerReport))
+              : applied.logVersion();
 }
 
 }  // namespace SimAsic

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 
 #include "Asic/GroupInterface.h"
 #include "Pell/Publisher.h"
@@ -11,16 +12,29 @@ namespace SimAsic {
 
 // Runs a simulated ASIC on the agent's event loop: one turn applies, another reports.
 //
+// A turn that applies does the work of kRowsPerTurn rows. A turn that reports tells of every table,
+// of each at most kVersionsPerReport versions more than it was told of before, and leaves the rest
+// to the next turn: so the rows that a report cleans up, and the requests that it answers, are
+// bounded as well. One deletion of a whole table, and the clean-up behind it, is one turn each
+// however many rows the unit has. The first report of a table of which the agent has nothing on
+// record goes all the way in one turn; the log is then cleaned up by one walk over it, whatever the
+// version.
+//
 // Kind: object with identity.
 // Ownership: refers to the ASIC and the loop, which outlive it; holds the group and the status.
 // Threads: the event loop's.
 // Invariants: nothing is applied inside the call that logs an operation, and nothing is reported
-// inside the turn that applies. What is applied is reported to every unit's table; when there is
-// nothing to apply while operations wait for the hardware, the last versions are reported again.
+// inside the turn that applies. What is applied is reported to every unit's table. Whenever a
+// hardware write is asked for, a report follows, of the last versions if there is nothing to apply:
+// it answers what needs no version.
+// Errors: what a handler throws out of a report reaches the loop when every table has been told; of
+// several exceptions the first. A handler may do anything but end the hardware side.
 class HardwareSide {
  public:
-  // Operations applied in one turn.
-  static constexpr std::uint32_t kOperationsPerTurn = 1024;
+  // About the work of one turn that applies, in rows; see SimulatedAsic::step().
+  static constexpr std::uint32_t kRowsPerTurn = 8192;
+  // Versions of one table that one turn reports: what one turn applies, about.
+  static constexpr std::uint64_t kVersionsPerReport = 2048;
 
   HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInterface>& group,
                const Pell::Ptr<Asic::OrderedSwTableStatus>& status, SimulatedAsic& asic);
@@ -34,10 +48,12 @@ class HardwareSide {
  private:
   void applySome();
   void reportApplied();
+  Asic::LogVersion nextToReport(Asic::TableVersion applied) const;
 
   Pell::Ptr<Asic::GroupInterface> group_;
   Pell::Ptr<Asic::OrderedSwTableStatus> status_;
   SimulatedAsic& asic_;
+  std::map<Asic::SwTableId, Asic::LogVersion> reported_;  // by this object
   Zev::DeferredTurn apply_;
   Zev::DeferredTurn report_;
   Pell::Subscriber groupLogSubscriber_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -86,10 +87,13 @@ class GlintMap : public GlintMapBase {
     const Row& row() const { return *row_; }
     // To the next row. After an exception: to the first one behind the damaged slot, if
     // canGoOn().
-    void advance() { moveTo(slot_ + 1); }
+    void advance() { moveTo(slot_ + 1, UINT32_MAX); }
+    // The same, but past no more than that many slots (at least 1). False, and not valid: it has
+    // looked at as many and found no row; the next call goes on behind them.
+    bool advanceWithin(std::uint32_t slots) { return moveTo(slot_ + 1, slots); }
     // Reads the row's place again: the copy is then of the row that stands there now, or, when
     // there is none any more, of the next one. Valid iterators only.
-    void refresh() { moveTo(slot_); }
+    void refresh() { moveTo(slot_, UINT32_MAX); }
     // After an exception: false when it cannot be told where the slots end.
     bool canGoOn() const { return slot_ != kNowhere; }
 
@@ -101,15 +105,20 @@ class GlintMap : public GlintMapBase {
 
     explicit Iterator(const GlintMap& map) : map_(&map) {}
 
-    void moveTo(std::uint32_t from) {
+    bool moveTo(std::uint32_t from, std::uint32_t slots) {
       row_.reset();
       slot_ = kNowhere;
-      const std::uint32_t end = map_->table().slotsInUse();
+      const std::uint32_t last = map_->table().slotsInUse();
+      const std::uint32_t end = from < last ? from + std::min(slots, last - from) : last;
       slot_ = from;
       Words words{};
       if (map_->access().nextRow(slot_, end, words)) {
         row_ = toRow(words);
+      } else if (end < last) {
+        slot_ = end - 1;
+        return false;
       }
+      return true;
     }
 
     const GlintMap* map_;

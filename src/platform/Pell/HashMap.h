@@ -51,7 +51,8 @@ class StableArray {
 // Ownership: owns its elements; a removed element is detached before it is destroyed, so an
 // element's destructor may use the map.
 // Threads: one.
-// Errors: an insertion that finds no memory throws and has changed nothing; nothing else throws.
+// Errors: an insertion that finds no memory, or whose value cannot be moved, throws and has changed
+// nothing; nothing else throws.
 // Invariants: a Cursor stays usable across any insertion, removal and clear(); a walk by cursor
 // yields every element that stayed during the walk exactly once, in slot order. References to a
 // stored value live until that element is removed. Lookup, insertion, removal: constant time. A
@@ -59,8 +60,7 @@ class StableArray {
 // it was last cleared.
 template <typename Key, typename Value, typename Hash>
 class HashMap {
-  static_assert(std::is_nothrow_copy_constructible_v<Key> &&
-                std::is_nothrow_move_constructible_v<Value>);
+  static_assert(std::is_nothrow_copy_constructible_v<Key>);
 
  public:
   struct Element {
@@ -187,10 +187,16 @@ class HashMap {
 
   // Gives a new key the free slot that makeRoom() has seen to; `indexed` is the index's word for
   // it.
-  void fillSlot(Cursor& indexed, const Key& key, Value&& value) noexcept {
-    indexed = free_.back();
+  void fillSlot(Cursor& indexed, const Key& key, Value&& value) {
+    const Cursor slot = free_.back();
+    try {
+      slots_[slot].emplace(Element{key, std::move(value)});
+    } catch (...) {  // what the value's move threw
+      index_.erase(key);
+      throw;
+    }
+    indexed = slot;
     free_.pop_back();
-    slots_[indexed].emplace(Element{key, std::move(value)});
   }
 
   Slots slots_;

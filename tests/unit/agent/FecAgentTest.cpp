@@ -278,7 +278,7 @@ TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhetherItsLogRowIsThere) {
   EXPECT_EQ(rows(), 1U);
 }
 
-TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhatHasBeenApplied) {
+TEST_F(OrphanTest, OneIsSweptThoughDamageHidesWhatWasRecordedAsApplied) {
   startWhileDamaging([&] {
     const std::string applied = fileOf(Tools::TableRole::applied);
     const testing_support::TablePlaces places(applied);
@@ -286,7 +286,43 @@ TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhatHasBeenApplied) {
       testing_support::flipBit(applied, 8 * (places.liveRow(slot) + 8));
     }
   });
-  EXPECT_EQ(rows(), 2U);
+  EXPECT_EQ(rows(), 1U) << "the hardware says itself what it has taken";
+}
+
+// The agent dies in a clean-up, between the log row of a deletion and the row that it marked.
+TEST_F(FecAgentTest, ADeletionWhoseCleanUpWasCutShortIsSweptAtTheFirstStart) {
+  write({1, 2, 3}, 10);
+  const auto version = agent_->fec().entryLog()->tableVersion();
+  agent_->fec().swTable(kUnits[0])->entryRemove(FecClient::Key(2), nullptr);
+  while (agent_->fec().entryLog()->tableVersion() == version) {
+    ASSERT_TRUE(agent_->loop().runOne());
+  }
+  agent_->fec().entryLog()->tableEntryLog()->entryLogConfigDel(
+      agent_->fec().entryLog()->tableVersion());
+  stop();
+  start();
+  EXPECT_EQ(agent_->fec().entryLog()->tableConfigGlint(kUnits[0])->swTableEntries().rowCount(), 2U);
+  EXPECT_EQ(entries(kUnits[0]), 2U);
+  EXPECT_TRUE(hardwareEqual());
+  stop();
+  expectStateIsClean();
+}
+
+// Its log row is still there: the report cleans both up.
+TEST_F(FecAgentTest, ADeletionThatTheHardwareHadNotTakenIsCleanedUpByTheReportAndNotSwept) {
+  write({1, 2, 3}, 10);
+  const auto version = agent_->fec().entryLog()->tableVersion();
+  agent_->fec().swTable(kUnits[0])->entryRemove(FecClient::Key(2), nullptr);
+  while (agent_->fec().entryLog()->tableVersion() == version) {
+    ASSERT_TRUE(agent_->loop().runOne());
+  }
+  stop();
+  agent_ = std::make_unique<FecAgent>(root_.path(), kUnits);
+  auto& rows = agent_->fec().entryLog()->tableConfigGlint(kUnits[0])->swTableEntries();
+  EXPECT_EQ(rows.rowCount(), 3U);
+  agent_->loop().runUntilIdle();
+  EXPECT_EQ(rows.rowCount(), 2U);
+  EXPECT_TRUE(hardwareEqual());
 }
 
 TEST_F(FecAgentTest, FreshHardwareHasNothingToCompare) {

@@ -129,6 +129,56 @@ TEST_F(FecClientTest, NothingIsPassedOnWhileTheTableIsSuspendedAndAllOfItAfterwa
   EXPECT_EQ(harness_.table().entryRead(FecHarness::key(1)).opaqueA, 3U);
 }
 
+class ResumeTest : public FecClientTest {
+ protected:
+  static constexpr std::uint32_t kBound = Agent::FecClient::kResumedPerTurn;
+
+  // Requests in the table after each turn that passes some on, until none is held back.
+  std::vector<std::uint32_t> passedOnByTurns(std::uint32_t requests) {
+    harness_.fec().swTableStatus()->suspendIs(true);
+    for (std::uint32_t fecId = 1; fecId <= requests; ++fecId) {
+      EXPECT_TRUE(write(fecId, "eth9"));  // waits in the table for good
+    }
+    harness_.fec().swTableStatus()->suspendIs(false);
+    std::vector<std::uint32_t> passedOn;
+    while (harness_.loop().runOne()) {
+      if (passedOn.empty() || queued() != passedOn.back()) {
+        passedOn.push_back(queued());
+      }
+    }
+    return passedOn;
+  }
+};
+
+TEST_F(ResumeTest, OneRequestLessThanTheBoundIsPassedOnInOneTurn) {
+  EXPECT_EQ(passedOnByTurns(kBound - 1), std::vector{kBound - 1});
+}
+
+TEST_F(ResumeTest, AsManyRequestsAsTheBoundArePassedOnInOneTurn) {
+  EXPECT_EQ(passedOnByTurns(kBound), std::vector{kBound});
+}
+
+TEST_F(ResumeTest, WhatIsBeyondTheBoundIsPassedOnInTheNextTurns) {
+  EXPECT_EQ(passedOnByTurns(2 * kBound + 1), (std::vector{kBound, 2 * kBound, 2 * kBound + 1}));
+}
+
+TEST_F(ResumeTest, ATableThatIsSuspendedAgainBetweenTwoTurnsGetsNoMoreUntilItResumes) {
+  harness_.fec().swTableStatus()->suspendIs(true);
+  for (std::uint32_t fecId = 1; fecId <= kBound + 1; ++fecId) {
+    ASSERT_TRUE(write(fecId, "eth9"));
+  }
+  harness_.fec().swTableStatus()->suspendIs(false);
+  ASSERT_TRUE(harness_.loop().runOne());
+  harness_.fec().swTableStatus()->suspendIs(true);
+  harness_.run();
+  EXPECT_EQ(queued(), kBound);
+  ASSERT_TRUE(write(kBound + 1, "eth1", 5)) << "takes the place of the one that is held back";
+  EXPECT_EQ(answers_, std::vector{Answer::superseded});
+  harness_.fec().swTableStatus()->suspendIs(false);
+  settle();
+  EXPECT_EQ(answers_, (std::vector{Answer::superseded, Answer::programmed}));
+}
+
 class FullTableTest : public FecClientTest {
  protected:
   void fillTo(std::uint32_t rows) {

@@ -27,8 +27,10 @@ constexpr std::uint32_t kFullUnit = FecTableConstants::kConfigCapacity;
 constexpr std::uint32_t kTurnsOfABatch = 4;
 // What one request takes by itself.
 constexpr std::uint32_t kTurnsOfARequest = 16;
-constexpr std::uint32_t kTurnsOfARedrive =
-    kTurnsOfABatch * kFullUnit / SimAsic::HardwareSide::kOperationsPerTurn + kTurnsOfARequest;
+constexpr std::uint32_t kTurnsOfARedrive = kTurnsOfABatch * kFullUnit /
+                                               SimAsic::HardwareSide::kRowsPerTurn *
+                                               SimAsic::SimulatedAsic::kRowsOfAWrite +
+                                           kTurnsOfARequest;
 
 class LargeRedriveTest : public testing_support::LeakCheckedTest {
  protected:

@@ -1,50 +1,19 @@
-// The simulated hardware, fed by a whole agent through the state folder alone.
+// The simulated hardware, fed by a whole agent through the state folder alone: what it applies,
+// when, and how much in one step. ResynchronisationTest has what it does when the log does not tell
+// enough.
 
-#include <optional>
-
-#include <gtest/gtest.h>
-
-#include "asic/SimulatedAsic.h"
-#include "testing/FecHarness.h"
-#include "testing/LeakCheck.h"
+#include "AsicFixture.h"
 
 namespace {
 
+using asic_test::kOther;
+using asic_test::kPlenty;
+using asic_test::kThird;
+using asic_test::kUnit0;
 using LoamFec::FecTableConstants;
-using testing_support::FakeDependency;
 using testing_support::FecHarness;
 
-constexpr std::uint32_t kPlenty = 1000;
-const Asic::UnitId kUnit0(0);
-
-class SimulatedAsicTest : public testing_support::LeakCheckedTest {
- protected:
-  SimulatedAsicTest() {
-    harness_.table();
-    harness_.destinationIs("eth1", 100);
-    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0});
-  }
-
-  void write(std::uint32_t fecId, std::uint32_t mark = 0,
-             const Pell::Ptr<FakeDependency>& dependency = nullptr) {
-    harness_.table().entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1", mark),
-                                dependency);
-    harness_.run();
-  }
-  void remove(std::uint32_t fecId) {
-    harness_.table().entryRemove(FecHarness::key(fecId), nullptr);
-    harness_.run();
-  }
-  std::uint64_t applied() const {
-    return asic_->appliedVersion(FecTableConstants::kTableId).value();
-  }
-  const LoamFec::FecTableDataModelLogEntry* held(std::uint32_t fecId) const {
-    return asic_->hardwareTable(kUnit0)->find(FecHarness::key(fecId));
-  }
-
-  FecHarness harness_;
-  std::optional<SimAsic::SimulatedAsic> asic_;
-};
+class SimulatedAsicTest : public asic_test::AsicFixture {};
 
 TEST_F(SimulatedAsicTest, AppliesWritesAndDeletesInLogOrder) {
   write(1, 11);
@@ -73,39 +42,17 @@ TEST_F(SimulatedAsicTest, ATableDeleteEmptiesOnlyItsUnit) {
   EXPECT_EQ(asic_->hardwareTable(Asic::UnitId(1))->size(), 1U);
 }
 
-TEST_F(SimulatedAsicTest, ABudgetBelowTheWorkStopsThereAndTheNextStepGoesOn) {
-  for (std::uint32_t fecId = 1; fecId <= 5; ++fecId) {
-    write(fecId);
-  }
-  EXPECT_TRUE(asic_->step(4));
-  EXPECT_EQ(applied(), 4U);
-  EXPECT_FALSE(asic_->step(4));
-  EXPECT_EQ(applied(), 5U);
-}
-
-TEST_F(SimulatedAsicTest, ABudgetEqualToTheWorkFinishesItAndSaysItIsSpent) {
-  write(1);
-  write(2);
-  EXPECT_TRUE(asic_->step(2));
-  EXPECT_EQ(applied(), 2U);
-  EXPECT_FALSE(asic_->step(2));
-}
-
 TEST_F(SimulatedAsicTest, AnOperationWaitsForTheVersionsItNeedsAndHoldsBackLaterOnes) {
-  const Asic::SwTableId other(0x03010806);
-  const auto dependency =
-      Zev::makeObject<FakeDependency>(Asic::TableVersion(other, Asic::LogVersion(1)));
-  dependency->stateIs(Asic::EntryState::hwWritePending);
   write(1);
-  write(2, 0, dependency);
+  writeThatNeeds(2, 0, kOther, 1);
   write(3);
   asic_->step(kPlenty);
   EXPECT_EQ(applied(), 1U);
   EXPECT_EQ(held(2), nullptr);
   EXPECT_EQ(held(3), nullptr);
-  harness_.group()->groupLog()->addGroupLogEntry(other, Asic::LogVersion(1), nullptr);
+  harness_.group()->groupLog()->addGroupLogEntry(kOther, Asic::LogVersion(1), nullptr);
   asic_->step(kPlenty);
-  EXPECT_EQ(asic_->appliedVersion(other).value(), 1U);
+  EXPECT_EQ(applied(kOther), 1U);
   EXPECT_EQ(applied(), 3U);
 }
 
@@ -129,59 +76,156 @@ TEST_F(SimulatedAsicTest, AVersionThatWasNeverAnnouncedIsAppliedWithTheNextOne) 
   EXPECT_NE(held(3), nullptr);
 }
 
-TEST_F(SimulatedAsicTest, AMissingLogRowIsRepairedFromTheConfigurationTable) {
-  write(1, 1);
-  write(2, 2);
-  harness_.log().tableEntryLog()->entryLogConfigDel(Asic::LogVersion(1));
-  asic_->step(kPlenty);
-  EXPECT_EQ(asic_->repairs(), 1U);
-  EXPECT_EQ(applied(), 2U);
-  EXPECT_NE(held(1), nullptr);
-  EXPECT_NE(held(2), nullptr);
-  write(3);
-  asic_->step(kPlenty);
-  EXPECT_NE(held(3), nullptr);
-  EXPECT_EQ(asic_->repairs(), 1U);
+// ---- how much in one step
+
+constexpr std::uint32_t kWrite = SimAsic::SimulatedAsic::kRowsOfAWrite;
+
+TEST_F(SimulatedAsicTest, ABudgetBelowTheWorkStopsThereAndTheNextStepGoesOn) {
+  for (std::uint32_t fecId = 1; fecId <= 5; ++fecId) {
+    write(fecId);
+  }
+  EXPECT_TRUE(asic_->step(4 * kWrite));
+  EXPECT_EQ(applied(), 4U);
+  EXPECT_FALSE(asic_->step(4 * kWrite));
+  EXPECT_EQ(applied(), 5U);
 }
 
-TEST_F(SimulatedAsicTest, AMissingGroupRowIsRepairedFromTheConfigurationTable) {
+TEST_F(SimulatedAsicTest, ABudgetEqualToTheWorkFinishesItAndSaysItIsSpent) {
   write(1);
-  auto& groupLog =
-      static_cast<Glint::GlintMap<Asic::GroupLogRow>&>(harness_.group()->groupLog()->logMap());
-  ASSERT_TRUE(groupLog.rowDel(1));
+  write(2);
+  EXPECT_TRUE(asic_->step(2 * kWrite));
+  EXPECT_EQ(applied(), 2U);
+  EXPECT_FALSE(asic_->step(2 * kWrite));
+}
+
+TEST_F(SimulatedAsicTest, ABudgetOfOneRowMoreThanTheWorkFinishesItAndIsNotSpent) {
+  write(1);
+  write(2);
+  // A look at the group log that finds nothing new is no row.
+  EXPECT_FALSE(asic_->step(2 * kWrite + 1));
+  EXPECT_EQ(applied(), 2U);
+}
+
+TEST_F(SimulatedAsicTest, OneRowOfBudgetIsEnoughToComeForward) {
+  write(1);
+  write(2);
+  remove(1);
+  std::uint32_t steps = 0;
+  while (asic_->step(1)) {
+    ASSERT_LT(++steps, 100U);
+  }
+  EXPECT_EQ(applied(), 3U);
+  EXPECT_EQ(steps, 6U) << "each group row, and each operation";
+}
+
+// The work of a step is what it touches, and what its report will have cleaned up.
+TEST_F(SimulatedAsicTest, AStepAndTheReportAfterItTouchNoMoreRowsThanItsBudget) {
+  constexpr std::uint32_t kBudget = 40 * kWrite;
+  for (std::uint32_t fecId = 1; fecId <= 100; ++fecId) {
+    write(fecId);
+  }
+  for (std::uint32_t fecId = 1; fecId <= 100; fecId += 2) {
+    remove(fecId);
+  }
+  std::uint32_t steps = 0;
+  bool more = true;
+  while (more) {
+    const std::uint64_t before = Zev::WorkMeter::total();
+    more = asic_->step(kBudget);
+    // Beyond the budget: the rest of the last operation; and a report's own look at its cursor and
+    // at the version on record.
+    const std::uint64_t before2 = Zev::WorkMeter::total();
+    harness_.group()->tableVersionApplied(
+        {FecTableConstants::kTableId, asic_->appliedVersion(FecTableConstants::kTableId)});
+    const std::uint64_t report = Zev::WorkMeter::total() - before2;
+    if (steps > 0) {  // the first report of a process cleans up by a walk
+      EXPECT_LE(before2 - before + report, kBudget + kWrite + 8);
+    }
+    harness_.run();
+    ++steps;
+  }
+  EXPECT_EQ(applied(), 150U);
+  EXPECT_GE(steps, 4U);
+  EXPECT_EQ(hardware(), committed());
+}
+
+TEST_F(SimulatedAsicTest, AStepThatBeginsATableDeletionOfManyRowsDoesNotBeginAnotherOne) {
+  constexpr std::uint32_t kEntries = 100;
+  constexpr std::uint32_t kBudget = kEntries;  // less than the clean-up of one
+  harness_.table(1);
+  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
+  for (std::uint32_t fecId = 1; fecId <= kEntries; ++fecId) {
+    for (auto* table : {&harness_.table(0), &harness_.table(1)}) {
+      table->entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
+    }
+  }
+  harness_.run();
   asic_->step(kPlenty);
-  EXPECT_EQ(asic_->repairs(), 1U);
-  EXPECT_EQ(applied(), 1U);
+  harness_.table(0).entryRemoveAll(nullptr);
+  harness_.table(1).entryRemoveAll(nullptr);
+  harness_.run();
+  EXPECT_TRUE(asic_->step(kBudget));
+  EXPECT_TRUE(hardware(0).empty());
+  EXPECT_EQ(hardware(1).size(), kEntries);
+  EXPECT_TRUE(asic_->step(kBudget));
+  EXPECT_TRUE(hardware(1).empty());
+  EXPECT_FALSE(asic_->step(kBudget));
+}
+
+// ---- what other tables have to do with it
+
+TEST_F(SimulatedAsicTest, AVersionThatIsAppliedIsWaitedForByNobodyAndTheNextOneIs) {
+  announce(kOther, 5);
+  writeThatNeeds(1, 11, kOther, 4);
+  writeThatNeeds(2, 22, kOther, 5);
+  writeThatNeeds(3, 33, kOther, 6);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(kOther), 5U);
+  EXPECT_EQ(hardware(), (asic_test::Content{{1, 11}, {2, 22}}));
+  announce(kOther, 6);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(hardware(), (asic_test::Content{{1, 11}, {2, 22}, {3, 33}}));
+}
+
+TEST_F(SimulatedAsicTest, EveryTableThatIsNeededMustHaveComeThatFar) {
+  const auto needed = Zev::makeObject<Asic::NeededEntry>();
+  for (std::uint32_t table = 0; table < 20; ++table) {
+    needed->add({Asic::SwTableId(0x04000000 + table), Asic::LogVersion(2)});
+  }
+  configRow(1, 11, 1);
+  logRow(1, 11, 1);
+  logScratchpad(1);
+  harness_.group()->groupLog()->addGroupLogEntry(FecTableConstants::kTableId, Asic::LogVersion(1),
+                                                 needed);
+  for (std::uint32_t table = 0; table < 20; ++table) {
+    EXPECT_FALSE(asic_->step(kPlenty));
+    EXPECT_EQ(held(1), nullptr);
+    announce(Asic::SwTableId(0x04000000 + table), 2);
+  }
+  EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_NE(held(1), nullptr);
 }
 
-TEST_F(SimulatedAsicTest, AFreshOneHoldsWhatIsCommittedAndNothingDeleted) {
-  write(1, 1);
-  write(2, 2);
-  remove(1);
-  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0});
-  EXPECT_EQ(applied(), 3U);
-  EXPECT_EQ(held(1), nullptr);
-  EXPECT_NE(held(2), nullptr);
+TEST_F(SimulatedAsicTest, AnotherTableWaitsForThisOneAndIsToldApplied) {
+  announce(kOther, 1, {fec(2)});
+  announce(kOther, 2);
+  write(1);
   EXPECT_FALSE(asic_->step(kPlenty));
-  EXPECT_EQ(asic_->operationsApplied(), 0U);
+  EXPECT_EQ(applied(kOther), 0U) << "its first operation waits, and the second behind it";
+  write(2);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(kOther), 2U);
+  EXPECT_EQ(asic_->appliedVersions().size(), 2U);
 }
 
-TEST_F(SimulatedAsicTest, ResynchronisationCountsWhatItRepairs) {
-  write(1, 1);
-  write(2, 2);
-  write(3, 3);
-  asic_->step(kPlenty);
-  write(2, 20);
-  write(4, 4);
-  remove(3);
-  const SimAsic::Resynchronisation found = asic_->resynchronise();
-  EXPECT_EQ(found.unchanged, 1U);
-  EXPECT_EQ(found.changed, 1U);
-  EXPECT_EQ(found.added, 1U);
-  EXPECT_EQ(found.removed, 1U);
-  EXPECT_EQ(held(2)->opaqueA, 20U);
-  EXPECT_EQ(applied(), 6U);
+TEST_F(SimulatedAsicTest, AVersionOfAnotherTableThatIsBelowTheAppliedOneLowersNothing) {
+  announce(kOther, 7);
+  announce(kOther, 3, {{kThird, Asic::LogVersion(9)}});
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(kOther), 7U);
+  announce(kOther, 8);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(kOther), 8U) << "what has been applied waits for nothing";
 }
 
 TEST_F(SimulatedAsicTest, AUnitItDoesNotHaveIsNoTable) {

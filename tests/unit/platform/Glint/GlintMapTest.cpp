@@ -11,6 +11,7 @@
 #include "Glint/Verify.h"
 #include "TableFile.h"
 #include "TestTables.h"
+#include "Zev/WorkMeter.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
 #include "testing/TraceRecorder.h"
@@ -352,6 +353,46 @@ TEST_F(GlintMapTest, AWalkYieldsTheRowsThatStayOnceWhileOthersComeAndGo) {
   for (std::uint64_t key = 0; key < 500; ++key) {
     EXPECT_EQ(seen[key], 1) << key;
   }
+}
+
+TEST_F(GlintMapTest, AWalkThatLooksAtSoManySlotsStopsBehindThemAndGoesOnFromThere) {
+  auto entity = state().mount<OddRow>("t", 10);
+  auto& rows = entity->rows();
+  for (std::uint32_t key = 0; key < 8; ++key) {
+    rows.rowIs(oddRow(key, key));
+  }
+  for (const std::uint32_t key : {0U, 1U, 2U, 4U, 5U, 6U}) {
+    rows.rowDel(key);
+  }
+  auto it = rows.beforeFirst();
+  const std::uint64_t before = Zev::WorkMeter::total();
+  EXPECT_FALSE(it.advanceWithin(3)) << "its row is in the fourth slot";
+  EXPECT_FALSE(it.valid());
+  EXPECT_EQ(Zev::WorkMeter::total() - before, 3U);
+  EXPECT_TRUE(it.advanceWithin(3));
+  ASSERT_TRUE(it.valid());
+  EXPECT_EQ(it.row().key, 3U);
+  EXPECT_TRUE(it.advanceWithin(4)) << "the last slot that it may look at";
+  ASSERT_TRUE(it.valid());
+  EXPECT_EQ(it.row().key, 7U);
+  EXPECT_TRUE(it.advanceWithin(1)) << "the end is no pause";
+  EXPECT_FALSE(it.valid());
+}
+
+TEST_F(GlintMapTest, AWalkWithinTheSlotsThatThereAreComesToItsEnd) {
+  auto entity = state().mount<OddRow>("t", 10);
+  auto& rows = entity->rows();
+  for (std::uint32_t key = 0; key < 4; ++key) {
+    rows.rowIs(oddRow(key, key));
+  }
+  for (std::uint32_t key = 0; key < 4; ++key) {
+    rows.rowDel(key);
+  }
+  auto it = rows.beforeFirst();
+  EXPECT_FALSE(it.advanceWithin(3));
+  auto another = rows.beforeFirst();
+  EXPECT_TRUE(another.advanceWithin(4));
+  EXPECT_FALSE(another.valid());
 }
 
 TEST_F(GlintMapTest, AWalkCanBeginAtAKey) {

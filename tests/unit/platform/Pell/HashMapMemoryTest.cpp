@@ -100,6 +100,32 @@ TEST(HashMapMemoryTest, AnElementMadeByTheIndexOperatorWithoutMemoryIsNotThere) 
   insertWithoutMemory([](Map& map, Key key, std::uint32_t value) { map[key] = value; });
 }
 
+// Value whose moves throw on demand.
+struct Stubborn {
+  static inline bool throws = false;
+  Stubborn() = default;
+  Stubborn(Stubborn&& /*other*/) {  // NOLINT(performance-noexcept-move-constructor): its purpose
+    if (throws) {
+      throw std::bad_alloc();
+    }
+  }
+  Stubborn& operator=(Stubborn&&) = default;
+};
+
+TEST(HashMapMemoryTest, AValueThatCannotBeMovedInIsNotThere) {
+  Pell::HashMap<Key, Stubborn, Zev::SaltedHash<0x1badcafe, KeyBits>> map;
+  map[1];
+  Stubborn::throws = true;
+  EXPECT_THROW(map[2], std::bad_alloc);
+  Stubborn::throws = false;
+  EXPECT_EQ(map.size(), 1U);
+  EXPECT_EQ(map.find(2), nullptr);
+  map[2];
+  EXPECT_EQ(map.size(), 2U);
+  EXPECT_NE(map.find(2), nullptr);
+  EXPECT_NE(map.find(1), nullptr);
+}
+
 TEST(HashMapMemoryTest, ARemovalNeedsNoMemory) {
   Map map;
   for (std::uint32_t at = 0; at < 1000; ++at) {
