@@ -60,11 +60,24 @@ bool isWhole(const Announcement& announcement, std::uint64_t version, std::uint3
   return whole;
 }
 
-std::vector<Announcement> standingIn(const std::string& root, bool& sawAll) {
-  GroupLogFollower follower(ZevSharedMem::mountEntity<GroupLogGlint>(
+Pell::Ptr<GroupLogGlint> readerIn(const std::string& root) {
+  return ZevSharedMem::mountEntity<GroupLogGlint>(
       Zev::makeObject<Vanta::EntityManager>(root),
       Asic::Constants::groupLogGlintPath("agent", "group"), ZevGlint::ZevGlintType::reader,
-      GroupLogGlint::kCapacity));
+      GroupLogGlint::kCapacity);
+}
+
+// The scratchpad goes from the end of one operation to the end of the next.
+bool scratchpadIsAtAnEnd(const std::string& root) {
+  const Pell::Ptr<GroupLogGlint> reader = readerIn(root);
+  auto& rows = reader->groupLog();
+  const std::uint64_t last = rows.control().scratchpad();
+  const auto row = rows.row(last);
+  return last == 0 || (row && !row->isContinued());
+}
+
+std::vector<Announcement> standingIn(const std::string& root, bool& sawAll) {
+  GroupLogFollower follower(readerIn(root));
   std::vector<Announcement> standing;
   sawAll = follower.startOver(standing);
   return standing;
@@ -80,6 +93,9 @@ class Judge {
     const std::vector<Announcement> before = standingIn(root_.path(), sawAll);
     if (!sawAll) {
       return "damage";
+    }
+    if (!scratchpadIsAtAnEnd(root_.path())) {
+      return "the scratchpad is in the middle of an operation";
     }
     if (before.size() < state_.acknowledged || before.size() > state_.begun) {
       return fmt::format("{} operations, of {} begun and {} done", before.size(), state_.begun,
