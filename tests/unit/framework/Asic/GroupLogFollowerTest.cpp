@@ -17,6 +17,7 @@
 #include "TableFile.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -255,6 +256,19 @@ TEST_F(GroupLogFollowerTest, AScratchpadThatIsDamagedAnnouncesNothingUntilTheNex
   EXPECT_FALSE(follower_->startOver(announcements));
   add(kTableA, 2);
   EXPECT_THAT(taken(), ElementsAre("1:03:01:0805@1+0", "2:03:01:0805@2+0"));
+}
+
+TEST_F(GroupLogFollowerTest, WhatItFindsIsTracedUnderTheClassesName) {
+  const testing_support::TraceRecorder traces({"GroupLogFollower"});
+  add(kTableA, 1);
+  add(kTableA, 2);
+  logRows().rowDel(2);
+  taken();
+  standing();
+  EXPECT_THAT(traces.texts(), ElementsAre("sequence: 1 tableVersion: 03:01:0805@1",
+                                          "sequence: 2 is missing or damaged",
+                                          "standing: 1 lastTaken: 2 sawAll: true"));
+  EXPECT_EQ(traces.texts(3).size(), 1U);
 }
 
 // Starting over.
