@@ -85,6 +85,8 @@ TEST(SwTableIdTest, PrintsEachPartAtItsFullWidth) {
   EXPECT_EQ(text(SwTableId(0xFFFEFDFC)), "ff:fe:fdfc");
   EXPECT_EQ(SwTableId(0xFFFEFDFC).agentAndGroupId(), 0xFFFE);
   EXPECT_NE(SwTableId(1), SwTableId(0x00010001));
+  EXPECT_LT(SwTableId(0x0000FFFF), SwTableId(0x00010001)) << "ordered by all their bits";
+  EXPECT_LT(SwTableId(0x0301FFFF), SwTableId(0x03020000));
 }
 
 TEST(TableVersionTest, HoldsATableAndItsVersion) {
@@ -99,6 +101,8 @@ TEST(TableVersionTest, HoldsATableAndItsVersion) {
 
 TEST(UnitIdTest, IsA16BitNumberThatPrintsDecimal) {
   EXPECT_EQ(sizeof(UnitId), 2U);
+  EXPECT_NE(UnitId(0x0101), UnitId(0x0001));
+  EXPECT_LT(UnitId(0x00FF), UnitId(0x0100));
   EXPECT_EQ(text(UnitId(0)), "0");
   EXPECT_EQ(text(UnitId(65535)), "65535");
 }
