@@ -20,7 +20,9 @@ class DependencyEntryHandle : public Zev::NotifyingObject {
   virtual TableVersion entryTableVersion() const = 0;
 
  protected:
-  // An equal state publishes nothing. Observers only mark work; nothing reacts inside the call.
+  // An equal state publishes nothing. Observers hear when the state stands; they only mark work,
+  // and nothing reacts inside the call. What one throws goes to the caller, and keeps the observers
+  // behind it from hearing.
   void entryStateSet(EntryState state);
 
  private:

@@ -7,14 +7,22 @@
 #include <algorithm>
 
 #include "Glint/Guarded.h"
+#include "Zev/Trace.h"
 
 namespace Asic {
+
+namespace {
+
+constexpr const char* kClass = "GroupLogFollower";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+}  // namespace
 
 bool AnnouncementCollector::take(const GroupLogRow& row) {
   const bool follows = open_ && row.sequence() == collected_.sequence + 1 &&
                        row.tableVersion() == collected_.tableVersion;
   if (row.isContinuation() && !follows) {
-    open_ = false;
     return false;
   }
   if (!row.isContinuation()) {
@@ -47,9 +55,11 @@ GroupLogFollower::Found GroupLogFollower::next(Announcement& next) {
     ++lastTaken_;
     const auto row = Glint::guardedRow(groupLog_->groupLog(), lastTaken_);
     if (!row || !row->isPlausible()) {
+      ZEV_TRACE(trace, 3, kClass, "sequence: {} is missing or damaged", lastTaken_);
       return Found::gap;
     }
     if (collector_.take(*row)) {
+      ZEV_TRACE(trace, 8, kClass, "sequence: {} tableVersion: {}", lastTaken_, row->tableVersion());
       next = collector_.announcement();
       return Found::announcement;
     }
@@ -80,6 +90,8 @@ bool GroupLogFollower::startOver(std::vector<Announcement>& standing) {
       standing.push_back(collector_.announcement());
     }
   }
+  ZEV_TRACE(trace, 8, kClass, "standing: {} lastTaken: {} sawAll: {}", standing.size(), lastTaken_,
+            sawAll);
   return sawAll;
 }
 

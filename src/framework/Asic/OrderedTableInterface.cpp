@@ -1,8 +1,17 @@
 #include "Asic/OrderedTableInterface.h"
 
 #include "Asic/Constants.h"
+#include "Zev/Trace.h"
 
 namespace Asic {
+
+namespace {
+
+constexpr const char* kClass = "OrderedTableInterface";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+}  // namespace
 
 OrderedTableInterface::OrderedTableInterface(Zev::EventLoop& loop,
                                              const Pell::Ptr<Vanta::EntityManager>& entityManager)
@@ -18,10 +27,16 @@ void OrderedTableInterface::makeGroupIntf(Pell::String const& agentName,
                                           unsigned short agentAndGroupId) {
   const Pell::String name = Constants::canonicalizeGroupName(agentName, groupName);
   if (!groupIntfs_.contains(name)) {
+    ZEV_TRACE(trace, 8, kClass, "group: {} agentAndGroupId: {:#06x}", name, agentAndGroupId);
     const auto group = Zev::makeObject<GroupInterface>(loop_, entityManager_, agentName, groupName,
                                                        agentAndGroupId);
     groupIntfs_[name] = group;
   }
+}
+
+void OrderedTableInterface::groupIntfDel(const Pell::String& canonicalGroupName) {
+  ZEV_TRACE(trace, 8, kClass, "group: {}", canonicalGroupName);
+  groupIntfs_.erase(canonicalGroupName);
 }
 
 Pell::Ptr<GroupInterface> OrderedTableInterface::groupIntf(
@@ -32,6 +47,7 @@ Pell::Ptr<GroupInterface> OrderedTableInterface::groupIntf(
 
 void OrderedTableInterface::resourceTableIs(const Pell::String& canonicalTableName,
                                             const Pell::Ptr<ResourceTableBase>& resourceTable) {
+  ZEV_TRACE(trace, 8, kClass, "resourceTable: {}", canonicalTableName);
   resourceTables_[canonicalTableName] = resourceTable;
 }
 

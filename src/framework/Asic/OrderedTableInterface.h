@@ -28,9 +28,7 @@ class OrderedTableInterface : public Zev::PtrInterface {
                      unsigned short agentAndGroupId);
   // By canonical group name; null when there is none.
   Pell::Ptr<GroupInterface> groupIntf(const Pell::String& canonicalGroupName) const;
-  void groupIntfDel(const Pell::String& canonicalGroupName) {
-    groupIntfs_.erase(canonicalGroupName);
-  }
+  void groupIntfDel(const Pell::String& canonicalGroupName);
 
   // Files the resource table under its canonical table name, replacing one that is there.
   void resourceTableIs(const Pell::String& canonicalTableName,

@@ -1,6 +1,16 @@
 #include "Asic/SwTableInterfacesSingleton.h"
 
+#include "Zev/Trace.h"
+
 namespace Asic {
+
+namespace {
+
+constexpr const char* kClass = "SwTableInterfacesSingleton";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+}  // namespace
 
 Pell::Ptr<Zev::Entity> SwTableInterfacesSingleton::make(const Pell::String& name) {
   return Zev::makeObject<SwTableInterfacesSingleton>(name);
@@ -17,6 +27,7 @@ const Zev::TypeRecord& SwTableInterfacesSingleton::fwkType() const {
 
 void SwTableInterfacesSingleton::swTableIntfIs(Pell::String const& name,
                                                Pell::Ptr<TableInterfaceBase> const& tableIntf) {
+  ZEV_TRACE(trace, 8, kClass, "name: {}", name);
   tableIntfs_[name] = tableIntf;
 }
 

@@ -7,6 +7,7 @@
 
 #include "Asic/OrderedSwTable.h"
 #include "testing/LeakCheck.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -59,6 +60,15 @@ TEST_F(EntryHandleTest, AChangeOfStateIsPublishedAndAnEqualStateIsNot) {
   handle_->entryStateIs(EntryState::done);
   handle_->publisher().subscriberRemove(subscriber);
   EXPECT_THAT(heard, ElementsAre(EntryState::hwWritePending, EntryState::done));
+}
+
+TEST_F(EntryHandleTest, AChangeOfStateIsTracedAndAnEqualStateIsNot) {
+  const testing_support::TraceRecorder traces({"DependencyEntryHandle"});
+  handle_->logVersionIs(LogVersion(42));
+  handle_->entryStateIs(EntryState::hwWritePending);
+  handle_->entryStateIs(EntryState::hwWritePending);
+  EXPECT_THAT(traces.texts(), ElementsAre("tableVersion: 03:01:0805@42 entryState: 1 was: 0"));
+  EXPECT_EQ(traces.records().front().level, 8);
 }
 
 TEST_F(EntryHandleTest, CarriesTheHandlerThatItWasGivenLast) {

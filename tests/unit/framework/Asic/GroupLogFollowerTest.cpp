@@ -17,6 +17,7 @@
 #include "TableFile.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -257,6 +258,19 @@ TEST_F(GroupLogFollowerTest, AScratchpadThatIsDamagedAnnouncesNothingUntilTheNex
   EXPECT_THAT(taken(), ElementsAre("1:03:01:0805@1+0", "2:03:01:0805@2+0"));
 }
 
+TEST_F(GroupLogFollowerTest, WhatItFindsIsTracedUnderTheClassesName) {
+  const testing_support::TraceRecorder traces({"GroupLogFollower"});
+  add(kTableA, 1);
+  add(kTableA, 2);
+  logRows().rowDel(2);
+  taken();
+  standing();
+  EXPECT_THAT(traces.texts(), ElementsAre("sequence: 1 tableVersion: 03:01:0805@1",
+                                          "sequence: 2 is missing or damaged",
+                                          "standing: 1 lastTaken: 2 sawAll: true"));
+  EXPECT_EQ(traces.texts(3).size(), 1U);
+}
+
 // Starting over.
 
 TEST_F(GroupLogFollowerTest, WhatStandsIsHandedOutInGroupOrderAndIsNotNewAnyMore) {
@@ -310,10 +324,22 @@ TEST_F(GroupLogFollowerTest, AnOperationThatWasBeingTakenIsForgottenByStartingOv
   logRows().rowIs({1, {kTableA, LogVersion(1)}, needed, GroupLogRow::kContinued});
   logRows().control().scratchpadIs(1);
   EXPECT_THAT(taken(), IsEmpty());
-  EXPECT_THAT(standing(), IsEmpty());
-  logRows().rowIs({2, {kTableA, LogVersion(2)}, needed});
+  logRows().rowDel(1);
+  logRows().rowIs({2, {kTableA, LogVersion(1)}, needed, GroupLogRow::kContinuation});
   logRows().control().scratchpadIs(2);
-  EXPECT_THAT(taken(), ElementsAre("2:03:01:0805@2+8"));
+  EXPECT_THAT(standing(), IsEmpty());
+}
+
+TEST_F(GroupLogFollowerTest, ARowThatGoesOnWithAnotherVersionOrTableIsDropped) {
+  const std::vector<TableVersion> needed = needs(8);
+  for (const TableVersion other :
+       {TableVersion(kTableA, LogVersion(2)), TableVersion(kTableB, LogVersion(1))}) {
+    const std::uint64_t last = logRows().control().scratchpad();
+    logRows().rowIs({last + 1, {kTableA, LogVersion(1)}, needed, GroupLogRow::kContinued});
+    logRows().rowIs({last + 2, other, needed, GroupLogRow::kContinuation});
+    logRows().control().scratchpadIs(last + 2);
+    EXPECT_THAT(taken(), IsEmpty());
+  }
 }
 
 }  // namespace

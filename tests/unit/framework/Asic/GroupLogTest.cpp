@@ -269,7 +269,6 @@ TEST_F(GroupLogTest, AnAnnouncementAndAReportAreEachPublishedAfterTheyStand) {
   apply(kTableA, 1);
   apply(kTableA, 0);
   log_->publisher().subscriberRemove(subscriber);
-  static_assert(GroupLog::kGroupLogAttribute == 2 && GroupLog::kAppliedVersionsAttribute == 3);
   EXPECT_THAT(heard, ElementsAre("2:1:0", "3:0:1"));
   EXPECT_EQ(log_->fwkType().attribute("groupLog")->id, 2);
   EXPECT_EQ(log_->fwkType().attribute("appliedVersions")->id, 3);
@@ -442,6 +441,14 @@ TEST_F(GroupLogTest, AnAnnouncementIsAnnouncedUpToItsVersion) {
   EXPECT_TRUE(log_->isAnnounced({kTableB, LogVersion(0)}));
 }
 
+TEST_F(GroupLogTest, WhatIsAnnouncedNeverFalls) {
+  log_->announcedIs({kTableA, LogVersion(7)});
+  add(kTableA, 5);
+  apply(kTableA, 4);
+  EXPECT_TRUE(log_->isAnnounced({kTableA, LogVersion(7)}));
+  EXPECT_FALSE(log_->isAnnounced({kTableA, LogVersion(8)}));
+}
+
 TEST_F(GroupLogTest, RowsOfSeveralTablesAreEachAnnouncedAfterARestart) {
   add(kTableA, 5);
   add(kTableB, 7);
@@ -486,6 +493,20 @@ TEST_F(GroupLogTest, TheRoomOfRedrivesIsWhatIsFreeBeyondWhatRequestsMayTake) {
   EXPECT_EQ(log_->redriveRoom(), all - 2);
   log_->tableVersionIs({kTableA, LogVersion(1)});
   EXPECT_EQ(log_->redriveRoom(), all - 1);
+}
+
+TEST_F(GroupLogTest, SequencesGoOnBeyond32Bits) {
+  add(kTableA, 1);
+  logRows().control().scratchpadIs(0xFFFFFFFF);
+  restart();
+  add(kTableA, 2);
+  add(kTableA, 3);
+  EXPECT_THAT(rows(), ElementsAre(Row{1, kTableA, 1}, Row{0x100000000, kTableA, 2},
+                                  Row{0x100000001, kTableA, 3}));
+  restart();
+  add(kTableA, 4);
+  apply(kTableA, 3);
+  EXPECT_THAT(rows(), ElementsAre(Row{0x100000002, kTableA, 4}));
 }
 
 // Damage.
@@ -570,12 +591,15 @@ TEST_F(GroupLogTest, ARowThatIsDamagedWhileTheGroupStartsCostsThatRowAlone) {
 // What the log stands in.
 
 TEST_F(GroupLogTest, TheRowsHaveFixedSizesAndTheTablesTheirNamesAndCapacities) {
-  EXPECT_EQ(sizeof(GroupLogRow), 120U);
-  EXPECT_EQ(sizeof(GroupVersionRow), 16U);
   EXPECT_EQ(log_->logMap().filePath(), root_.path() + "/agent.group.grouplog.table");
   EXPECT_EQ(log_->versionsMap().filePath(), root_.path() + "/agent.group.applied.table");
-  EXPECT_STREQ(Asic::GroupLogGlint::kCollectionName, "groupLog");
-  EXPECT_STREQ(Asic::GroupVersionsGlint::kCollectionName, "appliedVersions");
+  const auto header = [](const Glint::GlintMapBase& map) {
+    return glint_test::wordAt<Glint::FixedHeader>(map.filePath(), 0);
+  };
+  EXPECT_STREQ(header(log_->logMap()).collectionName.data(), "groupLog");
+  EXPECT_STREQ(header(log_->versionsMap()).collectionName.data(), "appliedVersions");
+  EXPECT_EQ(header(log_->logMap()).rowBytes, 120U);
+  EXPECT_EQ(header(log_->versionsMap()).rowBytes, 16U);
   EXPECT_EQ(log_->logMap().capacity(), 100000U);
   EXPECT_EQ(log_->versionsMap().capacity(), 64U);
 }

@@ -1,5 +1,6 @@
 // The ordered tables of an agent, and its groups.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Asic/OrderedTableInterface.h"
@@ -8,6 +9,7 @@
 #include "testing/LeakCheck.h"
 #include "testing/ManualEventLoop.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -84,6 +86,17 @@ TEST_F(OrderedTableInterfaceTest, AResourceTableIsFoundUnderTheNameItWasFiledUnd
   EXPECT_EQ(tables_->resourceTable("s"), nullptr);
   tables_->resourceTableIs("r", second);
   EXPECT_EQ(tables_->resourceTable("r"), second);
+}
+
+TEST_F(OrderedTableInterfaceTest, CallsAreTracedUnderTheClassesName) {
+  const testing_support::TraceRecorder traces({"OrderedTableInterface"});
+  makeGroup();
+  makeGroup();
+  tables_->resourceTableIs("r", nullptr);
+  tables_->groupIntfDel(kGroup);
+  EXPECT_THAT(traces.texts(8),
+              ::testing::ElementsAre("group: LoamAdj.LoamAdj agentAndGroupId: 0x0301",
+                                     "resourceTable: r", "group: LoamAdj.LoamAdj"));
 }
 
 TEST_F(OrderedTableInterfaceTest, AGroupHasAResolverAndALog) {

@@ -1,7 +1,9 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Asic/SwTableInterfacesSingleton.h"
 #include "testing/LeakCheck.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -57,6 +59,12 @@ TEST_F(SwTableInterfacesSingletonTest, ItHoldsItsInterfacesAndReplacesByName) {
   registry()->swTableIntfIs("a", second);
   EXPECT_EQ(tracker.live(), 1);
   EXPECT_EQ(registry()->swTableIntf("a"), second);
+}
+
+TEST_F(SwTableInterfacesSingletonTest, AnInterfaceThatIsAddedIsTraced) {
+  const testing_support::TraceRecorder traces({"SwTableInterfacesSingleton"});
+  registry()->swTableIntfIs("one", nullptr);
+  EXPECT_THAT(traces.texts(8), ::testing::ElementsAre("name: one"));
 }
 
 }  // namespace
