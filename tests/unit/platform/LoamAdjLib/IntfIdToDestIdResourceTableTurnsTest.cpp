@@ -1,12 +1,13 @@
 // How changes are spread over turns, what a report costs, and which changes wait for room in the
 // group's log.
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <numeric>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -18,11 +19,8 @@
 namespace {
 
 using namespace resource_table_test;
-using Asic::EntryState;
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Le;
 
 using Names = std::vector<std::string>;
 
@@ -318,7 +316,7 @@ class RoomTest : public TurnsTest {
   }
   // A handle that the client uses.
   HandlePtr used(const char* name) {
-    const HandlePtr handle = request(name);
+    HandlePtr handle = request(name);
     destinationIs(name, kFirst);
     ack(handle);
     return handle;
