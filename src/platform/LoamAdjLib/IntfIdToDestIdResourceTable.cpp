@@ -172,7 +172,7 @@ ResourceTable::Record& ResourceTable::record(const Key& key) {
 void ResourceTable::targetIs(Wirex::IntfId intfId, Target target) {
   Record& held = record(Key(intfId));
   const DestId replaced = std::exchange(held.target, std::move(target)).destId;
-  if (replaced != held.target.destId && replaced != held.handle->destId()) {
+  if (replaced != held.handle->destId()) {
     retire(held, replaced);
   }
   noteWaiting(held);

@@ -225,7 +225,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   // Records to be reviewed when a table is applied up to a version, lowest first.
   struct Wait {
     Asic::LogVersion version;
-    Record* record;
+    Record* record = nullptr;
     friend bool operator>(const Wait& a, const Wait& b) { return a.version > b.version; }
   };
   struct WaitsOfTable {
@@ -233,7 +233,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     std::priority_queue<Wait, std::vector<Wait>, std::greater<>> waits;
   };
   struct Publication {
-    Record* record;
+    Record* record = nullptr;
     Pell::Publisher::PacedDelivery delivery;
   };
   static constexpr std::uint32_t kSalt = 0x7be1c04d;

@@ -254,6 +254,20 @@ TEST_F(FreeingTest, AReleaseByAUserThatHasNotAcknowledgedTheUpdateYetHoldsTheFre
   EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
 }
 
+TEST_F(FreeingTest, AChangeGoesOutAtItsOwnVersionWhileAnOldDestinationWaitsForAHigherOne) {
+  const HandlePtr handle = request();
+  destinationIs("eth1", kFirst);
+  ack(handle);
+  client_->release(handle, operation(10));
+  destinationIs("eth1", kSecond);
+  ack(handle, operation(5));
+  destinationIs("eth1", kThird);
+  EXPECT_EQ(handle->destId(), kSecond);
+  applied(5);
+  EXPECT_EQ(handle->destId(), kThird);
+  EXPECT_THAT(freed_, IsEmpty());
+}
+
 TEST_F(FreeingTest, EveryTableThatAReleaseNamedMustHaveAppliedIt) {
   const HandlePtr handle = request();
   destinationIs("eth1", kFirst);
