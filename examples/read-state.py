@@ -501,6 +501,7 @@ LOG_ROW = struct.Struct("<QHH44s")
 CONFIG_ROW = struct.Struct("<44sQQB3x")
 GROUP_ROW = struct.Struct("<QQII96s")
 NEEDED = struct.Struct("<IQ")
+CONTINUED, CONTINUATION = 1 << 31, 1 << 30  # marks of group rows
 APPLIED_ROW = struct.Struct("<I4xQ")
 
 
@@ -530,10 +531,13 @@ def log_row(data):
 
 
 def group_row(data):
-    sequence, version, table, count, needed = GROUP_ROW.unpack(data)
+    sequence, version, table, count_and_marks, needed = GROUP_ROW.unpack(data)
+    count = count_and_marks & ~(CONTINUED | CONTINUATION)
     if count > 8:
         raise Damaged(f"group row {sequence}: {count} needed versions, at most 8 can be")
     return {"sequence": sequence, "version": version, "table": table,
+            "is_continued": bool(count_and_marks & CONTINUED),
+            "is_continuation": bool(count_and_marks & CONTINUATION),
             "needed": [dict(zip(("table", "version"), NEEDED.unpack_from(needed, 12 * i)))
                        for i in range(count)]}
 

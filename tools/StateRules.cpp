@@ -7,11 +7,13 @@
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <iterator>
 #include <set>
 #include <utility>
 
 #include <fmt/format.h>
 
+#include "Asic/GroupLogFollower.h"
 #include "records/FecTableConstants.h"
 
 namespace Tools {
@@ -282,15 +284,22 @@ class Judge {
 
   // ---- group rows
 
-  void judgeGroup(const std::map<std::uint64_t, Asic::GroupLogRow>& group) {
+  using GroupRows = std::map<std::uint64_t, Asic::GroupLogRow>;
+
+  void judgeGroup(const GroupRows& group) {
     const std::string file = fileNameOf(TableRole::groupLog);
     Gathered appliedRows;
     Mends appliedMends;
     std::map<std::uint32_t, std::uint64_t> lastOfTable;
+    const Asic::GroupLogRow* before = nullptr;
+    bool headless = false;  // the row goes on with an operation whose first row is not there
     for (const auto& [sequence, row] : group) {
       const std::uint32_t table = row.tableVersion().tableId().value();
       const std::uint64_t version = row.tableVersion().logVersion().value();
       const Mend drop{Mend::What::dropGroupRow, sequence};
+      const bool goesOn = before != nullptr && goesOnFrom(*before, row);
+      headless = row.isContinuation() && (!goesOn || headless);
+      before = &row;
       if (sequence == 0 || version == 0 || !row.isPlausible()) {
         finding("implausible_row", file,
                 fmt::format("sequence {} has version {} and {} needed versions", sequence, version,
@@ -298,8 +307,8 @@ class Judge {
                 {drop}, "drop the row");
         continue;
       }
-      judgeSequence(file, sequence);
-      if (version <= lastOfTable[table]) {
+      judgeSequence(file, row, goesOn);
+      if (!goesOn && version <= lastOfTable[table]) {
         finding("group_order", file,
                 fmt::format("sequence {} has version {} of table {}, and an earlier one has {}",
                             sequence, version, tableIdText(table), lastOfTable[table]),
@@ -307,17 +316,21 @@ class Judge {
         continue;
       }
       lastOfTable[table] = version;
-      if (table == kFecTable) {
-        announced_.insert(version);
-        if (last_ && version > *last_) {
-          aboveLog(file, fmt::format("sequence {}", sequence), version);
-        }
+      if (table == kFecTable && last_ && version > *last_) {
+        aboveLog(file, fmt::format("sequence {}", sequence), version);
       }
       if (version <= appliedOf(table)) {
         appliedRows.add(fmt::format("sequence {}", sequence));
         appliedMends.push_back(drop);
+      } else if (headless) {
+        finding("broken_announcement", file,
+                fmt::format("sequence {} goes on with version {} of table {}, and a row before "
+                            "it is not there",
+                            sequence, version, tableIdText(table)),
+                {drop}, "drop the row; readers do so as well");
       }
     }
+    judgeAnnouncements(file, group);
     if (appliedRows.any()) {
       note("applied_group_row", file,
            fmt::format("{} rows are of versions that have been applied; the next report drops them",
@@ -331,11 +344,49 @@ class Judge {
     }
   }
 
-  void judgeSequence(const std::string& file, std::uint64_t sequence) {
+  // Whether the row is the next one of the same operation.
+  static bool goesOnFrom(const Asic::GroupLogRow& before, const Asic::GroupLogRow& row) {
+    return before.isContinued() && row.isContinuation() &&
+           row.sequence() == before.sequence() + 1 && row.tableVersion() == before.tableVersion();
+  }
+
+  // What readers make of the rows: operations that are announced, and parts of some that are not.
+  void judgeAnnouncements(const std::string& file, const GroupRows& group) {
+    Asic::AnnouncementCollector collector;
+    Gathered cutShort;
+    for (auto at = group.begin(); at != group.end(); ++at) {
+      const Asic::GroupLogRow& row = at->second;
+      if (!row.isPlausible()) {
+        continue;
+      }
+      if (collector.take(row) && row.tableVersion().tableId().value() == kFecTable) {
+        announced_.insert(row.tableVersion().logVersion().value());
+      }
+      const auto next = std::next(at);
+      const bool isApplied = row.tableVersion().logVersion().value() <=
+                             appliedOf(row.tableVersion().tableId().value());
+      if (!isApplied && row.isContinued() &&
+          (next == group.end() || !goesOnFrom(row, next->second))) {
+        cutShort.add(fmt::format("sequence {}", row.sequence()));
+      }
+    }
+    if (cutShort.any()) {
+      note(
+          "cut_short_announcement", file,
+          fmt::format("{} last of the rows of an operation that was cut short, which readers drop; "
+                      "they go when its version is reported",
+                      cutShort.text()));
+    }
+  }
+
+  // Several rows of one operation may be ahead: the scratchpad goes to the last of them at once.
+  void judgeSequence(const std::string& file, const Asic::GroupLogRow& row, bool goesOn) {
+    const std::uint64_t sequence = row.sequence();
     if (!rows_.groupScratchpad || sequence <= *rows_.groupScratchpad) {
       return;
     }
-    if (sequence == *rows_.groupScratchpad + 1) {
+    if (sequence == *rows_.groupScratchpad + 1 || (goesOn && unfinished_ == sequence - 1)) {
+      unfinished_ = sequence;
       note("unfinished_group_row", file,
            fmt::format("sequence {} is written and not yet the last: a change was cut short there; "
                        "the row counts",
@@ -403,6 +454,7 @@ class Judge {
   std::uint64_t completeFrom_ = UINT64_MAX;
   std::map<std::uint16_t, UnitFacts> facts_;
   std::set<std::uint64_t> announced_;
+  std::uint64_t unfinished_ = 0;  // the last sequence that is rightly above the scratchpad
   std::vector<Judgement> judgements_;
 };
 

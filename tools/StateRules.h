@@ -48,8 +48,9 @@ struct Judgement {
 //   log rows            version at most S + 1; of a version up to S, the entry has a configuration
 //                       row that is newer, or of that version and equal; missing only if a version
 //                       above is missing in the log too (its deletion, cleaned up)
-//   group rows          sequence at most the scratchpad + 1; of each table, versions rise; of the
-//                       FEC table, version at most S
+//   group rows          sequence at most the scratchpad + 1, but for further rows of that same
+//                       operation; of each table, versions rise; of the FEC table, version at most
+//                       S; a row that goes on with an operation follows one of it, unless applied
 //   A                   at most S
 //
 // Parts that could not be read are left out.

@@ -298,6 +298,8 @@ json asJson(const Asic::TableVersion& version) {
 json asJson(const Asic::GroupLogRow& row) {
   json result = asJson(row.tableVersion());
   result["sequence"] = row.sequence();
+  result["is_continued"] = row.isContinued();
+  result["is_continuation"] = row.isContinuation();
   result["needed"] = json::array();
   for (std::uint32_t i = 0; i < row.neededCount(); ++i) {
     result["needed"].push_back(asJson(row.needed(i)));
@@ -315,6 +317,25 @@ json rowsOf(const Map& map) {
     rows.push_back(asJson(at.row()));
   }
   return rows;
+}
+
+TEST_F(ReadStateTest, AnOperationOfSeveralGroupRowsIsReadRowByRow) {
+  const std::vector<Asic::TableVersion> needed(8,
+                                               {Asic::SwTableId(0x03010806), Asic::LogVersion(7)});
+  const Asic::TableVersion operation(LoamFec::FecTableConstants::kTableId, Asic::LogVersion(1));
+  using Asic::GroupLogRow;
+  {
+    const FecTables tables(parent_.path(), ZevGlintType::writer);
+    tables.group().rowIs({1, operation, needed, GroupLogRow::kContinued});
+    tables.group().rowIs(
+        {2, operation, needed, GroupLogRow::kContinued | GroupLogRow::kContinuation});
+    tables.group().rowIs({3, operation, {}, GroupLogRow::kContinuation});
+    tables.group().control().scratchpadIs(3);
+  }
+  const FecTables tables(parent_.path(), ZevGlintType::reader);
+  const json group = pythonRows({"group-log"}, parent_.path());
+  EXPECT_EQ(group["count"], 3);
+  EXPECT_EQ(group["rows"], rowsOf(tables.group()));
 }
 
 TEST_F(ReadStateTest, LogGroupLogAndAppliedVersionsAreAsTheLibraryReadsThem) {

@@ -14,7 +14,6 @@ bool AnnouncementCollector::take(const GroupLogRow& row) {
   const bool follows = open_ && row.sequence() == collected_.sequence + 1 &&
                        row.tableVersion() == collected_.tableVersion;
   if (row.isContinuation() && !follows) {
-    open_ = false;
     return false;
   }
   if (!row.isContinuation()) {

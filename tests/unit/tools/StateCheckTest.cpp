@@ -277,11 +277,12 @@ class CutShortTest : public StateCheckTest {
     }
     return sequence;
   }
-  static void groupRow(RawTables& tables) {
+  static void groupRowWith(RawTables& tables, std::uint32_t marks) {
     tables.group->groupLog().rowIs(Asic::GroupLogRow(
         nextSequence(tables),
-        {LoamFec::FecTableConstants::kTableId, Asic::LogVersion(tables.lastVersion())}));
+        {LoamFec::FecTableConstants::kTableId, Asic::LogVersion(tables.lastVersion())}, {}, marks));
   }
+  static void groupRow(RawTables& tables) { groupRowWith(tables, 0); }
   static void groupScratchpad(RawTables& tables) {
     tables.group->groupLog().control().scratchpadIs(nextSequence(tables) - 1);
   }
@@ -296,6 +297,19 @@ class CutShortTest : public StateCheckTest {
 TEST_F(CutShortTest, AWriteAnywhere) {
   expectEachPrefixClean(change(LogRow::kEntryWritten, 500));
   expectEachPrefixClean(change(LogRow::kEntryWritten, 7));
+}
+
+TEST_F(CutShortTest, AWriteThatIsAnnouncedInThreeRowsAnywhere) {
+  using Asic::GroupLogRow;
+  Steps steps = change(LogRow::kEntryWritten, 500);
+  steps.resize(steps.size() - 2);
+  for (const std::uint32_t marks :
+       {GroupLogRow::kContinued, GroupLogRow::kContinued | GroupLogRow::kContinuation,
+        GroupLogRow::kContinuation}) {
+    steps.push_back([=](RawTables& tables) { groupRowWith(tables, marks); });
+  }
+  steps.push_back(groupScratchpad);
+  expectEachPrefixClean(steps);
 }
 
 TEST_F(CutShortTest, ADeletionAnywhere) { expectEachPrefixClean(change(LogRow::kEntryDeleted, 7)); }

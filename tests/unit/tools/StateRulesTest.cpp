@@ -24,6 +24,9 @@ using Tools::StateRows;
 
 constexpr std::uint32_t kTable = LoamFec::FecTableConstants::kTableId.value();
 constexpr std::uint32_t kOtherTable = 0x03010777;
+constexpr std::uint32_t kFirst = Asic::GroupLogRow::kContinued;
+constexpr std::uint32_t kMiddle = Asic::GroupLogRow::kContinued | Asic::GroupLogRow::kContinuation;
+constexpr std::uint32_t kLast = Asic::GroupLogRow::kContinuation;
 
 LoamFec::FecTableDataModelLogEntry entry(std::uint32_t fecId, std::uint32_t mark = 0) {
   LoamFec::FecTableDataModelLogEntry result;
@@ -69,6 +72,20 @@ class StateRulesTest : public ::testing::Test {
   void group(std::uint64_t sequence, std::uint64_t version, std::uint32_t table = kTable) {
     rows_.group->insert_or_assign(
         sequence, Asic::GroupLogRow(sequence, {Asic::SwTableId(table), Asic::LogVersion(version)}));
+  }
+
+  // One row of an operation of several.
+  void groupPart(std::uint64_t sequence, std::uint64_t version, std::uint32_t marks) {
+    rows_.group->insert_or_assign(
+        sequence, Asic::GroupLogRow(sequence, {Asic::SwTableId(kTable), Asic::LogVersion(version)},
+                                    {}, marks));
+  }
+  // The last change takes three rows, 20 to 22.
+  void announceInThreeRows() {
+    rows_.groupScratchpad = 22;
+    groupPart(20, 10, kFirst);
+    groupPart(21, 10, kMiddle);
+    groupPart(22, 10, kLast);
   }
 
   std::vector<std::string> kinds(bool findings) const {
@@ -330,6 +347,70 @@ TEST_F(StateRulesTest, TablesOfAGroupCountEachForItself) {
   EXPECT_THAT(Tools::judge(rows_), IsEmpty());
   group(22, 1, kOtherTable);
   expectFinding("group_order", "table 03:01:0777");
+}
+
+TEST_F(StateRulesTest, AnOperationOfSeveralGroupRowsIsClean) {
+  announceInThreeRows();
+  EXPECT_THAT(Tools::judge(rows_), IsEmpty());
+}
+
+TEST_F(StateRulesTest, SeveralRowsOfOneOperationAheadOfTheScratchpadAreWhatAKillLeaves) {
+  announceInThreeRows();
+  rows_.groupScratchpad = 19;
+  EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_THAT(notes(),
+              ElementsAre("unfinished_group_row", "unfinished_group_row", "unfinished_group_row"));
+}
+
+TEST_F(StateRulesTest, ARowOfAnotherOperationTwoAheadOfTheScratchpadIsAFinding) {
+  announceInThreeRows();
+  rows_.groupScratchpad = 20;
+  rows_.group->erase(22);
+  group(22, 1, kOtherTable);
+  EXPECT_THAT(findings(), ElementsAre("above_group_log"));
+}
+
+TEST_F(StateRulesTest, AnOperationWhoseRowsWereCutShortIsNotAnnounced) {
+  announceInThreeRows();
+  rows_.group->erase(22);
+  rows_.groupScratchpad = 19;
+  EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_THAT(notes(), ElementsAre("unfinished_group_row", "unfinished_group_row",
+                                   "cut_short_announcement", "unannounced"));
+}
+
+TEST_F(StateRulesTest, AnOperationWhoseRowsWereCutShortBeforeAnotherIsNotAnnounced) {
+  announceInThreeRows();
+  rows_.group->erase(22);
+  group(22, 1, kOtherTable);
+  EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_THAT(notes(), ElementsAre("cut_short_announcement", "unannounced"));
+}
+
+TEST_F(StateRulesTest, RowsOfAnOperationThatHasLostItsFirstAreFindingsAndAreDropped) {
+  announceInThreeRows();
+  rows_.group->erase(20);
+  EXPECT_THAT(findings(), ElementsAre("broken_announcement", "broken_announcement"));
+  mendAll();
+  EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_EQ(rows_.group->size(), 2U);
+}
+
+TEST_F(StateRulesTest, RowsThatAReportHasNotDroppedYetMayLackTheirFirst) {
+  announceInThreeRows();
+  rows_.group->erase(18);
+  rows_.group->erase(19);
+  rows_.group->erase(20);
+  rows_.log->clear();
+  rows_.units[0]->erase(2);
+  (*rows_.applied)[kTable] = 10;
+  expectNoteOnly("applied_group_row");
+}
+
+TEST_F(StateRulesTest, AVersionThatIsAnnouncedTwiceIsAFinding) {
+  rows_.groupScratchpad = 21;
+  group(21, 10);
+  expectFinding("group_order", "sequence 21 has version 10 of table 03:01:0805");
 }
 
 TEST_F(StateRulesTest, AGroupRowWithoutAVersionIsAFinding) {

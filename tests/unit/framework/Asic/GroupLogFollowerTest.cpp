@@ -310,10 +310,22 @@ TEST_F(GroupLogFollowerTest, AnOperationThatWasBeingTakenIsForgottenByStartingOv
   logRows().rowIs({1, {kTableA, LogVersion(1)}, needed, GroupLogRow::kContinued});
   logRows().control().scratchpadIs(1);
   EXPECT_THAT(taken(), IsEmpty());
-  EXPECT_THAT(standing(), IsEmpty());
-  logRows().rowIs({2, {kTableA, LogVersion(2)}, needed});
+  logRows().rowDel(1);
+  logRows().rowIs({2, {kTableA, LogVersion(1)}, needed, GroupLogRow::kContinuation});
   logRows().control().scratchpadIs(2);
-  EXPECT_THAT(taken(), ElementsAre("2:03:01:0805@2+8"));
+  EXPECT_THAT(standing(), IsEmpty());
+}
+
+TEST_F(GroupLogFollowerTest, ARowThatGoesOnWithAnotherVersionOrTableIsDropped) {
+  const std::vector<TableVersion> needed = needs(8);
+  for (const TableVersion other :
+       {TableVersion(kTableA, LogVersion(2)), TableVersion(kTableB, LogVersion(1))}) {
+    const std::uint64_t last = logRows().control().scratchpad();
+    logRows().rowIs({last + 1, {kTableA, LogVersion(1)}, needed, GroupLogRow::kContinued});
+    logRows().rowIs({last + 2, other, needed, GroupLogRow::kContinuation});
+    logRows().control().scratchpadIs(last + 2);
+    EXPECT_THAT(taken(), IsEmpty());
+  }
 }
 
 }  // namespace

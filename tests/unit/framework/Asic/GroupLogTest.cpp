@@ -442,6 +442,14 @@ TEST_F(GroupLogTest, AnAnnouncementIsAnnouncedUpToItsVersion) {
   EXPECT_TRUE(log_->isAnnounced({kTableB, LogVersion(0)}));
 }
 
+TEST_F(GroupLogTest, WhatIsAnnouncedNeverFalls) {
+  log_->announcedIs({kTableA, LogVersion(7)});
+  add(kTableA, 5);
+  apply(kTableA, 4);
+  EXPECT_TRUE(log_->isAnnounced({kTableA, LogVersion(7)}));
+  EXPECT_FALSE(log_->isAnnounced({kTableA, LogVersion(8)}));
+}
+
 TEST_F(GroupLogTest, RowsOfSeveralTablesAreEachAnnouncedAfterARestart) {
   add(kTableA, 5);
   add(kTableB, 7);
