@@ -33,8 +33,9 @@ class FecAgent {
  public:
   using ResourceTable = LoamAdjLib::IntfIdToDestIdResourceTableResourceTable;
 
-  // Mounts (creates, if there are none) the tables below the state folder and restores what they
-  // hold. Throws ZevGlint::MountException.
+  // Mounts (creates, if there are none) the tables below the state folder, restores what they hold,
+  // and brings the hardware in line, all in this call: no turn runs before. Throws
+  // ZevGlint::MountException.
   FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
            AgentStart start = {});
   FecAgent(const FecAgent&) = delete;

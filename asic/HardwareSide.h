@@ -33,8 +33,10 @@ class HardwareSide {
  public:
   // About the work of one turn that applies, in rows; see SimulatedAsic::step().
   static constexpr std::uint32_t kRowsPerTurn = 8192;
-  // Versions of one table that one turn reports: what one turn applies, about.
-  static constexpr std::uint64_t kVersionsPerReport = 2048;
+  // Versions of one table that one turn reports: as many as have a clean-up of that work, if each
+  // is a deletion.
+  static constexpr std::uint64_t kVersionsPerReport =
+      kRowsPerTurn / (SimulatedAsic::kRowsOfACleanup + SimulatedAsic::kRowsOfADeletion);
 
   HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInterface>& group,
                const Pell::Ptr<Asic::OrderedSwTableStatus>& status, SimulatedAsic& asic);

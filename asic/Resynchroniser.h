@@ -20,7 +20,7 @@ struct Resynchronisation {
 struct ResynchronisationRange {
   // The log rows up to it have been applied, or are known to be gone.
   Asic::LogVersion applied;
-  // Operations up to it count as taken when the resynchronisation is over.
+  // Not below applied. Operations up to it count as taken when the resynchronisation is over.
   Asic::LogVersion limit;
   // The operation behind the limit waits for another table.
   bool blocked = false;

@@ -81,8 +81,6 @@ Resynchronisation SimulatedAsic::resynchronise() {
 }
 
 void SimulatedAsic::beginResynchronisation() {
-  resynchroniser_ = nullptr;
-  owed_.reset();
   const Asic::LogVersion version(guardedScratchpad(log_->entryLogConfig()));
   catchingUp_ = Target{version, guardedScratchpad(groupLog_->groupLog())};
 }
@@ -97,8 +95,7 @@ std::optional<Resynchronisation> SimulatedAsic::goOnResynchronising(StepBudget& 
   if (!catchUp(budget) || !resynchroniser_->step(budget)) {
     return std::nullopt;
   }
-  Asic::LogVersion& applied = applied_[kFecTable];
-  applied = std::max(applied, resynchroniser_->limit());
+  applied_[kFecTable] = resynchroniser_->limit();
   owed_ = resynchroniser_->owed();
   const Resynchronisation found = resynchroniser_->found();
   resynchroniser_ = nullptr;

@@ -325,6 +325,27 @@ TEST_F(FecAgentTest, ADeletionThatTheHardwareHadNotTakenIsCleanedUpByTheReportAn
   EXPECT_TRUE(hardwareEqual());
 }
 
+// The agent dies between a deletion's configuration row and its log row: no version of the log is
+// the deletion's own, until the next operation is given that version.
+TEST_F(FecAgentTest, ADeletionThatWasNeverLoggedIsSweptWhenItsVersionHasBeenApplied) {
+  write({1, 2, 3}, 10);
+  const auto version = agent_->fec().entryLog()->tableVersion();
+  const auto rowsOf = [this]() -> auto& {
+    return agent_->fec().entryLog()->tableConfigGlint(kUnits[0])->swTableEntries();
+  };
+  const auto row = rowsOf().row(FecClient::Key(2));
+  rowsOf().rowIs({row->logEntry(), row->rsrcKeys(), Asic::LogVersion(version.value() + 1), true});
+  stop();
+  start();
+  EXPECT_EQ(rowsOf().rowCount(), 3U);
+  EXPECT_TRUE(hardwareEqual());
+  write({4}, 10);
+  stop();
+  start();
+  EXPECT_EQ(rowsOf().rowCount(), 3U) << "1, 3 and 4";
+  EXPECT_TRUE(hardwareEqual());
+}
+
 TEST_F(FecAgentTest, FreshHardwareHasNothingToCompare) {
   write({1, 2}, 10);
   stop();

@@ -249,6 +249,8 @@ TEST_F(HardwareSideTurnTest, AsManyVersionsAsOneTurnReportsAreOneReport) {
 
 TEST_F(HardwareSideTurnTest, OneVersionMoreThanATurnReportsIsLeftToTheNext) {
   commit(2, 2 + kVersions);
+  harness_.group()->groupLog()->addGroupLogEntry(Asic::SwTableId(0x03010806), Asic::LogVersion(1),
+                                                 nullptr);
   asic_->step(1'000'000);
   startSide();
   side_->reportAgain();
@@ -269,6 +271,24 @@ TEST_F(HardwareSideTurnTest, TheFirstReportOfAllGoesAllTheWay) {
   ASSERT_TRUE(harness_.loop().runOne());
   EXPECT_EQ(harness_.group()->groupLog()->tableVersion(Asic::SwTableId(0x03010806)).value(),
             10 * kVersions);
+}
+
+// Somebody has written into the group log what the agent has not announced.
+TEST_F(HardwareSideTurnTest, AReportThatIsRefusedIsNotMadeForEver) {
+  const Asic::SwTableId other(0x03010806);
+  startSide();
+  harness_.group()->groupLog()->addGroupLogEntry(other, Asic::LogVersion(1), nullptr);
+  harness_.run();
+  ASSERT_EQ(harness_.group()->groupLog()->tableVersion(other).value(), 1U);
+  auto& rows =
+      static_cast<Glint::GlintMap<Asic::GroupLogRow>&>(harness_.group()->groupLog()->logMap());
+  const std::uint64_t sequence = rows.control().scratchpad() + 1;
+  rows.rowIs(Asic::GroupLogRow(sequence, {other, Asic::LogVersion(10 * kVersions)}));
+  rows.control().scratchpadIs(sequence);
+  harness_.fec().swTableStatus()->pendingHwWritesIs(true);
+  EXPECT_LE(harness_.loop().runUntilIdle(), 30U);
+  EXPECT_EQ(harness_.group()->groupLog()->tableVersion(other).value(), 1U);
+  EXPECT_GT(harness_.group()->refusedReports(), 0U);
 }
 
 TEST_F(HardwareSideTurnTest, ALoopWithNothingToDoComesToRest) {

@@ -127,8 +127,64 @@ TEST_F(ResynchronisationTest, AStartIsNoRepairAndMissesNothing) {
   start();
   EXPECT_EQ(asic_->repairs(), 0U);
   EXPECT_EQ(asic_->missedGroupRows(), 0U);
-  EXPECT_EQ(asic_->resynchronise().unchanged, 3U);
+  remove(3);
+  EXPECT_EQ(asic_->resynchronise().removed, 1U);
+  const SimAsic::Resynchronisation again = asic_->resynchronise();
+  EXPECT_EQ(again.unchanged, 2U);
+  EXPECT_EQ(again.removed, 0U) << "the row that is marked deleted has nothing to take off any more";
   EXPECT_EQ(asic_->repairs(), 0U);
+}
+
+TEST_F(ResynchronisationTest, WhatHasNoRowAtAllIsTakenOffAndCounted) {
+  harness_.table(1);
+  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
+  fill(1, 9, 1);
+  for (std::uint32_t fecId = 1; fecId <= 3; ++fecId) {
+    harness_.table(1).entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
+  }
+  harness_.run();
+  asic_->step(kPlenty);
+  config(0).rowDel(FecHarness::key(9));
+  config(1).rowDel(FecHarness::key(1));
+  const SimAsic::Resynchronisation found = asic_->resynchronise();
+  EXPECT_EQ(found.removed, 2U);
+  EXPECT_EQ(found.unchanged, 10U);
+  EXPECT_EQ(hardware(0), committed(0));
+  EXPECT_EQ(hardware(1), committed(1));
+}
+
+TEST_F(ResynchronisationTest, DamageInTheGroupLogAtAStartIsCounted) {
+  write(1, 1);
+  write(2, 2);
+  const std::string path = harness_.group()->groupLog()->logMap().filePath();
+  const testing_support::TablePlaces places(path);
+  testing_support::flipBit(path, 8 * (places.liveRow(places.liveSlots().front()) + 20));
+  start();
+  EXPECT_EQ(asic_->missedGroupRows(), 1U);
+  EXPECT_EQ(hardware(), committed());
+}
+
+TEST_F(ResynchronisationTest, AStartAsksTheLogOnlyWhenRowsLeaveSomethingOpen) {
+  fill(1, 1000, 1);
+  const std::uint64_t before = Zev::WorkMeter::total();
+  EXPECT_EQ(asic_->resynchronise().added, 1000U);
+  const std::uint64_t touched = Zev::WorkMeter::total() - before;
+  EXPECT_GE(touched, 2000U) << "group rows and configuration rows";
+  EXPECT_LT(touched, 2900U) << "and no log rows";
+}
+
+// Versions are consecutive, so the log has no row further down than it has slots.
+TEST_F(ResynchronisationTest, TheLogIsAskedForNoMoreVersionsThanItCanHold) {
+  harness_.log().tableEntryLog()->entryLogConfig().control().scratchpadIs(1'000'000'000'000);
+  harness_.restart();
+  writeThatNeeds(1, 1, kThird, 0);  // nothing, that is
+  writeThatNeeds(2, 22, kOther, 1);
+  const std::uint64_t before = Zev::WorkMeter::total();
+  start();
+  EXPECT_LT(Zev::WorkMeter::total() - before,
+            harness_.log().tableEntryLog()->entryLogConfig().slotCount() + 10'000U);
+  EXPECT_EQ(applied(), 1'000'000'000'001U);
+  EXPECT_EQ(hardware(), (Content{{1, 1}}));
 }
 
 TEST_F(ResynchronisationTest, AnAppliedVersionDoesNotFallWhenTheLogsOwnWordIsLost) {
@@ -184,6 +240,47 @@ TEST_F(ResynchronisationTest, AStartBelievesWhatTheAgentHasOnRecordOfOtherTables
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(applied(), 1U);
   EXPECT_EQ(applied(kThird), 0U);
+}
+
+TEST_F(ResynchronisationTest, AStartBelievesWhatTheAgentHasOnRecordOfTheTableItself) {
+  write(1, 11);
+  write(2, 22);
+  harness_.reportAll();
+  writeThatNeeds(3, 33, kOther, 1);
+  start();
+  EXPECT_EQ(applied(), 2U);
+  EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}}));
+}
+
+TEST_F(ResynchronisationTest, ARepairBehindWhichAllIsBlockedLeavesWhatHasBeenApplied) {
+  write(1, 11);
+  write(1, 12);
+  announce(kOther, 3);
+  asic_->step(kPlenty);
+  reportedElsewhere(kOther, 3);
+  announce(kOther, 5);
+  writeThatNeeds(1, 13, kOther, 6);
+  asic_->step(kPlenty);
+  loseLogRow(2);
+  loseAnAnnouncement();
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(asic_->repairs(), 1U);
+  EXPECT_EQ(applied(), 2U);
+  EXPECT_EQ(applied(kOther), 5U) << "more than is on record";
+  EXPECT_EQ(hardware(), (Content{{1, 12}})) << "the log is not asked for what has been applied";
+}
+
+TEST_F(ResynchronisationTest, WhatIsOnRecordAsAppliedBlocksNobodyAnyMore) {
+  writeThatNeeds(1, 11, kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  reportedElsewhere(FecTableConstants::kTableId, 1);
+  write(2, 22);
+  loseAnAnnouncement();
+  loseLogRow(2);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(asic_->repairs(), 1U) << "one for both";
+  EXPECT_EQ(applied(), 2U);
+  EXPECT_EQ(hardware(), committed());
 }
 
 TEST_F(ResynchronisationTest, ARepairForgetsNothingThatWaits) {
@@ -313,21 +410,27 @@ TEST_F(ResynchronisationTest, AKeyWhoseRowIsAboveTheLimitGetsItsChangesUpToTheLi
     write(fecId, 10 * fecId);
   }
   asic_->step(kPlenty);
-  write(9, 99);                      // 5, and its log row is lost
-  write(1, 11);                      // 6
-  write(2, 21);                      // 7
-  remove(3);                         // 8
-  write(2, 22);                      // 9
-  write(5, 51);                      // 10
-  writeThatNeeds(8, 88, kOther, 1);  // 11
+  write(9, 99);  // 5, and its log row is lost
+  write(1, 11);  // 6
+  write(2, 21);  // 7
+  remove(3);     // 8
+  write(5, 51);  // 9
+  write(6, 61);  // 10
+  write(6, 62);  // 11, and its log row is lost
+  write(7, 77);  // 12
+  config().rowDel(FecHarness::key(7));
+  write(2, 22);                      // 13
+  writeThatNeeds(8, 88, kOther, 1);  // 14
   for (const std::uint32_t fecId : {1U, 2U, 3U}) {
     write(fecId, 90 + fecId);
   }
   loseLogRow(5);
+  loseLogRow(11);
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(asic_->repairs(), 1U);
-  EXPECT_EQ(applied(), 10U);
-  EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}, {4, 40}, {5, 51}, {9, 99}}));
+  EXPECT_EQ(applied(), 13U);
+  EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}, {4, 40}, {5, 51}, {6, 62}, {9, 99}}))
+      << "what a row has decided the log does not change, and what has no row goes";
   announce(kOther, 1);
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(hardware(), committed());
@@ -408,6 +511,65 @@ TEST_F(ResynchronisationTest, ARowWhoseVersionWasGivenAgainIsTakenWhenThatHasBee
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}, {3, 33}, {4, 44}}));
   EXPECT_EQ(asic_->repairs(), 1U);
+}
+
+TEST_F(ResynchronisationTest, ARowWhoseVersionWasGivenAgainWaitsForNothingBehindThatVersion) {
+  harness_.table(1);
+  write(1, 11);
+  writeThatNeeds(3, 33, kOther, 1);
+  configRow(2, 22, 3);  // left over; another unit's write of the same key has its version
+  harness_.table(1).entryWrite(FecHarness::key(2), FecHarness::entry("eth1"), nullptr);
+  harness_.run();
+  ASSERT_EQ(version(), 3U);
+  writeThatNeeds(4, 44, kThird, 1);
+  start();
+  EXPECT_EQ(hardware(), (Content{{1, 11}}));
+  announce(kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 3U);
+  EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}, {3, 33}}));
+  announce(kThird, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(hardware(), committed());
+  EXPECT_EQ(asic_->repairs(), 1U);
+}
+
+TEST_F(ResynchronisationTest, RowsThatATableDeletionMarkedAreItsOwnAndNotLeftOver) {
+  write(1, 11);
+  writeThatNeeds(2, 22, kOther, 1);
+  removeAll();
+  start();
+  announce(kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 3U);
+  EXPECT_TRUE(hardware().empty());
+  EXPECT_EQ(asic_->repairs(), 0U);
+}
+
+TEST_F(ResynchronisationTest, ARowThatWaitsIsNotLeftOverBecauseItsLogRowIsLost) {
+  write(1, 11);
+  writeThatNeeds(2, 22, kOther, 1);
+  writeThatNeeds(3, 33, kOther, 2);
+  loseLogRow(2);
+  start();
+  announce(kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(asic_->repairs(), 1U) << "when its turn came";
+  EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}}));
+}
+
+// Then no row above the limit can be told from one that is left over.
+TEST_F(ResynchronisationTest, ALostScratchpadDoesNotKeepTheHardwareBusy) {
+  write(1, 11);
+  writeThatNeeds(2, 22, kOther, 1);
+  logScratchpad(0);
+  start();
+  EXPECT_EQ(hardware(), (Content{{1, 11}}));
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(asic_->repairs(), 0U);
+  announce(kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(hardware(), committed());
 }
 
 // ---- damage in the configuration rows
@@ -504,6 +666,7 @@ TEST_F(ResynchronisationTest, EachStepOfARepairIsBounded) {
     config().rowDel(FecHarness::key(fecId));  // free slots in between
   }
   loseLogRow(1);
+  writeThatNeeds(kEntries, 2, kOther, 1);
   std::uint32_t steps = 0;
   bool more = true;
   while (more) {
@@ -513,8 +676,29 @@ TEST_F(ResynchronisationTest, EachStepOfARepairIsBounded) {
     ++steps;
   }
   EXPECT_EQ(asic_->repairs(), 1U);
-  EXPECT_GE(steps, 2 * kEntries / kBudget) << "group rows, and slots";
+  EXPECT_GE(steps, 3 * kEntries / kBudget) << "group rows, slots, and log rows";
+  EXPECT_EQ(held(kEntries)->opaqueA, 1U);
+  announce(kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(hardware(), committed());
+}
+
+// Each looks at all that the hardware holds.
+TEST_F(ResynchronisationTest, TableDeletionsThatTheLogTellsOfAreAStepEach) {
+  constexpr std::uint32_t kEntries = 100;
+  constexpr std::uint32_t kDeletions = 20;
+  for (std::uint32_t i = 0; i < kDeletions; ++i) {
+    removeAll();
+  }
+  fill(1, kEntries, 1);
+  writeThatNeeds(kEntries, 2, kOther, 1);
+  loseLogRow(1);
+  std::uint32_t steps = 0;
+  while (asic_->step(kEntries)) {
+    ++steps;
+  }
+  EXPECT_EQ(applied(), kDeletions + kEntries);
+  EXPECT_GE(steps, kDeletions);
 }
 
 TEST_F(ResynchronisationTest, ManyFreeSlotsArePassedInSteps) {
@@ -586,6 +770,7 @@ TEST_F(ResynchronisationTest, AKeyThatComesBackDuringARepairIsTakenOffFirst) {
   }
   for (int i = 0; i < 40; ++i) {
     ASSERT_TRUE(asic_->step(1));
+    EXPECT_EQ(applied(), 50U) << "though more is on record, this hardware has not come there";
   }
   writeThatNeeds(1, 2, kOther, 1);  // takes a free slot that the walk has passed
   while (asic_->resynchronising()) {
@@ -642,6 +827,33 @@ TEST_F(ResynchronisationTest, AnAnnouncementDuringARepairIsTakenBehindIt) {
   EXPECT_EQ(applied(kOther), 1U);
   EXPECT_EQ(applied(kThird), 1U);
   EXPECT_EQ(applied(), 2U);
+  EXPECT_EQ(hardware(), committed());
+}
+
+TEST_F(ResynchronisationTest, WhatIsLoggedWhileARepairTakesAnnouncementsWaitsForWhatItNeeds) {
+  fill(1, 20, 1);
+  loseGroupRow(1);
+  ASSERT_TRUE(asic_->step(1));
+  ASSERT_TRUE(asic_->resynchronising());
+  write(30, 3);
+  writeThatNeeds(31, 3, kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 21U);
+  EXPECT_EQ(asic_->operationsApplied(), 1U);
+  EXPECT_EQ(held(31), nullptr);
+}
+
+TEST_F(ResynchronisationTest, AStartInTheMiddleOfARepairBeginsAnew) {
+  fill(1, 50, 1);
+  loseLogRow(1);
+  while (held(10) == nullptr) {
+    ASSERT_TRUE(asic_->step(1));
+  }
+  ASSERT_TRUE(asic_->resynchronising());
+  write(5, 2);
+  EXPECT_EQ(asic_->resynchronise().changed, 1U);
+  EXPECT_FALSE(asic_->resynchronising());
+  EXPECT_EQ(applied(), 51U);
   EXPECT_EQ(hardware(), committed());
 }
 

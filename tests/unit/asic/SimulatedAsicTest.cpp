@@ -110,7 +110,10 @@ TEST_F(SimulatedAsicTest, OneRowOfBudgetIsEnoughToComeForward) {
   write(1);
   write(2);
   remove(1);
-  std::uint32_t steps = 0;
+  ASSERT_TRUE(asic_->step(1));
+  ASSERT_TRUE(asic_->step(1));
+  EXPECT_EQ(applied(), 1U) << "what has been taken is applied before more is taken";
+  std::uint32_t steps = 2;
   while (asic_->step(1)) {
     ASSERT_LT(++steps, 100U);
   }
@@ -149,27 +152,99 @@ TEST_F(SimulatedAsicTest, AStepAndTheReportAfterItTouchNoMoreRowsThanItsBudget) 
   EXPECT_EQ(hardware(), committed());
 }
 
-TEST_F(SimulatedAsicTest, AStepThatBeginsATableDeletionOfManyRowsDoesNotBeginAnotherOne) {
-  constexpr std::uint32_t kEntries = 100;
-  constexpr std::uint32_t kBudget = kEntries;  // less than the clean-up of one
-  harness_.table(1);
-  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
-  for (std::uint32_t fecId = 1; fecId <= kEntries; ++fecId) {
-    for (auto* table : {&harness_.table(0), &harness_.table(1)}) {
-      table->entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
-    }
+// What a removal counts: that of a write, and the clean-up of its configuration row.
+TEST_F(SimulatedAsicTest, ARemovalCountsItsCleanUpToo) {
+  constexpr std::uint32_t kRemoval = kWrite + SimAsic::SimulatedAsic::kRowsOfADeletion;
+  for (std::uint32_t fecId = 1; fecId <= 4; ++fecId) {
+    write(fecId);
   }
-  harness_.run();
   asic_->step(kPlenty);
-  harness_.table(0).entryRemoveAll(nullptr);
-  harness_.table(1).entryRemoveAll(nullptr);
-  harness_.run();
-  EXPECT_TRUE(asic_->step(kBudget));
+  for (std::uint32_t fecId = 1; fecId <= 4; ++fecId) {
+    remove(fecId);
+  }
+  EXPECT_TRUE(asic_->step(3 * kRemoval));
+  EXPECT_EQ(applied(), 7U);
+}
+
+class TableDeletionTest : public SimulatedAsicTest {
+ protected:
+  static constexpr std::uint32_t kEntries = 100;
+  // The hardware's rows; each configuration row looked at, and removed; and what a write counts.
+  static constexpr std::uint32_t kDeletion =
+      kEntries + SimAsic::SimulatedAsic::kRowsOfADeletion * kEntries + kWrite;
+
+  // Two units of as many entries, and a deletion of each that waits.
+  TableDeletionTest() {
+    harness_.table(1);
+    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
+    for (std::uint32_t fecId = 1; fecId <= kEntries; ++fecId) {
+      for (auto* table : {&harness_.table(0), &harness_.table(1)}) {
+        table->entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
+      }
+    }
+    harness_.run();
+    asic_->step(kPlenty);
+    harness_.table(0).entryRemoveAll(nullptr);
+    harness_.table(1).entryRemoveAll(nullptr);
+    harness_.run();
+  }
+};
+
+TEST_F(TableDeletionTest, AStepThatBeginsATableDeletionOfManyRowsDoesNotBeginAnotherOne) {
+  EXPECT_TRUE(asic_->step(kEntries));
   EXPECT_TRUE(hardware(0).empty());
   EXPECT_EQ(hardware(1).size(), kEntries);
-  EXPECT_TRUE(asic_->step(kBudget));
+  EXPECT_TRUE(asic_->step(kEntries));
   EXPECT_TRUE(hardware(1).empty());
-  EXPECT_FALSE(asic_->step(kBudget));
+  EXPECT_FALSE(asic_->step(kEntries));
+}
+
+TEST_F(TableDeletionTest, ATableDeletionCountsTheRowsThatItTouchesAndThoseOfItsCleanUp) {
+  EXPECT_TRUE(asic_->step(kDeletion));
+  EXPECT_EQ(hardware(1).size(), kEntries);
+}
+
+TEST_F(TableDeletionTest, OneRowMoreThanATableDeletionCountsBeginsTheNext) {
+  EXPECT_TRUE(asic_->step(kDeletion + 1));
+  EXPECT_EQ(hardware(1).size(), kEntries) << "its group row";
+  asic_->step(1);
+  EXPECT_TRUE(hardware(1).empty());
+}
+
+TEST_F(SimulatedAsicTest, AnOperationOfAnotherTableCountsItsGroupRowAndItsCleanUp) {
+  for (std::uint64_t version = 1; version <= 20; ++version) {
+    announce(kOther, version);
+  }
+  EXPECT_TRUE(asic_->step(10));
+  EXPECT_EQ(applied(kOther), 5U);
+  EXPECT_EQ(asic_->operationsApplied(), 5U);
+}
+
+TEST_F(SimulatedAsicTest, OperationsThatWaitedTogetherAreAppliedInSteps) {
+  announce(kOther, 1, {{kThird, Asic::LogVersion(1)}});
+  for (std::uint64_t version = 2; version <= 20; ++version) {
+    announce(kOther, version);
+  }
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(kOther), 0U);
+  announce(kThird, 1);
+  EXPECT_TRUE(asic_->step(10));
+  EXPECT_EQ(applied(kThird), 1U);
+  EXPECT_EQ(applied(kOther), 8U);
+}
+
+TEST_F(SimulatedAsicTest, VersionsThatWereNeverAnnouncedAreAppliedInStepsToo) {
+  for (std::uint32_t version = 1; version <= 20; ++version) {
+    configRow(version, version, version);
+    logRow(version, version, version);
+  }
+  logScratchpad(20);
+  announce(FecTableConstants::kTableId, 20);
+  constexpr std::uint32_t kUnannounced = 1 + SimAsic::SimulatedAsic::kRowsOfACleanup;
+  EXPECT_TRUE(asic_->step(1 + 5 * kUnannounced));
+  EXPECT_EQ(applied(), 5U);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 20U);
 }
 
 // ---- what other tables have to do with it
