@@ -143,12 +143,18 @@ class GlintMap : public GlintMapBase {
     PELL_ASSERT(Access::keyBits(words) == Traits::keyBits(Traits::key(row)),
                 "the row begins with its key");
     change([&](Access& rows) { rows.write(words); });
+    if (tracesStores()) [[unlikely]] {
+      traceRowWritten(Access::keyBits(words));
+    }
   }
 
   // False if the key has no row.
   bool rowDel(const Key& key) {
     bool removed = false;
     change([&](Access& rows) { removed = rows.remove(Traits::keyBits(key)); });
+    if (tracesStores() && removed) [[unlikely]] {
+      traceRowRemoved(Traits::keyBits(key));
+    }
     return removed;
   }
 

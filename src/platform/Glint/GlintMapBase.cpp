@@ -4,8 +4,22 @@
 #include "Glint/GlintMapBase.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "Zev/Trace.h"
+
+namespace {
+
+constexpr const char* kStoreClass = "GlintMap";
+
+std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
+Zev::TraceHandle& storeTraceHandle() {
+  static Zev::TraceHandle& handle = Zev::traceHandle(kStoreClass);
+  return handle;
+}
+
+}  // namespace
 
 namespace ZevGlint {
 
@@ -22,7 +36,11 @@ void MountInfo::collectionInfoIs(const CollectionInfo& info) {
 
 std::uint64_t CollectionControl::scratchpad() const { return table_->scratchpad(); }
 
-void CollectionControl::scratchpadIs(std::uint64_t value) { table_->scratchpadIs(value); }
+void CollectionControl::scratchpadIs(std::uint64_t value) {
+  table_->scratchpadIs(value);
+  ZEV_TRACE(storeTraceHandle(), 9, kStoreClass, "{}: scratchpad {}", fileName(table_->filePath()),
+            value);
+}
 
 }  // namespace ZevGlint
 
@@ -36,6 +54,18 @@ Zev::TraceHandle& mapTraceHandle() {
 }
 
 }  // namespace
+
+Zev::TraceHandle& GlintMapBase::storeTrace_ = storeTraceHandle();
+
+void GlintMapBase::traceRowWritten(std::uint64_t keyBits) const {
+  ZEV_TRACE_AS(storeTrace_, 9, kStoreClass, "rowIs", "{}: row {} written", fileName(filePath()),
+               keyBits);
+}
+
+void GlintMapBase::traceRowRemoved(std::uint64_t keyBits) const {
+  ZEV_TRACE_AS(storeTrace_, 9, kStoreClass, "rowDel", "{}: row {} removed", fileName(filePath()),
+               keyBits);
+}
 
 void GlintMapBase::doCorruptionDetected(const Pell::String& message) noexcept {
   table_->corruptionDetected();

@@ -6,6 +6,7 @@
 #include "Glint/MountInfo.h"
 #include "Glint/Table.h"
 #include "Pell/String.h"
+#include "Zev/Trace.h"
 
 namespace Glint {
 
@@ -14,6 +15,7 @@ namespace Glint {
 // Kind: object, part of an entity.
 // Ownership: shares the mapped table, which lives until the last of its maps has gone.
 // Threads: one.
+// Traces: GlintMapBase for damage, GlintMap for stores.
 class GlintMapBase {
  public:
   GlintMapBase(const GlintMapBase&) = delete;
@@ -48,7 +50,15 @@ class GlintMapBase {
 
   Table& table() const { return *table_; }
 
+  // Each store of a mutator is traced at level 9 once it has taken effect: "{file name}: row {key
+  // bits} written", "{file name}: row {key bits} removed".
+  static bool tracesStores() { return storeTrace_.enabled(Zev::kHighestTraceLevel); }
+  void traceRowWritten(std::uint64_t keyBits) const;
+  void traceRowRemoved(std::uint64_t keyBits) const;
+
  private:
+  static Zev::TraceHandle& storeTrace_;
+
   std::shared_ptr<Table> table_;
   ZevGlint::CollectionControl control_;
 };

@@ -33,8 +33,8 @@ auto guardedRow(Map& map, const Key& key) {
 
 // Visits every row that is not damaged, in slot order, and goes on behind what is; visit(row) is
 // given a copy and may insert, replace and delete rows. True: it has met every row that stayed.
-// False: damage has hidden some, so a row that was not met need not be absent. A reader that cannot
-// tell where the slots end visits none.
+// False: damage has hidden some, so a row that was not met need not be absent. A reader goes on no
+// further when it cannot tell where the slots end.
 template <typename Map, typename Visit>
 [[nodiscard]] bool walkOverDamage(Map& map, Visit&& visit) {
   auto at = map.beforeFirst();
@@ -46,8 +46,7 @@ template <typename Map, typename Visit>
         return false;
       }
     } else if (at.valid()) {
-      const auto row = at.row();
-      visit(row);
+      visit(at.row());
     } else {
       return sawAll;
     }
@@ -62,8 +61,7 @@ template <typename Map, typename Visit>
     if (!at.valid()) {
       return true;
     }
-    const auto row = at.row();
-    visit(row);
+    visit(at.row());
   }
   return false;
 }

@@ -40,8 +40,10 @@ namespace {
 
 constexpr int kScratchpadAttempts = 1000;
 
+constexpr const char* kClass = "GlintTable";
+
 Zev::TraceHandle& tableTraceHandle() {
-  static Zev::TraceHandle& handle = Zev::traceHandle("GlintTable");
+  static Zev::TraceHandle& handle = Zev::traceHandle(kClass);
   return handle;
 }
 
@@ -292,11 +294,11 @@ void Table::recover() {
     }
   }
   for (const Pell::String& finding : found.counters) {
-    ZEV_TRACE(tableTraceHandle(), 1, "Glint::Table", "{}: {}", filePath_, finding);
+    ZEV_TRACE(tableTraceHandle(), 1, kClass, "{}: {}", filePath_, finding);
     countCorruption(1);
   }
   for (const Inspection::DamagedRow& row : found.damagedRows) {
-    ZEV_TRACE(tableTraceHandle(), 1, "Glint::Table", "{}: {}", filePath_, row.finding);
+    ZEV_TRACE(tableTraceHandle(), 1, kClass, "{}: {}", filePath_, row.finding);
     countCorruption(1);
     retire(row.slot);
   }
@@ -544,7 +546,7 @@ void Table::relinkOrRetire(std::uint32_t slot, Seq seq) {
   if (relink(slot, seq)) {
     return;
   }
-  ZEV_TRACE(tableTraceHandle(), 1, "Glint::Table", "{}: slot {} is retired", filePath_, slot);
+  ZEV_TRACE(tableTraceHandle(), 1, kClass, "{}: slot {} is retired", filePath_, slot);
   storeRelease(*view_.slot(slot), Seq::retiredSlot().word());
   countCorruption(1);
 }

@@ -3,6 +3,8 @@
 #include <map>
 #include <optional>
 #include <random>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -11,6 +13,7 @@
 #include "TestTables.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TraceRecorder.h"
 
 namespace {
 
@@ -154,6 +157,42 @@ TEST_F(GlintMapTest, TheScratchpadHoldsEveryValueInTurn) {
     State reader(root());
     EXPECT_EQ(reader.mountReader<OddRow>("t")->rows().control().scratchpad(), value);
   }
+}
+
+// ---- traces
+
+TEST_F(GlintMapTest, EveryStoreIsTracedOnceAtLevel9WithItsFileAndKey) {
+  auto entity = state().mount<OddRow>("one/t", 10);
+  testing_support::TraceRecorder traces({"GlintMap"});
+  entity->rows().rowIs(oddRow(7, 1));
+  entity->rows().rowIs(oddRow(7, 2));
+  entity->rows().control().scratchpadIs(UINT64_MAX);
+  EXPECT_TRUE(entity->rows().rowDel(7));
+  EXPECT_FALSE(entity->rows().rowDel(7));  // no store, no line
+  EXPECT_EQ(traces.texts(9),
+            (std::vector<std::string>{"one~t.table: row 7 written", "one~t.table: row 7 written",
+                                      "one~t.table: scratchpad 18446744073709551615",
+                                      "one~t.table: row 7 removed"}));
+  EXPECT_EQ(traces.records().size(), 4U);
+  EXPECT_EQ(traces.textsOf("rowIs").size(), 2U);
+  EXPECT_EQ(traces.textsOf("rowDel").size(), 1U);
+  EXPECT_EQ(traces.textsOf("scratchpadIs").size(), 1U);
+  EXPECT_EQ(traces.records().front().className, "GlintMap");
+}
+
+TEST_F(GlintMapTest, AStoreIsTracedWhenEveryProcessSeesIt) {
+  auto entity = state().mount<OddRow>("t", 10);
+  State reader(root());
+  auto seen = reader.mountReader<OddRow>("t");
+  const testing_support::TraceRecorder levels({"GlintMap"}, 1U << 9U);
+  std::vector<bool> had;
+  Zev::traceSinkIs([&](const Zev::TraceRecord&) {
+    had.push_back(seen->rows().has(7) && seen->rows().control().scratchpad() == had.size());
+  });
+  entity->rows().rowIs(oddRow(7, 1));
+  entity->rows().control().scratchpadIs(1);
+  entity->rows().rowDel(7);
+  EXPECT_EQ(had, (std::vector<bool>{true, true, false}));
 }
 
 class GlintMapCapacity : public GlintMapTest,
