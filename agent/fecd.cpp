@@ -68,6 +68,10 @@ std::vector<Asic::UnitId> unitsOf(const Options& options) {
     }
     units.push_back(unit);
   }
+  constexpr std::uint32_t kMaxUnits = LoamFec::FecTableConstants::kMaxUnits;
+  if (units.size() > kMaxUnits) {
+    refuse(fmt::format("--units: {} units; give at most {}", units.size(), kMaxUnits));
+  }
   return units;
 }
 

@@ -60,10 +60,6 @@ void FecHarness::start() {
 }
 
 void FecHarness::stop() {
-  const auto groupHeld = orderedTables_ ? group() : nullptr;
-  if (groupHeld) {
-    groupHeld->groupResolver()->resolverQueueDelIf([](const Asic::ResolverEntry&) { return true; });
-  }
   fec_ = nullptr;
   Zev::Entity::singletonDelAll();
   client_ = nullptr;

@@ -289,35 +289,38 @@ void FecTableEntryLog::fetchAhead(const FecTableDataModelEntryKey& key, Asic::Un
   }
 }
 
+FecTableEntryLog::Look FecTableEntryLog::look(const FecTableDataModelEntryKey& key,
+                                              Asic::UnitId unitId) const {
+  return {key, unitId, Glint::guardedRow(config(unitId), key)};
+}
+
+FecTableDataModelLogEntry FecTableEntryLog::Look::entry() const {
+  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key_, unitId_);
+  return row_ && !row_->isDeleted() ? row_->logEntry() : FecTableDataModelLogEntry();
+}
+
+bool FecTableEntryLog::Look::entryHas() const {
+  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key_, unitId_);
+  return row_ && !row_->isDeleted();
+}
+
+FecTableDataModelResourceKeys FecTableEntryLog::Look::entryRsrcKeys() const {
+  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key_, unitId_);
+  return row_ ? row_->rsrcKeys() : FecTableDataModelResourceKeys();
+}
+
 FecTableDataModelLogEntry FecTableEntryLog::entry(const FecTableDataModelEntryKey& key,
                                                   Asic::UnitId unitId) const {
-  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key, unitId);
-  const auto row = Glint::guardedRow(config(unitId), key);
-  return row && !row->isDeleted() ? row->logEntry() : FecTableDataModelLogEntry();
+  return look(key, unitId).entry();
 }
 
 bool FecTableEntryLog::entryHas(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const {
-  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key, unitId);
-  const auto row = Glint::guardedRow(config(unitId), key);
-  return row && !row->isDeleted();
+  return look(key, unitId).entryHas();
 }
 
 FecTableDataModelResourceKeys FecTableEntryLog::entryRsrcKeys(const FecTableDataModelEntryKey& key,
                                                               Asic::UnitId unitId) const {
-  ZEV_TRACE(trace, 8, kClass, " key: {} unitId:{}", key, unitId);
-  const auto row = Glint::guardedRow(config(unitId), key);
-  return row ? row->rsrcKeys() : FecTableDataModelResourceKeys();
-}
-
-std::optional<FecTableDataModelResourceKeys> FecTableEntryLog::committedRsrcKeys(
-    const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const {
-  ZEV_TRACE_AS(trace, 8, kClass, "entryHas", " key: {} unitId:{}", key, unitId);
-  const auto row = Glint::guardedRow(config(unitId), key);
-  if (!row || row->isDeleted()) {
-    return std::nullopt;
-  }
-  ZEV_TRACE_AS(trace, 8, kClass, "entryRsrcKeys", " key: {} unitId:{}", key, unitId);
-  return row->rsrcKeys();
+  return look(key, unitId).entryRsrcKeys();
 }
 
 std::uint32_t FecTableEntryLog::entrysInDeletion(Asic::UnitId unitId) const {
@@ -336,5 +339,15 @@ std::uint32_t FecTableEntryLog::entrys(Asic::UnitId unitId) const {
 }
 
 std::uint32_t FecTableEntryLog::entryLogConfigRows() const { return log().rowCount(); }
+
+void FecTableEntryLog::throwWithoutRoom(Asic::UnitId unitId) const {
+  if (log().rowCount() < log().slotCount()) {
+    return;
+  }
+  throw FecTableLogRoomException(
+      fmt::format("{}: unit {} has entries to log again, but all {} rows are taken by changes that "
+                  "the hardware has not applied; let it apply them, or begin with empty tables",
+                  log().filePath(), unitId, log().slotCount()));
+}
 
 }  // namespace LoamFec

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 #include "Asic/EntryLogBase.h"
@@ -9,6 +10,12 @@
 #include "records/FecTableConstants.h"
 
 namespace LoamFec {
+
+// The log cannot take what a restart has to log again: the hardware has not applied what it holds.
+class FecTableLogRoomException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 // The FEC table's log of committed changes, and the configuration table of each unit, in shared
 // memory.
@@ -23,6 +30,27 @@ namespace LoamFec {
 class FecTableEntryLog : public Asic::EntryLogBase {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableEntryLog";
+
+  // What is committed for one key, as one look has found it. Each question answers as the log's
+  // query of that name does, and is traced like it.
+  //
+  // Kind: value type; later changes of the row do not show.
+  class Look {
+   public:
+    FecTableDataModelLogEntry entry() const;
+    bool entryHas() const;
+    FecTableDataModelResourceKeys entryRsrcKeys() const;
+
+   private:
+    friend class FecTableEntryLog;
+    Look(const FecTableDataModelEntryKey& key, Asic::UnitId unitId,
+         std::optional<FecTableDataModelConfigGlintEntry> row)
+        : key_(key), unitId_(unitId), row_(row) {}
+
+    FecTableDataModelEntryKey key_;
+    Asic::UnitId unitId_;
+    std::optional<FecTableDataModelConfigGlintEntry> row_;  // nothing: absent or damaged
+  };
 
   // Mounts the entry log; tableVersion() goes on where the last process stopped. Throws
   // ZevGlint::MountException.
@@ -87,10 +115,8 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   // Of a deleted row too; the default keys when the key has no row.
   FecTableDataModelResourceKeys entryRsrcKeys(const FecTableDataModelEntryKey& key,
                                               Asic::UnitId unitId) const;
-  // entryHas() and entryRsrcKeys() in one look at the row, traced as both; nothing when the key has
-  // no row or a deleted one.
-  std::optional<FecTableDataModelResourceKeys> committedRsrcKeys(
-      const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
+  // One look at the key's row, for several of the questions above.
+  Look look(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
   // Rows marked deleted. Linear in the unit's rows.
   std::uint32_t entrysInDeletion(Asic::UnitId unitId) const;
   // Rows that are not marked deleted. Linear in the unit's rows.
@@ -98,6 +124,9 @@ class FecTableEntryLog : public Asic::EntryLogBase {
 
   // Rows of the log. Constant time.
   std::uint32_t entryLogConfigRows() const;
+  // Throws FecTableLogRoomException, which says what to do, when the log has no room for one more
+  // change of the unit.
+  void throwWithoutRoom(Asic::UnitId unitId) const;
 
  private:
   static constexpr std::uint32_t kTableConfigGlintSalt = 0x525a0dd4;

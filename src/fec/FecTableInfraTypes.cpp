@@ -14,8 +14,12 @@ namespace LoamFec {
 namespace {
 
 constexpr const char* kWrapperClass = "FecTableEntryWrapper";
+constexpr const char* kResolverEntryClass = "FecTableResolverEntry";
+constexpr const char* kHelperClass = "FecTableSwTableHelperBase";
 
 Zev::TraceHandle& wrapperTrace = Zev::traceHandle(kWrapperClass);
+Zev::TraceHandle& resolverEntryTrace = Zev::traceHandle(kResolverEntryClass);
+Zev::TraceHandle& helperTrace = Zev::traceHandle(kHelperClass);
 
 }  // namespace
 
@@ -98,10 +102,12 @@ const Zev::TypeRecord& FecTableResolverEntry::fwkType() const {
 }
 
 bool FecTableResolverEntry::isResolved() {
+  ZEV_TRACE(resolverEntryTrace, 8, kResolverEntryClass, "key: {}", swTableEntry_->key());
   return swTable_->isResolverEntryResolved(Pell::Ptr<FecTableResolverEntry>(this));
 }
 
 void FecTableResolverEntry::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) {
+  ZEV_TRACE(resolverEntryTrace, 8, kResolverEntryClass, "key: {}", swTableEntry_->key());
   swTable_->commitEntry(resolverEntry);
 }
 
@@ -130,23 +136,30 @@ const Zev::TypeRecord& FecTableSwTableHelperBase::fwkType() const {
   return record;
 }
 
-void FecTableSwTableHelperBase::finalizeOnSuccess(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
-                                                  bool /*isDelete*/) {}
+void FecTableSwTableHelperBase::finalizeOnSuccess(Pell::Ptr<FecTableEntryWrapper> const& entry,
+                                                  bool isDelete) {
+  ZEV_TRACE(helperTrace, 8, kHelperClass, "key: {}, isDelete: {}", entry->key(), isDelete);
+}
 
-bool FecTableSwTableHelperBase::finalizeOnFailure(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
-                                                  bool /*isDelete*/,
+bool FecTableSwTableHelperBase::finalizeOnFailure(Pell::Ptr<FecTableEntryWrapper> const& entry,
+                                                  bool isDelete,
                                                   Pell::Ptr<FecTableSwTable> const& /*swTable*/) {
+  ZEV_TRACE(helperTrace, 8, kHelperClass, "key: {}, isDelete: {}", entry->key(), isDelete);
   return false;
 }
 
 bool FecTableSwTableHelperBase::finalizeOnResourceUpdate(
-    Pell::Ptr<FecTableEntryWrapper> const& /*entry*/, Pell::Ptr<FecTableSwTable> const& /*swTable*/,
-    bool /*someResourceHasFailed*/) {
+    Pell::Ptr<FecTableEntryWrapper> const& entry, Pell::Ptr<FecTableSwTable> const& /*swTable*/,
+    bool someResourceHasFailed) {
+  ZEV_TRACE(helperTrace, 8, kHelperClass, "key: {}, someResourceHasFailed: {}", entry->key(),
+            someResourceHasFailed);
   return true;
 }
 
-void FecTableSwTableHelperBase::handleHwError(Pell::Ptr<FecTableEntryWrapper> const& /*entry*/,
-                                              unsigned int /*errorCode*/) {}
+void FecTableSwTableHelperBase::handleHwError(Pell::Ptr<FecTableEntryWrapper> const& entry,
+                                              unsigned int errorCode) {
+  ZEV_TRACE(helperTrace, 8, kHelperClass, "key: {}, errorCode: {}", entry->key(), errorCode);
+}
 
 Pell::Ptr<FecTableSwTableHelperBase> fecTableSwTableHelperBaseFactory() {
   return FecTableSwTableHelperBase::FecTableSwTableHelperBaseIs();

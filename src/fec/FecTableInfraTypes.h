@@ -75,8 +75,8 @@ Pell::Ptr<FecTableEntryWrapper> fecTableEntryWrapperFactory(
 // What stands in the group resolver's queue for one request: its wrapper, its table and its
 // dependency.
 //
-// Ownership: held by the queue; holds wrapper and dependency. The table is not held: whoever ends a
-// table first takes its entries out of the queue.
+// Ownership: held by the queue; holds wrapper and dependency. The table is not held: one that ends
+// takes its entries out of the queue.
 class FecTableResolverEntry : public Asic::ResolverEntry {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableResolverEntry";
@@ -112,7 +112,8 @@ Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
 //
 // Ownership: each software table holds exactly one helper.
 // Threads: the event loop's. The first two are called inside a commit, before the entry is logged:
-// they may make requests, which wait for a later turn.
+// they may make requests, which wait for a later turn. A hook that throws there refuses the write:
+// it is answered as failed, and the exception then passes on to the event loop.
 class FecTableSwTableHelperBase : public Zev::PtrInterface {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTableHelperBase";

@@ -139,6 +139,12 @@ Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
     }
     return existing;
   }
+  if (swTable_.size() >= FecTableConstants::kMaxUnits) {
+    throw FecTableUnitsException(
+        fmt::format("unit {}: there are {} units already, and the logs have no room for more; use "
+                    "at most {} units",
+                    unitId, swTable_.size(), FecTableConstants::kMaxUnits));
+  }
   entryLog_->mountGlintConfig(unitId);
   const auto name = Zev::makeObject<Asic::CanonicalTableName>(
       Asic::OrderedTableType::orderedSwTable, groupName_, tableName_);
@@ -158,6 +164,17 @@ Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
   swTableIs(unitId, table);
   group->swTableSet(tableId)->swTableIs(table);
   return table;
+}
+
+void FecTableInterface::unitDel(Asic::UnitId unitId) {
+  const Pell::Ptr<FecTableSwTable> ending = swTable(unitId);
+  if (!ending) {
+    return;
+  }
+  ZEV_TRACE(trace, 2, kClass, "unitId: {}", unitId);
+  groupIntf()->swTableSet(FecTableConstants::kTableId)->swTableDel(unitId);
+  swTableDel(unitId);
+  ending->waitingRequestsDel();
 }
 
 Pell::Ptr<Asic::GroupInterface> FecTableInterface::groupIntf() const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stdexcept>
+
 #include "Asic/OrderedSwTableStatus.h"
 #include "Asic/TableInterfaceBase.h"
 #include "Pell/HashMap.h"
@@ -7,6 +9,12 @@
 #include "fec/FecTableSwTable.h"
 
 namespace LoamFec {
+
+// A unit more than the logs have room for.
+class FecTableUnitsException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 // The FEC table of this process: where an agent begins.
 //
@@ -42,7 +50,9 @@ class FecTableInterface : public Asic::TableInterfaceBase {
   // The unit's table. The first call makes it, and restores it from shared memory or, with reset,
   // logs a deletion of what is there; a later call returns the same table, cleared with reset. A
   // helper that is not null replaces the table's. The resource table must be filed with the
-  // ordered-table interface before. Throws ZevGlint::MountException.
+  // ordered-table interface before. Throws ZevGlint::MountException, FecTableUnitsException for a
+  // unit beyond FecTableConstants::kMaxUnits, and FecTableLogRoomException when a restored table
+  // has more to log again than the log has room for; the unit has no table then.
   Pell::Ptr<FecTableSwTable> makeSwTable(Asic::UnitId unitId,
                                          Pell::Ptr<FecTableSwTableHelperBase> const& swTableHelper,
                                          bool reset);
@@ -63,10 +73,16 @@ class FecTableInterface : public Asic::TableInterfaceBase {
   void swTableIs(Asic::UnitId unitId, Pell::Ptr<FecTableSwTable> const& table);
   // Null when the unit has none.
   Pell::Ptr<FecTableSwTable> swTable(Asic::UnitId unitId) const;
-  // Drop the interface's references. The group's set of tables holds a reference too, and the
-  // tables' entries must have left the group's resolver before the last one goes.
+  // Drop the interface's references. The group's set of tables holds a reference too.
   void swTableDel(Asic::UnitId unitId) { swTable_.erase(unitId); }
   void swTableDelAll() { swTable_.clear(); }
+
+  // Ends the unit, which may be made again: its table leaves this interface and the group's set,
+  // and its requests leave the resolver's queue. Those that wait there or for the hardware are
+  // never answered, and what depends on them waits on. What is committed stays, and goes to the
+  // hardware. Who still holds the table may read it, and makes no more requests. Without a table
+  // this does nothing.
+  void unitDel(Asic::UnitId unitId);
 
  private:
   static constexpr std::uint32_t kSwTableSalt = 0x0c35f9e1;

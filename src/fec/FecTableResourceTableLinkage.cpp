@@ -14,6 +14,14 @@
 
 namespace LoamFec {
 
+namespace {
+
+constexpr const char* kUsageClass = "LocalUsageUpdateSm";
+
+Zev::TraceHandle& usageTrace = Zev::traceHandle(kUsageClass);
+
+}  // namespace
+
 using LocalUsageUpdateSm = FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm;
 using Accessor = Asic::SwTableResourceAccessor<FecTableIntfIdToDestIdLinkage>;
 
@@ -88,6 +96,7 @@ void LocalUsageUpdateSm::entryUsageDelAll() {
 void LocalUsageUpdateSm::resPtrDispatch(Pell::Publisher* /*publisher*/,
                                         Pell::Subscriber* /*subscriber*/, short attributeId,
                                         const void* /*element*/, const void* /*oldValue*/) {
+  ZEV_TRACE(usageTrace, 8, kUsageClass, "resKey: {}, attributeId: {}", key(), attributeId);
   if (attributeId == ResourceHandle::kChangeAttribute && !isBeingDestroyed()) {
     handleResourceChange();
   }
@@ -137,7 +146,8 @@ void FecTableIntfIdToDestIdLinkage::setResourceHandle(
 
 FecTableIntfIdToDestIdLinkage::EntryState FecTableIntfIdToDestIdLinkage::entryResolutionState(
     const Pell::Ptr<FecTableEntryWrapper const>& entry) const {
-  return Accessor::entryResolutionState(entry);
+  const Pell::Ptr<FecTableEntryWrapper const> held = entry;
+  return Accessor::entryResolutionState(held);
 }
 
 Pell::Ptr<Asic::NeededEntry> FecTableIntfIdToDestIdLinkage::getNeededEntrySet(
@@ -213,6 +223,9 @@ namespace Asic {
 namespace {
 
 constexpr const char* kClass = "FecTableIntfIdToDestIdLinkage";
+
+// A change looks each user's row up: those of the next few are fetched meanwhile.
+constexpr std::uint32_t kFetchedAhead = 4;
 
 Zev::TraceHandle& defaultTrace() {
   static Zev::TraceHandle& handle = Zev::traceHandle(kClass);
@@ -338,8 +351,9 @@ void SwTableResourceAccessor<Linkage>::updateLocalUsage(const Pell::Ptr<Wrapper>
     return;
   }
   const ResourceKey wanted = resourceKeyFromEntry(entry);
-  if (const auto held = log.committedRsrcKeys(key, unit)) {
-    const ResourceKey old(held->intfId);
+  const auto committed = log.look(key, unit);
+  if (committed.entryHas()) {
+    const ResourceKey old(committed.entryRsrcKeys().intfId);
     if (old == wanted) {
       return;
     }
@@ -373,14 +387,17 @@ void SwTableResourceAccessor<Linkage>::handleResourceChange(const Pell::Ptr<Reco
   const Pell::Ptr<Record> held = record;
   const Pell::Ptr<LoamFec::FecTableSwTable> swTable(linkage_.swTable());
   Pell::Ptr<DependencyEntryHandle const> dependency;
-  held->entryUsage().forEach([&](const Key& user, bool) {
-    const Key key = user;
-    ZEV_TRACE_AS(defaultTrace(), 3, kClass, "handleResourceChange",
-                 "Updating sw table entry for key: ", key);
+  const auto& users = held->entryUsage();
+  for (auto at = users.begin(); users.within(at); at = users.next(at)) {
+    if (const auto* soon = users.elementAt(at + kFetchedAhead)) {
+      swTable->entryLog()->fetchAhead(soon->key, swTable->unitId());
+    }
+    const Key key = users.elementAt(at)->key;
+    ZEV_TRACE(defaultTrace(), 3, kClass, "Updating sw table entry for key: ", key);
     if (const auto handle = swTable->updateEntry(key)) {
       dependency = handle;
     }
-  });
+  }
   linkage_.resTblClient()->ackUpdate(held->resourceHandle(), held->resourceHandle()->updateNumber(),
                                      dependency);
 }

@@ -14,6 +14,7 @@
 #include "Glint/Guarded.h"
 #include "Pell/Assert.h"
 #include "Zev/Exceptions.h"
+#include "Zev/FirstException.h"
 #include "Zev/Trace.h"
 
 namespace {
@@ -22,6 +23,12 @@ constexpr const char* kClass = "FecTableSwTable";
 
 // The software table's own handle, and the accessors' default one.
 Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+constexpr const char* kIteratorClass = "FecTableSwTableIteratorState";
+Zev::TraceHandle& iteratorTrace = Zev::traceHandle(kIteratorClass);
+
+constexpr const char* kSnapshotClass = "SwTableEntries_py";
+Zev::TraceHandle& snapshotTrace = Zev::traceHandle(kSnapshotClass);
 
 }  // namespace
 
@@ -49,7 +56,7 @@ class OrderedSwTableAccessor {
                                             const ResponseHandler& handler,
                                             const Linkage& linkage) {
     ZEV_TRACE(trace, 8, kClass, "key: {}", key);
-    const Pell::Ptr<Handle> handle = newHandle(nextVersion(key), key, handler);
+    const Pell::Ptr<Handle> handle = newHandle(nextVersion(key, __func__), key, handler);
     Entry written = entry;
     written.key = key;
     const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(written, handle);
@@ -66,7 +73,7 @@ class OrderedSwTableAccessor {
   Pell::Ptr<Handle const> entryRemoveGeneric(Key key, const Dependency& dependency,
                                              const ResponseHandler& handler) {
     ZEV_TRACE(trace, 8, kClass, " Key: {} ", key);
-    const Pell::Ptr<Handle> handle = newHandle(nextVersion(key), key, handler);
+    const Pell::Ptr<Handle> handle = newHandle(nextVersion(key, __func__), key, handler);
     Entry removed;
     removed.key = key;
     const Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(removed, handle);
@@ -89,7 +96,7 @@ class OrderedSwTableAccessor {
         newResolverEntry<TableResolverEntry>(dependency, EntryFlags::tableDelete(), wrapper);
     table_.transientAddEntryDelAll();
     table_.transientRemoveEntryDelAll();
-    raiseRemoveAllVersion();
+    raiseRemoveAllVersion(__func__);
     enqueue(resolverEntry);
     ZEV_TRACE(trace, 2, kClass, "Done processing remove all ");
     maybeUpdateSuspend<Constants>();
@@ -159,23 +166,27 @@ class OrderedSwTableAccessor {
     const EntryVersion entryConfVersion = entryHandle->version();
     PELL_ASSERT(isTableDelete || entryConfVersion.valid(), "entryConfVersion.valid()");
 
-    const bool dependencyFailed = dependency && hasFailed(dependency->entryState());
-    bool committed = !dependencyFailed;
-    if (dependencyFailed) {
-      traceFailedDependency(wrapper, isTableDelete);
-    } else if (isTableDelete) {
-      commitTableDelete(wrapper, dependency, linkages...);
-    } else if (isEntryDelete) {
-      commitEntryDelete(wrapper, entryHandle, dependency, linkages...);
-    } else {
-      committed = commitEntryWrite(wrapper, entryHandle, dependency, linkages...);
-    }
-    if (committed) {
-      table_.status()->pendingHwWritesIs(true);
-    } else {
-      fail(wrapper, entryHandle, isTableDelete);
-    }
+    Zev::FirstException first;
+    first.from([&] {
+      const bool dependencyFailed = dependency && hasFailed(dependency->entryState());
+      bool committed = !dependencyFailed;
+      if (dependencyFailed) {
+        traceFailedDependency(wrapper, isTableDelete);
+      } else if (isTableDelete) {
+        commitTableDelete(wrapper, dependency, linkages...);
+      } else if (isEntryDelete) {
+        commitEntryDelete(wrapper, entryHandle, dependency, linkages...);
+      } else {
+        committed = commitEntryWrite(wrapper, entryHandle, dependency, first, linkages...);
+      }
+      if (committed) {
+        table_.status()->pendingHwWritesIs(true);
+      } else {
+        fail(wrapper, entryHandle, isTableDelete);
+      }
+    });
     maybeUpdateSuspend<Constants>();
+    first.rethrow();
   }
 
   // Reads.
@@ -195,9 +206,7 @@ class OrderedSwTableAccessor {
 
   Entry entryFromConfig(const Key& key) const {
     ZEV_TRACE(trace, 8, kClass, "key: {}", key);
-    const auto& log = table_.entryLog();
-    return Entry::fromLog(log->entry(key, table_.unitId()),
-                          log->entryRsrcKeys(key, table_.unitId()));
+    return entryFromLook(table_.entryLog()->look(key, table_.unitId()));
   }
 
   // Shared memory.
@@ -205,12 +214,7 @@ class OrderedSwTableAccessor {
   template <typename Wrapper>
   Pell::Ptr<Wrapper> entryWrapperFromConfig(const Key& key, bool refreshRsrcPtrs) {
     ZEV_TRACE(trace, 8, kClass, "key: {}, refreshRsrcPtrs: {}", key, refreshRsrcPtrs);
-    const Entry entry = table_.entryFromConfig(key);
-    const Pell::Ptr<Handle> handle = Table::entryHandleFactory(EntryVersion(), key, &table_);
-    Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(entry, handle);
-    table_.setRsrcPtrs(wrapper, refreshRsrcPtrs);
-    wrapper->retrieveClientData();
-    return wrapper;
+    return wrapperOf<Wrapper>(key, table_.entryFromConfig(key), refreshRsrcPtrs);
   }
 
   template <typename Wrapper, typename Linkage>
@@ -248,11 +252,12 @@ class OrderedSwTableAccessor {
   template <typename Wrapper, typename Linkage>
   Pell::Ptr<OrderedSwTable::EntryHandle const> updateEntry(const Key& key, const Linkage& linkage) {
     const auto& log = table_.entryLog();
-    if (!log->entryHas(key, table_.unitId())) {
+    const auto committed = log->look(key, table_.unitId());
+    if (!committed.entryHas()) {
       ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist ", key);
       return nullptr;
     }
-    const Pell::Ptr<Wrapper> wrapper = entryWrapperFromConfig<Wrapper>(key, false);
+    const Pell::Ptr<Wrapper> wrapper = entryWrapperFromLook<Wrapper>(key, committed);
     wrapper->setResolvedFields();
     const bool commitToLog = linkage->entryResolutionState(wrapper) != EntryState::notResolved;
     if (!commitToLog) {
@@ -260,8 +265,9 @@ class OrderedSwTableAccessor {
     }
     const Pell::Ptr<OrderedSwTable::EntryHandle>& handle = wrapper->entryHandle();
     const auto logEntry = wrapper->entry().logEntry();
-    const bool changed = !logEntry.isEq(logEntry, log->entry(key, table_.unitId()));
+    const bool changed = !logEntry.isEq(logEntry, committed.entry());
     if (changed && commitToLog) {
+      log->throwWithoutRoom(table_.unitId());
       const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
       const LogVersion version =
           log->entryIs(logEntry, wrapper->entry().resourceKeys(), needed, table_.unitId());
@@ -285,26 +291,53 @@ class OrderedSwTableAccessor {
            state == EntryState::resourceFailed;
   }
 
-  // Version of a new write or remove: one above the newest that is pending for the key.
-  EntryVersion nextVersion(const Key& key) {
+  // The entry is asked for before the resource keys.
+  template <typename Look>
+  static Entry entryFromLook(const Look& committed) {
+    const auto logEntry = committed.entry();
+    return Entry::fromLog(logEntry, committed.entryRsrcKeys());
+  }
+
+  // entryWrapperFromConfig() without a refresh, of a row that has been looked at; traced like it.
+  template <typename Wrapper, typename Look>
+  Pell::Ptr<Wrapper> entryWrapperFromLook(const Key& key, const Look& committed) {
+    ZEV_TRACE_AS(trace, 8, kClass, "entryWrapperFromConfig", "key: {}, refreshRsrcPtrs: {}", key,
+                 false);
+    ZEV_TRACE_AS(trace, 8, kClass, "entryFromConfig", "key: {}", key);
+    return wrapperOf<Wrapper>(key, entryFromLook(committed), false);
+  }
+
+  template <typename Wrapper>
+  Pell::Ptr<Wrapper> wrapperOf(const Key& key, const Entry& entry, bool refreshRsrcPtrs) {
+    const Pell::Ptr<Handle> handle = Table::entryHandleFactory(EntryVersion(), key, &table_);
+    Pell::Ptr<Wrapper> wrapper = Wrapper::FecTableEntryWrapperIs(entry, handle);
+    table_.setRsrcPtrs(wrapper, refreshRsrcPtrs);
+    wrapper->retrieveClientData();
+    return wrapper;
+  }
+
+  // Version of a new write or remove: one above the newest that is pending for the key. Traced as a
+  // step of the request, as the next one is.
+  EntryVersion nextVersion(const Key& key, const char* request) {
     EntryVersion version;
     if (const EntryVersion* currEntryVersion = table_.transientVersionForKey().find(key)) {
       PELL_ASSERT(currEntryVersion->valid(), "currEntryVersion.valid()");
       version = EntryVersion(currEntryVersion->major() + 1, currEntryVersion->minor());
     } else {
-      ZEV_TRACE(trace, 8, kClass, " Key: {} not found in entry version collection", key);
+      ZEV_TRACE_AS(trace, 8, kClass, request, " Key: {} not found in entry version collection",
+                   key);
     }
     table_.transientVersionForKeyIs(key, version);
     return version;
   }
 
-  void raiseRemoveAllVersion() {
+  void raiseRemoveAllVersion(const char* request) {
     const MajorVersion current = table_.transientRemoveAllVersion();
     if (current.valid()) {
-      ZEV_TRACE(trace, 8, kClass, "Found valid table remove all version: {}", current);
+      ZEV_TRACE_AS(trace, 8, kClass, request, "Found valid table remove all version: {}", current);
       table_.transientRemoveAllVersionIs(current + 1);
     } else {
-      ZEV_TRACE(trace, 8, kClass, "No remove all operation currently enqueued");
+      ZEV_TRACE_AS(trace, 8, kClass, request, "No remove all operation currently enqueued");
       table_.transientRemoveAllVersionIs(MajorVersion(0));
     }
   }
@@ -341,11 +374,14 @@ class OrderedSwTableAccessor {
     return true;
   }
 
-  // False: a linkage refused the write.
+  // False: a linkage refused the write, or a hook threw, which refuses it too.
   template <typename Wrapper, typename... Linkages>
   bool commitEntryWrite(const Pell::Ptr<Wrapper>& wrapper, const Pell::Ptr<Handle>& entryHandle,
-                        const Dependency& dependency, const Linkages&... linkages) {
-    if (!(linkages->checkCommitToLog(wrapper, false) && ...)) {
+                        const Dependency& dependency, Zev::FirstException& first,
+                        const Linkages&... linkages) {
+    bool mayBeLogged = false;
+    first.from([&] { mayBeLogged = (linkages->checkCommitToLog(wrapper, false) && ...); });
+    if (!mayBeLogged) {
       return false;
     }
     const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
@@ -414,7 +450,7 @@ class OrderedSwTableAccessor {
     if (held == nullptr) {
       return false;
     }
-    const auto* handle = static_cast<const Handle*>((*held)->entryHandle().get());
+    const auto* handle = dynamic_cast<const Handle*>((*held)->entryHandle().get());
     return handle != nullptr && EntryVersion::isEq(handle->version(), version);
   }
 
@@ -602,12 +638,16 @@ FecTableSwTable::FecTableSwTable(Pell::Ptr<Asic::CanonicalTableName const> const
 }
 
 // What holds the table's pending work goes in the reverse order of the members' declaration, the
-// linkage first and the helper last.
+// linkage first and the helper last. What waits in the resolver's queue points at the table, and
+// goes with it.
 FecTableSwTable::~FecTableSwTable() {
   hasNotificationActiveIs(false);
   intfIdToDestIdLinkage_ = nullptr;
   entryHandleInLog_.doClear(false);
-  groupResolver_ = nullptr;
+  if (groupResolver_) {
+    waitingRequestsDel();
+    groupResolver_ = nullptr;
+  }
   entryLog_ = nullptr;
   transientVersionForKey_.clear();
   transientRemoveEntry_.clear();
@@ -664,6 +704,9 @@ void FecTableSwTable::handleInitialized() {
 }
 
 void FecTableSwTable::swTableHelperIs(Pell::Ptr<FecTableSwTableHelperBase> const& helper) {
+  if (!helper) {
+    Zev::throwMutatorArgNullPointerException(kClass, "swTableHelper");
+  }
   if (swTableHelper_ != helper) {
     swTableHelper_ = helper;
     publisher_.attributeChange(kSwTableHelperAttribute);
@@ -786,6 +829,9 @@ void FecTableSwTable::transientRemoveAllVersionIs(Asic::MajorVersion version) {
 // In-log queue.
 
 void FecTableSwTable::entryHandleInLogEnq(const Pell::Ptr<EntryHandle>& handle) {
+  if (!handle) {
+    Zev::throwMutatorArgNullPointerException(kClass, "entryHandleInLog");
+  }
   const std::uint32_t sequence = entryHandleInLog_.enq(handle);
   publisher_.attributeElementChange(kEntryHandleInLogAttribute, &sequence);
 }
@@ -882,25 +928,57 @@ void FecTableSwTable::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolver
       resolverEntry, linkage);
 }
 
-// A handler may report again, and so release handles behind the one it is called for: the front of
-// the queue is read afresh for each.
+// Observers and handlers may report again inside this call. The inner report first answers the
+// handle that the outer one has taken off the queue and not answered yet, and then goes on with
+// those behind it: so answers keep the queue's order. The front of the queue is read afresh for
+// each.
 void FecTableSwTable::tableStatusVersion(Asic::LogVersion version) {
   const Pell::Ptr<FecTableSwTable> self(this);
   ZEV_TRACE(trace, 8, kClass, "tableVersion: {}", version);
   entryLog_->cleanupEntryLog(version);
   groupResolver_->updateGenId();
+  Zev::FirstException first;
   for (;;) {
+    // What throws while a handle's state is set leaves its answer for the second time round.
+    first.from([this] { finishRelease(); });
+    if (releasing_.handle) {
+      continue;
+    }
     const Pell::Ptr<EntryHandle> handle = entryHandleInLogFront();
     if (!handle || version < handle->logVersion()) {
       break;
     }
-    entryHandleInLogDeq();
-    ZEV_TRACE(trace, 3, kClass, "Processing version: {}, key: {}", version, handle->key());
-    handle->entryStateIs(EntryState::done);
-    Accessor::respond(handle);
+    releasing_ = {handle, version, false};
+    first.from([this] { entryHandleInLogDeq(); });
   }
   if (entryLog_->tableVersion() == version) {
-    status()->pendingHwWritesIs(false);
+    first.from([this] { status()->pendingHwWritesIs(false); });
+  }
+  first.rethrow();
+}
+
+void FecTableSwTable::finishRelease() {
+  const Pell::Ptr<EntryHandle> handle = releasing_.handle;
+  if (handle && !std::exchange(releasing_.isDone, true)) {
+    ZEV_TRACE_AS(trace, 3, kClass, "tableStatusVersion", "Processing version: {}, key: {}",
+                 releasing_.version, handle->key());
+    handle->entryStateIs(EntryState::done);
+  }
+  if (const Pell::Ptr<EntryHandle> unanswered = std::exchange(releasing_.handle, nullptr)) {
+    Accessor::respond(unanswered);
+  }
+}
+
+// The suspend flag is shared by all units: what goes may be what it was raised for, and no request
+// of this table's comes any more to take it down.
+void FecTableSwTable::waitingRequestsDel() {
+  const std::uint32_t waiting = groupResolver_->resolverQueueLength();
+  groupResolver_->resolverQueueDelIf([this](const Asic::ResolverEntry& entry) {
+    const auto* typed = dynamic_cast<const FecTableResolverEntry*>(&entry);
+    return typed != nullptr && typed->swTable() == this;
+  });
+  if (groupResolver_->resolverQueueLength() != waiting) {
+    Accessor(*this).maybeUpdateSuspend<FecTableConstants>();
   }
 }
 
@@ -996,20 +1074,23 @@ Pell::Ptr<SwTableEntries_py> FecTableSwTable::getTableEntries_py() const {
   }
 }
 
-// From shared memory.
+// From shared memory. Observers may drop the last other reference to the table here too.
 
 void FecTableSwTable::restoreEntries() {
+  const Pell::Ptr<FecTableSwTable> self(this);
   const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
   Accessor(*this).restoreEntries<FecTableEntryWrapper>(linkage);
 }
 
 void FecTableSwTable::clearTable(bool releaseResources) {
+  const Pell::Ptr<FecTableSwTable> self(this);
   ZEV_TRACE(trace, 8, kClass, "");
   const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
   Accessor(*this).delAllEntries<FecTableEntryWrapper>(releaseResources, nullptr, linkage);
 }
 
 Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> FecTableSwTable::updateEntry(Key const& key) {
+  const Pell::Ptr<FecTableSwTable> self(this);
   const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = intfIdToDestIdLinkage_;
   return Accessor(*this).updateEntry<FecTableEntryWrapper>(key, linkage);
 }
@@ -1039,6 +1120,7 @@ const Zev::TypeRecord& FecTableSwTableIteratorState::fwkType() const {
 }
 
 FecTableDataModelEntry FecTableSwTableIteratorState::maybeUpdateCurrentEntry() {
+  ZEV_TRACE(iteratorTrace, 9, kIteratorClass, "");
   return Asic::IterStateAccessor<FecTableSwTableIteratorState>(*this).maybeUpdateCurrentEntry();
 }
 
@@ -1050,6 +1132,7 @@ const Zev::TypeRecord& SwTableEntries_py::fwkType() const {
 }
 
 void SwTableEntries_py::tableEntriesIs(const FecTableDataModelEntry& entry) {
+  ZEV_TRACE(snapshotTrace, 9, kSnapshotClass, "key: {}", entry.key);
   tableEntries_.insertOrAssign(entry.key, entry);
 }
 

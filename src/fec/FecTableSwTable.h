@@ -28,9 +28,15 @@ class SwTableEntries_py;
 // answer as the table will be once every accepted request has been committed.
 //
 // Ownership: held by the table interface and by the group's set of tables. Holds its helper, its
-// linkage, and everything that is pending. Its entries in the resolver's queue do not hold it.
-// Threads: the event loop's. Handlers, hooks and observers may call any operation, and may drop
-// the last reference to the table.
+// linkage, and everything that is pending. Its entries in the resolver's queue do not hold it: a
+// table that ends takes them out, also in the middle of the resolver's walk. They are never
+// answered then, and what depends on them waits on.
+// Threads: the event loop's.
+// Handlers, hooks and observers may call any operation, and may drop the last reference to the
+// table. Response handlers and hooks may throw: what they interrupt is finished first (the report
+// answers every handle that is due; the commit answers its request, which a hook that throws makes
+// fail, and looks at the suspend flag), and then the first exception passes on to the event loop.
+// Observers only mark work and do not throw.
 // Invariants: a mutator publishes its attribute only when the value has changed, after it has.
 class FecTableSwTable : public FecTableDataModelSwTableBase {
  public:
@@ -88,7 +94,8 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
   // Observing does not change the table.
   Pell::Publisher& publisher() const { return publisher_; }
 
-  // Wiring, done by the table interface. A linkage must be there before the first write.
+  // Wiring, done by the table interface. A null helper is refused with an exception. A linkage must
+  // be there before the first write.
   const Pell::Ptr<FecTableSwTableHelperBase>& swTableHelper() const { return swTableHelper_; }
   void swTableHelperIs(Pell::Ptr<FecTableSwTableHelperBase> const& helper);
   const Pell::Ptr<FecTableIntfIdToDestIdLinkage>& intfIdToDestIdLinkage() const {
@@ -113,12 +120,13 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
   void transientVersionForKeyIs(Key const& key, Asic::EntryVersion const& version);
   void transientVersionForKeyDel(Key const& key);
   void transientVersionForKeyDelAll();
-  // Invalid while no remove-all is pending.
+  // The number of remove-alls that wait, less one: invalid (all ones) while there is none. One that
+  // fails goes on counting.
   Asic::MajorVersion transientRemoveAllVersion() const { return transientRemoveAllVersion_; }
   void transientRemoveAllVersionIs(Asic::MajorVersion version);
 
   // Handles of logged operations that wait for the hardware, in log order, numbered from 1. Null
-  // or false beyond the queue's ends.
+  // or false beyond the queue's ends. A null handle is refused with an exception.
   void entryHandleInLogEnq(const Pell::Ptr<EntryHandle>& handle);
   Pell::Ptr<EntryHandle> entryHandleInLogDeq();
   Pell::Ptr<EntryHandle> entryHandleInLogFront() const { return entryHandleInLog_.front(); }
@@ -149,6 +157,9 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
   bool isResolverEntryResolved(const Pell::Ptr<FecTableResolverEntry>& resolverEntry);
   void commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry);
   void tableStatusVersion(Asic::LogVersion version) override;
+  // Drops the table's entries from the resolver's queue. They are never answered. The suspend flag
+  // is looked at again.
+  void waitingRequestsDel();
 
   // Gives the wrapper its resource handle: a fresh request with refresh, the one that the entry's
   // usage record holds without.
@@ -179,7 +190,8 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
 
   // From shared memory.
   // After a restart: rebuilds the usage of resources from the committed entries and brings each in
-  // line with its resource's present state.
+  // line with its resource's present state. Throws FecTableLogRoomException when that fills the
+  // log; what was logged by then stays.
   void restoreEntries();
   // Logs a deletion of the whole table. Pending requests stay.
   void clearTable(bool releaseResources);
@@ -188,6 +200,15 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
   Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> updateEntry(Key const& key);
 
  private:
+  // What a report has taken off the in-log queue and not answered yet; null: nothing.
+  struct Release {
+    Pell::Ptr<EntryHandle> handle;
+    Asic::LogVersion version;  // of the report
+    bool isDone = false;       // its state is set
+  };
+
+  void finishRelease();
+
   mutable Pell::Publisher publisher_;
   Pell::Ptr<FecTableSwTableHelperBase> swTableHelper_;
   TransientAddEntries transientAddEntry_;
@@ -197,6 +218,7 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
   Pell::Ptr<FecTableEntryLog> entryLog_;
   Pell::Ptr<Asic::GroupResolver> groupResolver_;
   Pell::RQueue<Pell::Ptr<EntryHandle>, false, QE_EntryHandleInLog> entryHandleInLog_;
+  Release releasing_;
   Pell::Ptr<FecTableIntfIdToDestIdLinkage> intfIdToDestIdLinkage_;
 };
 

@@ -152,6 +152,8 @@ TEST_F(FecdReplayTest, OptionsThatCannotBeMeantAreOneErrorAndNothingChanges) {
       {{"--units", "0,1,0"}, "--units: 0 is there twice"},
       {{"--units", "0,one"}, "--units"},
       {{"--units", "65536"}, "--units"},
+      {{"--units", "0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16"},
+       "--units: 17 units; give at most 16"},
       {{"--flap", "eth5,eth1234"}, "--flap: eth1234 is not among the links"},
       {{"--kill-after", "0"}, "--kill-after"},
       {{"--kill-after", "-1"}, "--kill-after"},

@@ -6,6 +6,7 @@
 #include "Asic/Versions.h"
 #include "Glint/GlintMap.h"
 #include "records/FecRecords.h"
+#include "records/FecTableConstants.h"
 
 // Shared-memory rows of the FEC table. Little-endian, fixed offsets; other processes read them.
 // Members that stand at odd places are private and read by value.
@@ -116,7 +117,8 @@ struct Glint::RowTraits<LoamFec::FecTableDataModelLogGlintEntry> {
   // Requests stop at the nominal capacity; re-drives do not: room for one re-drive of every entry
   // of every unit on top.
   static constexpr std::uint32_t physicalSlots(std::uint32_t capacity) {
-    return capacity + 65536 * 16;
+    return capacity +
+           LoamFec::FecTableConstants::kMaxUnits * LoamFec::FecTableConstants::kConfigCapacity;
   }
 };
 

@@ -18,6 +18,9 @@ struct FecTableConstants {
   static constexpr std::uint32_t kEntryLogCapacity = 100000;
   // Rows of one unit's configuration table.
   static constexpr std::uint32_t kConfigCapacity = 65536;
+  // Units of one agent: the logs have room to drive every entry of so many units again on top of a
+  // full log.
+  static constexpr std::uint32_t kMaxUnits = 16;
 
   // Clients are suspended while the resolver's queue is longer than the first, until it is no
   // longer than the second.

@@ -23,11 +23,16 @@ class FecTableDataModelSwTableIteratorState : public Zev::PtrInterface {
 };
 
 // Walk over the entries of one FEC software table, in the form of an iterator.
+//
+// Kind: move-only: there is one walk, and two iterators would move each other. One that has been
+// moved from may only be assigned to and destroyed.
 class FecTableDataModelEntryIteratorConst {
  public:
   // Starts at the state's next entry.
   explicit FecTableDataModelEntryIteratorConst(
       Pell::Ptr<FecTableDataModelSwTableIteratorState> state);
+  FecTableDataModelEntryIteratorConst(FecTableDataModelEntryIteratorConst&&) = default;
+  FecTableDataModelEntryIteratorConst& operator=(FecTableDataModelEntryIteratorConst&&) = default;
 
   explicit operator bool() const { return !state_->atEnd(); }
   const FecTableDataModelEntry& operator*() const { return state_->currentEntry(); }

@@ -1,3 +1,4 @@
+#include <array>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -757,6 +758,34 @@ TEST_F(FecTableCommitTest, TheVersionOfAWriteThatARemoveAllForgotStaysUntilALate
   EXPECT_EQ(write(5)->version().major(), 1U);
   agent_.run();
   EXPECT_TRUE(nothingPending(5));
+}
+
+// Handles of other types.
+
+// Handle of no FEC table, whose bytes look like those of the zero version.
+class ZeroedForeignHandle : public Asic::OrderedSwTable::EntryHandle {
+ public:
+  static constexpr const char* kTypeName = "ZeroedForeignHandle";
+  ZeroedForeignHandle() : EntryHandle(Asic::SwTableId(1)) {}
+  const Zev::TypeRecord& fwkType() const override {
+    static const Zev::TypeRecord record{kTypeName};
+    return record;
+  }
+
+ private:
+  [[maybe_unused]] std::array<std::uint64_t, 8> zeros_ = {};
+};
+
+TEST_F(FecTableCommitTest, AWrapperWithAForeignHandleIsNobodysNewestRequest) {
+  write(5);
+  FecTableDataModelEntry foreign;
+  foreign.key = key(5);
+  table().transientAddEntryIs(FecTableEntryWrapper::FecTableEntryWrapperIs(
+      foreign, Zev::makeObject<ZeroedForeignHandle>()));
+  agent_.run();
+  EXPECT_TRUE(committed(5));
+  EXPECT_NE(pendingWrite(5), nullptr) << "it is not the one that was committed";
+  EXPECT_EQ(pendingVersion(5), 0U);
 }
 
 }  // namespace

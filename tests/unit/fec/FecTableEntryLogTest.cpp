@@ -636,25 +636,34 @@ TEST_F(FecTableEntryLogQueries, ADeletedEntryThatIsNotCleanedUpStillTellsItsReso
   EXPECT_EQ(log().entrys(kUnit), 1U);
 }
 
-TEST_F(FecTableEntryLogQueries, CommittedResourceKeysAreThoseOfAnEntryThatIsNotDeleted) {
+TEST_F(FecTableEntryLogQueries, ALookAnswersAsTheQueriesByKeyDoAndIsTracedLikeThem) {
   write(5, 50);
   write(6, 60);
   remove(6);
-  const auto committed = log().committedRsrcKeys(Key(5), kUnit);
-  ASSERT_TRUE(committed.has_value());
-  EXPECT_TRUE(ResourceKeys::isEq(*committed, resourceKeys("eth1")));
-  EXPECT_FALSE(log().committedRsrcKeys(Key(6), kUnit).has_value());
-  EXPECT_FALSE(log().committedRsrcKeys(Key(7), kUnit).has_value());
+  for (const std::uint32_t fecId : {5U, 6U, 7U}) {
+    TraceRecorder byKey({kHandle});
+    const bool has = log().entryHas(Key(fecId), kUnit);
+    const LogEntry entry = log().entry(Key(fecId), kUnit);
+    const ResourceKeys keys = log().entryRsrcKeys(Key(fecId), kUnit);
+    TraceRecorder byLook({kHandle});
+    const auto look = log().look(Key(fecId), kUnit);
+    EXPECT_THAT(byLook.records(), IsEmpty());
+    EXPECT_EQ(look.entryHas(), has);
+    EXPECT_TRUE(LogEntry::isEq(look.entry(), entry));
+    EXPECT_TRUE(ResourceKeys::isEq(look.entryRsrcKeys(), keys));
+    ASSERT_EQ(byLook.records().size(), 3U);
+    for (std::size_t at = 0; at < 3; ++at) {
+      EXPECT_EQ(byLook.records()[at].function, byKey.records()[at].function);
+      EXPECT_EQ(byLook.records()[at].message, byKey.records()[at].message);
+    }
+  }
 }
 
-TEST_F(FecTableEntryLogQueries, CommittedResourceKeysAreTracedAsTheTwoQueriesThatTheyStandFor) {
+TEST_F(FecTableEntryLogQueries, ALookStaysAsItWas) {
   write(5, 50);
-  TraceRecorder traces({kHandle});
-  (void)log().committedRsrcKeys(Key(5), kUnit);
-  (void)log().committedRsrcKeys(Key(7), kUnit);
-  EXPECT_THAT(traces.textsOf("entryHas"), ElementsAre(" key: 5 unitId:0", " key: 7 unitId:0"));
-  EXPECT_THAT(traces.textsOf("entryRsrcKeys"), ElementsAre(" key: 5 unitId:0"));
-  EXPECT_EQ(traces.records().size(), 3U);
+  const auto look = log().look(Key(5), kUnit);
+  remove(5);
+  EXPECT_TRUE(look.entryHas());
 }
 
 TEST_F(FecTableEntryLogQueries, TheHintThatAKeyIsNeededSoonIsSilentWhateverTheUnit) {

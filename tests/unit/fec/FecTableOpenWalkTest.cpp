@@ -1,6 +1,8 @@
 // Walks that are open while the table changes, step by step.
 
 #include <algorithm>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "FecTableFixture.h"
@@ -61,6 +63,38 @@ TEST_F(OpenWalkTest, AnEntryThatLeavesAndComesBackElsewhereIsYieldedOnce) {
   writeCommitted(2);
   writeCommitted(1);
   EXPECT_EQ(rest(walk), (Ids{2, 1}));
+}
+
+// It was removed, and its write found a free place in front of the walk: when the walk came to the
+// pending writes it was none yet, and when it came to the entry's old place the entry had left it.
+TEST_F(OpenWalkTest, AnEntryThatIsWrittenAgainInFrontOfTheWalkIsNotYielded) {
+  writeCommitted(1);
+  writeCommitted(2);
+  writeCommitted(3);
+  const Walk walk = table().initIterState();
+  EXPECT_EQ(walk->maybeUpdateCurrentEntry().key, key(1));
+  EXPECT_EQ(walk->maybeUpdateCurrentEntry().key, key(2));
+  remove(3);
+  remove(1);
+  agent_.run();
+  agent_.reportAll();  // both places are free, and the next new row takes the first one
+  writeCommitted(3);
+  EXPECT_EQ(rest(walk), Ids{});
+  EXPECT_TRUE(table().entryHas(key(3)));
+}
+
+TEST_F(OpenWalkTest, AnIteratorIsAWalkOfItsOwnAndCannotBeCopied) {
+  using Iterator = LoamFec::FecTableDataModelEntryIteratorConst;
+  static_assert(!std::is_copy_constructible_v<Iterator> && !std::is_copy_assignable_v<Iterator>);
+  writeCommitted(1);
+  writeCommitted(2);
+  Iterator first = table().entryIteratorConst();
+  Iterator moved = std::move(first);
+  EXPECT_EQ(moved->key, key(1));
+  ++moved;
+  first = table().entryIteratorConst();
+  EXPECT_EQ(moved->key, key(2)) << "another walk does not move it";
+  EXPECT_EQ(first->key, key(1));
 }
 
 }  // namespace

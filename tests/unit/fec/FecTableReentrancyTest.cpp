@@ -39,13 +39,6 @@ class FecTableReentrancyTest : public FecTableFixture {
         made.get(), Zev::makeObject<RecordingResourceClient>()));
     return made;
   }
-  // Ends the table as its owner does: its entries leave the queue, then the reference goes.
-  void end(Pell::Ptr<FecTableSwTable>& owned) {
-    resolver().resolverQueueDelIf([&owned](const Asic::ResolverEntry& entry) {
-      return dynamic_cast<const FecTableResolverEntry&>(entry).swTable() == owned.get();
-    });
-    owned = nullptr;
-  }
   static std::int64_t liveTables() { return Zev::trackerOf<FecTableSwTable>().live(); }
 };
 
@@ -116,7 +109,7 @@ TEST_F(FecTableReentrancyTest, AFailureHandlerMayDropTheLastReferenceToItsTable)
   owned->entryWriteWithResponseHandler(key(5), FecTableDataModelEntry(),
                                        dependency(State::commitFailed), [&](const HandlePtr&) {
                                          answered = true;
-                                         end(owned);
+                                         owned = nullptr;
                                        });
   owned->entryWrite(key(6), FecTableDataModelEntry(), nullptr);
   const Handle neighbour = write(7);
@@ -151,6 +144,93 @@ TEST_F(FecTableReentrancyTest, AHandlerMayDropEverythingElseThatWaits) {
   EXPECT_EQ(resolver().resolverQueueLength(), 0U);
   EXPECT_EQ(before->entryState(), State::notResolved);
   EXPECT_EQ(after->entryState(), State::notResolved);
+}
+
+// Calls that work from shared memory.
+
+// Tells, at the first change it hears of, how many tables there are when the test's own reference
+// has gone: the call under way must hold one.
+class DropAtFirstChange {
+ public:
+  DropAtFirstChange(Pell::Publisher& publisher, Pell::Ptr<FecTableSwTable>& owned)
+      : publisher_(publisher), subscriber_([this, &owned](auto...) {
+          if (owned) {
+            owned = nullptr;
+            tablesThen_ = Zev::trackerOf<FecTableSwTable>().live();
+          }
+        }) {
+    publisher_.subscriberAdd(subscriber_);
+  }
+  ~DropAtFirstChange() { publisher_.subscriberRemove(subscriber_); }
+  DropAtFirstChange(const DropAtFirstChange&) = delete;
+  DropAtFirstChange& operator=(const DropAtFirstChange&) = delete;
+  // Nothing: no change came.
+  std::optional<std::int64_t> tablesThen() const { return tablesThen_; }
+
+ private:
+  Pell::Publisher& publisher_;
+  std::optional<std::int64_t> tablesThen_;
+  Pell::Subscriber subscriber_;
+};
+
+class TableHeldTest : public FecTableReentrancyTest {
+ protected:
+  // Two entries of two interfaces are committed in the table that only the test holds.
+  Pell::Ptr<FecTableSwTable> filledTable() {
+    auto owned = ownTable();
+    for (const std::uint32_t fecId : {5U, 6U}) {
+      const Pell::String intf = fecId == 5 ? "eth1" : "eth2";
+      client(*owned).handle(intf)->contentsAre(State::done, {fecId, 0, 0});
+      owned->entryWrite(key(fecId), FecHarness::entry(intf), nullptr);
+    }
+    agent_.run();
+    return owned;
+  }
+  static RecordingResourceClient& client(const FecTableSwTable& of) {
+    return dynamic_cast<RecordingResourceClient&>(*of.intfIdToDestIdLinkage()->resTblClient());
+  }
+};
+
+TEST_F(TableHeldTest, WhileItIsCleared) {
+  auto owned = filledTable();
+  const Pell::Ptr<LoamFec::FecTableIntfIdToDestIdLinkage> linkage = owned->intfIdToDestIdLinkage();
+  const std::int64_t before = liveTables();
+  {
+    const DropAtFirstChange drop(linkage->publisher(), owned);
+    FecTableSwTable* const plain = owned.get();
+    plain->clearTable(true);
+    EXPECT_EQ(drop.tablesThen(), before);
+  }
+  EXPECT_EQ(liveTables(), before - 1);
+}
+
+TEST_F(TableHeldTest, WhileItIsRestored) {
+  auto owned = filledTable();
+  const auto linkage = LoamFec::fecTableIntfIdToDestIdLinkageFactory(
+      owned.get(), Zev::makeObject<RecordingResourceClient>());
+  owned->intfIdToDestIdLinkageIs(linkage);
+  const std::int64_t before = liveTables();
+  {
+    const DropAtFirstChange drop(linkage->publisher(), owned);
+    FecTableSwTable* const plain = owned.get();
+    plain->restoreEntries();
+    EXPECT_EQ(drop.tablesThen(), before);
+  }
+  EXPECT_EQ(liveTables(), before - 1);
+}
+
+TEST_F(TableHeldTest, WhileAnEntryIsUpdated) {
+  auto owned = filledTable();
+  client(*owned).handle("eth1")->contentsAre(State::done, {77, 0, 0});
+  const std::int64_t before = liveTables();
+  {
+    const DropAtFirstChange drop(agent_.group()->groupLog()->publisher(), owned);
+    FecTableSwTable* const plain = owned.get();
+    const auto handle = plain->updateEntry(key(5));
+    EXPECT_EQ(drop.tablesThen(), before);
+    EXPECT_EQ(handle->entryTableVersion().logVersion(), Asic::LogVersion(3));
+  }
+  EXPECT_EQ(liveTables(), before - 1);
 }
 
 // Success handlers.
@@ -195,7 +275,7 @@ TEST_F(FecTableReentrancyTest, ASuccessHandlerMayDropTheLastReferenceToItsTable)
     owned->entryWriteWithResponseHandler(key(fecId), FecTableDataModelEntry(), nullptr,
                                          [&](const HandlePtr&) {
                                            ++answers;
-                                           end(owned);
+                                           owned = nullptr;
                                          });
   }
   agent_.run();
@@ -347,7 +427,7 @@ TEST_F(FecTableReentrancyTest, AHookMayDropTheLastReferenceToItsTable) {
   auto owned = ownTable();
   const std::int64_t before = liveTables();
   const auto helper = Zev::makeObject<ScriptedHelper>();
-  helper->onSuccess = [&](const auto&) { end(owned); };
+  helper->onSuccess = [&](const auto&) { owned = nullptr; };
   owned->swTableHelperIs(helper);
   owned->entryWrite(key(5), FecTableDataModelEntry(), nullptr);
   owned->entryWrite(key(6), FecTableDataModelEntry(), nullptr);

@@ -67,7 +67,7 @@ TEST_F(FecTableRequestTest, AWriteWithoutHandlerTracesItsStepsInOrder) {
   EXPECT_THAT(lines(traces),
               ElementsAre("8 entryWrite| key: 5|", "8 entryWriteWithResponseHandler| key: 5|",
                           "8 entryWriteGeneric|key: 5|",
-                          "8 nextVersion| Key: 5 not found in entry version collection|",
+                          "8 entryWriteGeneric| Key: 5 not found in entry version collection|",
                           "2 entryWriteGeneric|Done processing write for key: 5 |",
                           "8 maybeUpdateSuspend||"));
 }
@@ -148,7 +148,7 @@ TEST_F(FecTableRequestTest, ARemoveWithoutHandlerTracesItsStepsInOrder) {
   EXPECT_THAT(lines(traces),
               ElementsAre("8 entryRemove| key: 5|", "8 entryRemoveWithResponseHandler| key: 5|",
                           "8 entryRemoveGeneric| Key: 5 |",
-                          "8 nextVersion| Key: 5 not found in entry version collection|",
+                          "8 entryRemoveGeneric| Key: 5 not found in entry version collection|",
                           "2 entryRemoveGeneric| Done processing remove for key: 5 |",
                           "8 maybeUpdateSuspend||"));
 }
@@ -249,7 +249,7 @@ TEST_F(FecTableRequestTest, TheFirstRemoveAllSetsItsVersionToZeroAndTracesItsSte
   EXPECT_THAT(lines(traces),
               ElementsAre("8 entryRemoveAll||", "8 entryRemoveAllWithResponseHandler||",
                           "8 entryRemoveAllGeneric||",
-                          "8 raiseRemoveAllVersion|No remove all operation currently enqueued|",
+                          "8 entryRemoveAllGeneric|No remove all operation currently enqueued|",
                           "2 entryRemoveAllGeneric|Done processing remove all |",
                           "8 maybeUpdateSuspend||"));
 }
