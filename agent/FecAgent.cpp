@@ -56,18 +56,24 @@ FecAgent::~FecAgent() {
 }
 
 // A deletion's log row may be cleaned up while its unit's configuration table is not mounted, or
-// just before the process dies: the row it marked then has nothing left that would remove it.
+// just before the process dies: the row it marked then has nothing left that would remove it. When
+// damage hides whether there is a log row, the marked one stays.
 void FecAgent::sweepOrphans(Asic::UnitId unitId) {
-  auto& entries = fec_->entryLog()->tableConfigGlint(unitId)->swTableEntries();
+  const auto unit = fec_->entryLog()->tableConfigGlint(unitId);
+  auto& entries = unit->swTableEntries();
   auto& log = fec_->entryLog()->tableEntryLog()->entryLogConfig();
   const Pell::Ptr<Asic::GroupLog>& groupLog = group_->groupLog();
   Asic::LogVersion committed;
   Glint::guarded(groupLog->versionsMap(),
                  [&] { committed = groupLog->tableVersion(FecTableConstants::kTableId); });
-  Glint::forEachRow(entries, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
-    if (row.isDeleted() && row.version() <= committed &&
-        !Glint::guardedRow(log, row.version()).has_value()) {
-      entries.rowDel(row.key());
+  (void)Glint::walkOverDamage(entries, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+    if (!row.isDeleted() || row.version() > committed) {
+      return;
+    }
+    bool hasLogRow = true;
+    Glint::guarded(log, [&] { hasLogRow = log.has(row.version()); });
+    if (!hasLogRow) {
+      unit->swTableEntriesDel(row.key());
     }
   });
 }
@@ -77,7 +83,7 @@ bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {
   auto& entries = fec_->entryLog()->tableConfigGlint(unitId)->swTableEntries();
   std::uint32_t live = 0;
   bool equal = true;
-  Glint::forEachRow(entries, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+  const auto compare = [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
     if (row.isDeleted()) {
       return;
     }
@@ -85,8 +91,9 @@ bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {
     const auto* held = table->find(row.key());
     equal =
         equal && held != nullptr && LoamFec::FecTableDataModelLogEntry::isEq(*held, row.logEntry());
-  });
-  return equal && live == table->size();
+  };
+  const bool sawAll = Glint::walkOverDamage(entries, compare);
+  return sawAll && equal && live == table->size();
 }
 
 }  // namespace Agent

@@ -179,7 +179,8 @@ std::uint64_t Replay::entriesAbove(Asic::LogVersion version) const {
   std::uint64_t count = 0;
   for (const Unit& unit : units_) {
     auto& rows = agent_.fec().entryLog()->tableConfigGlint(unit.id)->swTableEntries();
-    Glint::forEachRow(rows, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+    // A damaged row is no entry any more.
+    (void)Glint::walkOverDamage(rows, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
       count += !row.isDeleted() && row.version() > version ? 1U : 0U;
     });
   }

@@ -79,7 +79,7 @@ Resynchronisation SimulatedAsic::resynchronise() {
 
 void SimulatedAsic::resynchroniseUnit(Unit& unit, Resynchronisation& result) {
   HardwareTable wanted;
-  Glint::forEachRow(unit.config->swTableEntries(), [&](const ConfigRow& row) {
+  (void)Glint::walkOverDamage(unit.config->swTableEntries(), [&](const ConfigRow& row) {
     if (!row.isDeleted()) {
       wanted.insertOrAssign(row.key(), row.logEntry());
     }

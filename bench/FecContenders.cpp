@@ -63,10 +63,13 @@ Pell::String FecAgent::agentFinding(const Workload& workload) {
   }
   auto& rows = log.tableConfigGlint(kUnit)->swTableEntries();
   std::uint32_t right = 0;
-  Glint::forEachRow(rows, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+  const auto compare = [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
     const std::uint32_t fecId = row.key().fecId();
     right += row.logEntry().opaqueA == workload.markOf(fecId) && !row.isDeleted() ? 1U : 0U;
-  });
+  };
+  if (!Glint::walkOverDamage(rows, compare)) {
+    return "a row is damaged";
+  }
   if (right != scale().residentKeys || rows.rowCount() != right) {
     return fmt::format("{} of {} rows are right, {} there should be", right, rows.rowCount(),
                        scale().residentKeys);

@@ -95,8 +95,9 @@ void SharedTable::remove(std::span<const ConfigKey> keys) {
 
 std::uint64_t SharedTable::walk() {
   std::uint64_t sum = 0;
-  Glint::forEachRow(config_->swTableEntries(), [&](const ConfigRow& row) { sum += markIn(row); });
-  return sum;
+  const bool sawAll = Glint::walkOverDamage(config_->swTableEntries(),
+                                            [&](const ConfigRow& row) { sum += markIn(row); });
+  return sawAll ? sum : 0;
 }
 
 std::uint32_t SharedTable::rows() { return config_->swTableEntries().rowCount(); }

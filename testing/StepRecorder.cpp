@@ -49,10 +49,19 @@ std::uint64_t numberBehind(std::string_view text, std::string_view words) {
 
 // The source file of a class that does not stand in one of its own name.
 std::string_view fileOf(std::string_view className) {
-  if (className == "FecTableIntfIdToDestIdLinkage") {
+  if (className == "FecTableIntfIdToDestIdLinkage" || className == "LocalUsageUpdateSm") {
     return "FecTableResourceTableLinkage";
   }
-  return className == "FecTableEntryWrapper" ? "FecTableInfraTypes" : className;
+  if (className == "FecTableSwTableIteratorState" || className == "SwTableEntries_py") {
+    return "FecTableSwTable";
+  }
+  for (const std::string_view other :
+       {"FecTableEntryWrapper", "FecTableResolverEntry", "FecTableSwTableHelperBase"}) {
+    if (className == other) {
+      return "FecTableInfraTypes";
+    }
+  }
+  return className;
 }
 
 // The log entry's fields that are not zero, or not the default destination.
@@ -164,7 +173,8 @@ StepRecorder::StepRecorder(FecHarness& agent, std::uint32_t levels)
       lines_(std::make_shared<Lines>()),
       traces_({"FecTableSwTable", "FecTableEntryLog", "FecTableEntryWrapper",
                "FecTableResolverEntry", "FecTableSwTableHelperBase",
-               "FecTableIntfIdToDestIdLinkage", "FecTableInterface", "GroupResolver", "GlintMap"},
+               "FecTableIntfIdToDestIdLinkage", "LocalUsageUpdateSm", "FecTableInterface",
+               "FecTableSwTableIteratorState", "SwTableEntries_py", "GroupResolver", "GlintMap"},
               levels) {
   Zev::traceSinkIs([this](const Zev::TraceRecord& record) { traced(record); });
   agent_.onClient = [this](RecordingResourceClient& client) { watch(client); };

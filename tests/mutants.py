@@ -46,10 +46,12 @@ from dataclasses import dataclass
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 FOLDERS = "unit|model|crash|format"
+# All of these are asked about a mutant that its own tests let live.
+UNIT_TESTS = "unit/**"
 # Beside five times a program's own time without a mutant: machines have more to do.
 PATIENCE_SECONDS = 20
-# Asked about mutants that name them alone: they take long, and know files better than rules.
-ASKED_BY_NAME_ALONE = {"CrashTest", "AgentCrashTest", "FormatTest"}
+# But these, which take longer than all others together.
+ASKED_BY_NAME_ALONE = {"FecTableFullLogTest", "LargeRedriveTest"}
 
 
 class Trouble(Exception):
@@ -81,10 +83,10 @@ def load():
     return mutants
 
 
-def programs_of_the_tree():
-    """The names of all test programs."""
+def programs_of_the_tree(folder="**"):
+    """The names of the test programs below a folder of tests."""
     names = set()
-    for path in glob.glob(os.path.join(ROOT, "tests/**/CMakeLists.txt"), recursive=True):
+    for path in glob.glob(os.path.join(ROOT, f"tests/{folder}/CMakeLists.txt"), recursive=True):
         with open(path, encoding="utf-8") as text:
             names.update(re.findall(r"loamfec_test\(\s*(\w+)", text.read()))
     return names
@@ -255,15 +257,17 @@ class Run:
         self.lived = 0
         self.done = 0
 
+    def programs(self):
+        """The test programs that this run may ask."""
+        asked = {test for mutant in self.chosen for test in mutant.tests}
+        return sorted(asked | (programs_of_the_tree(UNIT_TESTS) - ASKED_BY_NAME_ALONE))
+
     def prepare(self, copy):
-        if not copy.make("all"):
+        if not copy.make(*self.programs()):
             raise Trouble(f"the tree does not compile without any mutant\n{copy.said[-3000:]}")
 
     def measure(self, copy):
-        asked = {test for mutant in self.chosen for test in mutant.tests}
-        for name in sorted(programs_of_the_tree()):
-            if copy.program(name) is None or (name in ASKED_BY_NAME_ALONE and name not in asked):
-                continue
+        for name in self.programs():
             started = time.monotonic()
             failure = copy.first_failure(name, 1800)
             if failure:
@@ -272,7 +276,7 @@ class Run:
 
     def tests_of(self, mutant):
         others = [name for name in sorted(self.seconds, key=self.seconds.get)
-                  if name not in mutant.tests and name not in ASKED_BY_NAME_ALONE]
+                  if name not in mutant.tests and name in programs_of_the_tree(UNIT_TESTS)]
         return mutant.tests + ([] if mutant.lives else others)
 
     def killer_of(self, copy, mutant):

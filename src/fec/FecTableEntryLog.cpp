@@ -3,7 +3,8 @@
 // the table interface and the table's status reports clean up.
 //
 // Corruption that a lookup or a walk meets is handed to the map, and the row counts as absent (or
-// as the default row); nothing here throws on its account.
+// as the default row); nothing here throws on its account. Walks go on behind it, as the map has
+// put the row out of use by then; only the count of deleted rows ends there.
 
 #include "fec/FecTableEntryLog.h"
 
@@ -113,15 +114,21 @@ bool FecTableEntryLog::tableConfigGlintHas(Asic::UnitId unitId) const {
   return tableConfigGlint_.has(unitId);
 }
 
-FecTableEntryLog::LogMap& FecTableEntryLog::log() const {
+FecTableDataModelEntryLogGlint& FecTableEntryLog::logGlint() const {
   PELL_ASSERT(tableEntryLog_, "tableEntryLog");
-  return tableEntryLog_->entryLogConfig();
+  return *tableEntryLog_;
+}
+
+FecTableEntryLog::LogMap& FecTableEntryLog::log() const { return logGlint().entryLogConfig(); }
+
+FecTableDataModelConfigGlint& FecTableEntryLog::configGlint(Asic::UnitId unitId) const {
+  const auto* held = tableConfigGlint_.find(unitId);
+  PELL_ASSERT(held != nullptr && *held, "tableConfigGlint( unitId )");
+  return **held;
 }
 
 FecTableEntryLog::ConfigMap& FecTableEntryLog::config(Asic::UnitId unitId) const {
-  const auto* held = tableConfigGlint_.find(unitId);
-  PELL_ASSERT(held != nullptr && *held, "tableConfigGlint( unitId )");
-  return (*held)->swTableEntries();
+  return configGlint(unitId).swTableEntries();
 }
 
 // Writes and deletes.
@@ -137,7 +144,7 @@ Asic::LogVersion FecTableEntryLog::entryIs(const FecTableDataModelLogEntry& logE
   PELL_ASSERT_MESSAGE(held != nullptr, "tableConfigGlintHas( unitId )",
                       fmt::format("Config glint for unitId:{} is not created yet!", unitId));
   PELL_ASSERT(*held, "tableConfigGlint( unitId )");
-  (*held)->swTableEntries().rowIs({logEntry, rsrcKeys, version, false});
+  (*held)->swTableEntriesIs({logEntry, rsrcKeys, version, false});
   logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},
             neededEntry);
   return version;
@@ -147,14 +154,14 @@ Asic::LogVersion FecTableEntryLog::entryDel(const FecTableDataModelEntryKey& key
                                             const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
                                             Asic::UnitId unitId) {
   ZEV_TRACE(trace, 8, kClass, " key:{} neededEntry: {} unitId: {}", key, neededEntry, unitId);
-  ConfigMap& entries = config(unitId);
-  const auto found = Glint::guardedRow(entries, key);
+  FecTableDataModelConfigGlint& unit = configGlint(unitId);
+  const auto found = Glint::guardedRow(unit.swTableEntries(), key);
   if (!found) {
     ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist. So ignoring delete", key);
     return {};
   }
   const Asic::LogVersion version = tableVersionInc(Asic::LogVersion(1));
-  entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});
+  unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, true});
   logChange({version, FecTableDataModelLogGlintEntry::kEntryDeleted, unitId, found->logEntry()},
             neededEntry);
   return version;
@@ -164,11 +171,13 @@ Asic::LogVersion FecTableEntryLog::tableDel(const Pell::Ptr<const Asic::NeededEn
                                             Asic::UnitId unitId) {
   ZEV_TRACE(trace, 8, kClass, " neededEntry:{}, unitId: {}", neededEntry, unitId);
   const Asic::LogVersion version = tableVersionInc(Asic::LogVersion(1));
-  ConfigMap& entries = config(unitId);
-  Glint::forEachRow(entries, [&](const FecTableDataModelConfigGlintEntry& walked) {
+  FecTableDataModelConfigGlint& unit = configGlint(unitId);
+  ConfigMap& entries = unit.swTableEntries();
+  // A damaged row needs no mark: it is not in the table any more.
+  (void)Glint::walkOverDamage(entries, [&](const FecTableDataModelConfigGlintEntry& walked) {
     const FecTableDataModelConfigGlintEntry row =
         Glint::guardedRow(entries, walked.key()).value_or(FecTableDataModelConfigGlintEntry());
-    entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});
+    unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), version, true});
   });
   logChange(
       {version, FecTableDataModelLogGlintEntry::kTableDeleted, unitId, FecTableDataModelLogEntry()},
@@ -179,7 +188,7 @@ Asic::LogVersion FecTableEntryLog::tableDel(const Pell::Ptr<const Asic::NeededEn
 // The log row, the scratchpad and the group log, in this order, after the configuration rows.
 void FecTableEntryLog::logChange(const FecTableDataModelLogGlintEntry& row,
                                  const Pell::Ptr<const Asic::NeededEntry>& neededEntry) {
-  log().rowIs(row);
+  logGlint().entryLogConfigIs(row);
   log().control().scratchpadIs(row.version().value());
   groupLogInterface()->addGroupLogEntry(tableId(), row.version(), neededEntry);
 }
@@ -196,11 +205,12 @@ void FecTableEntryLog::cleanupEntryLog(Asic::LogVersion version) {
   prevTableVersion_ = version;
 }
 
-// The log may hold rows of earlier runs, with gaps: every row is looked at.
+// The log may hold rows of earlier runs, with gaps: every row is looked at. What a damaged one said
+// is lost with it.
 void FecTableEntryLog::cleanupFirstTime(Asic::LogVersion version) const {
-  Glint::forEachRow(log(), [&](const FecTableDataModelLogGlintEntry& row) {
+  (void)Glint::walkOverDamage(log(), [&](const FecTableDataModelLogGlintEntry& row) {
     if (row.version() <= version) {
-      log().rowDel(row.version());
+      logGlint().entryLogConfigDel(row.version());
       cleanupConfig(row);
     }
   });
@@ -232,18 +242,19 @@ void FecTableEntryLog::cleanupRowsInOrder(Asic::LogVersion version) const {
 }
 
 std::vector<Asic::LogVersion> FecTableEntryLog::versionsFromCursor(Asic::LogVersion version) const {
-  auto versions =
-      Glint::pickRows<Asic::LogVersion>(log(), [&](const FecTableDataModelLogGlintEntry& row) {
-        const bool due = row.version() >= prevTableVersion_ && row.version() <= version;
-        return due ? std::optional(row.version()) : std::nullopt;
-      });
+  std::vector<Asic::LogVersion> versions;
+  (void)Glint::walkOverDamage(log(), [&](const FecTableDataModelLogGlintEntry& row) {
+    if (row.version() >= prevTableVersion_ && row.version() <= version) {
+      versions.push_back(row.version());
+    }
+  });
   std::sort(versions.begin(), versions.end());
   return versions;
 }
 
 void FecTableEntryLog::cleanupVersion(Asic::LogVersion version) const {
   if (const auto row = Glint::guardedRow(log(), version)) {
-    log().rowDel(version);
+    logGlint().entryLogConfigDel(version);
     cleanupConfig(*row);
   }
 }
@@ -252,33 +263,37 @@ void FecTableEntryLog::cleanupVersion(Asic::LogVersion version) const {
 void FecTableEntryLog::cleanupConfig(const FecTableDataModelLogGlintEntry& logRow) const {
   const Pell::Ptr<FecTableDataModelConfigGlint> held = tableConfigGlint(logRow.unitId());
   if (!held) {
-    ZEV_TRACE(trace, 3, kClass, " configGlint not found for unitId: {}", logRow.unitId());
+    ZEV_TRACE_AS(trace, 3, kClass, "cleanupEntryLog", " configGlint not found for unitId: {}",
+                 logRow.unitId());
     return;
   }
   if ((logRow.operation() & FecTableDataModelLogGlintEntry::kEntryDeleted) != 0) {
-    cleanupConfigRow(held->swTableEntries(), logRow);
+    cleanupConfigRow(*held, logRow);
   }
   if ((logRow.operation() & FecTableDataModelLogGlintEntry::kTableDeleted) != 0) {
-    ZEV_TRACE(trace, 3, kClass, " deleteing all entries for unitId: {}", logRow.unitId());
-    cleanupConfigTable(held->swTableEntries(), logRow.version());
+    ZEV_TRACE_AS(trace, 3, kClass, "cleanupEntryLog", " deleteing all entries for unitId: {}",
+                 logRow.unitId());
+    cleanupConfigTable(*held, logRow.version());
   }
 }
 
 // A row that was written or deleted again since then carries another version and stays.
-void FecTableEntryLog::cleanupConfigRow(ConfigMap& config,
+void FecTableEntryLog::cleanupConfigRow(FecTableDataModelConfigGlint& unit,
                                         const FecTableDataModelLogGlintEntry& logRow) {
-  const auto row = Glint::guardedRow(config, logRow.logEntry().key);
+  const auto row = Glint::guardedRow(unit.swTableEntries(), logRow.logEntry().key);
   if (row && row->version() == logRow.version()) {
-    config.rowDel(row->key());
+    unit.swTableEntriesDel(row->key());
   }
 }
 
-void FecTableEntryLog::cleanupConfigTable(ConfigMap& config, Asic::LogVersion version) {
-  Glint::forEachRow(config, [&](const FecTableDataModelConfigGlintEntry& row) {
-    if (row.version() == version) {
-      config.rowDel(row.key());
-    }
-  });
+void FecTableEntryLog::cleanupConfigTable(FecTableDataModelConfigGlint& unit,
+                                          Asic::LogVersion version) {
+  (void)Glint::walkOverDamage(unit.swTableEntries(),
+                              [&](const FecTableDataModelConfigGlintEntry& row) {
+                                if (row.version() == version) {
+                                  unit.swTableEntriesDel(row.key());
+                                }
+                              });
 }
 
 // Queries.
@@ -326,7 +341,7 @@ FecTableDataModelResourceKeys FecTableEntryLog::entryRsrcKeys(const FecTableData
 std::uint32_t FecTableEntryLog::entrysInDeletion(Asic::UnitId unitId) const {
   ZEV_TRACE(trace, 8, kClass, " unitId:{}", unitId);
   std::uint32_t count = 0;
-  Glint::forEachRow(config(unitId), [&](const FecTableDataModelConfigGlintEntry& row) {
+  (void)Glint::walkToDamage(config(unitId), [&](const FecTableDataModelConfigGlintEntry& row) {
     count += row.isDeleted() ? 1U : 0U;
   });
   return count;

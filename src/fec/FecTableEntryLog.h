@@ -117,7 +117,7 @@ class FecTableEntryLog : public Asic::EntryLogBase {
                                               Asic::UnitId unitId) const;
   // One look at the key's row, for several of the questions above.
   Look look(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
-  // Rows marked deleted. Linear in the unit's rows.
+  // Rows marked deleted, up to the first damaged one. Linear in the unit's rows.
   std::uint32_t entrysInDeletion(Asic::UnitId unitId) const;
   // Rows that are not marked deleted. Linear in the unit's rows.
   std::uint32_t entrys(Asic::UnitId unitId) const;
@@ -133,7 +133,9 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   using ConfigMap = Glint::GlintMap<FecTableDataModelConfigGlintEntry>;
   using LogMap = Glint::GlintMap<FecTableDataModelLogGlintEntry>;
 
+  FecTableDataModelEntryLogGlint& logGlint() const;
   LogMap& log() const;
+  FecTableDataModelConfigGlint& configGlint(Asic::UnitId unitId) const;
   ConfigMap& config(Asic::UnitId unitId) const;
   void logChange(const FecTableDataModelLogGlintEntry& row,
                  const Pell::Ptr<const Asic::NeededEntry>& neededEntry);
@@ -144,8 +146,9 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   std::vector<Asic::LogVersion> versionsFromCursor(Asic::LogVersion version) const;
   void cleanupVersion(Asic::LogVersion version) const;
   void cleanupConfig(const FecTableDataModelLogGlintEntry& logRow) const;
-  static void cleanupConfigRow(ConfigMap& config, const FecTableDataModelLogGlintEntry& logRow);
-  static void cleanupConfigTable(ConfigMap& config, Asic::LogVersion version);
+  static void cleanupConfigRow(FecTableDataModelConfigGlint& unit,
+                               const FecTableDataModelLogGlintEntry& logRow);
+  static void cleanupConfigTable(FecTableDataModelConfigGlint& unit, Asic::LogVersion version);
 
   Pell::Ptr<FecTableDataModelEntryLogGlint> tableEntryLog_;
   Pell::HashMap<Asic::UnitId, Pell::Ptr<FecTableDataModelConfigGlint>,

@@ -4,12 +4,13 @@
 #include "fec/FecTableInterface.h"
 
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "Asic/Constants.h"
 #include "Asic/SwTableInterfacesSingleton.h"
+#include "Glint/Guarded.h"
 #include "Pell/Assert.h"
-#include "Pell/Exceptions.h"
 #include "Zev/Trace.h"
 
 namespace Asic {
@@ -45,6 +46,17 @@ Pell::Ptr<Asic::SwTableInterfacesSingleton> registry() {
     Zev::Entity::singletonIs(Asic::SwTableInterfacesSingleton::make, name);
   }
   return Asic::SwTableInterfacesSingleton::instance();
+}
+
+// What the group log has on record as applied; nothing when it has nothing or that is damaged.
+std::optional<Asic::LogVersion> committedVersion(const Asic::GroupLog& groupLog) {
+  std::optional<Asic::LogVersion> version;
+  Glint::guarded(groupLog.versionsMap(), [&] {
+    if (groupLog.hasTableVersion(FecTableConstants::kTableId)) {
+      version = groupLog.tableVersion(FecTableConstants::kTableId);
+    }
+  });
+  return version;
 }
 
 }  // namespace
@@ -104,20 +116,15 @@ void FecTableInterface::handleInitialized() {
 // Drops what the hardware had applied when the last process ended; what the log holds beyond that
 // still waits for the hardware.
 void FecTableInterface::cleanUpToCommittedVersion(Asic::GroupInterface& groupIntf) {
-  const Pell::Ptr<Asic::GroupLog>& groupLog = groupIntf.groupLog();
-  try {
-    if (!groupLog->hasTableVersion(FecTableConstants::kTableId)) {
-      return;
-    }
-    const Asic::LogVersion version = groupLog->tableVersion(FecTableConstants::kTableId);
-    entryLog_->cleanupEntryLog(version);
-    ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized",
-                 " Cleaned entry log until table version: {}", version);
-    if (entryLog_->tableVersion() > version) {
-      swTableStatus_->pendingHwWritesIs(true);
-    }
-  } catch (const Pell::CorruptionDetectedException& corruption) {
-    groupLog->versionsMap().doCorruptionDetected(corruption.message());
+  const std::optional<Asic::LogVersion> version = committedVersion(*groupIntf.groupLog());
+  if (!version) {
+    return;
+  }
+  entryLog_->cleanupEntryLog(*version);
+  ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized", " Cleaned entry log until table version: {}",
+               *version);
+  if (entryLog_->tableVersion() > *version) {
+    swTableStatus_->pendingHwWritesIs(true);
   }
 }
 

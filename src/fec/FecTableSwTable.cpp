@@ -224,7 +224,7 @@ class OrderedSwTableAccessor {
     if (!configGlint) {
       return;
     }
-    Glint::forEachRow(configGlint->swTableEntries(), [&](const auto& row) {
+    (void)Glint::walkToDamage(configGlint->swTableEntries(), [&](const auto& row) {
       if (!row.isDeleted()) {
         linkage->restoreEntry(entryWrapperFromConfig<Wrapper>(row.key(), true));
       }
@@ -242,7 +242,7 @@ class OrderedSwTableAccessor {
       return;
     }
     if (releaseResources) {
-      Glint::forEachRow(configGlint->swTableEntries(), [&](const auto& row) {
+      (void)Glint::walkOverDamage(configGlint->swTableEntries(), [&](const auto& row) {
         linkage->updateLocalUsage(entryWrapperFromConfig<Wrapper>(row.key(), false), true);
       });
     }

@@ -134,7 +134,7 @@ class Follower {
     auto& log = log_->entryLogConfig();
     std::set<std::uint64_t> met;
     std::uint64_t wrong = 0;
-    Glint::forEachRow(log, [&](const LogRow& row) {
+    const bool sawAll = Glint::walkOverDamage(log, [&](const LogRow& row) {
       const std::uint64_t version = row.version().value();
       if (version > version_) {
         return;
@@ -149,7 +149,7 @@ class Follower {
       return complain("a walk met a version that had gone, was another, or was met", wrong, 0);
     }
     std::erase_if(held_, [&](const auto& item) { return !met.contains(item.first); });
-    return log.corruptionCount() == 0 || complain("the log looks damaged", 0, 0);
+    return sawAll || complain("the log looks damaged", 0, 0);
   }
 
   // The configuration row is there before the log row and until after it; one of the same version
@@ -183,10 +183,10 @@ class Follower {
     for (const auto& config : configs_) {
       auto& rows = config->swTableEntries();
       bool good = true;
-      Glint::forEachRow(rows, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
+      const auto check = [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
         good = good && (row.logEntry().key == row.key());
-      });
-      if (!good || rows.corruptionCount() != 0) {
+      };
+      if (!Glint::walkOverDamage(rows, check) || !good || rows.corruptionCount() != 0) {
         return complain("a row was damaged or torn", rows.corruptionCount(), 0);
       }
     }

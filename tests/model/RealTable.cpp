@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -99,6 +100,12 @@ Unit unitOf(Asic::UnitId id) {
 LogRow logRowOf(const LoamFec::FecTableDataModelLogGlintEntry& row) {
   return {row.operation(), unitOf(row.unitId()),
           entryOf(FecTableDataModelEntry::fromLog(row.logEntry(), {}))};
+}
+
+void expectSawAll(bool sawAll) {
+  if (!sawAll) {
+    throw std::runtime_error("nobody has damaged the model's tables, and a walk met damage");
+  }
 }
 
 }  // namespace
@@ -422,19 +429,21 @@ std::optional<LogRow> RealTable::logRow(Version version) {
 
 std::map<Version, LogRow> RealTable::logRows() {
   std::map<Version, LogRow> rows;
-  Glint::forEachRow(agent_.log().tableEntryLog()->entryLogConfig(),
-                    [&](const auto& row) { rows[row.version().value()] = logRowOf(row); });
+  expectSawAll(
+      Glint::walkOverDamage(agent_.log().tableEntryLog()->entryLogConfig(),
+                            [&](const auto& row) { rows[row.version().value()] = logRowOf(row); }));
   return rows;
 }
 
 std::map<Key, ConfigRow> RealTable::configRows(Unit unit) {
   std::map<Key, ConfigRow> rows;
-  Glint::forEachRow(agent_.log().tableConfigGlint(unitId(unit))->swTableEntries(),
-                    [&](const auto& row) {
-                      rows[keyOf(row.key())] = {
-                          entryOf(FecTableDataModelEntry::fromLog(row.logEntry(), row.rsrcKeys())),
-                          row.version().value(), row.isDeleted(), 0};
-                    });
+  const auto take = [&](const auto& row) {
+    rows[keyOf(row.key())] = {
+        entryOf(FecTableDataModelEntry::fromLog(row.logEntry(), row.rsrcKeys())),
+        row.version().value(), row.isDeleted(), 0};
+  };
+  expectSawAll(
+      Glint::walkOverDamage(agent_.log().tableConfigGlint(unitId(unit))->swTableEntries(), take));
   return rows;
 }
 
@@ -443,14 +452,14 @@ std::list<GroupRow> RealTable::groupRows() {
   std::map<std::uint64_t, GroupRow> rows;
   auto& map =
       static_cast<Glint::GlintMap<Asic::GroupLogRow>&>(agent_.group()->groupLog()->logMap());
-  Glint::forEachRow(map, [&](const Asic::GroupLogRow& row) {
+  expectSawAll(Glint::walkOverDamage(map, [&](const Asic::GroupLogRow& row) {
     const bool ours = row.tableVersion().tableId() == LoamFec::FecTableConstants::kTableId;
     GroupRow& held = rows[row.sequence()];
     held.version = ours ? row.tableVersion().logVersion().value() : kForeign;
     for (std::uint32_t at = 0; at < row.neededCount(); ++at) {
       held.needed[row.needed(at).tableId().value()] = row.needed(at).logVersion().value();
     }
-  });
+  }));
   std::list<GroupRow> inOrder;
   for (auto& [sequence, row] : rows) {
     inOrder.push_back(std::move(row));

@@ -4,20 +4,20 @@ TESTS = ["FecTableCommitStepsTest", "FecTableChangeStepsTest", "FecTableEntryLog
 
 MUTANTS = [
     ("log row is written before the configuration row",
-     """  (*held)->swTableEntries().rowIs({logEntry, rsrcKeys, version, false});
+     """  (*held)->swTableEntriesIs({logEntry, rsrcKeys, version, false});
   logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},
             neededEntry);
 """,
      """  logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},
             neededEntry);
-  (*held)->swTableEntries().rowIs({logEntry, rsrcKeys, version, false});
+  (*held)->swTableEntriesIs({logEntry, rsrcKeys, version, false});
 """),
     ("log's version rises before its row is there",
-     """  log().rowIs(row);
+     """  logGlint().entryLogConfigIs(row);
   log().control().scratchpadIs(row.version().value());
 """,
      """  log().control().scratchpadIs(row.version().value());
-  log().rowIs(row);
+  logGlint().entryLogConfigIs(row);
 """),
     ("group log is written before the log's version rises",
      """  log().control().scratchpadIs(row.version().value());
@@ -77,11 +77,11 @@ MUTANTS = [
                       fmt::format("Config glint for unitId:{} is not created yet!", unitId));
 """, "", {"by": "FecTableEntryLogTest"}),
     ("written row is marked deleted",
-     "rowIs({logEntry, rsrcKeys, version, false});", "rowIs({logEntry, rsrcKeys, version, true});"),
+     "swTableEntriesIs({logEntry, rsrcKeys, version, false});", "swTableEntriesIs({logEntry, rsrcKeys, version, true});"),
     ("written row forgets its interface",
-     "rowIs({logEntry, rsrcKeys, version, false});", "rowIs({logEntry, {}, version, false});"),
+     "swTableEntriesIs({logEntry, rsrcKeys, version, false});", "swTableEntriesIs({logEntry, {}, version, false});"),
     ("written row carries no version",
-     "rowIs({logEntry, rsrcKeys, version, false});", "rowIs({logEntry, rsrcKeys, {}, false});"),
+     "swTableEntriesIs({logEntry, rsrcKeys, version, false});", "swTableEntriesIs({logEntry, rsrcKeys, {}, false});"),
     ("write is logged as a deletion",
      "logChange({version, FecTableDataModelLogGlintEntry::kEntryWritten, unitId, logEntry},",
      "logChange({version, FecTableDataModelLogGlintEntry::kEntryDeleted, unitId, logEntry},"),
@@ -119,25 +119,25 @@ MUTANTS = [
     ("ignored delete is not traced",
      '    ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist. So ignoring delete", key);\n', ""),
     ("deleted row is not marked",
-     "entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});",
-     "entries.rowIs({found->logEntry(), found->rsrcKeys(), version, false});"),
+     "unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, true});",
+     "unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, false});"),
     ("deleted row keeps its old version",
-     "entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});",
-     "entries.rowIs({found->logEntry(), found->rsrcKeys(), found->version(), true});"),
+     "unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, true});",
+     "unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), found->version(), true});"),
     ("deleted row forgets its interface",
-     "entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});",
-     "entries.rowIs({found->logEntry(), {}, version, true});"),
+     "unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, true});",
+     "unit.swTableEntriesIs({found->logEntry(), {}, version, true});"),
     ("deleted row goes at once",
-     "entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});",
-     "entries.rowDel(key);"),
+     "unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, true});",
+     "unit.swTableEntriesDel(key);"),
     ("delete is written before its row is marked",
-     """  entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});
+     """  unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, true});
   logChange({version, FecTableDataModelLogGlintEntry::kEntryDeleted, unitId, found->logEntry()},
             neededEntry);
 """,
      """  logChange({version, FecTableDataModelLogGlintEntry::kEntryDeleted, unitId, found->logEntry()},
             neededEntry);
-  entries.rowIs({found->logEntry(), found->rsrcKeys(), version, true});
+  unit.swTableEntriesIs({found->logEntry(), found->rsrcKeys(), version, true});
 """),
     ("delete is logged as a table's",
      "logChange({version, FecTableDataModelLogGlintEntry::kEntryDeleted, unitId, found->logEntry()},",
@@ -151,17 +151,17 @@ MUTANTS = [
     ("delete of what is deleted already is ignored",
      "  if (!found) {\n", "  if (!found || found->isDeleted()) {\n"),
     ("table deletion's rows are not marked",
-     "entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});",
-     "entries.rowIs({row.logEntry(), row.rsrcKeys(), version, false});"),
+     "unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), version, true});",
+     "unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), version, false});"),
     ("table deletion's rows keep their versions",
-     "entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});",
-     "entries.rowIs({row.logEntry(), row.rsrcKeys(), row.version(), true});"),
+     "unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), version, true});",
+     "unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), row.version(), true});"),
     ("table deletion's rows forget their interfaces",
-     "entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});",
-     "entries.rowIs({row.logEntry(), {}, version, true});"),
+     "unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), version, true});",
+     "unit.swTableEntriesIs({row.logEntry(), {}, version, true});"),
     ("table deletion skips rows that are deleted already",
-     "entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});",
-     "if (!row.isDeleted()) entries.rowIs({row.logEntry(), row.rsrcKeys(), version, true});"),
+     "unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), version, true});",
+     "if (!row.isDeleted()) unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), version, true});"),
     ("table deletion is logged as an entry's",
      "      {version, FecTableDataModelLogGlintEntry::kTableDeleted, unitId, FecTableDataModelLogEntry()},\n",
      "      {version, FecTableDataModelLogGlintEntry::kEntryDeleted, unitId, FecTableDataModelLogEntry()},\n"),
@@ -169,7 +169,7 @@ MUTANTS = [
      "      {version, FecTableDataModelLogGlintEntry::kTableDeleted, unitId, FecTableDataModelLogEntry()},\n",
      "      {version, FecTableDataModelLogGlintEntry::kTableDeleted, {}, FecTableDataModelLogEntry()},\n"),
     ("log row is not written",
-     "  log().rowIs(row);\n", ""),
+     "  logGlint().entryLogConfigIs(row);\n", ""),
     ("log's version is not kept",
      "  log().control().scratchpadIs(row.version().value());\n", ""),
     ("log's version is kept in 32 bits",
@@ -201,18 +201,18 @@ MUTANTS = [
      "    if (static_cast<std::uint32_t>(row.version().value()) <=\n"
      "        static_cast<std::uint32_t>(version.value())) {\n"),
     ("first clean-up leaves configuration rows",
-     "      log().rowDel(row.version());\n      cleanupConfig(row);\n",
-     "      log().rowDel(row.version());\n"),
+     "      logGlint().entryLogConfigDel(row.version());\n      cleanupConfig(row);\n",
+     "      logGlint().entryLogConfigDel(row.version());\n"),
     ("first clean-up removes the configuration row first",
-     "      log().rowDel(row.version());\n      cleanupConfig(row);\n",
-     "      cleanupConfig(row);\n      log().rowDel(row.version());\n"),
+     "      logGlint().entryLogConfigDel(row.version());\n      cleanupConfig(row);\n",
+     "      cleanupConfig(row);\n      logGlint().entryLogConfigDel(row.version());\n"),
     ("clean-up leaves configuration rows",
-     "    log().rowDel(version);\n    cleanupConfig(*row);\n", "    log().rowDel(version);\n"),
+     "    logGlint().entryLogConfigDel(version);\n    cleanupConfig(*row);\n", "    logGlint().entryLogConfigDel(version);\n"),
     ("clean-up removes the configuration row first",
-     "    log().rowDel(version);\n    cleanupConfig(*row);\n",
-     "    cleanupConfig(*row);\n    log().rowDel(version);\n"),
+     "    logGlint().entryLogConfigDel(version);\n    cleanupConfig(*row);\n",
+     "    cleanupConfig(*row);\n    logGlint().entryLogConfigDel(version);\n"),
     ("clean-up leaves log rows",
-     "    log().rowDel(version);\n    cleanupConfig(*row);\n", "    cleanupConfig(*row);\n"),
+     "    logGlint().entryLogConfigDel(version);\n    cleanupConfig(*row);\n", "    cleanupConfig(*row);\n"),
     ("clean-up stops one version early",
      "    cleanupVersion(Asic::LogVersion(v));\n    if (v == version.value()) {\n      return;\n    }\n",
      "    if (v == version.value()) {\n      return;\n    }\n    cleanupVersion(Asic::LogVersion(v));\n"),
@@ -234,7 +234,8 @@ MUTANTS = [
      "  std::sort(versions.begin(), versions.end());\n",
      "  std::sort(versions.rbegin(), versions.rend());\n", {"by": "FecTableLogCleanupTest"}),
     ("clean-up of a unit that is not there is not traced",
-     '    ZEV_TRACE(trace, 3, kClass, " configGlint not found for unitId: {}", logRow.unitId());\n', ""),
+     '    ZEV_TRACE_AS(trace, 3, kClass, "cleanupEntryLog", " configGlint not found for unitId: {}",\n'
+     "                 logRow.unitId());\n", ""),
     ("deletion bit is tested as a value",
      "(logRow.operation() & FecTableDataModelLogGlintEntry::kEntryDeleted) != 0",
      "logRow.operation() == FecTableDataModelLogGlintEntry::kEntryDeleted",
@@ -244,16 +245,19 @@ MUTANTS = [
      "logRow.operation() == FecTableDataModelLogGlintEntry::kTableDeleted",
      {"by": "FecTableLogCleanupTest"}),
     ("deletion that is cleaned up leaves its row",
-     "    cleanupConfigRow(held->swTableEntries(), logRow);\n", ""),
+     "    cleanupConfigRow(*held, logRow);\n", ""),
     ("table deletion that is cleaned up leaves its rows",
-     "    cleanupConfigTable(held->swTableEntries(), logRow.version());\n", ""),
+     "    cleanupConfigTable(*held, logRow.version());\n", ""),
     ("clean-up of a table deletion is not traced",
-     '    ZEV_TRACE(trace, 3, kClass, " deleteing all entries for unitId: {}", logRow.unitId());\n', ""),
+     '    ZEV_TRACE_AS(trace, 3, kClass, "cleanupEntryLog", " deleteing all entries for unitId: {}",\n'
+     "                 logRow.unitId());\n", ""),
     ("clean-up of a table deletion is traced after it",
-     '    ZEV_TRACE(trace, 3, kClass, " deleteing all entries for unitId: {}", logRow.unitId());\n'
-     "    cleanupConfigTable(held->swTableEntries(), logRow.version());\n",
-     "    cleanupConfigTable(held->swTableEntries(), logRow.version());\n"
-     '    ZEV_TRACE(trace, 3, kClass, " deleteing all entries for unitId: {}", logRow.unitId());\n'),
+     '    ZEV_TRACE_AS(trace, 3, kClass, "cleanupEntryLog", " deleteing all entries for unitId: {}",\n'
+     "                 logRow.unitId());\n"
+     "    cleanupConfigTable(*held, logRow.version());\n",
+     "    cleanupConfigTable(*held, logRow.version());\n"
+     '    ZEV_TRACE_AS(trace, 3, kClass, "cleanupEntryLog", " deleteing all entries for unitId: {}",\n'
+     "                 logRow.unitId());\n"),
     ("clean-up of a deletion takes a row that was written again",
      "  if (row && row->version() == logRow.version()) {\n", "  if (row) {\n"),
     ("clean-up of a deletion compares 32 bits",
@@ -262,20 +266,20 @@ MUTANTS = [
      "                 static_cast<std::uint32_t>(logRow.version().value())) {\n",
      {"by": "FecTableLogCleanupTest"}),
     ("clean-up of a table deletion takes rows that were written again",
-     "    if (row.version() == version) {\n", "    {\n"),
+     "                                if (row.version() == version) {\n",
+     "                                {\n"),
     ("clean-up of a table deletion takes rows that were written before",
-     "    if (row.version() == version) {\n", "    if (row.version() <= version) {\n",
+     "                                if (row.version() == version) {\n",
+     "                                if (row.version() <= version) {\n",
      {"by": "FecTableLogCleanupTest"}),
     ("deleted entry is read",
-     "return row && !row->isDeleted() ? row->logEntry() :", "return row ? row->logEntry() :"),
+     "return row_ && !row_->isDeleted() ? row_->logEntry() :", "return row_ ? row_->logEntry() :"),
     ("deleted entry is there",
-     "  return row && !row->isDeleted();\n", "  return row.has_value();\n"),
+     "  return row_ && !row_->isDeleted();\n", "  return row_.has_value();\n"),
     ("interface of a deleted entry is not told",
-     "return row ? row->rsrcKeys() : FecTableDataModelResourceKeys();",
-     "return row && !row->isDeleted() ? row->rsrcKeys() : FecTableDataModelResourceKeys();",
+     "return row_ ? row_->rsrcKeys() : FecTableDataModelResourceKeys();",
+     "return row_ && !row_->isDeleted() ? row_->rsrcKeys() : FecTableDataModelResourceKeys();",
      {"by": "FecTableEntryLogTest"}),
-    ("interface of a deleted entry counts as committed",
-     "  if (!row || row->isDeleted()) {\n", "  if (!row) {\n"),
     ("live rows count as deleted",
      "count += row.isDeleted() ? 1U : 0U;", "count += row.isDeleted() ? 0U : 1U;",
      {"by": "FecTableEntryLogTest"}),

@@ -67,20 +67,8 @@ MUTANTS = [
     ("answer of the failure hook is traced at another level",
      'ZEV_TRACE(wrapperTrace, 3, kWrapperClass, " retVal: {}", retVal);',
      'ZEV_TRACE(wrapperTrace, 8, kWrapperClass, " retVal: {}", retVal);'),
-    ("default helper accepts failures",
-     """Pell::Ptr<FecTableSwTable> const& /*swTable*/) {
-  return false;
-}""",
-     """Pell::Ptr<FecTableSwTable> const& /*swTable*/) {
-  return true;
-}"""),
-    ("default helper refuses resource updates",
-     """    bool /*someResourceHasFailed*/) {
-  return true;
-}""",
-     """    bool /*someResourceHasFailed*/) {
-  return false;
-}"""),
+    ("default helper accepts failures", "  return false;\n", "  return true;\n"),
+    ("default helper refuses resource updates", "  return true;\n", "  return false;\n"),
     ("resolver entry says that it is resolved",
      "  return swTable_->isResolverEntryResolved(Pell::Ptr<FecTableResolverEntry>(this));\n",
      "  return true;\n", {"by": "FecTableStepsTest"}),

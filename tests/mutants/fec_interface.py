@@ -39,22 +39,22 @@ MUTANTS = [
     ("group gets no set of software tables",
      "  group->swTableSetIs(tableId);\n", "", {"by": "FecTableInterfaceTest"}),
     ("clean-up at the start is not traced",
-     """    ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized",
-                 " Cleaned entry log until table version: {}", version);
+     """  ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized", " Cleaned entry log until table version: {}",
+               *version);
 """, ""),
     ("clean-up at the start is traced before it",
-     """    entryLog_->cleanupEntryLog(version);
-    ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized",
-                 " Cleaned entry log until table version: {}", version);
+     """  entryLog_->cleanupEntryLog(*version);
+  ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized", " Cleaned entry log until table version: {}",
+               *version);
 """,
-     """    ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized",
-                 " Cleaned entry log until table version: {}", version);
-    entryLog_->cleanupEntryLog(version);
+     """  ZEV_TRACE_AS(trace, 3, kClass, "handleInitialized", " Cleaned entry log until table version: {}",
+               *version);
+  entryLog_->cleanupEntryLog(*version);
 """),
     ("flag goes up at the start though everything is applied",
-     "    if (entryLog_->tableVersion() > version) {\n", "    if (entryLog_->tableVersion() >= version) {\n"),
+     "  if (entryLog_->tableVersion() > *version) {\n", "  if (entryLog_->tableVersion() >= *version) {\n"),
     ("flag stays down at the start though rows wait",
-     "      swTableStatus_->pendingHwWritesIs(true);\n", ""),
+     "    swTableStatus_->pendingHwWritesIs(true);\n", ""),
     ("new unit's clear goes without its trace",
      """  if (reset) {
     ZEV_TRACE(trace, 2, kClass, " Clearing entries for table id: {}", tableId);

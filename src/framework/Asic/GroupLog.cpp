@@ -5,6 +5,7 @@
 #include "Asic/GroupLog.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
@@ -84,10 +85,11 @@ const Zev::TypeRecord& GroupLog::fwkType() const {
 }
 
 // A row that was written before its sequence reached the scratchpad counts too: the agent may have
-// died in between.
+// died in between. A damaged row has nothing left to be dropped.
 void GroupLog::readPending() {
-  auto rows = Glint::pickRows<GroupLogRow>(
-      log_->groupLog(), [](const GroupLogRow& row) { return std::optional(row); });
+  std::vector<GroupLogRow> rows;
+  (void)Glint::walkOverDamage(log_->groupLog(),
+                              [&](const GroupLogRow& row) { rows.push_back(row); });
   std::sort(rows.begin(), rows.end(),
             [](const GroupLogRow& a, const GroupLogRow& b) { return a.sequence() < b.sequence(); });
   for (const GroupLogRow& row : rows) {

@@ -43,9 +43,9 @@ class FecTableDataModelConfigGlint : public Zev::Entity {
 
   // Inserts or replaces the row of that key.
   void swTableEntriesIs(const FecTableDataModelConfigGlintEntry& row) {
-    swTableEntries_.rowIs(row);
+    swTableEntries().rowIs(row);
   }
-  void swTableEntriesDel(const FecTableDataModelEntryKey& key) { swTableEntries_.rowDel(key); }
+  void swTableEntriesDel(const FecTableDataModelEntryKey& key) { swTableEntries().rowDel(key); }
   // Lookups and walks may throw Pell::CorruptionDetectedException.
   virtual Glint::GlintMap<FecTableDataModelConfigGlintEntry>& swTableEntries() {
     return swTableEntries_;

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <vector>
-
 #include "Pell/Exceptions.h"
 
 // Lookups and walks for callers who go on when shared memory turns out to be corrupt: the map is
@@ -24,8 +20,8 @@ bool guarded(Map& map, Lookup&& lookup) {
 }
 
 // The row of the key; nothing when it is absent or corrupt.
-template <typename Map, typename Key>
-auto guardedRow(Map& map, const Key& key) {
+template <typename Map>
+auto guardedRow(Map& map, const typename Map::Key& key) {
   decltype(map.row(key)) row;
   guarded(map, [&] { row = map.row(key); });
   return row;
@@ -64,38 +60,6 @@ template <typename Map, typename Visit>
     visit(at.row());
   }
   return false;
-}
-
-// Visits every row; visit(row) is given a copy and may delete or replace the row it stands for.
-// Corruption ends the walk.
-template <typename Map, typename Visit>
-void forEachRow(Map& map, Visit&& visit) {
-  guarded(map, [&] {
-    for (auto at = map.iterator(); at.valid(); at.advance()) {
-      const auto row = at.row();
-      visit(row);
-    }
-  });
-}
-
-// What pick(row) makes of each row that is not damaged, in slot order; rows of which it makes
-// nothing are left out. Damage ends a walk, and the writer has it out of use then, so its next walk
-// comes further; there is no more damage than slots. A reader gets what lies before the damage.
-template <typename Item, typename Map, typename Pick>
-std::vector<Item> pickRows(Map& map, Pick&& pick) {
-  for (std::uint32_t walks = 0;; ++walks) {
-    std::vector<Item> picked;
-    const bool whole = guarded(map, [&] {
-      for (auto at = map.iterator(); at.valid(); at.advance()) {
-        if (std::optional<Item> item = pick(at.row())) {
-          picked.push_back(*std::move(item));
-        }
-      }
-    });
-    if (whole || !map.isWriter() || walks == map.slotCount()) {
-      return picked;
-    }
-  }
 }
 
 }  // namespace Glint

@@ -1,6 +1,7 @@
 // The agent's start: on what another one left, with its hardware, or with empty tables; and on a
 // damaged state, repaired or not, with hardware that still has what was lost.
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@
 #include "testing/LeakCheck.h"
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TraceRecorder.h"
 #include "tools/StateCheck.h"
 #include "tools/StateRepair.h"
 
@@ -209,6 +211,82 @@ TEST_F(FecAgentTest, ARowThatARepairDropsWithItsLogRowIsTakenOffHardwareThatWasK
   EXPECT_EQ(agent_->resynchronisation().removed, 1U);
   EXPECT_GT(agent_->fec().entryLog()->tableVersion(), version) << "no version is given twice";
   expectLostEverywhereAndWritable(2, 2);
+}
+
+// What is damaged is what the hardware has not heard of yet, so that the rest is equal.
+TEST_F(FecAgentTest, HardwareIsNotSaidToEqualATableWhoseRowsWereNotAllSeen) {
+  write({1, 2}, 10);
+  const auto& log = *agent_->fec().entryLog();
+  const auto version = log.tableVersion();
+  FecClient::Entry entry;
+  entry.key = FecClient::Key(3);
+  agent_->fec().swTable(kUnits[0])->entryWrite(entry.key, entry, nullptr);
+  while (log.tableVersion() == version) {
+    ASSERT_TRUE(agent_->loop().runOne());
+  }
+  ASSERT_EQ(agent_->hardware().hardwareTable(kUnits[0])->size(), 2U);
+  ASSERT_EQ(entries(kUnits[0]), 3U);
+  damageRowOf(3);
+  EXPECT_FALSE(agent_->hardwareEqualsTable(kUnits[0]));
+  EXPECT_TRUE(agent_->hardwareEqualsTable(kUnits[0])) << "the row is out of use from then on";
+}
+
+// A deletion of the first unit that nobody speaks for, and damage that is done just before the
+// start looks for those.
+class OrphanTest : public FecAgentTest {
+ protected:
+  OrphanTest() {
+    write({1, 2}, 10);
+    auto& unit = *agent_->fec().entryLog()->tableConfigGlint(kUnits[0]);
+    const auto row = unit.swTableEntries().row(FecClient::Key(1)).value();
+    unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), row.version(), true});
+    stop();
+  }
+  void startWhileDamaging(const std::function<void()>& damage) {
+    const testing_support::TraceRecorder levels({"FecTableInterface"});
+    Zev::traceSinkIs([&](const Zev::TraceRecord& record) {
+      if (record.message.starts_with(" Restoring entries")) {
+        damage();
+      }
+    });
+    start();
+  }
+  std::string fileOf(Tools::TableRole role) const {
+    return root_.path() + "/" + Tools::fileNameOf(role, kUnits[0]);
+  }
+  std::uint32_t rows() const {
+    return agent_->fec().entryLog()->tableConfigGlint(kUnits[0])->swTableEntries().rowCount();
+  }
+};
+
+TEST_F(OrphanTest, ADeletionThatNobodySpeaksForIsSweptAtTheStart) {
+  start();
+  EXPECT_EQ(rows(), 1U);
+}
+
+TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhetherItsLogRowIsThere) {
+  startWhileDamaging([&] {
+    const std::string log = fileOf(Tools::TableRole::log);
+    const testing_support::TablePlaces places(log);
+    for (std::uint32_t bucket = 0; bucket < 16; ++bucket) {  // of every version given so far
+      testing_support::flipBit(log, 8 * places.head(bucket));
+    }
+  });
+  EXPECT_EQ(rows(), 2U);
+  stop();
+  start();
+  EXPECT_EQ(rows(), 1U);
+}
+
+TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhatHasBeenApplied) {
+  startWhileDamaging([&] {
+    const std::string applied = fileOf(Tools::TableRole::applied);
+    const testing_support::TablePlaces places(applied);
+    for (const std::uint32_t slot : places.liveSlots()) {
+      testing_support::flipBit(applied, 8 * (places.liveRow(slot) + 8));
+    }
+  });
+  EXPECT_EQ(rows(), 2U);
 }
 
 TEST_F(FecAgentTest, FreshHardwareHasNothingToCompare) {

@@ -184,7 +184,7 @@ TEST_F(FecTableReportStepsTest, ATableDeletionThatIsCleanedUpAndAKeyThatWasWritt
 8 FecTableSwTable::tableStatusVersion |tableVersion: 4294967297|
 8 FecTableEntryLog::cleanupEntryLog | version 4294967297|
 store LoamAdj.LoamAdj.FecTable.log.table: row 4294967297 removed
-3 FecTableEntryLog::cleanupConfig | deleteing all entries for unitId: 7|
+3 FecTableEntryLog::cleanupEntryLog | deleteing all entries for unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 removed
 8 GroupResolver::updateGenId ||
 store LoamAdj.LoamAdj.applied.table: row 50399237 written
@@ -219,7 +219,7 @@ group log applied 4294967298
 8 FecTableSwTable::tableStatusVersion |tableVersion: 4294967299|
 8 FecTableEntryLog::cleanupEntryLog | version 4294967299|
 store LoamAdj.LoamAdj.FecTable.log.table: row 4294967299 removed
-3 FecTableEntryLog::cleanupConfig | deleteing all entries for unitId: 7|
+3 FecTableEntryLog::cleanupEntryLog | deleteing all entries for unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 removed
 store LoamAdj.FecTable.unit7.config.table: row 4294901761 removed
 store LoamAdj.FecTable.unit7.config.table: row 2147483649 removed
@@ -241,9 +241,9 @@ TEST_F(FecTableReportStepsTest, ADeletionOfAUnitThatThisProcessHasNot) {
 8 FecTableSwTable::tableStatusVersion |tableVersion: 4294967296|
 8 FecTableEntryLog::cleanupEntryLog | version 4294967296|
 store LoamAdj.LoamAdj.FecTable.log.table: row 4294967295 removed
-3 FecTableEntryLog::cleanupConfig | configGlint not found for unitId: 65527|
+3 FecTableEntryLog::cleanupEntryLog | configGlint not found for unitId: 65527|
 store LoamAdj.LoamAdj.FecTable.log.table: row 4294967296 removed
-3 FecTableEntryLog::cleanupConfig | configGlint not found for unitId: 65527|
+3 FecTableEntryLog::cleanupEntryLog | configGlint not found for unitId: 65527|
 8 GroupResolver::updateGenId ||
 store LoamAdj.LoamAdj.applied.table: row 50399237 written
 store LoamAdj.LoamAdj.grouplog.table: row 1 removed
@@ -300,13 +300,14 @@ class FecTableChangeStepsTest : public StepsFixture {
 TEST_F(FecTableChangeStepsTest, ANewDestinationOfAnInterfaceWithThreeUsers) {
   commitOn("eth1", {kKey, kOther, kThird});
   EXPECT_EQ(changeTo(State::done, 200, {tableVersion(0x801, 0x1'0000'0003)}), R"(
+8 LocalUsageUpdateSm::resPtrDispatch |resKey: eth1, attributeId: 517|
 8 FecTableIntfIdToDestIdLinkage::handleResourceChange ||
 3 FecTableIntfIdToDestIdLinkage::handleResourceChange |Updating sw table entry for key: |
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
 8 FecTableSwTable::getNeededEntrySet |key: 65537|
@@ -323,8 +324,8 @@ group log takes version 5000000004 of the log
 8 FecTableEntryLog::entryHas | key: 4294901761 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294901761, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294901761, refresh: false|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
 8 FecTableSwTable::getNeededEntrySet |key: 4294901761|
@@ -341,8 +342,8 @@ group log takes version 5000000005 of the log
 8 FecTableEntryLog::entryHas | key: 2147483649 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 2147483649, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 2147483649|
-8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableEntryLog::entry | key: 2147483649 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 2147483649, refresh: false|
 8 FecTableEntryLog::entry | key: 2147483649 unitId:7|
 8 FecTableSwTable::getNeededEntrySet |key: 2147483649|
@@ -362,13 +363,14 @@ client ackUpdate eth1 number 2, dependency 2147483649 v0.0, state 1, log version
 TEST_F(FecTableChangeStepsTest, ADestinationThatHasFailed) {
   commitOn("eth1", {kKey});
   EXPECT_EQ(changeTo(State::resourceFailed, 300), R"(
+8 LocalUsageUpdateSm::resPtrDispatch |resKey: eth1, attributeId: 517|
 8 FecTableIntfIdToDestIdLinkage::handleResourceChange ||
 3 FecTableIntfIdToDestIdLinkage::handleResourceChange |Updating sw table entry for key: |
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
 8 FecTableSwTable::getNeededEntrySet |key: 65537|
@@ -387,13 +389,14 @@ client ackUpdate eth1 number 2, dependency 65537 v0.0, state 1, log version 5000
 TEST_F(FecTableChangeStepsTest, ADestinationThatIsNotResolvedAnyMore) {
   commitOn("eth1", {kKey});
   EXPECT_EQ(changeTo(State::notResolved, 400), R"(
+8 LocalUsageUpdateSm::resPtrDispatch |resKey: eth1, attributeId: 517|
 8 FecTableIntfIdToDestIdLinkage::handleResourceChange ||
 3 FecTableIntfIdToDestIdLinkage::handleResourceChange |Updating sw table entry for key: |
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 3 FecTableSwTable::updateEntry |key: 65537 is still unresolved!|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
@@ -405,13 +408,14 @@ client ackUpdate eth1 number 2, dependency 65537 v0.0, state 1, log version 5000
 TEST_F(FecTableChangeStepsTest, AChangeThatIsNone) {
   commitOn("eth1", {kKey});
   EXPECT_EQ(changeTo(State::done, 100), R"(
+8 LocalUsageUpdateSm::resPtrDispatch |resKey: eth1, attributeId: 517|
 8 FecTableIntfIdToDestIdLinkage::handleResourceChange ||
 3 FecTableIntfIdToDestIdLinkage::handleResourceChange |Updating sw table entry for key: |
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
 3 FecTableSwTable::updateEntry | key: 65537, commitToLog: true, no change in logEntry or don't commit to log|
@@ -425,7 +429,9 @@ TEST_F(FecTableChangeStepsTest, APublicationOfAnotherAttribute) {
   resource("eth1")->publish(516);
   resource("eth1")->publish(518);
   EXPECT_EQ(take(), R"(
+8 LocalUsageUpdateSm::resPtrDispatch |resKey: eth1, attributeId: 516|
 resource eth1 publishes 516
+8 LocalUsageUpdateSm::resPtrDispatch |resKey: eth1, attributeId: 518|
 resource eth1 publishes 518
 )");
 }
@@ -492,40 +498,40 @@ TEST_F(FecTableStateStepsTest, AClearThatReleasesWhatIsUsed) {
 8 FecTableSwTable::delAllEntries | releaseResources: true, neededEntry:null |
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 65537|
 usage of eth1: 65537 goes
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294901761, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294901761, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 4294901761|
 8 FecTableEntryLog::entryHas | key: 4294901761 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 4294901761|
 usage of eth1: 4294901761 goes
 client release eth1, dependency 4294901761 v0.0, state 0, log version 0
 unit 7 entryUsageSm eth1 removed
 8 FecTableSwTable::entryWrapperFromConfig |key: 2147483649, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 2147483649|
-8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableEntryLog::entry | key: 2147483649 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 2147483649, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 2147483649|
 8 FecTableEntryLog::entryHas | key: 2147483649 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 2147483649|
-8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableEntryLog::entry | key: 2147483649 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: , swKey: 2147483649|
 8 FecTableEntryLog::tableDel | neededEntry:null, unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000004, deleted true, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
@@ -550,21 +556,21 @@ TEST_F(FecTableStateStepsTest, AClearWithADeletedRow) {
 8 FecTableSwTable::delAllEntries | releaseResources: true, neededEntry:null |
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 0|
 8 FecTableEntryLog::entryHas | key: 0 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294901761, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294901761, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 4294901761|
 8 FecTableEntryLog::entryHas | key: 4294901761 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 4294901761|
 usage of eth1: 4294901761 goes
 client release eth1, dependency 4294901761 v0.0, state 0, log version 0
@@ -615,30 +621,30 @@ TEST_F(FecTableStateStepsTest, ARestoreOfTwoUsersAndADeletedRow) {
 8 FecTableSwTable::restoreEntries ||
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: true|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: eth1, swKey: 65537|
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294901761, refreshRsrcPtrs: true|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294901761, refresh: true|
 client request eth1, dependency null
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: eth1, swKey: 4294901761|
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294967295, refreshRsrcPtrs: true|
 8 FecTableSwTable::entryFromConfig |key: 4294967295|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294967295 unitId:7|
 8 FecTableEntryLog::entry | key: 4294967295 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294967295 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294967295, refresh: true|
 8 FecTableIntfIdToDestIdLinkage::handleResourceChange ||
 3 FecTableIntfIdToDestIdLinkage::handleResourceChange |Updating sw table entry for key: |
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
 8 FecTableSwTable::getNeededEntrySet |key: 65537|
@@ -653,8 +659,8 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 6
 8 FecTableEntryLog::entryHas | key: 4294901761 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294901761, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294901761, refresh: false|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
 8 FecTableSwTable::getNeededEntrySet |key: 4294901761|
@@ -684,8 +690,8 @@ TEST_F(FecTableStateStepsTest, ARestoreWhoseDestinationIsNotResolvedYet) {
 8 FecTableSwTable::restoreEntries ||
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: true|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: eth1, swKey: 65537|
@@ -694,8 +700,8 @@ client request eth1, dependency null
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 3 FecTableSwTable::updateEntry |key: 65537 is still unresolved!|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|

@@ -20,10 +20,12 @@ TEST_F(FecTableWriteStepsTest, ANewKeyWithWhatItsDestinationAndItsDependencyNeed
   destinationIs("eth1", 100, {tableVersion(0x801, 0x1'0000'0003), tableVersion(0x806, 7)});
   write(kKey, "eth1", dependency(State::done, 0x2'0000'0001));
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry is resolved|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -66,9 +68,11 @@ TEST_F(FecTableWriteStepsTest, EveryFieldOfAnEntryReachesItsRows) {
   resource("eth1")->contentsAre(State::done, {0xFFFF'0009, 0x800A, 0x8000'000B});
   table().entryWrite(key(kKey), entry, nullptr);
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -100,9 +104,11 @@ TEST_F(FecTableWriteStepsTest, AnotherKeyOnAnInterfaceInUse) {
   commitOn("eth1", {kOther});
   write(kKey, "eth1");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -131,9 +137,11 @@ TEST_F(FecTableWriteStepsTest, AKeyWhoseInterfaceStays) {
   commitOn("eth1", {kKey});
   write(kKey, "eth1");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -162,9 +170,11 @@ TEST_F(FecTableWriteStepsTest, AKeyThatLeavesAnInterfaceAsItsOnlyUser) {
   destinationIs("eth2", 200);
   write(kKey, "eth2");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth2, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -201,9 +211,11 @@ TEST_F(FecTableWriteStepsTest, AKeyThatLeavesAnInterfaceThatOthersUseForOneInUse
   commitOn("eth2", {kThird});
   write(kKey, "eth2");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth2, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -235,8 +247,10 @@ TEST_F(FecTableWriteStepsTest, AKeyThatNoLongerNeedsAnInterface) {
   commitOn("eth1", {kKey});
   write(kKey);
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -272,9 +286,11 @@ TEST_F(FecTableWriteStepsTest, AKeyThatIsDeletedAndNotCleanedIsNewAgain) {
   agent_.run();
   write(kKey, "eth1");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -305,8 +321,10 @@ TEST_F(FecTableWriteStepsTest, AnOlderWriteOfAKeyLeavesTheNewerOnesRecords) {
   write(kKey);
   write(kKey, "eth1");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -327,6 +345,7 @@ handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
 8 FecTableSwTable::maybeUpdateSuspend ||
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::resAccessorCheckResolved |key: 65537 is still unresolved!|
@@ -339,8 +358,10 @@ TEST_F(FecTableWriteStepsTest, AnOlderWriteIsToldFromANewerOneByAllSixtyFourBits
   table().transientVersionForKeyIs(key(kKey), Asic::EntryVersion(0xFFFF'FFFF, 0));
   write(kKey, "eth1");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -361,6 +382,7 @@ handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
 8 FecTableSwTable::maybeUpdateSuspend ||
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::resAccessorCheckResolved |key: 65537 is still unresolved!|
@@ -371,8 +393,10 @@ TEST_F(FecTableWriteStepsTest, AWriteThatALaterRemoveShadowsIsLoggedAndLeavesThe
   write(kKey);
   remove(kKey, dependency(State::notResolved));
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -393,6 +417,7 @@ handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
 8 FecTableSwTable::maybeUpdateSuspend ||
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry not yet resolved|
 )");
 }
@@ -401,9 +426,11 @@ TEST_F(FecTableWriteStepsTest, AFailedResourceThatTheHelperRefuses) {
   stateIs("eth1", State::resourceFailed, 300);
   write(kKey, "eth1");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 5|
 8 FecTableEntryWrapper::finalizeOnFailure | key: 65537 isDeleted: false|
@@ -422,9 +449,11 @@ TEST_F(FecTableWriteStepsTest, AFailedResourceThatTheHelperAccepts) {
   helper_->logsFailures = true;
   write(kKey, "eth1");
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 5|
 8 FecTableEntryWrapper::finalizeOnFailure | key: 65537 isDeleted: false|
@@ -454,10 +483,12 @@ TEST_F(FecTableWriteStepsTest, AFailedDependency) {
     destinationIs("eth1", 100);
     write(kKey, "eth1", dependency(state));
     EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry is resolved|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 1 FecTableSwTable::commitEntry |Failed dependent entry for key: 65537|
 1 FecTableSwTable::commitEntry |Failed to commit entry key: 65537|
@@ -472,9 +503,11 @@ handler of the write: 65537 v0.0, state 4, log version 0
 TEST_F(FecTableWriteStepsTest, ADependencyThatIsLoggedOrDoneIsNoFailure) {
   write(kKey, "", dependency(State::hwWritePending, 9));
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry is resolved|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -505,8 +538,10 @@ TEST_F(FecTableWriteStepsTest, ACommitTurnsSuspendOffWhenFewEnoughWait) {
   write(kKey);
   table().status()->suspendIs(true);
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: false, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::checkCommitToLog | Entry: 65537, isDeleted:false, resourceState: 3|
 8 FecTableEntryWrapper::finalizeOnSuccess | key: 65537 isDeleted: false|
@@ -542,13 +577,15 @@ TEST_F(FecTableRemoveStepsTest, TheOnlyUserOfAnInterface) {
   commitOn("eth1", {kKey});
   remove(kKey);
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 65537|
 usage of eth1: 65537 goes
 client release eth1, dependency 65537 v0.0, state 0, log version 0
@@ -573,14 +610,16 @@ TEST_F(FecTableRemoveStepsTest, OneOfTwoUsersWithADependency) {
   commitOn("eth1", {kKey, kOther});
   remove(kKey, dependency(State::done, 0x2'0000'0001));
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry is resolved|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 65537|
 usage of eth1: 65537 goes
 unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0
@@ -602,7 +641,9 @@ TEST_F(FecTableRemoveStepsTest, AKeyWithoutRow) {
   commitOn("eth1", {kOther});
   remove(kKey);
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
@@ -622,7 +663,9 @@ TEST_F(FecTableRemoveStepsTest, AKeyWhoseRowIsDeletedAlreadyIsMarkedAgain) {
   agent_.run();
   remove(kKey);
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
@@ -646,13 +689,15 @@ TEST_F(FecTableRemoveStepsTest, AnOlderRemoveLeavesTheRecordsOfANewerOne) {
   remove(kKey);
   remove(kKey, dependency(State::notResolved));
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: , swKey: 65537|
 8 FecTableEntryLog::entryDel | key:65537 neededEntry: {} unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted true, interface '', key 65537, opaqueA 5
@@ -664,6 +709,7 @@ group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
 8 FecTableSwTable::maybeUpdateSuspend ||
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry not yet resolved|
 )");
 }
@@ -673,13 +719,15 @@ TEST_F(FecTableRemoveStepsTest, ARemoveIsLoggedAlthoughItsResourceHasFailed) {
   stateIs("eth1", State::resourceFailed);
   remove(kKey);
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 65537|
 usage of eth1: 65537 goes
 client release eth1, dependency 65537 v0.0, state 0, log version 0
@@ -703,8 +751,10 @@ TEST_F(FecTableRemoveStepsTest, AFailedDependency) {
   for (const auto state : kFailed) {
     remove(kKey, dependency(state));
     EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry is resolved|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 65537|
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 1 FecTableSwTable::commitEntry |Failed dependent entry for key: 65537|
 1 FecTableSwTable::commitEntry |Failed to commit entry key: 65537|
@@ -726,59 +776,61 @@ TEST_F(FecTableRemoveAllStepsTest, EntriesOnTwoInterfacesAndOnNone) {
   commitOn("eth2", {0xFFFF'FFFF});
   removeAll();
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 0|
 8 FecTableSwTable::commitEntry |Entry: 0, isEntryDeleted: false, isTableDeleted: true|
 8 FecTableSwTable::commitEntry |Committing table delete for version: 0|
 8 FecTableSwTable::getNeededEntrySet |key: 0|
 8 FecTableSwTable::delAllEntries | releaseResources: true, neededEntry:{} |
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 65537|
 usage of eth1: 65537 goes
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294901761, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294901761, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 4294901761|
 8 FecTableEntryLog::entryHas | key: 4294901761 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 4294901761|
 usage of eth1: 4294901761 goes
 client release eth1, dependency 4294901761 v0.0, state 0, log version 0
 unit 7 entryUsageSm eth1 removed
 8 FecTableSwTable::entryWrapperFromConfig |key: 2147483649, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 2147483649|
-8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableEntryLog::entry | key: 2147483649 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 2147483649, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 2147483649|
 8 FecTableEntryLog::entryHas | key: 2147483649 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 2147483649|
-8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableEntryLog::entry | key: 2147483649 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 2147483649 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: , swKey: 2147483649|
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294967295, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 4294967295|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294967295 unitId:7|
 8 FecTableEntryLog::entry | key: 4294967295 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294967295 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294967295, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 4294967295|
 8 FecTableEntryLog::entryHas | key: 4294967295 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 4294967295|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294967295 unitId:7|
 8 FecTableEntryLog::entry | key: 4294967295 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294967295 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth2, swKey: 4294967295|
 usage of eth2: 4294967295 goes
 client release eth2, dependency 4294967295 v0.0, state 0, log version 0
@@ -804,30 +856,32 @@ TEST_F(FecTableRemoveAllStepsTest, RowsThatAreDeletedAlreadyAreMarkedAgain) {
   agent_.run();
   removeAll(dependency(State::done, 0x2'0000'0001));
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 3 FecTableSwTable::isResolverEntryResolved |key: 0 dependant entry is resolved|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 0|
 8 FecTableSwTable::commitEntry |Entry: 0, isEntryDeleted: false, isTableDeleted: true|
 8 FecTableSwTable::commitEntry |Committing table delete for version: 0|
 8 FecTableSwTable::getNeededEntrySet |key: 0|
 8 FecTableSwTable::delAllEntries | releaseResources: true, neededEntry:{03:01:0806@8589934593} |
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 0|
 8 FecTableEntryLog::entryHas | key: 0 unitId:7|
 8 FecTableSwTable::entryWrapperFromConfig |key: 4294901761, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 4294901761, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 4294901761|
 8 FecTableEntryLog::entryHas | key: 4294901761 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 4294901761|
-8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableEntryLog::entry | key: 4294901761 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 4294901761 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 4294901761|
 usage of eth1: 4294901761 goes
 client release eth1, dependency 4294901761 v0.0, state 0, log version 0
@@ -848,8 +902,10 @@ unit 7 transientRemoveAllVersion from 0 to 18446744073709551615
 TEST_F(FecTableRemoveAllStepsTest, AnEmptyTable) {
   removeAll();
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 0|
 8 FecTableSwTable::commitEntry |Entry: 0, isEntryDeleted: false, isTableDeleted: true|
 8 FecTableSwTable::commitEntry |Committing table delete for version: 0|
 8 FecTableSwTable::getNeededEntrySet |key: 0|
@@ -870,8 +926,10 @@ TEST_F(FecTableRemoveAllStepsTest, TwoThatWait) {
   removeAll();
   removeAll();
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 0|
 8 FecTableSwTable::commitEntry |Entry: 0, isEntryDeleted: false, isTableDeleted: true|
 8 FecTableSwTable::commitEntry |Committing table delete for version: 1|
 8 FecTableSwTable::getNeededEntrySet |key: 0|
@@ -885,8 +943,10 @@ group log takes version 5000000001 of the log
 unit 7 transientRemoveAllVersion from 1 to 0
 status pendingHwWrites true
 8 FecTableSwTable::maybeUpdateSuspend ||
+8 FecTableResolverEntry::isResolved |key: 0|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 0|
 8 FecTableSwTable::commitEntry |Entry: 0, isEntryDeleted: false, isTableDeleted: true|
 8 FecTableSwTable::commitEntry |Committing table delete for version: 0|
 8 FecTableSwTable::getNeededEntrySet |key: 0|
@@ -908,22 +968,24 @@ TEST_F(FecTableRemoveAllStepsTest, OneOfTwoUnits) {
   commitOn("", {kKey});
   removeAll();
   EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 0|
 8 FecTableSwTable::commitEntry |Entry: 0, isEntryDeleted: false, isTableDeleted: true|
 8 FecTableSwTable::commitEntry |Committing table delete for version: 0|
 8 FecTableSwTable::getNeededEntrySet |key: 0|
 8 FecTableSwTable::delAllEntries | releaseResources: true, neededEntry:{} |
 8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableSwTable::entryFromConfig |key: 65537|
-8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: , swKey: 65537|
 8 FecTableEntryLog::tableDel | neededEntry:{}, unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000003, deleted true, interface '', key 65537, opaqueA 5
@@ -942,9 +1004,11 @@ TEST_F(FecTableRemoveAllStepsTest, AFailedDependency) {
   for (const auto state : kFailed) {
     removeAll(dependency(state));
     EXPECT_EQ(generation(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 3 FecTableSwTable::isResolverEntryResolved |key: 0 dependant entry is resolved|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
+8 FecTableResolverEntry::commitEntry |key: 0|
 8 FecTableSwTable::commitEntry |Entry: 0, isEntryDeleted: false, isTableDeleted: true|
 1 FecTableSwTable::commitEntry |Failed dependent entry for remove all|
 1 FecTableSwTable::commitEntry |Failed to commit entry remove all operation|

@@ -108,6 +108,20 @@ TEST_F(FecTableEntryLogMounts, AMountOfAUnitTracesItsNameAndThenItsPath) {
   EXPECT_EQ(traces.records()[1].level, 2);
 }
 
+TEST_F(FecTableEntryLogMounts, AMountSaysSoOnceItIsDone) {
+  const TemporaryRoot fresh;
+  const TraceRecorder levels({kHandle}, 1U << 2U);
+  std::vector<bool> wasMounted;
+  Zev::traceSinkIs([&](const Zev::TraceRecord& record) {
+    wasMounted.push_back(record.message.starts_with(" Mounted entryLog")
+                             ? std::ifstream(fresh.path() + "/" + kLogPath + ".table").good()
+                             : log().tableConfigGlintHas(kNoUnit));
+  });
+  const LogProcess process(fresh.path());
+  log().mountGlintConfig(kNoUnit);
+  EXPECT_EQ(wasMounted, (std::vector<bool>{true, true}));
+}
+
 TEST_F(FecTableEntryLogMounts, TheLogIsACollectionOf100000RowsNamedEntryLogConfig) {
   EXPECT_STREQ(LogEntity::kTypeName, "LoamFec::FecTableDataModelEntryLogGlint");
   EXPECT_EQ(log().tableEntryLog()->name(), kLogPath);
@@ -361,12 +375,22 @@ TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyThatWasNeverWrittenGetsVersion0And
   groupLog().announced.clear();
   TraceRecorder traces({kHandle});
   EXPECT_EQ(remove(5), LogVersion(0));
-  EXPECT_EQ(traces.count(3, " key: 5 entry does not exist. So ignoring delete"), 1U);
+  EXPECT_THAT(traces.textsOf("entryDel"),
+              ElementsAre(" key:5 neededEntry: null unitId: 0",
+                          " key: 5 entry does not exist. So ignoring delete"));
+  EXPECT_TRUE(traces.has(3, " key: 5 entry does not exist. So ignoring delete"));
   EXPECT_EQ(log().tableVersion(), LogVersion(1));
   EXPECT_EQ(logRows().control().scratchpad(), 1U);
   EXPECT_THAT(loggedVersions(), ElementsAre(1));
   EXPECT_FALSE(configRows().has(Key(5)));
   EXPECT_THAT(groupLog().announced, IsEmpty());
+}
+
+TEST_F(FecTableEntryLogWrites, ADeletionThatIsLoggedIsNotSaidToBeIgnored) {
+  write(5);
+  TraceRecorder traces({kHandle});
+  EXPECT_EQ(remove(5), LogVersion(2));
+  EXPECT_THAT(traces.texts(), ElementsAre(" key:5 neededEntry: null unitId: 0"));
 }
 
 TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyOfAnotherUnitIsIgnored) {
@@ -799,19 +823,32 @@ TEST_F(FecTableEntryLogDamage, AWriteOverADamagedRowMakesItGood) {
   EXPECT_EQ(configuredKeys(), (std::vector<std::uint32_t>{1, 2, 3}));
 }
 
-TEST_F(FecTableEntryLogDamage, DamageEndsTheMarkingOfATableDeletionWhichIsStillLogged) {
+TEST_F(FecTableEntryLogDamage, ATableDeletionMarksTheRowsOnBothSidesOfADamagedOne) {
   damage(2);
   TraceRecorder traces({"GlintMapBase"});
   groupLog().announced.clear();
   EXPECT_EQ(removeAll(), LogVersion(4));
   expectTold(traces, 1);
-  EXPECT_FALSE(log().entryHas(Key(1), kUnit));
-  EXPECT_TRUE(log().entryHas(Key(3), kUnit));
+  for (const std::uint32_t fecId : {1U, 3U}) {
+    expectRow(configRows().row(Key(fecId)), logEntry(fecId, 10 * fecId), resourceKeys("eth1"),
+              LogVersion(4), true);
+  }
+  EXPECT_FALSE(configRows().has(Key(2)));
   expectRow(logRows().row(LogVersion(4)), LogVersion(4), 2, kUnit, LogEntry());
   EXPECT_EQ(logRows().control().scratchpad(), 4U);
   EXPECT_EQ(groupLog().announced.size(), 1U);
+}
+
+TEST_F(FecTableEntryLogDamage, ATableDeletionOverADamagedRowLeavesNoLiveRowToTheNextStart) {
+  for (std::uint32_t fecId = 4; fecId <= 100; ++fecId) {
+    write(fecId);
+  }
+  damage(2);
   removeAll();
-  EXPECT_FALSE(log().entryHas(Key(3), kUnit));
+  EXPECT_EQ(log().entrysInDeletion(kUnit), 99U);
+  restart();
+  EXPECT_EQ(log().entrys(kUnit), 0U);
+  EXPECT_EQ(configRows().rowCount(), 99U);
 }
 
 TEST_F(FecTableEntryLogDamage, ARowThatATableDeletionCannotFindAgainIsMarkedAsTheDefaultRow) {

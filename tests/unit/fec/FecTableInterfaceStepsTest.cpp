@@ -35,7 +35,7 @@ TEST_F(FecTableInterfaceStepsTest, AStartWhoseLogIsAheadOfTheHardware) {
 2 FecTableEntryLog::mountGlintChangeLog | Mounted entryLog: LoamAdj.LoamAdj.FecTable.log, tableVersion: 5000000002|
 8 FecTableEntryLog::cleanupEntryLog | version 5000000001|
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000001 removed
-3 FecTableEntryLog::cleanupConfig | configGlint not found for unitId: 7|
+3 FecTableEntryLog::cleanupEntryLog | configGlint not found for unitId: 7|
 3 FecTableInterface::handleInitialized | Cleaned entry log until table version: 5000000001|
 2 FecTableInterface::handleInitialized | Entry log created for table id: 03:01:0805 at version: 5000000002|
 )");
@@ -55,7 +55,7 @@ TEST_F(FecTableInterfaceStepsTest, AStartWhoseHardwareHasAppliedEverything) {
 2 FecTableEntryLog::mountGlintChangeLog | Mounted entryLog: LoamAdj.LoamAdj.FecTable.log, tableVersion: 5000000001|
 8 FecTableEntryLog::cleanupEntryLog | version 5000000001|
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000001 removed
-3 FecTableEntryLog::cleanupConfig | configGlint not found for unitId: 7|
+3 FecTableEntryLog::cleanupEntryLog | configGlint not found for unitId: 7|
 3 FecTableInterface::handleInitialized | Cleaned entry log until table version: 5000000001|
 2 FecTableInterface::handleInitialized | Entry log created for table id: 03:01:0805 at version: 5000000001|
 )");
@@ -160,9 +160,9 @@ TEST_F(FecTableEndStepsTest, EverythingEndsWithRequestsInEveryState) {
   agent_.stop();
   EXPECT_EQ(take(), R"(
 8 GroupResolver::resolverQueueDelIf ||
-8 GroupResolver::resolverQueueDelIf ||
 unit 7 entryUsageSm eth1 removed
 handler of the logged write goes
+8 GroupResolver::resolverQueueDelIf ||
 handler of the waiting remove goes
 handler of the waiting write goes
 )");

@@ -1,11 +1,7 @@
 // The way into the FEC table: registration and start-up with what the last process left behind, and
 // the making of each unit's table. Canonical names too.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,8 +13,8 @@
 #include "Asic/SwTableInterfacesSingleton.h"
 #include "FecTestNames.h"
 #include "Glint/MountInfo.h"
-#include "Glint/RootFolder.h"
 #include "TableFile.h"
+#include "testing/StateFiles.h"
 
 namespace {
 
@@ -254,6 +250,31 @@ TEST_F(FecTableInterfaceTest, ADeletionThatIsCleanedAtStartUpFindsNoConfiguratio
   EXPECT_EQ(table->entrys(), 0U);
 }
 
+TEST_F(FecTableInterfaceTest, AStartCleansUpThenSaysSoAndThenRaisesTheFlag) {
+  leaveBehind(3, 2);
+  restart();
+  const auto fec = getIntf();
+  // As before the start, with somebody who listens.
+  const auto status = fec->swTableStatus();
+  status->pendingHwWritesIs(false);
+  fec->entryLog()->tableEntryLog()->entryLogConfigIs({LogVersion(2), 0, UnitId(0), {}});
+  Zev::Entity::singletonDelAll();
+  std::vector<std::string> steps;
+  const TraceRecorder levels({"FecTableInterface", "FecTableEntryLog", "GlintMap"});
+  Zev::traceSinkIs([&](const Zev::TraceRecord& record) { steps.emplace_back(record.message); });
+  Pell::Subscriber flag([&](Pell::Publisher*, Pell::Subscriber*, short, const void*, const void*) {
+    steps.emplace_back(status->pendingHwWrites() ? "the flag is up" : "the flag is down");
+  });
+  status->publisher().subscriberAdd(flag);
+  fec->handleInitialized();
+  status->publisher().subscriberRemove(flag);
+  EXPECT_THAT(steps, ElementsAre(" Creating entry log for 03:01:0805", " version 2",
+                                 "LoamAdj.LoamAdj.FecTable.log.table: row 2 removed",
+                                 " configGlint not found for unitId: 0",
+                                 " Cleaned entry log until table version: 2", "the flag is up",
+                                 " Entry log created for table id: 03:01:0805 at version: 3"));
+}
+
 // A damaged group log at start-up.
 
 class DamagedGroupLogTest : public FecTableInterfaceTest {
@@ -322,6 +343,19 @@ TEST_F(DamagedGroupLogTest, AReportAfterTheDamageCleansTheLogAsEver) {
   EXPECT_EQ(group()->groupLog()->tableVersion(kTableId), LogVersion(3));
 }
 
+TEST_F(DamagedGroupLogTest, DamageThatSomebodyElseMeetsInACleanupIsNotTheGroupLogs) {
+  leaveBehind(3, 2);
+  restart();
+  const TraceRecorder levels({"FecTableInterface"});
+  Zev::traceSinkIs([](const Zev::TraceRecord& record) {
+    if (record.message.starts_with(" Cleaned entry log")) {
+      throw Pell::CorruptionDetectedException("another table's");
+    }
+  });
+  EXPECT_THROW(getIntf(), Pell::CorruptionDetectedException);
+  EXPECT_EQ(corruptions(), 0U);
+}
+
 // makeSwTable of a new unit.
 
 TEST_F(FecTableInterfaceTest, ANewUnitsTableIsWiredAndFiled) {
@@ -367,6 +401,43 @@ TEST_F(FecTableInterfaceTest, ANewUnitWithResetAndNoHelperIsClearedAndKeepsTheDe
   EXPECT_EQ(fec->entryLog()->tableVersion(), LogVersion(3));
   ASSERT_TRUE(table->swTableHelper());
   EXPECT_EQ(table->swTableHelper()->fwkType().name, "LoamFec::FecTableSwTableHelperBase");
+}
+
+// What a restore and a clear leave of a unit whose entry uses an interface.
+class ResetTest : public FecTableInterfaceTest {
+ protected:
+  ResetTest() {
+    const auto resources =
+        Pell::dynamicPtrCast<ResourceTable>(tables_->resourceTable(kResourceTable));
+    resources->destinationIs(Wirex::IntfId::fromName("eth1"), {7, 0, 0});
+    fec_ = getIntf();
+    fec_->makeSwTable(UnitId(0), nullptr, false)
+        ->entryWrite(FecHarness::key(1), FecHarness::entry("eth1"), nullptr);
+    loop_.runUntilIdle();
+  }
+  ~ResetTest() override { fec_ = nullptr; }
+
+  // What the unit's table does in a reset, and how many interfaces it uses afterwards.
+  std::uint32_t usedAfterReset() {
+    const TraceRecorder traces({"FecTableInterface", "FecTableSwTable"});
+    const auto table = fec_->makeSwTable(UnitId(0), nullptr, true);
+    EXPECT_EQ(traces.textsOf("delAllEntries"),
+              (std::vector<std::string>{" releaseResources: false, neededEntry:null "}));
+    EXPECT_THAT(traces.textsOf("restoreEntries"), IsEmpty());
+    EXPECT_THAT(traces.textsOf("entryWrapperFromConfig"), IsEmpty());
+    return table->intfIdToDestIdLinkage()->entryUsageSms();
+  }
+
+  Pell::Ptr<FecTableInterface> fec_;
+};
+
+TEST_F(ResetTest, AResetOfATableInUseReleasesNothing) { EXPECT_EQ(usedAfterReset(), 1U); }
+
+TEST_F(ResetTest, AResetOfANewTableRestoresNothingBeforeItClears) {
+  fec_ = nullptr;
+  restart();
+  fec_ = getIntf();
+  EXPECT_EQ(usedAfterReset(), 0U);
 }
 
 TEST_F(FecTableInterfaceTest, ANewUnitWithoutResetKeepsWhatTheLastProcessCommitted) {
@@ -673,32 +744,12 @@ TEST_F(FecTableInterfaceTest, DestructionReleasesLogAndStatusBeforeTheTables) {
   EXPECT_FALSE(hearsNotifications);
 }
 
-// What stands in a table's file, without its holes.
-std::map<off_t, std::string> dataOf(const std::string& path) {
-  std::map<off_t, std::string> data;
-  const Glint::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  off_t from = ::lseek(file.get(), 0, SEEK_DATA);
-  while (from >= 0) {
-    const off_t to = ::lseek(file.get(), from, SEEK_HOLE);
-    std::string bytes(static_cast<std::size_t>(to - from), '\0');
-    EXPECT_EQ(::pread(file.get(), bytes.data(), bytes.size(), from), to - from);
-    data[from] = std::move(bytes);
-    from = ::lseek(file.get(), to, SEEK_DATA);
-  }
-  return data;
-}
-
 TEST_F(FecTableInterfaceTest, TeardownWritesNothingToSharedMemory) {
   leaveBehind(2, 1);
-  const std::string logFile = root_.path() + "/LoamAdj.LoamAdj.FecTable.log.table";
-  const std::string configFile = root_.path() + "/LoamAdj.FecTable.unit0.config.table";
-  const auto log = dataOf(logFile);
-  const auto config = dataOf(configFile);
-  ASSERT_FALSE(log.empty());
-  ASSERT_FALSE(config.empty());
+  const auto files = testing_support::stateContents(root_.path());
+  ASSERT_EQ(files.size(), 5U) << "the log, the unit's, the group's two, and the lock";
   end();
-  EXPECT_TRUE(dataOf(logFile) == log);
-  EXPECT_TRUE(dataOf(configFile) == config);
+  EXPECT_TRUE(testing_support::stateContents(root_.path()) == files);
 }
 
 // Canonical names.

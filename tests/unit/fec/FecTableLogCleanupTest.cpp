@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -193,6 +194,7 @@ TEST_F(FecTableLogCleanup, ATableDeletionTakesItsRowsAndLeavesTheOneWrittenAfter
   TraceRecorder traces({kHandle});
   log().cleanupEntryLog(deletion);
   EXPECT_EQ(traces.count(3, " deleteing all entries for unitId: 0"), 1U);
+  EXPECT_EQ(traces.records().back().function, "cleanupEntryLog");
   EXPECT_THAT(configuredKeys(), ElementsAre(2));
   EXPECT_THAT(configuredKeys(kOtherUnit), ElementsAre(1, 2, 3));
 }
@@ -216,15 +218,18 @@ TEST_F(FecTableLogCleanup, ATableDeletionOfManyRowsTakesEachOfThem) {
   EXPECT_EQ(logRows().rowCount(), 0U);
 }
 
-TEST_F(FecTableLogCleanup, TheTwoDeletionBitsAreTestedByThemselves) {
-  // 3: both. 4: neither; what it would be is not known, so the rows stay.
-  configRows().rowIs(ConfigRow(logEntry(5), {}, LogVersion(1), true));
-  configRows().rowIs(ConfigRow(logEntry(6), {}, LogVersion(1), true));
-  configRows().rowIs(ConfigRow(logEntry(7), {}, LogVersion(2), true));
-  logRowIs(1, 3, kUnit, 5);
-  logRowIs(2, 4, kUnit, 7);
-  cleanup(2);
-  EXPECT_THAT(configuredKeys(), ElementsAre(7));
+TEST_F(FecTableLogCleanup, EachDeletionBitIsTestedByItself) {
+  constexpr std::uint16_t kUnknown = 4;  // what it would be is not known
+  for (const auto& [fecId, version] : {std::pair(5U, 1U), std::pair(6U, 1U), std::pair(7U, 2U),
+                                       std::pair(8U, 3U), std::pair(9U, 3U), std::pair(10U, 4U)}) {
+    configRows().rowIs(ConfigRow(logEntry(fecId), {}, LogVersion(version), true));
+  }
+  logRowIs(1, kUnknown | LogRow::kEntryDeleted, kUnit, 5);
+  logRowIs(2, kUnknown, kUnit, 7);
+  logRowIs(3, LogRow::kEntryDeleted | LogRow::kTableDeleted, kUnit, 8);
+  logRowIs(4, kUnknown | LogRow::kTableDeleted);
+  cleanup(4);
+  EXPECT_THAT(configuredKeys(), ElementsAre(6, 7));
   EXPECT_THAT(loggedVersions(), IsEmpty());
 }
 
@@ -236,6 +241,7 @@ TEST_F(FecTableLogCleanup, ALogRowOfAUnitThatIsNotMountedGoesAndIsTraced) {
   cleanup(2);
   EXPECT_EQ(traces.count(3, " configGlint not found for unitId: 7"), 1U);
   EXPECT_EQ(traces.count(3, " configGlint not found for unitId: 8"), 1U);
+  EXPECT_EQ(traces.textsOf("cleanupEntryLog"), traces.texts());
   EXPECT_THAT(loggedVersions(), IsEmpty());
 }
 
@@ -266,6 +272,70 @@ TEST(FecTableLogCleanupAtStart, AStartCleansUpBeforeAnyUnitIsMountedAndLeavesIts
   agent.table();
   EXPECT_EQ(agent.log().entrysInDeletion(kUnit), 1U);
   EXPECT_EQ(agent.log().entrys(kUnit), 0U);
+}
+
+// ---- The order of the stores.
+
+class FecTableLogCleanupOrder : public FecTableLogCleanup {
+ protected:
+  // What a cleanup stores, in order.
+  std::vector<std::string> storesOfCleanup(std::uint64_t version) {
+    const TraceRecorder traces({"GlintMap"});
+    cleanup(version);
+    return traces.texts(9);
+  }
+  static std::string logRow(std::uint64_t version) {
+    return fmt::format("LoamAdj.LoamAdj.FecTable.log.table: row {} removed", version);
+  }
+  static std::string configRow(std::uint32_t fecId) {
+    return fmt::format("LoamAdj.FecTable.unit0.config.table: row {} removed", fecId);
+  }
+};
+
+TEST_F(FecTableLogCleanupOrder, RowsGoInTheOrderOfTheirVersionsWhenEachVersionIsLookedUp) {
+  cleanup(1);
+  for (const std::uint64_t version : {5ULL, 3ULL, 4ULL, 2ULL}) {
+    logRowIs(version);
+  }
+  EXPECT_THAT(storesOfCleanup(5), ElementsAre(logRow(2), logRow(3), logRow(4), logRow(5)));
+}
+
+TEST_F(FecTableLogCleanupOrder, RowsGoInTheOrderOfTheirVersionsWhenTheyAreFewerThanVersions) {
+  cleanup(1);
+  for (const std::uint64_t version : {5ULL, 3ULL, 4ULL, 1ULL}) {  // 1: the cursor's own
+    logRowIs(version);
+  }
+  EXPECT_THAT(storesOfCleanup(1000), ElementsAre(logRow(1), logRow(3), logRow(4), logRow(5)));
+}
+
+// However the rows are found, a log row goes before the configuration rows that it had marked.
+TEST_F(FecTableLogCleanupOrder, ALogRowGoesBeforeTheRowsThatItMarkedInAFirstCleanup) {
+  write(5);
+  write(6);
+  remove(5);    // 3
+  removeAll();  // 4, of 5 again and 6
+  EXPECT_THAT(storesOfCleanup(4),
+              ElementsAre(logRow(1), logRow(2), logRow(3), logRow(4), configRow(5), configRow(6)));
+}
+
+TEST_F(FecTableLogCleanupOrder, ALogRowGoesBeforeTheRowThatItMarkedWhenEachVersionIsLookedUp) {
+  write(5);
+  cleanup(1);
+  remove(5);
+  write(6);
+  removeAll();
+  EXPECT_THAT(storesOfCleanup(4),
+              ElementsAre(logRow(2), logRow(3), logRow(4), configRow(5), configRow(6)));
+  write(5);
+  remove(5);
+  EXPECT_THAT(storesOfCleanup(6), ElementsAre(logRow(5), logRow(6), configRow(5)));
+}
+
+TEST_F(FecTableLogCleanupOrder, ALogRowGoesBeforeTheRowThatItMarkedWhenRowsAreFewerThanVersions) {
+  write(5);
+  cleanup(1);
+  remove(5);
+  EXPECT_THAT(storesOfCleanup(1000), ElementsAre(logRow(2), configRow(5)));
 }
 
 // ---- Huge gaps.
@@ -321,15 +391,26 @@ class FecTableLogCleanupDamage : public FecTableLogCleanup {
   void damageConfigRow(std::uint32_t fecId) { RowFile(configRows()).damageRow(Key(fecId)); }
 };
 
-TEST_F(FecTableLogCleanupDamage, DamageEndsTheWalkOfTheFirstCleanupWhichStillSetsTheCursor) {
+TEST_F(FecTableLogCleanupDamage, TheFirstCleanupGoesOnOverADamagedRow) {
   damageLogRow(11);
   TraceRecorder traces({"GlintMapBase"});
   cleanup(16);
   EXPECT_EQ(logRows().corruptionCount(), 1U);
   EXPECT_THAT(traces.texts(1), ElementsAre(HasSubstr("the row of key 11")));
-  EXPECT_THAT(loggedVersions(), ElementsAre(12, 13, 14, 15, 16));
-  EXPECT_THAT(configuredKeys(), ElementsAre(3, 4, 5, 6, 7, 8));
+  EXPECT_THAT(loggedVersions(), IsEmpty());
+  EXPECT_THAT(configuredKeys(), ElementsAre(3));  // its deletion is not known any more
   EXPECT_EQ(log().prevTableVersion(), LogVersion(16));
+}
+
+TEST_F(FecTableLogCleanup, TheFirstCleanupOfAFullLogGoesOnOverADamagedFirstRow) {
+  constexpr std::uint64_t kFull = 100000;
+  for (std::uint64_t version = 1; version <= kFull; ++version) {
+    logRowIs(version);
+  }
+  RowFile(logRows()).damageRow(LogVersion(1));
+  cleanup(kFull);
+  EXPECT_EQ(logRows().corruptionCount(), 1U);
+  EXPECT_EQ(logRows().rowCount(), 0U);
 }
 
 TEST_F(FecTableLogCleanupDamage, ADamagedRowCountsAsAbsentWhenEachVersionIsLookedUp) {
@@ -367,7 +448,7 @@ TEST_F(FecTableLogCleanupDamage, ADamagedConfigurationRowIsNotRemovedByItsDeleti
   EXPECT_THAT(loggedVersions(), IsEmpty());
 }
 
-TEST_F(FecTableLogCleanupDamage, DamageEndsTheWalkOverATableDeletionsRows) {
+TEST_F(FecTableLogCleanupDamage, ATableDeletionTakesItsRowsOnBothSidesOfADamagedOne) {
   removeAll();
   cleanup(16);  // the deletions before it, whose rows it has marked again
   damageConfigRow(4);
@@ -375,7 +456,7 @@ TEST_F(FecTableLogCleanupDamage, DamageEndsTheWalkOverATableDeletionsRows) {
   cleanup(17);
   EXPECT_EQ(configRows().corruptionCount(), 1U);
   EXPECT_THAT(traces.texts(1), ElementsAre(HasSubstr("the row of key 4")));
-  EXPECT_THAT(configuredKeys(), ElementsAre(5, 6, 7, 8));
+  EXPECT_THAT(configuredKeys(), IsEmpty());
   EXPECT_THAT(loggedVersions(), IsEmpty());
   EXPECT_EQ(log().prevTableVersion(), LogVersion(17));
 }

@@ -316,6 +316,63 @@ TEST_F(ClearTest, ADeletedRowThatIsNotCleanedUpReleasesNothingOfItsOwn) {
   EXPECT_EQ(linkage().entryUsageSms(), 0U);
 }
 
+TEST_F(ClearTest, ClearingWithReleaseWrapsEveryRowADeletedOneTooAndAsksForNothing) {
+  remove(2);
+  agent_.run();
+  ASSERT_TRUE(rows().row(key(2))->isDeleted());
+  client().requests.clear();
+  const TraceRecorder recorder({"FecTableSwTable"});
+  table().clearTable(true);
+  EXPECT_EQ(recorder.textsOf("entryWrapperFromConfig"),
+            (Texts{"key: 1, refreshRsrcPtrs: false", "key: 2, refreshRsrcPtrs: false",
+                   "key: 3, refreshRsrcPtrs: false"}));
+  EXPECT_THAT(client().requests, IsEmpty());
+}
+
+// Of the entries on three interfaces the one in the middle is damaged.
+class ClearOverDamageTest : public ClearTest {
+ protected:
+  void SetUp() override {
+    commitOn("eth1", {1});
+    commitOn("eth2", {2});
+    commitOn("eth3", {3});
+    RowFile<ConfigRow>(rows()).damageRow(key(2));
+  }
+  std::vector<ResourceTable::Key> released() {
+    std::vector<ResourceTable::Key> keys;
+    for (const auto& release : client().releases) {
+      keys.push_back(release.key);
+    }
+    return keys;
+  }
+};
+
+TEST_F(ClearOverDamageTest, ARemoveAllReleasesTheInterfacesOfEveryRowThatIsNotDamaged) {
+  removeAll();
+  agent_.run();
+  EXPECT_THAT(released(), UnorderedElementsAre(resKey("eth1"), resKey("eth3")));
+  EXPECT_EQ(table().entrys(), 0U);
+  EXPECT_EQ(rows().corruptionCount(), 1U);
+}
+
+TEST_F(ClearOverDamageTest, TheInterfaceOfADamagedRowStaysInUseUntilTheNextStart) {
+  removeAll();
+  agent_.run();
+  EXPECT_EQ(linkage().entryUsageSms(), 1U);
+  EXPECT_THAT(usersOf("eth2"), ElementsAre(2U));
+  restart();
+  EXPECT_EQ(linkage().entryUsageSms(), 0U);
+  EXPECT_THAT(client().requests, IsEmpty());
+}
+
+TEST_F(ClearOverDamageTest, AResetLeavesNothingThatTheNextStartWouldBringBack) {
+  table().clearTable(false);
+  restart();
+  EXPECT_EQ(table().entrys(), 0U);
+  EXPECT_THAT(client().requests, IsEmpty());
+  EXPECT_EQ(log().entrysInDeletion(table().unitId()), 2U);
+}
+
 // A configuration table that cannot be used yet.
 class UnreadyRows : public ConfigRows {
  public:

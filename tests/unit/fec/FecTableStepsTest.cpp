@@ -14,7 +14,7 @@ TEST_F(FecTableRequestStepsTest, TheFirstWriteOfAKey) {
 8 FecTableSwTable::entryWrite | key: 65537|
 8 FecTableSwTable::entryWriteWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryWriteGeneric |key: 65537|
-8 FecTableSwTable::nextVersion | Key: 65537 not found in entry version collection|
+8 FecTableSwTable::entryWriteGeneric | Key: 65537 not found in entry version collection|
 unit 7 transientVersionForKey 65537: add none, remove none, version 0.0
 unit 7 transientAddEntry 65537: add v0.0, remove none, version 0.0
 client request eth1, dependency null
@@ -92,7 +92,7 @@ TEST_F(FecTableRequestStepsTest, ARemoveOfAKeyThatWasNeverWritten) {
 8 FecTableSwTable::entryRemove | key: 65537|
 8 FecTableSwTable::entryRemoveWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryRemoveGeneric | Key: 65537 |
-8 FecTableSwTable::nextVersion | Key: 65537 not found in entry version collection|
+8 FecTableSwTable::entryRemoveGeneric | Key: 65537 not found in entry version collection|
 unit 7 transientVersionForKey 65537: add none, remove none, version 0.0
 unit 7 transientRemoveEntry 65537: add none, remove v0.0, version 0.0
 8 GroupResolver::resolverQueueEnq |flags 1|
@@ -131,7 +131,7 @@ TEST_F(FecTableRequestStepsTest, TheFirstRemoveAll) {
 8 FecTableSwTable::entryRemoveAllGeneric ||
 unit 7 transientAddEntry 65537: add none, remove none, version 0.0
 unit 7 transientRemoveEntry 4294901761: add none, remove none, version 0.0
-8 FecTableSwTable::raiseRemoveAllVersion |No remove all operation currently enqueued|
+8 FecTableSwTable::entryRemoveAllGeneric |No remove all operation currently enqueued|
 unit 7 transientRemoveAllVersion from 18446744073709551615 to 0
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
@@ -147,7 +147,7 @@ TEST_F(FecTableRequestStepsTest, ARemoveAllWhileOneIsPending) {
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryRemoveAllWithResponseHandler ||
 8 FecTableSwTable::entryRemoveAllGeneric ||
-8 FecTableSwTable::raiseRemoveAllVersion |Found valid table remove all version: 0|
+8 FecTableSwTable::entryRemoveAllGeneric |Found valid table remove all version: 0|
 unit 7 transientRemoveAllVersion from 0 to 1
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
@@ -163,7 +163,7 @@ TEST_F(FecTableRequestStepsTest, ARemoveAllBehindManyGoesOnCountingAboveThirtyTw
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryRemoveAllWithResponseHandler ||
 8 FecTableSwTable::entryRemoveAllGeneric ||
-8 FecTableSwTable::raiseRemoveAllVersion |Found valid table remove all version: 4294967295|
+8 FecTableSwTable::entryRemoveAllGeneric |Found valid table remove all version: 4294967295|
 unit 7 transientRemoveAllVersion from 4294967295 to 4294967296
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
@@ -214,7 +214,7 @@ status suspend true
 8 FecTableSwTable::entryRemoveAllGeneric ||
 unit 7 transientAddEntry 2147483649: add none, remove none, version 0.0
 unit 7 transientRemoveEntry 65537: add none, remove none, version 1.0
-8 FecTableSwTable::raiseRemoveAllVersion |No remove all operation currently enqueued|
+8 FecTableSwTable::entryRemoveAllGeneric |No remove all operation currently enqueued|
 unit 7 transientRemoveAllVersion from 18446744073709551615 to 0
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
@@ -249,7 +249,7 @@ status suspend false
 8 FecTableSwTable::entryRemoveAllGeneric ||
 unit 7 transientAddEntry 2147483649: add none, remove none, version 1.0
 unit 7 transientAddEntry 65537: add none, remove none, version 1.0
-8 FecTableSwTable::raiseRemoveAllVersion |No remove all operation currently enqueued|
+8 FecTableSwTable::entryRemoveAllGeneric |No remove all operation currently enqueued|
 unit 7 transientRemoveAllVersion from 18446744073709551615 to 0
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
@@ -265,6 +265,7 @@ class FecTableResolutionStepsTest : public StepsFixture {};
 TEST_F(FecTableResolutionStepsTest, AWriteThatNeedsNothing) {
   write(kKey);
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
 resolved
@@ -276,6 +277,7 @@ TEST_F(FecTableResolutionStepsTest, AWriteWhoseInterfaceHasNoDestinationYet) {
   for (const auto state : {State::notResolved, State::hwWritePending}) {
     stateIs("eth1", state);
     EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::resAccessorCheckResolved |key: 65537 is still unresolved!|
@@ -290,6 +292,7 @@ TEST_F(FecTableResolutionStepsTest, AWriteWhoseInterfaceHasADestinationOrHasFail
        {State::done, State::dependencyFailed, State::commitFailed, State::resourceFailed}) {
     stateIs("eth1", state);
     EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 client request eth1, dependency null
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
@@ -301,6 +304,7 @@ resolved
 TEST_F(FecTableResolutionStepsTest, AWriteWhoseDependencyIsNotResolved) {
   write(kKey, "eth1", dependency(State::notResolved));
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry not yet resolved|
 not resolved
 )");
@@ -311,6 +315,7 @@ TEST_F(FecTableResolutionStepsTest, AWriteWhoseDependencyHasLeftStateZero) {
                            State::commitFailed, State::resourceFailed}) {
     write(kKey, "", dependency(state));
     EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry is resolved|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false, isTableDeleted: false, resolved: true|
@@ -323,6 +328,7 @@ TEST_F(FecTableResolutionStepsTest, ARemove) {
   commitOn("eth1", {kKey});
   remove(kKey);
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
 resolved
 )");
@@ -331,11 +337,13 @@ resolved
 TEST_F(FecTableResolutionStepsTest, ARemoveWithDependency) {
   remove(kKey, dependency(State::notResolved));
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry not yet resolved|
 not resolved
 )");
   remove(kKey, dependency(State::commitFailed));
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry is resolved|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: true, isTableDeleted: false, resolved: true|
 resolved
@@ -345,6 +353,7 @@ resolved
 TEST_F(FecTableResolutionStepsTest, ARemoveAll) {
   removeAll();
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
 resolved
@@ -354,11 +363,13 @@ resolved
 TEST_F(FecTableResolutionStepsTest, ARemoveAllWithDependency) {
   removeAll(dependency(State::notResolved));
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 3 FecTableSwTable::isResolverEntryResolved |key: 0 dependant entry not yet resolved|
 not resolved
 )");
   removeAll(dependency(State::resourceFailed));
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 3 FecTableSwTable::isResolverEntryResolved |key: 0 dependant entry is resolved|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
 3 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true|
@@ -378,16 +389,19 @@ TEST_F(FecTableResolutionStepsTest, NothingResolvesWhileTheLogIsFull) {
   ASSERT_TRUE(lastQueued()->isResolved()) << "there is room for one more";
   rows.rowIs({LogVersion(FecTableConstants::kEntryLogCapacity), 0, UnitId(kUnit), {}});
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
 1 FecTableSwTable::isResolverEntryResolved |key: 65537, isEntryDeleted: false : no space in entryLog!|
 not resolved
 )");
   remove(kOther);
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 4294901761|
 1 FecTableSwTable::isResolverEntryResolved |key: 4294901761, isEntryDeleted: true : no space in entryLog!|
 not resolved
 )");
   removeAll();
   EXPECT_EQ(resolutionOfTheLast(), R"(
+8 FecTableResolverEntry::isResolved |key: 0|
 1 FecTableSwTable::isResolverEntryResolved |key: 0, isEntryDeleted: false : no space in entryLog!|
 not resolved
 )");

@@ -63,10 +63,10 @@ class GroupLogTest : public testing_support::LeakCheckedTest {
   // In group order.
   std::vector<Row> rows() const {
     std::vector<Row> found;
-    Glint::forEachRow(logRows(), [&](const GroupLogRow& row) {
+    EXPECT_TRUE(Glint::walkOverDamage(logRows(), [&](const GroupLogRow& row) {
       found.emplace_back(row.sequence(), row.tableVersion().tableId(),
                          row.tableVersion().logVersion().value());
-    });
+    }));
     std::sort(found.begin(), found.end());
     return found;
   }

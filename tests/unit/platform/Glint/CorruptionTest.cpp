@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Glint/Guarded.h"
 #include "Glint/Verify.h"
+#include "Pell/Exceptions.h"
 #include "TableFile.h"
 #include "TestTables.h"
 #include "testing/LeakCheck.h"
@@ -22,7 +22,6 @@ using glint_test::Offsets;
 using glint_test::RisingRow;
 using glint_test::risingRow;
 using glint_test::State;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using Rows = Glint::GlintMap<RisingRow>;
 
@@ -171,33 +170,6 @@ TEST_F(CorruptionTest, AWalkEndsAtADamagedRowAndTheNextOneIsWhole) {
   EXPECT_EQ(steps, 5U);
   EXPECT_FALSE(it.valid());
   expectRowsExcept(5);
-}
-
-TEST_F(CorruptionTest, AWriterPicksEveryRowThatIsNotDamaged) {
-  damageRow(0);
-  damageRow(4);
-  damageRow(11);
-  const auto keys = Glint::pickRows<std::uint64_t>(
-      rows(), [](const RisingRow& row) { return std::optional(row.key); });
-  EXPECT_THAT(keys, ElementsAre(1, 2, 3, 5, 6, 7, 8, 9, 10));
-  EXPECT_EQ(rows().corruptionCount(), 3U);
-}
-
-TEST_F(CorruptionTest, RowsThatAreNotWantedAreNotPicked) {
-  const auto keys = Glint::pickRows<std::uint64_t>(rows(), [](const RisingRow& row) {
-    return row.key % 5 == 0 ? std::optional(row.key) : std::nullopt;
-  });
-  EXPECT_THAT(keys, ElementsAre(0, 5, 10));
-}
-
-TEST_F(CorruptionTest, AReaderPicksWhatLiesBeforeTheDamage) {
-  State reader(root());
-  auto entity = reader.mountReader<RisingRow>("t");
-  damageRow(3);
-  const auto keys = Glint::pickRows<std::uint64_t>(
-      entity->rows(), [](const RisingRow& row) { return std::optional(row.key); });
-  EXPECT_THAT(keys, ElementsAre(0, 1, 2));
-  EXPECT_EQ(entity->rows().corruptionCount(), 1U);
 }
 
 TEST_F(CorruptionTest, TheHintThatAKeyIsNeededSoonChangesNothingAndMindsNoDamage) {
