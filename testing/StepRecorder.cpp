@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Asic/GroupLog.h"
+#include "Zev/AllocationTracker.h"
 
 namespace testing_support {
 
@@ -110,6 +111,21 @@ std::string pendingText(const Pell::Ptr<LoamFec::FecTableEntryWrapper>* held) {
   }
   const auto& handle = dynamic_cast<const FecTableSwTable::EntryHandle&>(*(*held)->entryHandle());
   return fmt::format("v{}", handle.version());
+}
+
+std::int64_t alive(std::string_view typeName) {
+  std::int64_t count = 0;
+  for (const Zev::AllocationTracker* tracker : Zev::AllocationTracker::all()) {
+    count += tracker->typeName() == typeName ? tracker->live() : 0;
+  }
+  return count;
+}
+
+// What of requests has been made, and not ended, by now.
+std::string madeText() {
+  return fmt::format("alive: {} wrappers, {} resolver entries",
+                     alive(LoamFec::FecTableEntryWrapper::kTypeName),
+                     alive(LoamFec::FecTableResolverEntry::kTypeName));
 }
 
 // What a hook finds: the wrapper's destination and handle, the table's maps and the log.
@@ -367,16 +383,17 @@ void StepRecorder::tablePublishes(FecTableSwTable& table, short attribute, const
     const auto* added = table.transientAddEntry().find(key);
     const auto* removed = table.transientRemoveEntry().find(key);
     const auto* version = table.transientVersionForKey().find(key);
-    line += fmt::format(" {}: add {}, remove {}, version {}", key, pendingText(added),
-                        pendingText(removed), version == nullptr ? "none" : valueToStrep(*version));
+    line += fmt::format(" {}: add {}, remove {}, version {}; {}", key, pendingText(added),
+                        pendingText(removed), version == nullptr ? "none" : valueToStrep(*version),
+                        madeText());
     for (const auto* wrapper : {added, removed}) {
       if (wrapper != nullptr) {
         watch((*wrapper)->entryHandle());
       }
     }
   } else if (oldValue != nullptr) {
-    line += fmt::format(" from {} to {}", *static_cast<const Asic::MajorVersion*>(oldValue),
-                        table.transientRemoveAllVersion());
+    line += fmt::format(" from {} to {}; {}", *static_cast<const Asic::MajorVersion*>(oldValue),
+                        table.transientRemoveAllVersion(), madeText());
   }
   step(std::move(line));
 }

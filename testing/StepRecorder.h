@@ -19,7 +19,9 @@ namespace testing_support {
 //   8 FecTableSwTable::entryWrite | key: 65537|  a trace: level, class, function, message; a source
 //                                                file of another name stands behind '@'. Behind
 //                                                that of a row that was written stands the row.
-//   unit 7 transientAddEntry 65537               the table publishes an attribute
+//   unit 7 transientAddEntry 65537: ...          the table publishes an attribute: what it now has
+//                                                pending for the key, and which of the objects of
+//                                                requests are alive
 //   unit 7 entryUsageSm eth1                     its linkage does
 //   usage of eth1: 65537 comes                   a usage record does
 //   handle 65537 v0.0, state 1, log version 7    a request's handle has a new state

@@ -58,6 +58,28 @@ MUTANTS = [
      "    enqueue(resolverEntry);\n",
      "    enqueue(resolverEntry);\n"
      "    table_.transientAddEntryDel(key);\n    table_.transientRemoveEntryIs(wrapper);\n"),
+    ("remove's resolver entry is made after the maps",
+     """    const auto resolverEntry =
+        newResolverEntry<TableResolverEntry>(dependency, EntryFlags::entryDelete(), wrapper);
+    table_.transientAddEntryDel(key);
+    table_.transientRemoveEntryIs(wrapper);
+""",
+     """    table_.transientAddEntryDel(key);
+    table_.transientRemoveEntryIs(wrapper);
+    const auto resolverEntry =
+        newResolverEntry<TableResolverEntry>(dependency, EntryFlags::entryDelete(), wrapper);
+"""),
+    ("remove-all's resolver entry is made after the maps",
+     """    const auto resolverEntry =
+        newResolverEntry<TableResolverEntry>(dependency, EntryFlags::tableDelete(), wrapper);
+    table_.transientAddEntryDelAll();
+    table_.transientRemoveEntryDelAll();
+""",
+     """    table_.transientAddEntryDelAll();
+    table_.transientRemoveEntryDelAll();
+    const auto resolverEntry =
+        newResolverEntry<TableResolverEntry>(dependency, EntryFlags::tableDelete(), wrapper);
+"""),
     ("remove is queued as a table's",
      "newResolverEntry<TableResolverEntry>(dependency, EntryFlags::entryDelete(), wrapper);",
      "newResolverEntry<TableResolverEntry>(dependency, EntryFlags::tableDelete(), wrapper);"),
@@ -388,6 +410,9 @@ MUTANTS = [
      "const Pell::Ptr<Handle> handle = Table::entryHandleFactory(EntryVersion(7, 7), key, &table_);"),
     ("restore takes deleted rows for live ones",
      "      if (!row.isDeleted()) {\n        linkage->restoreEntry(", "      {\n        linkage->restoreEntry("),
+    ("restore is traced at another level",
+     "  void restoreEntries(const Linkage& linkage) {\n    ZEV_TRACE(trace, 8, kClass, \"\");\n",
+     "  void restoreEntries(const Linkage& linkage) {\n    ZEV_TRACE(trace, 9, kClass, \"\");\n"),
     ("restore does not ask for resources",
      "linkage->restoreEntry(entryWrapperFromConfig<Wrapper>(row.key(), true));",
      "linkage->restoreEntry(entryWrapperFromConfig<Wrapper>(row.key(), false));"),
@@ -482,4 +507,93 @@ MUTANTS = [
     ("table's end publishes what leaves the log",
      "  entryHandleInLog_.doClear(false);\n", "  entryHandleInLogDelAll();\n",
      {"by": "FecTableInLogQueueTest"}),
+    # What is held for the time of a call.
+    ("table is not held during a write",
+     """Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryWriteWithResponseHandler(
+    Key const& key, Entry const& entry, Dependency const& dependency,
+    ResponseHandler const& handler) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryWriteWithResponseHandler(
+    Key const& key, Entry const& entry, Dependency const& dependency,
+    ResponseHandler const& handler) {
+""", {"by": "FecTableReentrancyTest"}),
+    ("table is not held during a remove",
+     """Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryRemoveWithResponseHandler(
+    Key const& key, Dependency const& dependency, ResponseHandler const& handler) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """Pell::Ptr<FecTableSwTable::EntryHandle const> FecTableSwTable::entryRemoveWithResponseHandler(
+    Key const& key, Dependency const& dependency, ResponseHandler const& handler) {
+""", {"by": "FecTableReentrancyTest"}),
+    ("table is not held during a remove-all",
+     """void FecTableSwTable::entryRemoveAllWithResponseHandler(Dependency const& dependency,
+                                                        ResponseHandler const& handler) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::entryRemoveAllWithResponseHandler(Dependency const& dependency,
+                                                        ResponseHandler const& handler) {
+""", {"by": "FecTableReentrancyTest"}),
+    ("table is not held during a resolution check",
+     """bool FecTableSwTable::isResolverEntryResolved(
+    const Pell::Ptr<FecTableResolverEntry>& resolverEntry) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """bool FecTableSwTable::isResolverEntryResolved(
+    const Pell::Ptr<FecTableResolverEntry>& resolverEntry) {
+""", {"by": "FecTableReentrancyTest"}),
+    ("table is not held during a commit",
+     """void FecTableSwTable::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) {
+""", {"by": "FecTableReentrancyTest"}),
+    ("table is not held during a report",
+     """void FecTableSwTable::tableStatusVersion(Asic::LogVersion version) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::tableStatusVersion(Asic::LogVersion version) {
+""", {"by": "FecTableReentrancyTest"}),
+    ("table is not held during a restore",
+     """void FecTableSwTable::restoreEntries() {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::restoreEntries() {
+""", {"by": "FecTableRestoreTest"}),
+    ("table is not held during a clear",
+     """void FecTableSwTable::clearTable(bool releaseResources) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::clearTable(bool releaseResources) {
+""", {"by": "FecTableRestoreTest"}),
+    ("table is not held during an update",
+     """Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> FecTableSwTable::updateEntry(Key const& key) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> FecTableSwTable::updateEntry(Key const& key) {
+""", {"by": "FecTableRestoreTest"}),
+    ("table is not held while its writes are dropped",
+     """void FecTableSwTable::transientAddEntryDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::transientAddEntryDelAll() {
+""", {"by": "FecTableSwTableTest"}),
+    ("table is not held while its removes are dropped",
+     """void FecTableSwTable::transientRemoveEntryDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::transientRemoveEntryDelAll() {
+""", {"by": "FecTableSwTableTest"}),
+    ("table is not held while its versions are dropped",
+     """void FecTableSwTable::transientVersionForKeyDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::transientVersionForKeyDelAll() {
+""", {"by": "FecTableSwTableTest"}),
+    ("table is not held while its handles are dropped",
+     """void FecTableSwTable::entryHandleInLogDelAll() {
+  const Pell::Ptr<FecTableSwTable> self(this);
+""",
+     """void FecTableSwTable::entryHandleInLogDelAll() {
+""", {"by": "FecTableInLogQueueTest"}),
 ]

@@ -423,6 +423,44 @@ client ackUpdate eth1 number 2, dependency 65537 v0.0, state 1, log version 5000
 )");
 }
 
+// The linkage goes on until its change is acknowledged, and ends then.
+TEST_F(FecTableChangeStepsTest, AnObserverMayReplaceTheLinkageWhoseChangeIsHandled) {
+  commitOn("eth1", {kKey});
+  Pell::Subscriber replace([this](auto&&...) {
+    if (table().intfIdToDestIdLinkage()) {
+      table().intfIdToDestIdLinkageIs(nullptr);
+    }
+  });
+  agent_.group()->groupLog()->publisher().subscriberAdd(replace);
+  const std::string steps = changeTo(State::done, 200);
+  agent_.group()->groupLog()->publisher().subscriberRemove(replace);
+  recorder_->letGo();
+  EXPECT_EQ(steps, R"(
+8 LocalUsageUpdateSm::resPtrDispatch |resKey: eth1, attributeId: 517|
+8 FecTableIntfIdToDestIdLinkage::handleResourceChange ||
+3 FecTableIntfIdToDestIdLinkage::handleResourceChange |Updating sw table entry for key: |
+8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
+8 FecTableSwTable::entryWrapperFromConfig |key: 65537, refreshRsrcPtrs: false|
+8 FecTableSwTable::entryFromConfig |key: 65537|
+8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
+8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: false|
+8 FecTableEntryLog::entry | key: 65537 unitId:7|
+8 FecTableSwTable::getNeededEntrySet |key: 65537|
+8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0xc8/21/31 neededEntry: {} version: 5000000002 unitId: 7|
+store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted false, interface 'eth1', key 65537, opaqueA 5, resolved 200/21/31
+store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 0, unit 7, key 65537, opaqueA 5, resolved 200/21/31
+store LoamAdj.LoamAdj.FecTable.log.table: scratchpad 5000000002
+store LoamAdj.LoamAdj.grouplog.table: row 2 written: 03:01:0805@5000000002 needs nothing
+store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
+group log takes version 5000000002 of the log
+unit 7 intfIdToDestIdLinkage
+3 FecTableSwTable::updateEntry | key: 65537, neededEntry: {}, entryLogVersion: 5000000002 |
+client ackUpdate eth1 number 2, dependency 65537 v0.0, state 1, log version 5000000002
+unit 7 entryUsageSm eth1 removed
+)");
+}
+
 TEST_F(FecTableChangeStepsTest, APublicationOfAnotherAttribute) {
   commitOn("eth1", {kKey});
   recorder_->watch(*resource("eth1"));

@@ -39,8 +39,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 100/21/31; handle 65
 unit 7 entryUsageSm eth1 filed
 client ackUpdate eth1 number 1, dependency null
 usage of eth1: 65537 comes
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0x64/21/31 neededEntry: {03:01:0801@4294967299, 03:01:0806@8589934593} version: 5000000001 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000001, deleted false, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000001 written: operation 0, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -84,8 +84,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 4294901769/32778/214
 unit 7 entryUsageSm eth1 filed
 client ackUpdate eth1 number 1, dependency null
 usage of eth1: 65537 comes
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:129 clientDest:0x10002/32771/4294901764 opaqueA:4294901765 opaqueB:2147483654 flagB:135 resolvedDest:0xffff0009/32778/2147483659 neededEntry: {} version: 5000000001 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000001, deleted false, interface 'eth1', key 65537, flagA 129, client 65538/32771/4294901764, opaqueA 4294901765, opaqueB 2147483654, flagB 135, resolved 4294901769/32778/2147483659
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000001 written: operation 0, unit 7, key 65537, flagA 129, client 65538/32771/4294901764, opaqueA 4294901765, opaqueB 2147483654, flagB 135, resolved 4294901769/32778/2147483659
@@ -118,8 +118,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 100/21/31; handle 65
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: eth1, swKey: 65537|
 usage of eth1: 65537 comes
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0x64/21/31 neededEntry: {} version: 5000000002 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted false, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 0, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -150,8 +150,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 100/21/31; handle 65
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0x64/21/31 neededEntry: {} version: 5000000002 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted false, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 0, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -191,8 +191,8 @@ unit 7 entryUsageSm eth1 removed
 unit 7 entryUsageSm eth2 filed
 client ackUpdate eth2 number 1, dependency null
 usage of eth2: 65537 comes
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0xc8/21/31 neededEntry: {} version: 5000000002 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted false, interface 'eth2', key 65537, opaqueA 5, resolved 200/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 0, unit 7, key 65537, opaqueA 5, resolved 200/21/31
@@ -228,8 +228,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 100/21/31; handle 65
 usage of eth1: 65537 goes
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: eth2, swKey: 65537|
 usage of eth2: 65537 comes
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0x64/21/31 neededEntry: {} version: 5000000004 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000004, deleted false, interface 'eth2', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000004 written: operation 0, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -265,8 +265,8 @@ client release eth1, dependency 65537 v0.0, state 0, log version 0
 unit 7 entryUsageSm eth1 removed
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: , swKey: 65537|
 3 FecTableIntfIdToDestIdLinkage::addResKeyMapping |Null resKey: |
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0xffff/0/0 neededEntry: {} version: 5000000002 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted false, interface '', key 65537, opaqueA 5
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 0, unit 7, key 65537, opaqueA 5
@@ -302,8 +302,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 100/21/31; handle 65
 unit 7 entryUsageSm eth1 filed
 client ackUpdate eth1 number 1, dependency null
 usage of eth1: 65537 comes
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0x64/21/31 neededEntry: {} version: 5000000003 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000003, deleted false, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000003 written: operation 0, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -463,8 +463,8 @@ helper finalizeOnFailure 65537, isDelete false, unit 7: destination 65535/0/0; h
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0xffff/0/0 neededEntry: {} version: 5000000002 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted false, interface 'eth1', key 65537, opaqueA 5
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 0, unit 7, key 65537, opaqueA 5
@@ -517,8 +517,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 65535/0/0; handle 65
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: , swKey: 65537|
 3 FecTableIntfIdToDestIdLinkage::addResKeyMapping |Null resKey: |
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0xffff/0/0 neededEntry: {03:01:0806@9} version: 5000000001 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000001, deleted false, interface '', key 65537, opaqueA 5
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000001 written: operation 0, unit 7, key 65537, opaqueA 5
@@ -551,8 +551,8 @@ helper finalizeOnSuccess 65537, isDelete false: destination 65535/0/0; handle 65
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::addResKeyMapping |resKey: , swKey: 65537|
 3 FecTableIntfIdToDestIdLinkage::addResKeyMapping |Null resKey: |
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryIs | logEntry: key:65537 flagA:0 clientDest:0xffff/0/0 opaqueA:5 opaqueB:0 flagB:0 resolvedDest:0xffff/0/0 neededEntry: {} version: 5000000001 unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000001, deleted false, interface '', key 65537, opaqueA 5
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000001 written: operation 0, unit 7, key 65537, opaqueA 5
@@ -590,8 +590,8 @@ TEST_F(FecTableRemoveStepsTest, TheOnlyUserOfAnInterface) {
 usage of eth1: 65537 goes
 client release eth1, dependency 65537 v0.0, state 0, log version 0
 unit 7 entryUsageSm eth1 removed
-unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryDel | key:65537 neededEntry: {} unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted true, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 1, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -622,8 +622,8 @@ TEST_F(FecTableRemoveStepsTest, OneOfTwoUsersWithADependency) {
 8 FecTableEntryLog::entryRsrcKeys | key: 65537 unitId:7|
 8 FecTableIntfIdToDestIdLinkage::deleteResKeyMapping |resKey: eth1, swKey: 65537|
 usage of eth1: 65537 goes
-unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryDel | key:65537 neededEntry: {03:01:0806@8589934593} unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000003, deleted true, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000003 written: operation 1, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -647,8 +647,8 @@ TEST_F(FecTableRemoveStepsTest, AKeyWithoutRow) {
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
-unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryDel | key:65537 neededEntry: {} unitId: 7|
 3 FecTableEntryLog::entryDel | key: 65537 entry does not exist. So ignoring delete|
 handle 65537 v0.0, state 1, log version 0
@@ -669,8 +669,8 @@ TEST_F(FecTableRemoveStepsTest, AKeyWhoseRowIsDeletedAlreadyIsMarkedAgain) {
 8 FecTableSwTable::commitEntry |Entry: 65537, isEntryDeleted: true, isTableDeleted: false|
 8 FecTableIntfIdToDestIdLinkage::updateLocalUsage |key: 65537|
 8 FecTableEntryLog::entryHas | key: 65537 unitId:7|
-unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryDel | key:65537 neededEntry: {} unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000003, deleted true, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000003 written: operation 1, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -732,8 +732,8 @@ TEST_F(FecTableRemoveStepsTest, ARemoveIsLoggedAlthoughItsResourceHasFailed) {
 usage of eth1: 65537 goes
 client release eth1, dependency 65537 v0.0, state 0, log version 0
 unit 7 entryUsageSm eth1 removed
-unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0
-unit 7 transientVersionForKey 65537: add none, remove none, version none
+unit 7 transientRemoveEntry 65537: add none, remove none, version 0.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientVersionForKey 65537: add none, remove none, version none; alive: 1 wrappers, 1 resolver entries
 8 FecTableEntryLog::entryDel | key:65537 neededEntry: {} unitId: 7|
 store LoamAdj.FecTable.unit7.config.table: row 65537 written: version 5000000002, deleted true, interface 'eth1', key 65537, opaqueA 5, resolved 100/21/31
 store LoamAdj.LoamAdj.FecTable.log.table: row 5000000002 written: operation 1, unit 7, key 65537, opaqueA 5, resolved 100/21/31
@@ -845,7 +845,7 @@ store LoamAdj.LoamAdj.FecTable.log.table: scratchpad 5000000005
 store LoamAdj.LoamAdj.grouplog.table: row 5 written: 03:01:0805@5000000005 needs nothing
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 5
 group log takes version 5000000005 of the log
-unit 7 transientRemoveAllVersion from 0 to 18446744073709551615
+unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -894,7 +894,7 @@ store LoamAdj.LoamAdj.FecTable.log.table: scratchpad 5000000004
 store LoamAdj.LoamAdj.grouplog.table: row 4 written: 03:01:0805@5000000004 needs 03:01:0806@8589934593
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 4
 group log takes version 5000000004 of the log
-unit 7 transientRemoveAllVersion from 0 to 18446744073709551615
+unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -916,7 +916,7 @@ store LoamAdj.LoamAdj.FecTable.log.table: scratchpad 5000000001
 store LoamAdj.LoamAdj.grouplog.table: row 1 written: 03:01:0805@5000000001 needs nothing
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 1
 group log takes version 5000000001 of the log
-unit 7 transientRemoveAllVersion from 0 to 18446744073709551615
+unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
 status pendingHwWrites true
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
@@ -940,7 +940,7 @@ store LoamAdj.LoamAdj.FecTable.log.table: scratchpad 5000000001
 store LoamAdj.LoamAdj.grouplog.table: row 1 written: 03:01:0805@5000000001 needs nothing
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 1
 group log takes version 5000000001 of the log
-unit 7 transientRemoveAllVersion from 1 to 0
+unit 7 transientRemoveAllVersion from 1 to 0; alive: 2 wrappers, 2 resolver entries
 status pendingHwWrites true
 8 FecTableSwTable::maybeUpdateSuspend ||
 8 FecTableResolverEntry::isResolved |key: 0|
@@ -957,7 +957,7 @@ store LoamAdj.LoamAdj.FecTable.log.table: scratchpad 5000000002
 store LoamAdj.LoamAdj.grouplog.table: row 2 written: 03:01:0805@5000000002 needs nothing
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
-unit 7 transientRemoveAllVersion from 0 to 18446744073709551615
+unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -994,7 +994,7 @@ store LoamAdj.LoamAdj.FecTable.log.table: scratchpad 5000000003
 store LoamAdj.LoamAdj.grouplog.table: row 3 written: 03:01:0805@5000000003 needs nothing
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 3
 group log takes version 5000000003 of the log
-unit 7 transientRemoveAllVersion from 0 to 18446744073709551615
+unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }

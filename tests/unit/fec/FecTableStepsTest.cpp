@@ -15,8 +15,8 @@ TEST_F(FecTableRequestStepsTest, TheFirstWriteOfAKey) {
 8 FecTableSwTable::entryWriteWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryWriteGeneric |key: 65537|
 8 FecTableSwTable::entryWriteGeneric | Key: 65537 not found in entry version collection|
-unit 7 transientVersionForKey 65537: add none, remove none, version 0.0
-unit 7 transientAddEntry 65537: add v0.0, remove none, version 0.0
+unit 7 transientVersionForKey 65537: add none, remove none, version 0.0; alive: 0 wrappers, 0 resolver entries
+unit 7 transientAddEntry 65537: add v0.0, remove none, version 0.0; alive: 1 wrappers, 0 resolver entries
 client request eth1, dependency null
 8 GroupResolver::resolverQueueEnq |flags 0|
 8 GroupResolver::updateGenId ||
@@ -32,8 +32,8 @@ TEST_F(FecTableRequestStepsTest, AWriteWithHandlerWhileOneOfItsKeyIsPending) {
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryWriteWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryWriteGeneric |key: 65537|
-unit 7 transientVersionForKey 65537: add v0.0, remove none, version 1.0
-unit 7 transientAddEntry 65537: add v1.0, remove none, version 1.0
+unit 7 transientVersionForKey 65537: add v0.0, remove none, version 1.0; alive: 1 wrappers, 1 resolver entries
+unit 7 transientAddEntry 65537: add v1.0, remove none, version 1.0; alive: 2 wrappers, 1 resolver entries
 client request eth2, dependency null
 8 GroupResolver::resolverQueueEnq |flags 0|
 8 GroupResolver::updateGenId ||
@@ -49,8 +49,8 @@ TEST_F(FecTableRequestStepsTest, AVersionCountsInItsSixtyFourBitsAndKeepsItsLast
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryWriteWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryWriteGeneric |key: 65537|
-unit 7 transientVersionForKey 65537: add none, remove none, version 4294967296.9
-unit 7 transientAddEntry 65537: add v4294967296.9, remove none, version 4294967296.9
+unit 7 transientVersionForKey 65537: add none, remove none, version 4294967296.9; alive: 0 wrappers, 0 resolver entries
+unit 7 transientAddEntry 65537: add v4294967296.9, remove none, version 4294967296.9; alive: 1 wrappers, 0 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 0|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryWriteGeneric |Done processing write for key: 65537 |
@@ -66,9 +66,9 @@ TEST_F(FecTableRequestStepsTest, AWriteAfterARemoveThatIsPending) {
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryWriteWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryWriteGeneric |key: 65537|
-unit 7 transientVersionForKey 65537: add none, remove v0.0, version 1.0
-unit 7 transientRemoveEntry 65537: add none, remove none, version 1.0
-unit 7 transientAddEntry 65537: add v1.0, remove none, version 1.0
+unit 7 transientVersionForKey 65537: add none, remove v0.0, version 1.0; alive: 2 wrappers, 2 resolver entries
+unit 7 transientRemoveEntry 65537: add none, remove none, version 1.0; alive: 3 wrappers, 2 resolver entries
+unit 7 transientAddEntry 65537: add v1.0, remove none, version 1.0; alive: 3 wrappers, 2 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 0|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryWriteGeneric |Done processing write for key: 65537 |
@@ -93,8 +93,8 @@ TEST_F(FecTableRequestStepsTest, ARemoveOfAKeyThatWasNeverWritten) {
 8 FecTableSwTable::entryRemoveWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryRemoveGeneric | Key: 65537 |
 8 FecTableSwTable::entryRemoveGeneric | Key: 65537 not found in entry version collection|
-unit 7 transientVersionForKey 65537: add none, remove none, version 0.0
-unit 7 transientRemoveEntry 65537: add none, remove v0.0, version 0.0
+unit 7 transientVersionForKey 65537: add none, remove none, version 0.0; alive: 0 wrappers, 0 resolver entries
+unit 7 transientRemoveEntry 65537: add none, remove v0.0, version 0.0; alive: 1 wrappers, 1 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 1|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveGeneric | Done processing remove for key: 65537 |
@@ -110,9 +110,9 @@ TEST_F(FecTableRequestStepsTest, ARemoveOfAKeyWhoseWriteIsPending) {
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryRemoveWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryRemoveGeneric | Key: 65537 |
-unit 7 transientVersionForKey 65537: add v0.0, remove none, version 1.0
-unit 7 transientAddEntry 65537: add none, remove none, version 1.0
-unit 7 transientRemoveEntry 65537: add none, remove v1.0, version 1.0
+unit 7 transientVersionForKey 65537: add v0.0, remove none, version 1.0; alive: 2 wrappers, 2 resolver entries
+unit 7 transientAddEntry 65537: add none, remove none, version 1.0; alive: 3 wrappers, 3 resolver entries
+unit 7 transientRemoveEntry 65537: add none, remove v1.0, version 1.0; alive: 3 wrappers, 3 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 1|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveGeneric | Done processing remove for key: 65537 |
@@ -129,10 +129,10 @@ TEST_F(FecTableRequestStepsTest, TheFirstRemoveAll) {
 8 FecTableSwTable::entryRemoveAll ||
 8 FecTableSwTable::entryRemoveAllWithResponseHandler ||
 8 FecTableSwTable::entryRemoveAllGeneric ||
-unit 7 transientAddEntry 65537: add none, remove none, version 0.0
-unit 7 transientRemoveEntry 4294901761: add none, remove none, version 0.0
+unit 7 transientAddEntry 65537: add none, remove none, version 0.0; alive: 3 wrappers, 3 resolver entries
+unit 7 transientRemoveEntry 4294901761: add none, remove none, version 0.0; alive: 3 wrappers, 3 resolver entries
 8 FecTableSwTable::entryRemoveAllGeneric |No remove all operation currently enqueued|
-unit 7 transientRemoveAllVersion from 18446744073709551615 to 0
+unit 7 transientRemoveAllVersion from 18446744073709551615 to 0; alive: 3 wrappers, 3 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveAllGeneric |Done processing remove all |
@@ -148,7 +148,7 @@ TEST_F(FecTableRequestStepsTest, ARemoveAllWhileOneIsPending) {
 8 FecTableSwTable::entryRemoveAllWithResponseHandler ||
 8 FecTableSwTable::entryRemoveAllGeneric ||
 8 FecTableSwTable::entryRemoveAllGeneric |Found valid table remove all version: 0|
-unit 7 transientRemoveAllVersion from 0 to 1
+unit 7 transientRemoveAllVersion from 0 to 1; alive: 2 wrappers, 2 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveAllGeneric |Done processing remove all |
@@ -164,7 +164,7 @@ TEST_F(FecTableRequestStepsTest, ARemoveAllBehindManyGoesOnCountingAboveThirtyTw
 8 FecTableSwTable::entryRemoveAllWithResponseHandler ||
 8 FecTableSwTable::entryRemoveAllGeneric ||
 8 FecTableSwTable::entryRemoveAllGeneric |Found valid table remove all version: 4294967295|
-unit 7 transientRemoveAllVersion from 4294967295 to 4294967296
+unit 7 transientRemoveAllVersion from 4294967295 to 4294967296; alive: 1 wrappers, 1 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveAllGeneric |Done processing remove all |
@@ -197,9 +197,9 @@ TEST_F(FecTableSuspendStepsTest, TheTenThousandthThatWaitsTurnsSuspendOnAtTheEnd
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryRemoveWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryRemoveGeneric | Key: 65537 |
-unit 7 transientVersionForKey 65537: add v0.0, remove none, version 1.0
-unit 7 transientAddEntry 65537: add none, remove none, version 1.0
-unit 7 transientRemoveEntry 65537: add none, remove v1.0, version 1.0
+unit 7 transientVersionForKey 65537: add v0.0, remove none, version 1.0; alive: 2 wrappers, 2 resolver entries
+unit 7 transientAddEntry 65537: add none, remove none, version 1.0; alive: 3 wrappers, 3 resolver entries
+unit 7 transientRemoveEntry 65537: add none, remove v1.0, version 1.0; alive: 3 wrappers, 3 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 1|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveGeneric | Done processing remove for key: 65537 |
@@ -212,10 +212,10 @@ status suspend true
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryRemoveAllWithResponseHandler ||
 8 FecTableSwTable::entryRemoveAllGeneric ||
-unit 7 transientAddEntry 2147483649: add none, remove none, version 0.0
-unit 7 transientRemoveEntry 65537: add none, remove none, version 1.0
+unit 7 transientAddEntry 2147483649: add none, remove none, version 0.0; alive: 4 wrappers, 4 resolver entries
+unit 7 transientRemoveEntry 65537: add none, remove none, version 1.0; alive: 4 wrappers, 4 resolver entries
 8 FecTableSwTable::entryRemoveAllGeneric |No remove all operation currently enqueued|
-unit 7 transientRemoveAllVersion from 18446744073709551615 to 0
+unit 7 transientRemoveAllVersion from 18446744073709551615 to 0; alive: 4 wrappers, 4 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveAllGeneric |Done processing remove all |
@@ -233,9 +233,9 @@ TEST_F(FecTableSuspendStepsTest, TheRequestThatFindsFewEnoughTurnsSuspendOff) {
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryWriteWithResponseHandler | key: 65537|
 8 FecTableSwTable::entryWriteGeneric |key: 65537|
-unit 7 transientVersionForKey 65537: add none, remove v0.0, version 1.0
-unit 7 transientRemoveEntry 65537: add none, remove none, version 1.0
-unit 7 transientAddEntry 65537: add v1.0, remove none, version 1.0
+unit 7 transientVersionForKey 65537: add none, remove v0.0, version 1.0; alive: 3 wrappers, 1 resolver entries
+unit 7 transientRemoveEntry 65537: add none, remove none, version 1.0; alive: 3 wrappers, 1 resolver entries
+unit 7 transientAddEntry 65537: add v1.0, remove none, version 1.0; alive: 3 wrappers, 1 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 0|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryWriteGeneric |Done processing write for key: 65537 |
@@ -247,10 +247,10 @@ status suspend false
   EXPECT_EQ(take(), R"(
 8 FecTableSwTable::entryRemoveAllWithResponseHandler ||
 8 FecTableSwTable::entryRemoveAllGeneric ||
-unit 7 transientAddEntry 2147483649: add none, remove none, version 1.0
-unit 7 transientAddEntry 65537: add none, remove none, version 1.0
+unit 7 transientAddEntry 2147483649: add none, remove none, version 1.0; alive: 3 wrappers, 3 resolver entries
+unit 7 transientAddEntry 65537: add none, remove none, version 1.0; alive: 3 wrappers, 3 resolver entries
 8 FecTableSwTable::entryRemoveAllGeneric |No remove all operation currently enqueued|
-unit 7 transientRemoveAllVersion from 18446744073709551615 to 0
+unit 7 transientRemoveAllVersion from 18446744073709551615 to 0; alive: 3 wrappers, 3 resolver entries
 8 GroupResolver::resolverQueueEnq |flags 2|
 8 GroupResolver::updateGenId ||
 2 FecTableSwTable::entryRemoveAllGeneric |Done processing remove all |
