@@ -10,6 +10,7 @@
     --jobs N          builds and runs N mutants at a time; as many as there are processors without it
     --results FILE    keeps what has become of each mutant, and does not run again what stands there:
                       a run can be stopped and gone on with, or done in parts
+    --folder FOLDER   works there and leaves its builds for the next run
     --from N          begins with the N-th
 
 The mutants stand in tests/mutants/*.py, one file for each source:
@@ -20,7 +21,7 @@ The mutants stand in tests/mutants/*.py, one file for each source:
               a fourth element {"lives": "why"} says why nobody can see the mutant, {"by": "Program"}
               which test program to begin with
 
-Works on copies of the work tree below the temporary folder; the tree itself is not touched. Test
+Works on copies of the work tree, below the temporary folder; the tree itself is not touched. Test
 programs run whole, one after the other, until one fails, crashes or does not come to its end. Those
 of TESTS come first; then, for a mutant that is not expected to live, all other unit tests.
 
@@ -29,6 +30,8 @@ something else went wrong.
 """
 
 import argparse
+import contextlib
+import filecmp
 import glob
 import hashlib
 import json
@@ -36,6 +39,7 @@ import os
 import queue
 import re
 import runpy
+import shutil
 import signal
 import subprocess
 import sys
@@ -182,17 +186,29 @@ class Copy:
         self.jobs = jobs
         # Copies share compiled objects, whatever folder they are in.
         self.environment = dict(os.environ, CCACHE_BASEDIR=folder, CCACHE_NOHASHDIR="1")
-        os.makedirs(folder)
-        subprocess.run(["tar", "--null", "--files-from=-", "--create", "--file",
-                        f"{folder}/tree.tar"], input=tracked_files(), cwd=ROOT, check=True)
-        subprocess.run(["tar", "--extract", "--file", f"{folder}/tree.tar", "--directory", folder],
-                       check=True)
+        self.take_sources()
         # Without warnings: a mutant may leave something unused.
         subprocess.run(["cmake", "-G", "Ninja", "-S", folder, "-B", self.build,
                         "--log-level=WARNING", "-DCMAKE_CXX_COMPILER=clang++",
                         "-DCMAKE_CXX_FLAGS=-O0 -w", "-DLOAMFEC_BENCH=OFF",
                         f"-DLOAMFEC_TEST_FOLDERS={FOLDERS}"],
                        env=self.environment, stdout=subprocess.DEVNULL, check=True)
+
+    def take_sources(self):
+        """Brings the copy in line with the work tree; files that are the same keep their times."""
+        names = [name for name in tracked_files().decode().split("\0")
+                 if name and os.path.exists(os.path.join(ROOT, name))]
+        for name in names:
+            source, copied = os.path.join(ROOT, name), os.path.join(self.folder, name)
+            if not (os.path.exists(copied) and filecmp.cmp(source, copied, shallow=False)):
+                os.makedirs(os.path.dirname(copied), exist_ok=True)
+                shutil.copy(source, copied)
+        known = set(names)
+        for at, _, files in os.walk(self.folder):
+            for file in files:
+                name = os.path.relpath(os.path.join(at, file), self.folder)
+                if not name.startswith("build/") and name not in known:
+                    os.remove(os.path.join(self.folder, name))
 
     def make(self, *targets):
         """Builds the targets; false when something does not compile."""
@@ -246,7 +262,8 @@ class Copy:
 class Run:
     """All mutants of one run, over several copies."""
 
-    def __init__(self, chosen, results, jobs):
+    def __init__(self, chosen, results, jobs, folder):
+        self.folder = folder
         self.chosen = chosen
         self.results = results
         self.jobs = min(jobs, max(1, len(chosen)))
@@ -318,8 +335,13 @@ class Run:
                 started = time.monotonic()
                 killer = self.killer_of(copy, mutant)
                 self.tell(mutant, killer, time.monotonic() - started)
-        except Exception as trouble:  # pylint: disable=broad-except
+        except Exception as trouble:  # what goes wrong in one thread ends the run
             self.trouble = trouble
+
+    def workplace(self):
+        if self.folder:
+            return contextlib.nullcontext(self.folder)
+        return tempfile.TemporaryDirectory(prefix="loamfec-mutants-")
 
     def all(self):
         for mutant in self.chosen:
@@ -330,7 +352,7 @@ class Run:
                 self.waiting.put(mutant)
         if self.waiting.empty():
             return
-        with tempfile.TemporaryDirectory(prefix="loamfec-mutants-") as folder:
+        with self.workplace() as folder:
             print("building the mutants' common ground", flush=True)
             copies = [Copy(os.path.join(folder, str(at)), self.jobs) for at in range(self.jobs)]
             for copy in copies:
@@ -340,8 +362,14 @@ class Run:
             threads = [threading.Thread(target=self.work, args=(copy,)) for copy in copies]
             for thread in threads:
                 thread.start()
-            for thread in threads:
-                thread.join()
+            try:
+                for thread in threads:
+                    thread.join()
+            except BaseException:
+                self.trouble = Trouble("ended")
+                for thread in threads:
+                    thread.join()
+                raise
         if self.trouble:
             raise self.trouble
 
@@ -354,6 +382,7 @@ def parsed(arguments):
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--results")
+    parser.add_argument("--folder")
     parser.add_argument("--from", dest="first", type=int, default=1)
     return parser.parse_args(arguments)
 
@@ -372,7 +401,7 @@ def main(arguments):
         for number, mutant in enumerate(chosen, options.first):
             print(f"{number:3}  {mutant.group}: {mutant.name}")
         return 0
-    run = Run(chosen, Results(options.results), options.jobs)
+    run = Run(chosen, Results(options.results), options.jobs, options.folder)
     run.all()
     killed = sum(1 for mutant in chosen if run.results.of(mutant)["killer"])
     print(f"{killed} killed, {len(chosen) - killed - run.lived} that nobody can see, "
@@ -381,6 +410,7 @@ def main(arguments):
 
 
 if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("mutants: ended"))
     try:
         sys.exit(main(sys.argv[1:]))
     except Trouble as trouble:
