@@ -15,16 +15,23 @@ class RecordingResourceTable : public ResourceTable {
  public:
   RecordingResourceTable(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupResolver>& groupResolver,
                          const Pell::Ptr<Asic::GroupLog>& groupLog,
-                         Pell::Ptr<RecordingResourceClient>& client)
-      : IntfIdToDestIdResourceTableResourceTable(loop, groupResolver, groupLog), client_(client) {}
+                         Pell::Ptr<RecordingResourceClient>& client,
+                         const FecHarness::OnClient& onClient)
+      : IntfIdToDestIdResourceTableResourceTable(loop, groupResolver, groupLog),
+        client_(client),
+        onClient_(onClient) {}
 
   Pell::Ptr<ClientInstance> makeClientInstance() override {
     client_ = Zev::makeObject<RecordingResourceClient>();
+    if (onClient_) {
+      onClient_(*client_);
+    }
     return client_;
   }
 
  private:
   Pell::Ptr<RecordingResourceClient>& client_;
+  const FecHarness::OnClient& onClient_;
 };
 
 }  // namespace
@@ -45,7 +52,8 @@ void FecHarness::start() {
   if (kind_ == Resources::real) {
     resources_ = Zev::makeObject<ResourceTable>(*loop_, resolver, groupLog);
   } else {
-    resources_ = Zev::makeObject<RecordingResourceTable>(*loop_, resolver, groupLog, client_);
+    resources_ =
+        Zev::makeObject<RecordingResourceTable>(*loop_, resolver, groupLog, client_, onClient);
   }
   orderedTables_->resourceTableIs(kResourceTableName, resources_);
   fec_ = LoamFec::FecTableInterface::getIntf(orderedTables_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -66,6 +67,11 @@ class FecHarness {
   ResourceTable& resources() { return *resources_; }
   // With Resources::recording: the client of the table that was made last.
   RecordingResourceClient& client() { return *client_; }
+  // With Resources::recording: called with each client before its table asks it anything.
+  using OnClient = std::function<void(RecordingResourceClient&)>;
+  OnClient onClient;
+  // False while there is no FEC table interface: before its start-up is done, and after stop().
+  bool started() const { return static_cast<bool>(fec_); }
 
   // A handler that records its calls in responses.
   LoamFec::FecTableSwTable::ResponseHandler recordResponse();

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <map>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
@@ -46,6 +49,12 @@ class RecordingResourceClient : public ResourceTable::ClientInstance {
                  std::uint32_t updateNumber, const ResourceTable::Dependency& dependency) override;
   void release(const Pell::Ptr<ResourceTable::ResourceHandle const>& handle,
                const ResourceTable::Dependency& dependency) override;
+
+  // Called with every call, after it has been recorded; an update number with ackUpdate alone.
+  using OnCall = std::function<void(std::string_view operation, const ResourceTable::Key& key,
+                                    std::optional<std::uint32_t> updateNumber,
+                                    const ResourceTable::Dependency& dependency)>;
+  OnCall onCall;
 
   // The handle of the interface of that name; state notResolved until a test sets it.
   Pell::Ptr<ScriptedResourceHandle> handle(const Pell::String& intfName);

@@ -278,7 +278,7 @@ RealTable::RealHandler ModelRun::realHandler(const Operation& operation) {
   const std::size_t number = realHandles_.size() - 1;
   return [this, number, operation](const RealTable::RealHandle& handle) {
     const auto typed = Pell::dynamicPtrCast<LoamFec::FecTableSwTable::EntryHandle const>(handle);
-    realAnswers_.push_back({number, typed->key().fecId(), static_cast<int>(handle->entryState()),
+    realAnswers_.push_back({number, keyOf(typed->key()), static_cast<int>(handle->entryState()),
                             handle->logVersion().value()});
     reactReal(followUp(operation.reaction, operation.unit, operation.key));
   };

@@ -10,7 +10,7 @@
 namespace fec_model {
 
 // Small spaces, so that operations meet each other often.
-inline constexpr std::uint32_t kKeys = 10;          // FEC identifiers 0 to 9
+inline constexpr std::uint32_t kKeys = 10;          // 0 to 9; the table's span all 32 bits
 inline constexpr std::uint32_t kInterfaces = 4;     // 1 to 4; 0 is the null interface
 inline constexpr std::uint32_t kUnits = 3;          // at most
 inline constexpr std::uint32_t kDependencies = 3;   // slots 1 to 3 of operations of another table

@@ -1,5 +1,6 @@
 #include "model/RealTable.h"
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <string>
@@ -21,7 +22,7 @@ using testing_support::ResourceTable;
 using testing_support::ScriptedResourceHandle;
 
 constexpr const char* kResourceTableName = "ResourceTable.IntfIdToDestIdResourceTable.LoamAdj";
-constexpr std::uint32_t kForeign = 0xDEADBEEF;  // mark or interface that no test wrote
+constexpr std::uint32_t kForeign = 0xDEADBEEF;  // mark, interface, key or unit of no test
 
 Wirex::IntfId intfId(Interface intf) {
   return intf == 0 ? Wirex::IntfId() : Wirex::IntfId::fromName("eth" + std::to_string(intf));
@@ -37,11 +38,21 @@ Interface interfaceOf(Wirex::IntfId id) {
   return kForeign;
 }
 
+// The FEC identifiers that the model's keys stand for: both ends and the middle of the 32 bits, and
+// pairs whose low or high halves are the same.
+constexpr std::array<std::uint32_t, kKeys> kFecIds = {
+    0,           1,           0xFFFF,      0x1'0000,    0x1'0001,
+    0x7FFF'FFFF, 0x8000'0000, 0x8000'0001, 0xFFFF'0000, 0xFFFF'FFFF};
+
+FecTableDataModelEntryKey fecKeyOf(Key key) {
+  return FecTableDataModelEntryKey(key < kKeys ? kFecIds.at(key) : key);
+}
+
 // The fields that a test does not look at one by one follow from the mark; so do those of the
 // default entry, whose mark is 0.
 FecTableDataModelEntry entryOf(const Entry& entry) {
   FecTableDataModelEntry real;
-  real.key = FecTableDataModelEntryKey(entry.key);
+  real.key = fecKeyOf(entry.key);
   real.opaqueA = entry.mark;
   real.opaqueB = entry.hookMark;
   real.resolvedDest.first = entry.resolved.first;
@@ -59,7 +70,7 @@ FecTableDataModelEntry entryOf(const Entry& entry) {
 }
 
 Entry entryOf(const FecTableDataModelEntry& real) {
-  Entry entry{real.key.fecId(),
+  Entry entry{keyOf(real.key),
               real.opaqueA,
               real.opaqueB,
               {real.resolvedDest.first, real.resolvedDest.second, real.resolvedDest.third},
@@ -78,12 +89,20 @@ Pell::Ptr<Asic::NeededEntry const> neededOf(const Needed& versions) {
   return needed;
 }
 
-LogRow logRowOf(const LoamFec::FecTableDataModelLogGlintEntry& row) {
-  return {row.operation(), row.unitId().value(),
-          entryOf(FecTableDataModelEntry::fromLog(row.logEntry(), {}))};
+// The numbers that the model's units stand for.
+constexpr std::array<std::uint16_t, kUnits> kUnitIds = {7, 0x8007, 0xFFFF};
+
+Asic::UnitId unitId(Unit unit) { return Asic::UnitId(kUnitIds.at(unit)); }
+
+Unit unitOf(Asic::UnitId id) {
+  const auto* const found = std::find(kUnitIds.begin(), kUnitIds.end(), id.value());
+  return found == kUnitIds.end() ? kForeign : static_cast<Unit>(found - kUnitIds.begin());
 }
 
-Asic::UnitId unitId(Unit unit) { return Asic::UnitId(static_cast<std::uint16_t>(unit)); }
+LogRow logRowOf(const LoamFec::FecTableDataModelLogGlintEntry& row) {
+  return {row.operation(), unitOf(row.unitId()),
+          entryOf(FecTableDataModelEntry::fromLog(row.logEntry(), {}))};
+}
 
 void expectSawAll(bool sawAll) {
   if (!sawAll) {
@@ -181,7 +200,7 @@ class RealTable::Helper : public LoamFec::FecTableSwTableHelperBase {
     }
     if (onNextSuccess_) {
       const auto act = std::exchange(onNextSuccess_, nullptr);
-      act(entry->key().fecId());
+      act(keyOf(entry->key()));
     }
   }
   bool finalizeOnFailure(Wrapper const& /*entry*/, bool /*isDelete*/,
@@ -315,8 +334,10 @@ RealTable::Ran RealTable::turn() {
 
 void RealTable::makeTable(Unit unit, bool reset) {
   unitBeingMade_ = unit;
-  tables_[unit] = agent_.makeTable(static_cast<std::uint16_t>(unit), reset);
+  tables_[unit] = agent_.makeTable(unitId(unit).value(), reset);
 }
+
+void RealTable::reset(Unit unit) { agent_.makeTable(unitId(unit).value(), true); }
 
 ScriptedResourceHandle& RealTable::handle(const ResourceTable::Key& key) {
   auto& held = handles_[key.intfId().value()];
@@ -331,14 +352,13 @@ ScriptedResourceHandle& RealTable::handle(const ResourceTable::Key& key) {
 RealTable::RealHandle RealTable::write(Unit unit, const Entry& entry,
                                        const RealDependency& dependency,
                                        const RealHandler& handler) {
-  return table(unit).entryWriteWithResponseHandler(FecTableDataModelEntryKey(entry.key),
-                                                   entryOf(entry), dependency, handler);
+  return table(unit).entryWriteWithResponseHandler(fecKeyOf(entry.key), entryOf(entry), dependency,
+                                                   handler);
 }
 
 RealTable::RealHandle RealTable::remove(Unit unit, Key key, const RealDependency& dependency,
                                         const RealHandler& handler) {
-  return table(unit).entryRemoveWithResponseHandler(FecTableDataModelEntryKey(key), dependency,
-                                                    handler);
+  return table(unit).entryRemoveWithResponseHandler(fecKeyOf(key), dependency, handler);
 }
 
 void RealTable::removeAll(Unit unit, const RealDependency& dependency, const RealHandler& handler) {
@@ -348,12 +368,12 @@ void RealTable::removeAll(Unit unit, const RealDependency& dependency, const Rea
 void RealTable::markGeneration() { agent_.group()->groupResolver()->updateGenId(); }
 
 RealTable::RealHandle RealTable::update(Unit unit, Key key) {
-  return table(unit).updateEntry(FecTableDataModelEntryKey(key));
+  return table(unit).updateEntry(fecKeyOf(key));
 }
 
 void RealTable::helperIs(Unit unit, bool logsFailures, bool marks,
                          std::function<void(Key)> onNextSuccess) {
-  agent_.makeTable(static_cast<std::uint16_t>(unit), false,
+  agent_.makeTable(unitId(unit).value(), false,
                    Zev::makeObject<Helper>(logsFailures, marks, std::move(onNextSuccess)));
 }
 
@@ -387,18 +407,14 @@ void RealTable::publish(Interface intf, bool asChange) {
 
 // Reads.
 
-Entry RealTable::read(Unit unit, Key key) {
-  return entryOf(table(unit).entryRead(FecTableDataModelEntryKey(key)));
-}
+Entry RealTable::read(Unit unit, Key key) { return entryOf(table(unit).entryRead(fecKeyOf(key))); }
 
-bool RealTable::has(Unit unit, Key key) {
-  return table(unit).entryHas(FecTableDataModelEntryKey(key));
-}
+bool RealTable::has(Unit unit, Key key) { return table(unit).entryHas(fecKeyOf(key)); }
 
 RealTable::Walk RealTable::walk(Unit unit) { return Walk(table(unit).initIterState()); }
 
 RealTable::Walk RealTable::walk(Unit unit, Key from) {
-  return Walk(table(unit).initIterStateFromKey(FecTableDataModelEntryKey(from)));
+  return Walk(table(unit).initIterStateFromKey(fecKeyOf(from)));
 }
 
 std::optional<Entry> RealTable::Walk::step() {
@@ -431,7 +447,7 @@ std::map<Key, Entry> RealTable::snapshot(Unit unit) {
   std::map<Key, Entry> entries;
   table(unit).getTableEntries_py()->tableEntries().forEach(
       [&](const FecTableDataModelEntryKey& key, const FecTableDataModelEntry& entry) {
-        entries[key.fecId()] = entryOf(entry);
+        entries[keyOf(key)] = entryOf(entry);
       });
   return entries;
 }
@@ -458,7 +474,7 @@ std::map<Version, LogRow> RealTable::logRows() {
 std::map<Key, ConfigRow> RealTable::configRows(Unit unit) {
   std::map<Key, ConfigRow> rows;
   const auto take = [&](const auto& row) {
-    rows[row.key().fecId()] = {
+    rows[keyOf(row.key())] = {
         entryOf(FecTableDataModelEntry::fromLog(row.logEntry(), row.rsrcKeys())),
         row.version().value(), row.isDeleted(), 0};
   };
@@ -512,7 +528,7 @@ std::uint64_t versionOf(const LoamFec::FecTableEntryWrapper& wrapper) {
 std::map<Key, std::pair<Entry, std::uint64_t>> RealTable::pendingWrites(Unit unit) {
   std::map<Key, std::pair<Entry, std::uint64_t>> pending;
   table(unit).transientAddEntry().forEach([&](const auto& key, const auto& wrapper) {
-    pending[key.fecId()] = {entryOf(wrapper->entry()), versionOf(*wrapper)};
+    pending[keyOf(key)] = {entryOf(wrapper->entry()), versionOf(*wrapper)};
   });
   return pending;
 }
@@ -520,14 +536,14 @@ std::map<Key, std::pair<Entry, std::uint64_t>> RealTable::pendingWrites(Unit uni
 std::map<Key, std::uint64_t> RealTable::pendingRemoves(Unit unit) {
   std::map<Key, std::uint64_t> pending;
   table(unit).transientRemoveEntry().forEach(
-      [&](const auto& key, const auto& wrapper) { pending[key.fecId()] = versionOf(*wrapper); });
+      [&](const auto& key, const auto& wrapper) { pending[keyOf(key)] = versionOf(*wrapper); });
   return pending;
 }
 
 std::map<Key, std::uint64_t> RealTable::pendingVersions(Unit unit) {
   std::map<Key, std::uint64_t> pending;
   table(unit).transientVersionForKey().forEach(
-      [&](const auto& key, const auto& version) { pending[key.fecId()] = version.major(); });
+      [&](const auto& key, const auto& version) { pending[keyOf(key)] = version.major(); });
   return pending;
 }
 
@@ -536,11 +552,16 @@ std::map<Interface, std::vector<Key>> RealTable::usage(Unit unit) {
   table(unit).intfIdToDestIdLinkage()->forEachUsage([&](const auto& record) {
     std::vector<Key>& keys = usage[interfaceOf(record->key().intfId())];
     record->entryUsage().forEach(
-        [&](const auto& key, bool /*there*/) { keys.push_back(key.fecId()); });
+        [&](const auto& key, bool /*there*/) { keys.push_back(keyOf(key)); });
   });
   return usage;
 }
 
 std::vector<RealTable::Event> RealTable::takeResourceEvents() { return std::exchange(events_, {}); }
+
+Key keyOf(const FecTableDataModelEntryKey& key) {
+  const auto* const found = std::find(kFecIds.begin(), kFecIds.end(), key.fecId());
+  return found == kFecIds.end() ? kForeign : static_cast<Key>(found - kFecIds.begin());
+}
 
 }  // namespace fec_model

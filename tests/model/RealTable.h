@@ -13,6 +13,9 @@
 
 namespace fec_model {
 
+// The model's key that a key of the table stands for.
+Key keyOf(const LoamFec::FecTableDataModelEntryKey& key);
+
 // The real FEC table of all units over scripted or live resources, driven and read in the model's
 // terms.
 //
@@ -81,7 +84,7 @@ class RealTable {
   std::uint64_t rowsTouched() const { return rowsTouched_; }
   bool turnDue() { return agent_.loop().pending() != 0; }
   void report(Version version) { agent_.report(version); }
-  void reset(Unit unit) { agent_.makeTable(static_cast<std::uint16_t>(unit), true); }
+  void reset(Unit unit);
   void clear(Unit unit, bool releaseResources) { table(unit).clearTable(releaseResources); }
   RealHandle update(Unit unit, Key key);
   // The helper from now on; onNextSuccess (may be empty) is called once.

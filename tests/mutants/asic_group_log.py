@@ -1,0 +1,20 @@
+FILE = "src/framework/Asic/GroupLog.cpp"
+TESTS = ["FecTableEntryLogTest", "AgentCrashTest"]
+
+MUTANTS = [
+    ("group log's rows go before the applied version is there",
+     """  versions_->appliedVersions().rowIs(GroupVersionRow(applied));
+  std::deque<Pending>& rows = pending(applied.tableId());
+  while (!rows.empty() && rows.front().version <= applied.logVersion()) {
+    log_->groupLog().rowDel(rows.front().sequence);
+    rows.pop_front();
+  }
+""",
+     """  std::deque<Pending>& rows = pending(applied.tableId());
+  while (!rows.empty() && rows.front().version <= applied.logVersion()) {
+    log_->groupLog().rowDel(rows.front().sequence);
+    rows.pop_front();
+  }
+  versions_->appliedVersions().rowIs(GroupVersionRow(applied));
+"""),
+]

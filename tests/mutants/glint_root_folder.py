@@ -1,0 +1,8 @@
+FILE = "src/platform/Glint/RootFolder.cpp"
+TESTS = ["GlintTest", "CrashTest", "FormatTest", "AgentCrashTest"]
+
+MUTANTS = [
+    ("second writer is not kept out",
+     "if (::fcntl(file.get(), F_OFD_SETLK, &whole) != 0) {",
+     "if (false && ::fcntl(file.get(), F_OFD_SETLK, &whole) != 0) {"),
+]
