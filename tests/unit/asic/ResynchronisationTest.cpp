@@ -558,6 +558,19 @@ TEST_F(ResynchronisationTest, ARowThatWaitsIsNotLeftOverBecauseItsLogRowIsLost) 
   EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}}));
 }
 
+TEST_F(ResynchronisationTest, AChangeDuringARepairIsNotLeftOverBecauseItsLogRowIsLost) {
+  fill(1, 50, 1);
+  loseLogRow(1);
+  while (held(10) == nullptr) {
+    ASSERT_TRUE(asic_->step(1));
+  }
+  writeThatNeeds(45, 2, kOther, 1);
+  loseLogRow(version());
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 50U);
+  EXPECT_EQ(held(45)->opaqueA, 1U);
+}
+
 // Then no row above the limit can be told from one that is left over.
 TEST_F(ResynchronisationTest, ALostScratchpadDoesNotKeepTheHardwareBusy) {
   write(1, 11);
