@@ -131,6 +131,11 @@ class OrderedSwTableAccessor {
                 wrapper->key(), isEntryDeleted);
       return false;
     }
+    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {
+      ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in the group log!",
+                wrapper->key(), isEntryDeleted);
+      return false;
+    }
     if (const auto& dependency = resolverEntry->dependantEntryHandle()) {
       if (dependency->entryState() == EntryState::notResolved) {
         ZEV_TRACE(trace, 3, kClass, "key: {} dependant entry not yet resolved", wrapper->key());

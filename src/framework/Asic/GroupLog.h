@@ -73,9 +73,9 @@ class GroupLog : public GroupLogInterface {
 
   // Rows that may still be added. Slots that damage has put out of use are not taken off.
   std::uint32_t room() const { return logMap().slotCount() - logMap().rowCount(); }
-  // Whether requests may go on being committed: the rows are within the nominal capacity. What is
-  // above it is kept for re-drives and for the one operation that passes the bound.
-  bool requestsFit() const { return logMap().rowCount() < logMap().capacity(); }
+  // The rows are within the nominal capacity. What is above it is kept for re-drives and for the
+  // one operation that passes the bound.
+  bool requestsFit() const override { return logMap().rowCount() < logMap().capacity(); }
 
   // The table's log has handed the version out, announced here or not. Raises only.
   void announcedIs(TableVersion handedOut);

@@ -12,6 +12,9 @@ class GroupLogInterface : public Zev::NotifyingObject {
   // none. Marks work for the hardware side; nothing is applied inside the call.
   virtual void addGroupLogEntry(SwTableId tableId, LogVersion version,
                                 const Pell::Ptr<NeededEntry const>& neededEntry) = 0;
+  // Whether tables may go on committing requests: an operation that needs many table versions takes
+  // more room here than in its table's own log. When it may again, the resolver looks again.
+  virtual bool requestsFit() const { return true; }
 };
 
 }  // namespace Asic

@@ -97,6 +97,77 @@ TEST_F(LogRoomTest, TheLastRoomGoesToOneOperationAndAReportLetsTheOthersFollow) 
   EXPECT_EQ(resolver().resolverQueueLength(), 0U);
 }
 
+// The room of the group log, which an operation takes more of the more tables it needs.
+
+class GroupLogRoomTest : public LogRoomTest {
+ protected:
+  static constexpr Asic::SwTableId kOtherTable{0x03010806};
+
+  Asic::GroupLog& groupLog() { return *agent_.group()->groupLog(); }
+  static Pell::Ptr<Asic::NeededEntry> needs(std::uint32_t tables) {
+    auto needed = Zev::makeObject<Asic::NeededEntry>();
+    for (std::uint32_t i = 0; i < tables; ++i) {
+      needed->add({Asic::SwTableId(0x04000000 + i), Asic::LogVersion(1)});
+    }
+    return needed;
+  }
+  // Another table of the group announces operations until the group log holds so many rows.
+  void fillGroupLogTo(std::uint32_t rows) {
+    while (groupLog().logMap().rowCount() < rows) {
+      groupLog().addGroupLogEntry(kOtherTable, Asic::LogVersion(++announced_), nullptr);
+    }
+    ASSERT_EQ(groupLog().logMap().rowCount(), rows);
+  }
+
+  std::uint64_t announced_ = 0;
+};
+
+TEST_F(GroupLogRoomTest, NothingResolvesFromAHundredThousandRowsOn) {
+  for (const std::uint32_t rows : {99999U, 100000U, 100001U}) {
+    fillGroupLogTo(rows);
+    const bool hasRoom = rows < 100000;
+    EXPECT_EQ(resolved(0, 5), hasRoom) << "write at " << rows;
+    EXPECT_EQ(resolved(1, 5), hasRoom) << "remove at " << rows;
+    EXPECT_EQ(resolved(2, 5), hasRoom) << "remove-all at " << rows;
+  }
+}
+
+TEST_F(GroupLogRoomTest, AFullGroupLogIsTracedBehindAFullEntryLog) {
+  fillGroupLogTo(100000);
+  TraceRecorder traces({"FecTableSwTable"});
+  EXPECT_FALSE(resolved(0, 5, "eth1", dependency(State::notResolved)));
+  EXPECT_THAT(
+      lines(traces),
+      ElementsAre(
+          "1 isResolverEntryResolved|key: 5, isEntryDeleted: false : no space in the group log!|"));
+  traces.clear();
+  fillLogTo(100000);
+  EXPECT_FALSE(resolved(1, 5));
+  EXPECT_THAT(lines(traces),
+              ElementsAre("1 isResolverEntryResolved|key: 5, isEntryDeleted: true : no space in "
+                          "entryLog!|"));
+}
+
+TEST_F(GroupLogRoomTest, RequestsThatNeedThousandsOfTablesWaitForRoomAndAllFollow) {
+  constexpr std::uint32_t kTables = 65536;  // 8192 rows an operation
+  agent_.client().handle("eth1")->contentsAre(State::done, {7, 0, 0}, needs(kTables));
+  std::vector<Handle> written;
+  for (std::uint32_t fecId = 1; fecId <= 30; ++fecId) {
+    written.push_back(write(fecId, "eth1"));
+  }
+  agent_.run();
+  EXPECT_EQ(logVersion(), 13U) << "the 13th passes the bound";
+  EXPECT_EQ(resolver().resolverQueueLength(), 17U);
+  agent_.report(13);
+  agent_.run();
+  EXPECT_EQ(logVersion(), 26U) << "woken by the report";
+  agent_.reportAll();
+  agent_.run();
+  agent_.reportAll();
+  EXPECT_THAT(responses(), SizeIs(30));
+  EXPECT_EQ(groupLog().logMap().rowCount(), 0U);
+}
+
 // Dependencies.
 
 TEST_F(FecTableResolutionTest, AnUnresolvedDependencyHoldsBackEveryKindOfOperation) {
