@@ -65,7 +65,7 @@ class GroupInterfaceTest : public testing_support::LeakCheckedTest {
   }
 
   Pell::Ptr<PlainSwTable> addedTable(std::uint16_t unit) {
-    const auto table = Zev::makeObject<PlainSwTable>(kTableId, UnitId(unit));
+    auto table = Zev::makeObject<PlainSwTable>(kTableId, UnitId(unit));
     group_->swTableSetIs(kTableId)->swTableIs(table);
     return table;
   }
