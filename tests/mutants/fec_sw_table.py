@@ -541,7 +541,7 @@ MUTANTS = [
 """,
      """bool FecTableSwTable::isResolverEntryResolved(
     const Pell::Ptr<FecTableResolverEntry>& resolverEntry) {
-""", {"by": "FecTableReentrancyTest"}),
+""", {"by": "FecTableStepsTest"}),
     ("table is not held during a commit",
      """void FecTableSwTable::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) {
   const Pell::Ptr<FecTableSwTable> self(this);

@@ -551,6 +551,15 @@ TEST_F(ReadsTest, ADamagedRowReadsAsAbsent) {
 
 // Snapshot.
 
+TEST_F(ReadsTest, AWalkYieldsWholeEntriesTheirInterfaceIncluded) {
+  agent_.client().handle("eth1")->contentsAre(EntryState::done, {100, 21, 31});
+  writeCommitted(0xFFFF'0001, "eth1", 7);
+  const auto at = table().entryIteratorConst();
+  ASSERT_TRUE(static_cast<bool>(at));
+  EXPECT_TRUE(FecTableDataModelEntry::isEq(*at, table().entryRead(key(0xFFFF'0001))));
+  EXPECT_EQ(at->intfId, Wirex::IntfId::fromName("eth1"));
+}
+
 TEST_F(ReadsTest, TheSnapshotHoldsWhatAWalkYields) {
   commitAll({1, 2, 3});
   write(2, "eth1", 22);

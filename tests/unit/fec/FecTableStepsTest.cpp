@@ -377,6 +377,30 @@ resolved
 )");
 }
 
+TEST_F(FecTableResolutionStepsTest, ATableThatEndsInsideItsCheckEndsBehindIt) {
+  commitOn("eth2", {kOther});
+  write(kKey, "eth1");
+  const auto entry = lastQueued();
+  client().onCall = [this](auto&&...) {
+    recorder_->step("the unit ends");
+    agent_.fec().unitDel(UnitId(kUnit));
+  };
+  recorder_->letGo();
+  take();
+  entry->isResolved();
+  EXPECT_EQ(take(), R"(
+8 FecTableResolverEntry::isResolved |key: 65537|
+8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
+the unit ends
+2 FecTableInterface::unitDel |unitId: 7|
+8 GroupResolver::resolverQueueDelIf ||
+8 FecTableSwTable::maybeUpdateSuspend ||
+3 FecTableSwTable::resAccessorCheckResolved |key: 65537 is still unresolved!|
+unit 7 entryUsageSm eth2 removed
+8 GroupResolver::resolverQueueDelIf ||
+)");
+}
+
 TEST_F(FecTableResolutionStepsTest, NothingResolvesWhileTheLogIsFull) {
   auto& rows = log().tableEntryLog()->entryLogConfig();
   {
