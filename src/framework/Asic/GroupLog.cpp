@@ -80,6 +80,9 @@ GroupLog::GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager,
       lastSequence_(log_->groupLog().control().scratchpad()) {
   readApplied();
   readPending();
+  if (auto& control = log_->groupLog().control(); control.scratchpad() != lastSequence_) {
+    control.scratchpadIs(lastSequence_);
+  }
   ZEV_TRACE(trace, 2, kClass, "rows: {} lastSequence: {}", logMap().rowCount(), lastSequence_);
 }
 

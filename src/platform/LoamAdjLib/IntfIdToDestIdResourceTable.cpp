@@ -26,14 +26,6 @@ std::span<const Asic::TableVersion> versionsOf(const Pell::Ptr<Asic::NeededEntry
   return needed ? needed->tableVersions() : std::span<const Asic::TableVersion>();
 }
 
-// Versions that one row of the group log names; an operation that needs more takes more rows.
-constexpr std::size_t kNeededPerRow = 8;
-
-std::uint64_t rowsOfOperation(const Pell::Ptr<Asic::NeededEntry const>& needed) {
-  const std::size_t versions = versionsOf(needed).size();
-  return std::max<std::size_t>(1, (versions + kNeededPerRow - 1) / kNeededPerRow);
-}
-
 auto findTable(std::vector<Asic::TableVersion>& versions, Asic::SwTableId tableId) {
   return std::ranges::find(versions, tableId, &Asic::TableVersion::tableId);
 }
@@ -367,7 +359,7 @@ std::uint64_t ResourceTable::rowsOfUpdate(const Record& record) const {
   for (const Use& use : record.uses) {
     operations += use.client->users(record.handle->key());
   }
-  return operations * rowsOfOperation(record.target.neededEntry);
+  return operations * Asic::GroupLogRow::rowsFor(versionsOf(record.target.neededEntry).size());
 }
 
 // Shows the target. The subscribers are told in the steps that follow; what waits in the resolver

@@ -328,6 +328,15 @@ TEST_F(GroupLogTest, RowsThatWereAppliedBeforeAKillGoWithTheNextReport) {
   EXPECT_THAT(rows(), ElementsAre(Row{2, kTableA, 2}));
 }
 
+TEST_F(GroupLogTest, ARowThatAKillKeptFromTheScratchpadIsAnnouncedByTheNextStart) {
+  add(kTableA, 1);
+  add(kTableA, 2);
+  logRows().control().scratchpadIs(1);  // the agent died before it raised it
+  restart();
+  EXPECT_EQ(logRows().control().scratchpad(), 2U);
+  EXPECT_THAT(rows(), ElementsAre(Row{1, kTableA, 1}, Row{2, kTableA, 2}));
+}
+
 TEST_F(GroupLogTest, RowsOfOneOperationThatWerePendingBeforeARestartGoTogether) {
   log_->addGroupLogEntry(kTableA, LogVersion(1), needs(17));
   log_->addGroupLogEntry(kTableA, LogVersion(2), needs(9));

@@ -329,10 +329,10 @@ class RoomTest : public TurnsTest {
     for (std::uint64_t version = 1; version <= Asic::GroupLogGlint::kCapacity + more; ++version) {
       groupLog_->addGroupLogEntry(kTable, Asic::LogVersion(version), nullptr);
     }
-    ASSERT_EQ(groupLog_->room(), room_ - more);
+    ASSERT_EQ(groupLog_->redriveRoom(), room_ - more);
   }
 
-  const std::uint32_t room_ = groupLog_->room();  // of a log that is empty
+  const std::uint32_t room_ = groupLog_->redriveRoom();  // of a log that is empty
   std::uint32_t users_ = 0;
 };
 
@@ -359,7 +359,7 @@ TEST_F(RoomTest, AnUpdateWithoutRoomGoesOutWhenAReportHasMadeRoomAndNotBefore) {
   destinationIs("eth1", kSecond);
   EXPECT_EQ(handle->destId(), kFirst);
   applied(1);
-  EXPECT_EQ(groupLog_->room(), room_ - 1);
+  EXPECT_EQ(groupLog_->redriveRoom(), room_ - 1);
   EXPECT_EQ(handle->destId(), kFirst);
   applied(2);
   EXPECT_EQ(handle->destId(), kSecond);
@@ -387,6 +387,31 @@ TEST_F(RoomTest, TheUsersOfEveryClientCount) {
   client_->release(handle, nullptr);
   run();
   EXPECT_EQ(handle->destId(), kSecond);
+}
+
+TEST_F(RoomTest, OperationsThatNeedMoreThanOneRowNamesTakeTheRowsThatTheyNeed) {
+  const HandlePtr handle = used("eth1");
+  const auto needing = [](std::uint32_t tables) {
+    auto needed = Zev::makeObject<Asic::NeededEntry>();
+    for (std::uint32_t i = 0; i < tables; ++i) {
+      needed->add({Asic::SwTableId(0x04000000 + i), Asic::LogVersion(1)});
+    }
+    return needed;
+  };
+  const auto change = [&](const DestId& destination, std::uint32_t tables) {
+    table_->destinationIs(key("eth1").intfId(), destination, needing(tables));
+    run();
+  };
+  users_ = room_;
+  change(kSecond, 8);
+  EXPECT_EQ(handle->destId(), kSecond);
+  ack(handle);
+  users_ = room_ / 2 + 1;
+  change(kThird, 9);
+  EXPECT_EQ(handle->destId(), kSecond);
+  users_ = room_ / 2;
+  ack(handle);  // looked at again
+  EXPECT_EQ(handle->destId(), kThird);
 }
 
 TEST_F(RoomTest, AnUpdateWithoutRoomHoldsNoOtherInterfaceBack) {
