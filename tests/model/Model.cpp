@@ -564,8 +564,13 @@ void Model::cleanupRow(Version version, const LogRow& row) {
 
 // Reports.
 
-// Every unit's table hears every report; then the group log keeps it, unless it knows better.
+// Every unit's table hears every report; then the group log keeps it, unless it knows better. What
+// was never logged cannot be applied: nobody hears of such a report.
 void Model::report(Version version) {
+  if (version > tableVersion_) {
+    situations.met(Situation::reportRefused);
+    return;
+  }
   if (lastReport_ == version) {
     situations.met(Situation::reportRepeated);
   }

@@ -545,9 +545,10 @@ void ModelRun::report(const Operation& operation) {
   const Version from = which == Report::again ? lastReport_ : model_.tableVersion();
   Version version = from - std::min<Version>(from, operation.count);
   if (which == Report::beyond) {
-    version = live_ ? from : from + operation.count;
+    version = from + operation.count;
+  } else {
+    lastReport_ = version;
   }
-  lastReport_ = version;
   real_.report(version);
   model_.report(version);
 }

@@ -57,7 +57,7 @@ enum class Notice : std::uint8_t { silent, otherAttribute, published };
 enum class Report : std::uint8_t {
   behind,  // the last logged version less `count`
   again,   // the last reported version less `count`
-  beyond,  // the last logged version and `count`; not with live resources
+  beyond,  // the last logged version and `count`: refused
 };
 
 // One step. Which fields count depends on the kind; the builders below say it.

@@ -22,6 +22,7 @@ constexpr std::array<const char*, Situations::kCount> kNames = {
     "cursorMovedBack",
     "reportRepeated",
     "reportBehind",
+    "reportRefused",
     "ignoredDelete",
     "deletedAgain",
     "restartWithPending",

@@ -24,6 +24,7 @@ enum class Situation : std::uint8_t {
   cursorMovedBack,         // a report below the cleanup's cursor
   reportRepeated,          // a report of the version that was reported last
   reportBehind,            // a report that left handles waiting
+  reportRefused,           // a report of a version that was never logged
   ignoredDelete,           // a remove of a key without a row
   deletedAgain,            // a remove of a key whose row is marked deleted already
   restartWithPending,      // a restart while requests waited in the resolver
