@@ -355,13 +355,15 @@ std::uint32_t FecTableEntryLog::entrys(Asic::UnitId unitId) const {
 
 std::uint32_t FecTableEntryLog::entryLogConfigRows() const { return log().rowCount(); }
 
-void FecTableEntryLog::throwWithoutRoom(Asic::UnitId unitId) const {
-  if (log().rowCount() < log().slotCount()) {
+void FecTableEntryLog::throwWithoutRoom(const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                                        Asic::UnitId unitId) const {
+  if (log().rowCount() < log().slotCount() && groupLogInterface()->hasRoomFor(neededEntry)) {
     return;
   }
   throw FecTableLogRoomException(
-      fmt::format("{}: unit {} has entries to log again, but all {} rows are taken by changes that "
-                  "the hardware has not applied; let it apply them, or begin with empty tables",
+      fmt::format("{}: unit {} has entries to log again, but all rows of this log ({}) or of its "
+                  "group's are taken by changes that the hardware has not applied; let it apply "
+                  "them, or begin with empty tables",
                   log().filePath(), unitId, log().slotCount()));
 }
 

@@ -124,9 +124,10 @@ class FecTableEntryLog : public Asic::EntryLogBase {
 
   // Rows of the log. Constant time.
   std::uint32_t entryLogConfigRows() const;
-  // Throws FecTableLogRoomException, which says what to do, when the log has no room for one more
-  // change of the unit.
-  void throwWithoutRoom(Asic::UnitId unitId) const;
+  // Throws FecTableLogRoomException, which says what to do, when the log or the group log has no
+  // room for one more change of the unit that needs these versions.
+  void throwWithoutRoom(const Pell::Ptr<const Asic::NeededEntry>& neededEntry,
+                        Asic::UnitId unitId) const;
 
  private:
   static constexpr std::uint32_t kTableConfigGlintSalt = 0x525a0dd4;

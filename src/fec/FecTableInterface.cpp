@@ -153,7 +153,11 @@ Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
                     "at most {} units",
                     unitId, swTable_.size(), FecTableConstants::kMaxUnits));
   }
+  if (const auto former = group->swTableSet(tableId)->swTable(unitId)) {
+    end(*former);
+  }
   entryLog_->mountGlintConfig(unitId);
+  catchUpWithReports(*group);
   const auto name = Zev::makeObject<Asic::CanonicalTableName>(
       Asic::OrderedTableType::orderedSwTable, groupName_, tableName_);
   Pell::Ptr<FecTableSwTable> table = fecTableSwTableFactory(name, tableId, unitId, swTableStatus_,
@@ -174,6 +178,21 @@ Pell::Ptr<FecTableSwTable> FecTableInterface::makeSwTable(
   return table;
 }
 
+// Reports that came while no unit had a table found nobody who would clean the log up for them.
+void FecTableInterface::catchUpWithReports(const Asic::GroupInterface& groupIntf) {
+  if (!swTable_.empty()) {
+    return;
+  }
+  const std::optional<Asic::LogVersion> version = committedVersion(*groupIntf.groupLog());
+  if (!version || *version <= entryLog_->prevTableVersion()) {
+    return;
+  }
+  entryLog_->cleanupEntryLog(*version);
+  if (entryLog_->tableVersion() == *version) {
+    swTableStatus_->pendingHwWritesIs(false);
+  }
+}
+
 void FecTableInterface::unitDel(Asic::UnitId unitId) {
   const Pell::Ptr<FecTableSwTable> ending = swTable(unitId);
   if (!ending) {
@@ -182,7 +201,18 @@ void FecTableInterface::unitDel(Asic::UnitId unitId) {
   ZEV_TRACE(trace, 2, kClass, "unitId: {}", unitId);
   groupIntf()->swTableSet(FecTableConstants::kTableId)->swTableDel(unitId);
   swTableDel(unitId);
-  ending->waitingRequestsDel();
+  end(*ending);
+}
+
+// Whoever holds the table may go on reading it; nothing drives it any more.
+void FecTableInterface::end(Asic::OrderedSwTable& table) {
+  if (auto* ending = dynamic_cast<FecTableSwTable*>(&table)) {
+    const Pell::Ptr<FecTableSwTable> held(ending);
+    ending->waitingRequestsDel();
+    if (const Pell::Ptr<FecTableIntfIdToDestIdLinkage> linkage = ending->intfIdToDestIdLinkage()) {
+      linkage->end();
+    }
+  }
 }
 
 Pell::Ptr<Asic::GroupInterface> FecTableInterface::groupIntf() const {

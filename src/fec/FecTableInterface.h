@@ -73,15 +73,17 @@ class FecTableInterface : public Asic::TableInterfaceBase {
   void swTableIs(Asic::UnitId unitId, Pell::Ptr<FecTableSwTable> const& table);
   // Null when the unit has none.
   Pell::Ptr<FecTableSwTable> swTable(Asic::UnitId unitId) const;
-  // Drop the interface's references. The group's set of tables holds a reference too.
+  // Drop the interface's references. The group's set of tables holds a reference too, until the
+  // unit is made again: then the former table ends as by unitDel().
   void swTableDel(Asic::UnitId unitId) { swTable_.erase(unitId); }
   void swTableDelAll() { swTable_.clear(); }
 
   // Ends the unit, which may be made again: its table leaves this interface and the group's set,
   // and its requests leave the resolver's queue. Those that wait there or for the hardware are
   // never answered, and what depends on them waits on. What is committed stays, and goes to the
-  // hardware. Who still holds the table may read it, and makes no more requests. Without a table
-  // this does nothing.
+  // hardware; its destinations are driven again when the unit is made again, and not before. Who
+  // still holds the table may read it, and makes no more requests. Without a table this does
+  // nothing.
   void unitDel(Asic::UnitId unitId);
 
  private:
@@ -89,6 +91,8 @@ class FecTableInterface : public Asic::TableInterfaceBase {
 
   Pell::Ptr<Asic::GroupInterface> groupIntf() const;
   void cleanUpToCommittedVersion(Asic::GroupInterface& groupIntf);
+  void catchUpWithReports(const Asic::GroupInterface& groupIntf);
+  static void end(Asic::OrderedSwTable& table);
   Pell::Ptr<FecTableIntfIdToDestIdLinkage> makeLinkage(FecTableSwTable& table) const;
 
   Pell::String tableName_;

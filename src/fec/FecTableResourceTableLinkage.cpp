@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Pell/Assert.h"
+#include "Zev/FirstException.h"
 #include "Zev/Trace.h"
 #include "fec/FecTableEntryLog.h"
 #include "fec/FecTableSwTable.h"
@@ -115,9 +116,14 @@ FecTableIntfIdToDestIdLinkage::FecTableIntfIdToDestIdLinkage(
 
 FecTableIntfIdToDestIdLinkage::~FecTableIntfIdToDestIdLinkage() {
   hasNotificationActiveIs(false);
+  end();
+}
+
+// The client may outlive the linkage.
+void FecTableIntfIdToDestIdLinkage::end() {
   entryUsageSmDelAll();
   if (resTblClient_) {
-    resTblClient_->usersHandlerIs(nullptr);  // the client may outlive what it asks
+    resTblClient_->end();
   }
 }
 
@@ -391,18 +397,22 @@ void SwTableResourceAccessor<Linkage>::handleResourceChange(const Pell::Ptr<Reco
   const Pell::Ptr<LoamFec::FecTableSwTable> swTable(linkage_.swTable());
   Pell::Ptr<DependencyEntryHandle const> dependency;
   const auto& users = held->entryUsage();
+  Zev::FirstException first;
   for (auto at = users.begin(); users.within(at); at = users.next(at)) {
     if (const auto* soon = users.elementAt(at + kFetchedAhead)) {
       swTable->entryLog()->fetchAhead(soon->key, swTable->unitId());
     }
     const Key key = users.elementAt(at)->key;
     ZEV_TRACE(defaultTrace(), 3, kClass, "Updating sw table entry for key: ", key);
-    if (const auto handle = swTable->updateEntry(key)) {
-      dependency = handle;
-    }
+    first.from([&] {
+      if (const auto handle = swTable->updateEntry(key)) {
+        dependency = handle;
+      }
+    });
   }
   linkage_.resTblClient()->ackUpdate(held->resourceHandle(), held->resourceHandle()->updateNumber(),
                                      dependency);
+  first.rethrow();
 }
 
 template <typename Linkage>

@@ -138,7 +138,13 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
   // Handles every resource in use as changed once.
   void handleResourceChangeAtInit();
   // Drives every entry that uses the record's resource again, then acknowledges its update.
+  // What one of them throws (the log without room, say) keeps neither the others nor the
+  // acknowledgement back, and is passed on then.
   void handleResourceChange(const Pell::Ptr<LocalUsageUpdateSm>& record);
+
+  // Removes every usage record and ends the client's uses; releases nothing. No change of a
+  // resource reaches the table's entries any more.
+  void end();
 
  private:
   FecTableSwTable* swTable_;

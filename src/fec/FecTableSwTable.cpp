@@ -272,8 +272,8 @@ class OrderedSwTableAccessor {
     const auto logEntry = wrapper->entry().logEntry();
     const bool changed = !logEntry.isEq(logEntry, committed.entry());
     if (changed && commitToLog) {
-      log->throwWithoutRoom(table_.unitId());
       const Pell::Ptr<NeededEntry> needed = table_.getNeededEntrySet(wrapper);
+      log->throwWithoutRoom(needed, table_.unitId());
       const LogVersion version =
           log->entryIs(logEntry, wrapper->entry().resourceKeys(), needed, table_.unitId());
       handle->logVersionIs(version);

@@ -33,11 +33,11 @@ class SwTableEntries_py;
 // answered then, and what depends on them waits on.
 // Threads: the event loop's.
 // Handlers, hooks and observers may call any operation, and may drop the last reference to the
-// table. Response handlers and hooks may throw: what they interrupt is finished first (the report
-// answers every handle that is due; the commit answers its request, which a hook that throws makes
-// fail, and looks at the suspend flag), and then the first exception passes on to the event loop.
-// Observers only mark work and do not throw.
-// Invariants: a mutator publishes its attribute only when the value has changed, after it has.
+// table. Observers do not throw. Response handlers and hooks may throw: what they interrupt is
+// finished first (the report answers every handle that is due; the commit answers its request,
+// which a hook that throws makes fail, and looks at the suspend flag), and then the first exception
+// passes on to the event loop. Invariants: a mutator publishes its attribute only when the value
+// has changed, after it has.
 class FecTableSwTable : public FecTableDataModelSwTableBase {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTable";
@@ -196,7 +196,8 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
   // Logs a deletion of the whole table. Pending requests stay.
   void clearTable(bool releaseResources);
   // Logs the committed entry again if its resource has changed what it would log. Null when the
-  // key is not committed; otherwise a handle with the version that carries the entry.
+  // key is not committed; otherwise a handle with the version that carries the entry. Throws
+  // FecTableLogRoomException when there is no room to log it.
   Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> updateEntry(Key const& key);
 
  private:

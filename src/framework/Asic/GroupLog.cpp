@@ -205,6 +205,10 @@ void GroupLog::tableVersionIs(TableVersion applied) {
   publisher().attributeChange(kAppliedVersionsAttribute);
 }
 
+bool GroupLog::hasRoomFor(const Pell::Ptr<NeededEntry const>& neededEntry) const {
+  return GroupLogRow::rowsFor(neededEntry ? neededEntry->tableVersions().size() : 0) <= room();
+}
+
 std::uint32_t GroupLog::redriveRoom() const {
   const Glint::GlintMapBase& rows = log_->groupLog();
   return rows.slotCount() - std::min(rows.slotCount(), std::max(rows.rowCount(), rows.capacity()));

@@ -73,6 +73,7 @@ class GroupLog : public GroupLogInterface {
 
   // Rows that may still be added. Slots that damage has put out of use are not taken off.
   std::uint32_t room() const { return logMap().slotCount() - logMap().rowCount(); }
+  bool hasRoomFor(const Pell::Ptr<NeededEntry const>& neededEntry) const override;
   // The rows are within the nominal capacity. What is above it is kept for re-drives and for the
   // one operation that passes the bound.
   bool requestsFit() const override { return logMap().rowCount() < logMap().capacity(); }
@@ -99,6 +100,8 @@ class GroupLog : public GroupLogInterface {
   // Rows that may come on top of what requests may take, which is the nominal capacity, whether or
   // not they have taken it. Grows with each report.
   std::uint32_t redriveRoom() const;
+  // The same when nothing waits for the hardware: it is never more.
+  std::uint32_t redriveRoomAtMost() const { return logMap().slotCount() - logMap().capacity(); }
 
   Glint::GlintMapBase& versionsMap() const { return versions_->appliedVersions(); }
   Glint::GlintMapBase& logMap() const { return log_->groupLog(); }

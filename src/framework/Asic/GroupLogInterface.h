@@ -15,6 +15,10 @@ class GroupLogInterface : public Zev::NotifyingObject {
   // Whether tables may go on committing requests: an operation that needs many table versions takes
   // more room here than in its table's own log. When it may again, the resolver looks again.
   virtual bool requestsFit() const { return true; }
+  // Whether one more operation that needs these versions (null: none) can be announced.
+  virtual bool hasRoomFor(const Pell::Ptr<NeededEntry const>& /*neededEntry*/) const {
+    return true;
+  }
 };
 
 }  // namespace Asic

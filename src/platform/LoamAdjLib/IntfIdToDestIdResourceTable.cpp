@@ -69,6 +69,12 @@ ResourceTable::ClientInstance::ClientInstance(const Pell::Ptr<ResourceTable>& re
 
 ResourceTable::ClientInstance::~ClientInstance() {
   hasNotificationActiveIs(false);
+  end();
+}
+
+void ResourceTable::ClientInstance::end() {
+  ended_ = true;
+  usersHandler_ = nullptr;
   if (resourceTable_) {
     resourceTable_->clientGone(this);
   }
@@ -87,6 +93,9 @@ Pell::Ptr<ResourceTable::ResourceHandle const> ResourceTable::ClientInstance::re
 void ResourceTable::ClientInstance::ackUpdate(const Pell::Ptr<ResourceHandle const>& handle,
                                               std::uint32_t updateNumber,
                                               const Dependency& dependency) {
+  if (ended_) {
+    return;
+  }
   Record& record = resourceTable_->record(handle->key());
   const auto use = std::find_if(record.uses.begin(), record.uses.end(),
                                 [this](const Use& held) { return held.client == this; });
@@ -120,8 +129,11 @@ ResourceTable::IntfIdToDestIdResourceTableResourceTable(
       turn_(loop, [this] { review(); }),
       appliedSubscriber_(
           [this](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*, const void*) {
-            if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute && hasWork()) {
-              turn_.mark();
+            if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute) {
+              reviewRoomless();
+              if (hasWork()) {
+                turn_.mark();
+              }
             }
           }) {
   groupLog_->publisher().subscriberAdd(appliedSubscriber_);
@@ -165,17 +177,17 @@ void ResourceTable::targetIs(Wirex::IntfId intfId, Target target) {
   Record& held = record(Key(intfId));
   const DestId replaced = std::exchange(held.target, std::move(target)).destId;
   if (replaced != held.handle->destId()) {
-    retire(held, replaced);
+    retire(held, {.destId = replaced, .left = true, .awaited = {}});  // nobody has seen it
   }
   noteWaiting(held);
   reviewLater(held);
 }
 
 // One that is retired already has been in use since no more than it was then.
-void ResourceTable::retire(Record& record, const DestId& destId) {
-  if (destId != DestId() &&
-      std::ranges::find(record.retired, destId, &Retired::destId) == record.retired.end()) {
-    record.retired.push_back({destId, false, {}});
+void ResourceTable::retire(Record& record, Retired retired) {
+  if (retired.destId != DestId() &&
+      std::ranges::find(record.retired, retired.destId, &Retired::destId) == record.retired.end()) {
+    record.retired.push_back(std::move(retired));
   }
 }
 
@@ -232,6 +244,14 @@ std::size_t ResourceTable::dueTable() const {
 
 bool ResourceTable::hasDueRoomWait() const {
   return !roomWaits_.empty() && roomWaits_.begin()->first <= groupLog_->redriveRoom();
+}
+
+// More rows than there can ever be room for: users that have gone since are seen by another look.
+void ResourceTable::reviewRoomless() {
+  for (auto wait = roomWaits_.upper_bound(groupLog_->redriveRoomAtMost()); wait != roomWaits_.end();
+       ++wait) {
+    reviewLater(*wait->second);
+  }
 }
 
 // Takes the next record that something has happened to out of where it waits for that.
@@ -371,7 +391,7 @@ void ResourceTable::publishTarget(Record& record) {
   std::erase_if(record.retired,
                 [&](const Retired& retired) { return retired.destId == handle.destId(); });
   if (replaced != handle.destId()) {
-    retire(record, replaced);
+    retire(record, {.destId = replaced, .left = false, .awaited = {}});
   }
   // The first update does not wait for what was acknowledged before it; freeing does.
   raise(record.released.versions, std::exchange(record.acknowledged.versions, {}));

@@ -40,8 +40,9 @@ struct DestId {
 // Updates of a handle are stop-and-wait: the next one is published when every client that uses the
 // handle has acknowledged the last one and the operations named in those acknowledgements have been
 // applied by the hardware. Changes in between coalesce, so a flapping interface cannot flood the
-// logs. The first update of a handle waits for nothing, and none waits for a release. An update
-// also waits until the group's log has room for all that it will have its users log.
+// logs. The first update of a handle waits for no acknowledgement, and no update waits for a
+// release. Every update waits until the group's log has room for all that it will have its users
+// log.
 //
 // A destination that has been replaced is free, and reported so, when the clients have left it (all
 // have acknowledged an update that shows a state without it, or use the handle no longer) and what
@@ -143,9 +144,14 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     void usersHandlerIs(UsersHandler handler) { usersHandler_ = std::move(handler); }
     std::uint32_t users(const Key& key) const { return usersHandler_ ? usersHandler_(key) : 0; }
 
+    // The client uses nothing any more, from now on and for good, as when it goes: it is not waited
+    // for, and what it acknowledges counts for nothing. Linear in the interfaces.
+    void end();
+
    private:
     Pell::Ptr<IntfIdToDestIdResourceTableResourceTable> resourceTable_;
     UsersHandler usersHandler_;
+    bool ended_ = false;
   };
 
   // The resolver looks again at what waits when a handle changes; the group log tells what the
@@ -204,7 +210,8 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     std::vector<Dependency> operations;
     Versions versions;
   };
-  // A destination that was shown, or was to be, and is not shown now; hardware may still use it.
+  // A destination that was shown, or was to be, and is not shown now. Hardware may still use one
+  // that was shown.
   struct Retired {
     DestId destId;
     bool left = false;  // nobody logs it again
@@ -240,7 +247,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
 
   Record& record(const Key& key);
   void targetIs(Wirex::IntfId intfId, Target target);
-  static void retire(Record& record, const DestId& destId);
+  static void retire(Record& record, Retired retired);
   void noteWaiting(Record& record);
   void reviewLater(Record& record);
 
@@ -249,6 +256,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   bool hasWork() const;
   std::size_t dueTable() const;
   bool hasDueRoomWait() const;
+  void reviewRoomless();
   Record* nextRecord();
   void tellNext();
   void reviewRecord(Record& record);

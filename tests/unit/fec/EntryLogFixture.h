@@ -67,8 +67,15 @@ class RecordingGroupLog : public Asic::GroupLogInterface {
     }
   }
 
+  bool hasRoomFor(const Needed& neededEntry) const override {
+    askedRoomFor.push_back(neededEntry);
+    return hasRoom;
+  }
+
   std::vector<Announcement> announced;
   std::function<void(LogVersion)> onAnnounce;
+  bool hasRoom = true;
+  mutable std::vector<Needed> askedRoomFor;
 };
 
 // The tables as another process sees them.

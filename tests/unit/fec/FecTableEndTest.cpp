@@ -168,6 +168,50 @@ TEST_F(FecTableEndTest, ADeletionThatWaitsForTheHardwareIsCleanedUpAfterItsUnitH
   EXPECT_EQ(agent_.log().entrysInDeletion(kUnit), 0U);
 }
 
+// What the new table has written on another interface is not taken for the former table's.
+TEST_F(FecTableEndTest, ATableThatIsHeldBeyondItsUnitsEndDrivesNothingAnyMore) {
+  for (const bool endsUnit : {true, false}) {
+    agent_.destinationIs("eth1", 100);
+    agent_.destinationIs("eth2", 200);
+    const Pell::Ptr<FecTableSwTable> held(&table());
+    write(0, 5, "eth1");
+    agent_.run();
+    if (endsUnit) {
+      agent_.fec().unitDel(kUnit);
+    } else {
+      agent_.fec().swTableDel(kUnit);
+    }
+    agent_.makeTable(0);
+    EXPECT_EQ(held->intfIdToDestIdLinkage()->entryUsageSms(), 0U);
+    write(0, 5, "eth2");
+    agent_.run();
+    agent_.reportAll();
+    agent_.destinationIs("eth1", 101);
+    EXPECT_EQ(table().entryRead(FecHarness::key(5)).resolvedDest.first, 200U);
+    agent_.reportAll();
+    agent_.destinationIs("eth1", 102);
+    EXPECT_EQ(agent_.resources().waitingUpdates(), 0U) << "and holds nothing back";
+  }
+}
+
+TEST_F(FecTableEndTest, WhatIsReportedWhileThereIsNoUnitIsCleanedUpByTheNext) {
+  write(0, 5);
+  write(0, 6);
+  agent_.run();
+  const Pell::Ptr<Asic::OrderedSwTableStatus> status = table().status();
+  agent_.fec().unitDel(kUnit);
+  agent_.report(1);
+  ASSERT_EQ(agent_.log().entryLogConfigRows(), 2U);
+  agent_.makeTable(0);
+  EXPECT_EQ(agent_.log().entryLogConfigRows(), 1U);
+  EXPECT_TRUE(status->pendingHwWrites()) << "version 2 is still to come";
+  agent_.fec().unitDel(kUnit);
+  agent_.report(2);
+  agent_.makeTable(7);
+  EXPECT_EQ(agent_.log().entryLogConfigRows(), 0U);
+  EXPECT_FALSE(status->pendingHwWrites());
+}
+
 TEST_F(FecTableEndTest, EndingAUnitWithoutATableDoesNothing) {
   write(1, 7, "eth1");
   agent_.run();
@@ -244,9 +288,9 @@ TEST_F(FullLogRestartTest, OneEntryMoreIsAnErrorThatSaysWhatToDoAndNotTheAgentsE
   } catch (const FecTableLogRoomException& error) {
     EXPECT_THAT(error.what(),
                 ::testing::EndsWith("LoamAdj.LoamAdj.FecTable.log.table: unit 0 has entries to log "
-                                    "again, but all 1148576 rows are taken by changes that the "
-                                    "hardware has not applied; let it apply them, or begin with "
-                                    "empty tables"));
+                                    "again, but all rows of this log (1148576) or of its group's "
+                                    "are taken by changes that the hardware has not applied; let "
+                                    "it apply them, or begin with empty tables"));
   }
   EXPECT_FALSE(agent_.fec().swTable(kUnit));
   EXPECT_EQ(liveTables(), 0);

@@ -683,6 +683,15 @@ TEST_F(FecTableEntryLogQueries, ALookAnswersAsTheQueriesByKeyDoAndIsTracedLikeTh
   }
 }
 
+TEST_F(FecTableEntryLogQueries, WithoutRoomInTheGroupLogThereIsNoneInTheLog) {
+  const auto needed = Zev::makeObject<Asic::NeededEntry>();
+  EXPECT_NO_THROW(log().throwWithoutRoom(needed, kUnit));
+  groupLog().hasRoom = false;
+  EXPECT_THROW(log().throwWithoutRoom(needed, kUnit), LoamFec::FecTableLogRoomException);
+  ASSERT_EQ(groupLog().askedRoomFor.size(), 2U);
+  EXPECT_TRUE(groupLog().askedRoomFor[1] == needed);
+}
+
 TEST_F(FecTableEntryLogQueries, ALookStaysAsItWas) {
   write(5, 50);
   const auto look = log().look(Key(5), kUnit);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -230,6 +231,32 @@ TEST_F(ResourceChangeTest, AFailedResourceLogsItsUsersWithoutAskingTheHelper) {
   EXPECT_EQ(logVersion(), 2U);
   EXPECT_EQ(table().entryRead(key(1)).resolvedDest.first, 0xFFFFU);
   EXPECT_THAT(helper->notes, IsEmpty());
+}
+
+// An observer of the log has no business throwing; a log without room has.
+TEST_F(ResourceChangeTest,
+       AnEntryThatCannotBeDrivenKeepsNeitherTheOthersNorTheAcknowledgementBack) {
+  committedUsers({1, 2, 3});
+  client().acks.clear();
+  int changes = 0;
+  Pell::Subscriber throwing([&changes](auto...) {
+    if (++changes == 1) {
+      throw std::runtime_error("of the first");
+    }
+  });
+  const auto groupLog = agent_.group()->groupLog();
+  groupLog->publisher().subscriberAdd(throwing);
+  std::string thrown;
+  try {
+    resourceChanges("eth1", EntryState::done, 77);
+  } catch (const std::runtime_error& error) {
+    thrown = error.what();
+  }
+  groupLog->publisher().subscriberRemove(throwing);
+  EXPECT_EQ(thrown, "of the first");
+  EXPECT_EQ(logVersion(), 6U) << "all three were logged";
+  ASSERT_THAT(client().acks, SizeIs(1));
+  EXPECT_EQ(client().acks[0].dependency->entryTableVersion().logVersion(), LogVersion(6));
 }
 
 TEST_F(ResourceChangeTest, AtInitEveryRecordIsHandledAsChangedOnce) {

@@ -439,6 +439,22 @@ TEST_F(GroupLogTest, RequestsThatNeedThousandsOfTablesNeverFillTheSlots) {
   EXPECT_TRUE(log_->requestsFit());
 }
 
+TEST_F(GroupLogTest, AnOperationFitsWhenAllOfItsRowsDo) {
+  const auto many = needs(65536);
+  std::uint64_t version = 0;
+  while (log_->room() > 2) {
+    log_->addGroupLogEntry(kTableA, LogVersion(++version), log_->room() >= 8194 ? many : nullptr);
+  }
+  EXPECT_TRUE(log_->hasRoomFor(nullptr));
+  EXPECT_TRUE(log_->hasRoomFor(needs(16)));
+  EXPECT_FALSE(log_->hasRoomFor(needs(17)));
+  add(kTableA, ++version);
+  EXPECT_TRUE(log_->hasRoomFor(needs(8)));
+  EXPECT_FALSE(log_->hasRoomFor(needs(9)));
+  add(kTableA, ++version);
+  EXPECT_FALSE(log_->hasRoomFor(nullptr));
+}
+
 // What has been announced.
 
 TEST_F(GroupLogTest, AnAnnouncementIsAnnouncedUpToItsVersion) {

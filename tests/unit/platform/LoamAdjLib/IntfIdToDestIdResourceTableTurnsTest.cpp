@@ -414,6 +414,20 @@ TEST_F(RoomTest, OperationsThatNeedMoreThanOneRowNamesTakeTheRowsThatTheyNeed) {
   EXPECT_EQ(handle->destId(), kThird);
 }
 
+// Users may go without a word to the table.
+TEST_F(RoomTest, AnUpdateThatCouldNeverFitIsLookedAtAgainWithEveryReport) {
+  const HandlePtr handle = used("eth1");
+  fillLog(0);
+  users_ = room_ + 1;
+  destinationIs("eth1", kSecond);
+  applied(1);
+  EXPECT_EQ(handle->destId(), kFirst);
+  EXPECT_EQ(loop_.pending(), 0U) << "and is no reason for turns without end";
+  users_ = 10;
+  applied(2);
+  EXPECT_EQ(handle->destId(), kSecond);
+}
+
 TEST_F(RoomTest, AnUpdateWithoutRoomHoldsNoOtherInterfaceBack) {
   used("eth1");
   const HandlePtr other = used("eth2");
@@ -441,6 +455,23 @@ TEST_F(RoomTest, AClientWithoutAHandlerCountsAsNoUsers) {
   EXPECT_EQ(secondClient->users(key("eth1")), 0U);
   client_->usersHandlerIs(nullptr);
   EXPECT_EQ(client_->users(key("eth1")), 0U);
+}
+
+// A client that has ended.
+
+TEST_F(RoomTest, AClientThatHasEndedIsNotWaitedForAndItsAcknowledgementsCountForNothing) {
+  const auto ended = table_->makeClientInstance();
+  const HandlePtr handle = used("eth1");
+  ended->ackUpdate(handle, 1, nullptr);
+  ended->usersHandlerIs([this](const ResourceTable::Key&) { return room_ + 1; });
+  ended->end();
+  EXPECT_EQ(ended->users(key("eth1")), 0U);
+  ended->ackUpdate(handle, 1, nullptr);
+  destinationIs("eth1", kSecond);
+  EXPECT_EQ(handle->destId(), kSecond);
+  ack(handle);
+  destinationIs("eth1", kThird);
+  EXPECT_EQ(handle->destId(), kThird) << "the ended client has not acknowledged the one before";
 }
 
 }  // namespace
