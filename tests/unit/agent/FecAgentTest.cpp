@@ -231,25 +231,31 @@ TEST_F(FecAgentTest, HardwareIsNotSaidToEqualATableWhoseRowsWereNotAllSeen) {
   EXPECT_TRUE(agent_->hardwareEqualsTable(kUnits[0])) << "the row is out of use from then on";
 }
 
-// A deletion of the first unit that nobody speaks for, and damage that is done just before the
-// start looks for those.
+// Two deletions of the first unit that nobody speaks for, beside an entry.
 class OrphanTest : public FecAgentTest {
  protected:
   OrphanTest() {
-    write({1, 2}, 10);
+    write({1, 2, 3}, 10);
     auto& unit = *agent_->fec().entryLog()->tableConfigGlint(kUnits[0]);
-    const auto row = unit.swTableEntries().row(FecClient::Key(1)).value();
-    unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), row.version(), true});
+    for (const std::uint32_t fecId : {1U, 2U}) {
+      const auto row = unit.swTableEntries().row(FecClient::Key(fecId)).value();
+      unit.swTableEntriesIs({row.logEntry(), row.rsrcKeys(), row.version(), true});
+    }
     stop();
   }
-  void startWhileDamaging(const std::function<void()>& damage) {
-    const testing_support::TraceRecorder levels({"FecTableInterface"});
+  // Does the damage at the start's first trace of that handle with that message.
+  void startWhileDamaging(const char* handle, const std::string& message,
+                          const std::function<void()>& damage) {
+    const testing_support::TraceRecorder levels({handle});
+    bool isDone = false;
     Zev::traceSinkIs([&](const Zev::TraceRecord& record) {
-      if (record.message.starts_with(" Restoring entries")) {
+      if (!isDone && record.message.starts_with(message)) {
+        isDone = true;
         damage();
       }
     });
     start();
+    EXPECT_TRUE(isDone);
   }
   std::string fileOf(Tools::TableRole role) const {
     return root_.path() + "/" + Tools::fileNameOf(role, kUnits[0]);
@@ -259,13 +265,15 @@ class OrphanTest : public FecAgentTest {
   }
 };
 
-TEST_F(OrphanTest, ADeletionThatNobodySpeaksForIsSweptAtTheStart) {
+TEST_F(OrphanTest, DeletionsThatNobodySpeaksForAreSweptAtTheStart) {
   start();
   EXPECT_EQ(rows(), 1U);
 }
 
+// The damage is done when the first of the two has gone.
 TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhetherItsLogRowIsThere) {
-  startWhileDamaging([&] {
+  const std::string file = Tools::fileNameOf(Tools::TableRole::config, kUnits[0]);
+  startWhileDamaging("GlintMap", file + ": row 1 removed", [&] {
     const std::string log = fileOf(Tools::TableRole::log);
     const testing_support::TablePlaces places(log);
     for (std::uint32_t bucket = 0; bucket < 16; ++bucket) {  // of every version given so far
@@ -279,7 +287,7 @@ TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhetherItsLogRowIsThere) {
 }
 
 TEST_F(OrphanTest, OneIsSweptThoughDamageHidesWhatWasRecordedAsApplied) {
-  startWhileDamaging([&] {
+  startWhileDamaging("FecTableInterface", " Restoring entries", [&] {
     const std::string applied = fileOf(Tools::TableRole::applied);
     const testing_support::TablePlaces places(applied);
     for (const std::uint32_t slot : places.liveSlots()) {

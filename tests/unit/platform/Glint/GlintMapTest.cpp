@@ -375,8 +375,11 @@ TEST_F(GlintMapTest, AWalkThatLooksAtSoManySlotsStopsBehindThemAndGoesOnFromTher
   EXPECT_TRUE(it.advanceWithin(4)) << "the last slot that it may look at";
   ASSERT_TRUE(it.valid());
   EXPECT_EQ(it.row().key, 7U);
-  EXPECT_TRUE(it.advanceWithin(1)) << "the end is no pause";
+  auto second = it;
+  EXPECT_FALSE(it.advanceWithin(11)) << "20 slots are in use";
   EXPECT_FALSE(it.valid());
+  EXPECT_TRUE(second.advanceWithin(12)) << "the end is no pause";
+  EXPECT_FALSE(second.valid());
 }
 
 TEST_F(GlintMapTest, AWalkWithinTheSlotsThatThereAreComesToItsEnd) {
@@ -389,10 +392,13 @@ TEST_F(GlintMapTest, AWalkWithinTheSlotsThatThereAreComesToItsEnd) {
     rows.rowDel(key);
   }
   auto it = rows.beforeFirst();
-  EXPECT_FALSE(it.advanceWithin(3));
+  EXPECT_FALSE(it.advanceWithin(19)) << "20 slots are in use";
   auto another = rows.beforeFirst();
-  EXPECT_TRUE(another.advanceWithin(4));
+  EXPECT_TRUE(another.advanceWithin(20));
   EXPECT_FALSE(another.valid());
+  auto third = rows.beforeFirst();
+  EXPECT_TRUE(third.advanceWithin(21));
+  EXPECT_FALSE(third.valid());
 }
 
 TEST_F(GlintMapTest, AWalkCanBeginAtAKey) {
