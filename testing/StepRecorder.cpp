@@ -280,10 +280,15 @@ void StepRecorder::watch(FecTableSwTable& table) {
 
 void StepRecorder::watchStatus(Asic::OrderedSwTableStatus& status) {
   addWatch(status.publisher(), [this, &status](short attribute, const void*, const void*) {
+    const std::string name = nameOf(status.fwkType(), attribute);
+    if (attribute == Asic::OrderedSwTableStatus::kHwWriteAskedAttribute) {
+      step("status " + name);
+      return;
+    }
     const bool value = attribute == Asic::OrderedSwTableStatus::kSuspendAttribute
                            ? status.suspend()
                            : status.pendingHwWrites();
-    step(fmt::format("status {} {}", nameOf(status.fwkType(), attribute), value));
+    step(fmt::format("status {} {}", name, value));
   });
 }
 

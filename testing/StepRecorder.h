@@ -26,6 +26,7 @@ namespace testing_support {
 //   usage of eth1: 65537 comes                   a usage record does
 //   handle 65537 v0.0, state 1, log version 7    a request's handle has a new state
 //   status pendingHwWrites true                  the table's status has changed
+//   status hwWriteAsked                          a hardware write has been asked for
 //   group log takes 03:01:0805@7
 //   group log applied 03:01:0805@7
 //   resource eth1 publishes 517

@@ -4,17 +4,85 @@ TESTS = ["FecTableEntryLogTest", "AgentCrashTest"]
 MUTANTS = [
     ("group log's rows go before the applied version is there",
      """  versions_->appliedVersions().rowIs(GroupVersionRow(applied));
-  std::deque<Pending>& rows = pending(applied.tableId());
+  raiseAnnounced(applied);
+  std::deque<Pending>& rows = tables_[applied.tableId()].rows;
   while (!rows.empty() && rows.front().version <= applied.logVersion()) {
     log_->groupLog().rowDel(rows.front().sequence);
     rows.pop_front();
   }
 """,
-     """  std::deque<Pending>& rows = pending(applied.tableId());
+     """  raiseAnnounced(applied);
+  std::deque<Pending>& rows = tables_[applied.tableId()].rows;
   while (!rows.empty() && rows.front().version <= applied.logVersion()) {
     log_->groupLog().rowDel(rows.front().sequence);
     rows.pop_front();
   }
   versions_->appliedVersions().rowIs(GroupVersionRow(applied));
 """),
+    ("announcement tells all of its rows from the start",
+     "  const bool didFit = requestsFit();\n",
+     "  const bool didFit = requestsFit();\n"
+     "  log_->groupLog().control().scratchpadIs(\n"
+     "      lastSequence_ + GroupLogRow::rowsFor(neededEntry ? neededEntry->tableVersions().size() : 0));\n",
+     {"by": "AsicTest"}),
+    ("each row of an operation is announced by itself",
+     "  log_->groupLog().rowIs(row);\n  lastSequence_ = row.sequence();\n",
+     "  log_->groupLog().rowIs(row);\n  lastSequence_ = row.sequence();\n"
+     "  log_->groupLog().control().scratchpadIs(lastSequence_);\n", {"by": "AsicTest"}),
+    ("row's place is lost to a later announcement",
+     "  lastSequence_ = row.sequence();\n  table.rows.push_back(", "  table.rows.push_back(",
+     {"by": "AsicTest"}),
+    ("operation of two rows needs one version less",
+     "  while (needed.size() > GroupLogRow::kNeededPerRow) {\n",
+     "  while (needed.size() >= GroupLogRow::kNeededPerRow) {\n", {"by": "AsicTest"}),
+    ("last row of an operation is marked continued",
+     "needed, marks & ~GroupLogRow::kContinued});", "needed, marks});", {"by": "AsicTest"}),
+    ("second row of an operation is no continuation",
+     "    marks |= GroupLogRow::kContinuation;\n", "", {"by": "AsicTest"}),
+    ("announcement is published before it stands",
+     "  log_->groupLog().control().scratchpadIs(lastSequence_);\n  if (didFit",
+     "  publisher().attributeChange(kGroupLogAttribute);\n"
+     "  log_->groupLog().control().scratchpadIs(lastSequence_);\n  if (didFit", {"by": "AsicTest"}),
+    ("group log is full in silence",
+     '    ZEV_TRACE(trace, 3, kClass, "full: {} rows; requests are held back", logMap().rowCount());\n',
+     "", {"by": "AsicTest"}),
+    ("announcement does not count as announced",
+     "  table.announced = std::max(table.announced, version);\n", "", {"by": "AsicTest"}),
+    ("version below what was announced takes it back",
+     "  announced = std::max(announced, tableVersion.logVersion());\n",
+     "  announced = tableVersion.logVersion();\n", {"by": "AsicTest"}),
+    ("table's last announced version is not announced",
+     "  return tableVersion.logVersion() <= (table == nullptr",
+     "  return tableVersion.logVersion() < (table == nullptr", {"by": "AsicTest"}),
+    ("table that announced nothing has announced everything",
+     "(table == nullptr ? LogVersion() : table->announced);",
+     "(table == nullptr ? tableVersion.logVersion() : table->announced);", {"by": "AsicTest"}),
+    ("report below the recorded version is recorded",
+     "  if (held && applied.logVersion() < held->tableVersion().logVersion()) {\n",
+     "  if (false && held) {\n", {"by": "AsicTest"}),
+    ("report of the recorded version is nothing new",
+     "  if (held && applied.logVersion() < held->tableVersion().logVersion()) {\n",
+     "  if (held && applied.logVersion() <= held->tableVersion().logVersion()) {\n",
+     {"by": "AsicTest"}),
+    ("report leaves the row of its own version",
+     "rows.front().version <= applied.logVersion()) {", "rows.front().version < applied.logVersion()) {",
+     {"by": "AsicTest"}),
+    ("report is not told to observers",
+     "  publisher().attributeChange(kAppliedVersionsAttribute);\n", "", {"by": "AsicTest"}),
+    ("start forgets what earlier rows announced",
+     "    raiseAnnounced(row.tableVersion);\n    tables_[", "    tables_[", {"by": "AsicTest"}),
+    ("start forgets what was recorded as applied",
+     "      [this](const GroupVersionRow& row) { raiseAnnounced(row.tableVersion()); });\n",
+     "      [](const GroupVersionRow&) {});\n", {"by": "AsicTest"}),
+    ("start writes over rows beyond the scratchpad",
+     "    lastSequence_ = std::max(lastSequence_, row.sequence);\n", "", {"by": "AsicTest"}),
+    ("start keeps rows beyond the scratchpad from readers",
+     "control.scratchpad() != lastSequence_) {\n", "false) {\n", {"by": "AsicTest"}),
+    ("start takes rows in slot order",
+     "            [](const Found& a, const Found& b) { return a.sequence < b.sequence; });\n",
+     "            [](const Found&, const Found&) { return false; });\n", {"by": "AsicTest"}),
+    ("room for re-drives shrinks with requests",
+     "std::max(rows.rowCount(), rows.capacity())", "rows.rowCount()", {"by": "AsicTest"}),
+    ("room for re-drives does not know of other re-drives",
+     "std::max(rows.rowCount(), rows.capacity())", "rows.capacity()", {"by": "AsicTest"}),
 ]

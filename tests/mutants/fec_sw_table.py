@@ -596,4 +596,98 @@ MUTANTS = [
 """,
      """void FecTableSwTable::entryHandleInLogDelAll() {
 """, {"by": "FecTableInLogQueueTest"}),
+    # What waits for the group log, what throws, and the end of a unit.
+    ("full group log lets requests through",
+     "    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {\n", "    if (false) {\n",
+     {"by": "FecTableResolutionTest"}),
+    ("full group log holds up writes alone",
+     "    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {\n",
+     "    if (!isEntryDeleted && !table_.entryLog()->groupLogInterface()->requestsFit()) {\n",
+     {"by": "FecTableResolutionTest"}),
+    ("full group log is asked of after the dependency",
+     """    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {
+      ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in the group log!",
+                wrapper->key(), isEntryDeleted);
+      return false;
+    }
+    if (const auto& dependency = resolverEntry->dependantEntryHandle()) {
+      if (dependency->entryState() == EntryState::notResolved) {
+        ZEV_TRACE(trace, 3, kClass, "key: {} dependant entry not yet resolved", wrapper->key());
+        return false;
+      }
+""",
+     """    if (const auto& dependency = resolverEntry->dependantEntryHandle()) {
+      if (dependency->entryState() == EntryState::notResolved) {
+        ZEV_TRACE(trace, 3, kClass, "key: {} dependant entry not yet resolved", wrapper->key());
+        return false;
+      }
+    }
+    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {
+      ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in the group log!",
+                wrapper->key(), isEntryDeleted);
+      return false;
+    }
+    if (const auto& dependency = resolverEntry->dependantEntryHandle()) {
+""", {"by": "FecTableResolutionTest"}),
+    ("full group log is said in silence",
+     """      ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in the group log!",
+                wrapper->key(), isEntryDeleted);
+""", "", {"by": "FecTableResolutionTest"}),
+    ("write whose hook throws is not answered",
+     "    first.from([&] { mayBeLogged = (linkages->checkCommitToLog(wrapper, false) && ...); });\n",
+     "    mayBeLogged = (linkages->checkCommitToLog(wrapper, false) && ...);\n",
+     {"by": "FecTableExceptionTest"}),
+    ("exception of a write's hook is dropped",
+     "    first.from([&] { mayBeLogged = (linkages->checkCommitToLog(wrapper, false) && ...); });\n",
+     "    Zev::FirstException().from(\n"
+     "        [&] { mayBeLogged = (linkages->checkCommitToLog(wrapper, false) && ...); });\n",
+     {"by": "FecTableExceptionTest"}),
+    ("commit that throws does not look at suspend",
+     "    maybeUpdateSuspend<Constants>();\n    first.rethrow();\n",
+     "    first.rethrow();\n    maybeUpdateSuspend<Constants>();\n", {"by": "FecTableExceptionTest"}),
+    ("update is logged without a look at the room",
+     "      log->throwWithoutRoom(table_.unitId());\n", "", {"by": "FecTableRestoreTest"}),
+    ("update without a change asks for room",
+     "    if (changed && commitToLog) {\n      log->throwWithoutRoom(table_.unitId());\n",
+     "    log->throwWithoutRoom(table_.unitId());\n    if (changed && commitToLog) {\n",
+     {"by": "FecTableRestoreTest"}),
+    ("end of a unit does not look at suspend",
+     "  if (groupResolver_->resolverQueueLength() != waiting) {\n"
+     "    Accessor(*this).maybeUpdateSuspend<FecTableConstants>();\n  }\n", "  (void)waiting;\n",
+     {"by": "FecTableEndTest"}),
+    ("end of a unit without requests looks at suspend",
+     "  if (groupResolver_->resolverQueueLength() != waiting) {\n", "  (void)waiting;\n  {\n",
+     {"by": "FecTableInterfaceStepsTest"}),
+    ("handler that throws ends its report",
+     "    first.from([this] { finishRelease(); });\n", "    finishRelease();\n",
+     {"by": "FecTableExceptionTest"}),
+    ("observer of the queue that throws ends its report",
+     "    first.from([this] { entryHandleInLogDeq(); });\n", "    entryHandleInLogDeq();\n",
+     {"by": "FecTableExceptionTest"}),
+    ("observer of the flag is believed before a handler",
+     "    first.from([this] { status()->pendingHwWritesIs(false); });\n",
+     "    status()->pendingHwWritesIs(false);\n", {"by": "FecTableExceptionTest"}),
+    ("report passes no exception on",
+     "    first.from([this] { status()->pendingHwWritesIs(false); });\n  }\n  first.rethrow();\n",
+     "    first.from([this] { status()->pendingHwWritesIs(false); });\n  }\n",
+     {"by": "FecTableExceptionTest"}),
+    ("handle whose observer throws is not answered",
+     "    if (releasing_.handle) {\n      continue;\n    }\n", "", {"by": "FecTableExceptionTest"}),
+    ("handler that throws is called again",
+     "  if (const Pell::Ptr<EntryHandle> unanswered = std::exchange(releasing_.handle, nullptr)) {\n"
+     "    Accessor::respond(unanswered);\n  }\n",
+     "  if (const Pell::Ptr<EntryHandle> unanswered = releasing_.handle) {\n"
+     "    Accessor::respond(unanswered);\n    releasing_.handle = nullptr;\n  }\n",
+     {"by": "FecTableExceptionTest"}),
+    ("handle is done as often as its observer throws",
+     "  if (handle && !std::exchange(releasing_.isDone, true)) {\n",
+     "  if (handle && !releasing_.isDone) {\n", {"by": "FecTableExceptionTest"}),
+    ("report inside the publication of the queue overtakes it",
+     "    releasing_ = {handle, version, false};\n    first.from([this] { entryHandleInLogDeq(); });\n",
+     "    first.from([this] { entryHandleInLogDeq(); });\n    releasing_ = {handle, version, false};\n",
+     {"by": "FecTableReentrancyTest"}),
+    ("handle that is released in an inner report is told the inner version",
+     "    first.from([this] { finishRelease(); });\n",
+     "    releasing_.version = version;\n    first.from([this] { finishRelease(); });\n",
+     {"by": "FecTableReentrancyTest"}),
 ]

@@ -87,9 +87,18 @@ group log applied 4294967296
 )");
 }
 
-TEST_F(FecTableReportStepsTest, AReportBeyondTheLog) {
+TEST_F(FecTableReportStepsTest, AReportBeyondTheLogIsHeardByNobody) {
   write(kKey);
-  EXPECT_EQ(reportOf(kBefore + 5), R"(
+  EXPECT_EQ(reportOf(kBefore + 5), "\n");
+  EXPECT_EQ(agent_.group()->refusedReports(), 1U);
+}
+
+TEST_F(FecTableReportStepsTest, ATableThatHearsOfAVersionBeyondTheLog) {
+  write(kKey);
+  agent_.run();
+  take();
+  table().tableStatusVersion(LogVersion(kBefore + 5));
+  EXPECT_EQ(take(), R"(
 8 FecTableSwTable::tableStatusVersion |tableVersion: 4294967299|
 8 FecTableEntryLog::cleanupEntryLog | version 4294967299|
 store LoamAdj.LoamAdj.FecTable.log.table: row 4294967295 removed
@@ -98,9 +107,6 @@ unit 7 entryHandleInLog 1 leaves
 3 FecTableSwTable::tableStatusVersion |Processing version: 4294967299, key: 65537|
 handle 65537 v0.0, state 3, log version 4294967295
 handler of the write: 65537 v0.0, state 3, log version 4294967295
-store LoamAdj.LoamAdj.applied.table: row 50399237 written
-store LoamAdj.LoamAdj.grouplog.table: row 1 removed
-group log applied 4294967299
 )");
 }
 

@@ -51,6 +51,7 @@ group log takes version 5000000001 of the log
 handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -96,6 +97,7 @@ group log takes version 5000000001 of the log
 handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -129,6 +131,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -161,6 +164,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -202,6 +206,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -239,6 +244,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 4
 group log takes version 5000000004 of the log
 handle 65537 v0.0, state 1, log version 5000000004
 unit 7 entryHandleInLog 4 enters: 65537 v0.0, state 1, log version 5000000004
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -276,6 +282,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -313,6 +320,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 3
 group log takes version 5000000003 of the log
 handle 65537 v0.0, state 1, log version 5000000003
 unit 7 entryHandleInLog 3 enters: 65537 v0.0, state 1, log version 5000000003
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -344,6 +352,7 @@ group log takes version 5000000001 of the log
 handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
@@ -381,6 +390,7 @@ group log takes version 5000000001 of the log
 handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 8 FecTableResolverEntry::isResolved |key: 65537|
 8 FecTableSwTable::setRsrcPtrs |key: 65537, refresh: true|
@@ -416,6 +426,7 @@ group log takes version 5000000001 of the log
 handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry not yet resolved|
@@ -474,6 +485,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -529,6 +541,7 @@ group log takes version 5000000001 of the log
 handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -563,6 +576,7 @@ group log takes version 5000000001 of the log
 handle 65537 v0.0, state 1, log version 5000000001
 unit 7 entryHandleInLog 1 enters: 65537 v0.0, state 1, log version 5000000001
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 2 FecTableSwTable::maybeUpdateSuspend |Turning off suspend|
 status suspend false
@@ -601,6 +615,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -633,6 +648,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 3
 group log takes version 5000000003 of the log
 handle 65537 v0.0, state 1, log version 5000000003
 unit 7 entryHandleInLog 3 enters: 65537 v0.0, state 1, log version 5000000003
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -653,6 +669,7 @@ unit 7 transientVersionForKey 65537: add none, remove none, version none; alive:
 3 FecTableEntryLog::entryDel | key: 65537 entry does not exist. So ignoring delete|
 handle 65537 v0.0, state 1, log version 0
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 0
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -680,6 +697,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 3
 group log takes version 5000000003 of the log
 handle 65537 v0.0, state 1, log version 5000000003
 unit 7 entryHandleInLog 3 enters: 65537 v0.0, state 1, log version 5000000003
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -708,6 +726,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 8 FecTableResolverEntry::isResolved |key: 65537|
 3 FecTableSwTable::isResolverEntryResolved |key: 65537 dependant entry not yet resolved|
@@ -743,6 +762,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 handle 65537 v0.0, state 1, log version 5000000002
 unit 7 entryHandleInLog 2 enters: 65537 v0.0, state 1, log version 5000000002
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -846,6 +866,7 @@ store LoamAdj.LoamAdj.grouplog.table: row 5 written: 03:01:0805@5000000005 needs
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 5
 group log takes version 5000000005 of the log
 unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -895,6 +916,7 @@ store LoamAdj.LoamAdj.grouplog.table: row 4 written: 03:01:0805@5000000004 needs
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 4
 group log takes version 5000000004 of the log
 unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -918,6 +940,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 1
 group log takes version 5000000001 of the log
 unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -942,6 +965,7 @@ store LoamAdj.LoamAdj.grouplog.table: scratchpad 1
 group log takes version 5000000001 of the log
 unit 7 transientRemoveAllVersion from 1 to 0; alive: 2 wrappers, 2 resolver entries
 status pendingHwWrites true
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 8 FecTableResolverEntry::isResolved |key: 0|
 8 FecTableSwTable::setRsrcPtrs |key: 0, refresh: true|
@@ -958,6 +982,7 @@ store LoamAdj.LoamAdj.grouplog.table: row 2 written: 03:01:0805@5000000002 needs
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 2
 group log takes version 5000000002 of the log
 unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
@@ -995,6 +1020,7 @@ store LoamAdj.LoamAdj.grouplog.table: row 3 written: 03:01:0805@5000000003 needs
 store LoamAdj.LoamAdj.grouplog.table: scratchpad 3
 group log takes version 5000000003 of the log
 unit 7 transientRemoveAllVersion from 0 to 18446744073709551615; alive: 1 wrappers, 1 resolver entries
+status hwWriteAsked
 8 FecTableSwTable::maybeUpdateSuspend ||
 )");
 }
