@@ -177,17 +177,17 @@ void ResourceTable::targetIs(Wirex::IntfId intfId, Target target) {
   Record& held = record(Key(intfId));
   const DestId replaced = std::exchange(held.target, std::move(target)).destId;
   if (replaced != held.handle->destId()) {
-    retire(held, {.destId = replaced, .left = true, .awaited = {}});  // nobody has seen it
+    retire(held, replaced);
   }
   noteWaiting(held);
   reviewLater(held);
 }
 
 // One that is retired already has been in use since no more than it was then.
-void ResourceTable::retire(Record& record, Retired retired) {
-  if (retired.destId != DestId() &&
-      std::ranges::find(record.retired, retired.destId, &Retired::destId) == record.retired.end()) {
-    record.retired.push_back(std::move(retired));
+void ResourceTable::retire(Record& record, const DestId& destId) {
+  if (destId != DestId() &&
+      std::ranges::find(record.retired, destId, &Retired::destId) == record.retired.end()) {
+    record.retired.push_back({destId, false, {}});
   }
 }
 
@@ -391,7 +391,7 @@ void ResourceTable::publishTarget(Record& record) {
   std::erase_if(record.retired,
                 [&](const Retired& retired) { return retired.destId == handle.destId(); });
   if (replaced != handle.destId()) {
-    retire(record, {.destId = replaced, .left = false, .awaited = {}});
+    retire(record, replaced);
   }
   // The first update does not wait for what was acknowledged before it; freeing does.
   raise(record.released.versions, std::exchange(record.acknowledged.versions, {}));

@@ -210,8 +210,8 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     std::vector<Dependency> operations;
     Versions versions;
   };
-  // A destination that was shown, or was to be, and is not shown now. Hardware may still use one
-  // that was shown.
+  // A destination that was shown, or was to be, and is not shown now. Hardware may still use it,
+  // also one that was never shown: a process before this one may have shown it.
   struct Retired {
     DestId destId;
     bool left = false;  // nobody logs it again
@@ -247,7 +247,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
 
   Record& record(const Key& key);
   void targetIs(Wirex::IntfId intfId, Target target);
-  static void retire(Record& record, Retired retired);
+  static void retire(Record& record, const DestId& destId);
   void noteWaiting(Record& record);
   void reviewLater(Record& record);
 

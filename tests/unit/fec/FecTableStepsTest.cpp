@@ -395,8 +395,8 @@ the unit ends
 2 FecTableInterface::unitDel |unitId: 7|
 8 GroupResolver::resolverQueueDelIf ||
 8 FecTableSwTable::maybeUpdateSuspend ||
-3 FecTableSwTable::resAccessorCheckResolved |key: 65537 is still unresolved!|
 unit 7 entryUsageSm eth2 removed
+3 FecTableSwTable::resAccessorCheckResolved |key: 65537 is still unresolved!|
 8 GroupResolver::resolverQueueDelIf ||
 )");
 }

@@ -50,21 +50,6 @@ TEST_F(FreeingTest, ADestinationThatNobodyUsesIsFreedAsSoonAsItIsReplaced) {
   EXPECT_THAT(freed_, ElementsAre(eth1(kFirst)));
 }
 
-// Nobody has seen it, so nothing can use it, whatever the users of the one before do.
-TEST_F(FreeingTest, ADestinationThatWasNeverShownIsFreedAtOnceAlsoWhileTheInterfaceIsDown) {
-  const HandlePtr handle = request();
-  destinationIs("eth1", kFirst);
-  ack(handle, operation(1));
-  table_->destinationDel(intf("eth1"));
-  run();
-  ack(handle, operation(1));
-  table_->destinationIs(intf("eth1"), kThird);
-  table_->destinationDel(intf("eth1"));
-  run();
-  EXPECT_THAT(freed_, ElementsAre(eth1(kThird)));
-  EXPECT_EQ(handle->entryState(), Asic::EntryState::notResolved);
-}
-
 TEST_F(FreeingTest, NothingIsFreedForTheFirstDestinationOrForANewNeededSet) {
   destinationIs("eth1", kFirst);
   destinationIs("eth1", kFirst, needed({{kOtherTable, Asic::LogVersion(3)}}));
