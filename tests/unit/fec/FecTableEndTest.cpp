@@ -1,7 +1,9 @@
 // Tables that end while requests wait for them, units that end as a whole, and how many units there
 // may be.
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "FecTableFixture.h"
 #include "Glint/MountInfo.h"
@@ -143,6 +145,25 @@ TEST_F(FecTableEndTest, AUnitEndsInTheInterfaceTheSetAndTheResolverAtOnce) {
   agent_.reportAll();
   EXPECT_THAT(answered(), ElementsAre(7)) << "neither what waited nor what was logged is answered";
   EXPECT_TRUE(held->entryHas(FecHarness::key(6))) << "what is committed stays and can be read";
+}
+
+TEST_F(FecTableEndTest, AUnitThatEndsIsFoundNoMoreWhenItsRequestsGo) {
+  table();
+  std::vector<bool> found;
+  {
+    const std::shared_ptr<void> told(nullptr, [&](void*) {
+      found.push_back(agent_.fec().swTable(kUnit) != nullptr);
+      found.push_back(agent_.group()->swTableSet(FecTableConstants::kTableId)->swTable(kUnit) !=
+                      nullptr);
+    });
+    table().entryWriteWithResponseHandler(FecHarness::key(5), FecHarness::entry("eth1", 5), nullptr,
+                                          [told](const HandlePtr&) {});
+  }
+  EXPECT_THAT(found, IsEmpty());
+  const Pell::Ptr<FecTableSwTable> held(&table());
+  held->transientAddEntryDelAll();
+  agent_.fec().unitDel(kUnit);
+  EXPECT_THAT(found, ElementsAre(false, false));
 }
 
 TEST_F(FecTableEndTest, AUnitThatEndedCanBeMadeAgainAndFindsWhatWasCommitted) {

@@ -208,6 +208,17 @@ TEST_F(FecTableLogCleanup, ATableDeletionTakesTheRowsOfItsVersionAndNotOneBeside
   EXPECT_THAT(configuredKeys(), ElementsAre(4, 6));
 }
 
+TEST_F(FecTableLogCleanup, DeletionsTellRowsWhoseVersionsDifferInTheHighHalfAlone) {
+  constexpr std::uint64_t kHigh = 1ULL << 32;
+  for (const std::uint16_t operation : {LogRow::kEntryDeleted, LogRow::kTableDeleted}) {
+    configRows().rowIs(ConfigRow(logEntry(7), resourceKeys("eth1"), LogVersion(kHigh + 5), true));
+    logRowIs(5, operation, kUnit, 7);
+    cleanup(5);
+    EXPECT_THAT(configuredKeys(), ElementsAre(7)) << "operation " << operation;
+    cleanup(0);
+  }
+}
+
 TEST_F(FecTableLogCleanup, ATableDeletionOfManyRowsTakesEachOfThem) {
   constexpr std::uint32_t kRows = 2500;
   for (std::uint32_t fecId = 0; fecId < kRows; ++fecId) {
