@@ -184,13 +184,13 @@ MUTANTS = [
     ("wrapper is not finalised",
      "  entry->finalizeOnSuccess(swTable, isDeleted);\n  return true;\n", "  return true;\n"),
     ("acknowledgement names the first operation of a re-drive",
-     "    if (const auto handle = swTable->updateEntry(key)) {\n      dependency = handle;\n",
-     "    if (const auto handle = swTable->updateEntry(key)) {\n"
-     "      dependency = dependency ? dependency : Pell::Ptr<DependencyEntryHandle const>(handle);\n"),
+     "      if (const auto handle = swTable->updateEntry(key)) {\n        dependency = handle;\n",
+     "      if (const auto handle = swTable->updateEntry(key)) {\n"
+     "        dependency = dependency ? dependency : Pell::Ptr<DependencyEntryHandle const>(handle);\n"),
     ("acknowledgement names no operation",
-     "      dependency = handle;\n", ""),
+     "        dependency = handle;\n", ""),
     ("users are not driven again",
-     "    if (const auto handle = swTable->updateEntry(key)) {\n      dependency = handle;\n    }\n", ""),
+     "      if (const auto handle = swTable->updateEntry(key)) {\n        dependency = handle;\n      }\n", ""),
     ("changes are not acknowledged",
      "  linkage_.resTblClient()->ackUpdate(held->resourceHandle(), "
      "held->resourceHandle()->updateNumber(),\n                                     dependency);\n",

@@ -646,10 +646,10 @@ MUTANTS = [
      "    maybeUpdateSuspend<Constants>();\n    first.rethrow();\n",
      "    first.rethrow();\n    maybeUpdateSuspend<Constants>();\n", {"by": "FecTableExceptionTest"}),
     ("update is logged without a look at the room",
-     "      log->throwWithoutRoom(table_.unitId());\n", "", {"by": "FecTableRestoreTest"}),
+     "      log->throwWithoutRoom(needed, table_.unitId());\n", "", {"by": "FecTableRestoreTest"}),
     ("update without a change asks for room",
-     "    if (changed && commitToLog) {\n      log->throwWithoutRoom(table_.unitId());\n",
-     "    log->throwWithoutRoom(table_.unitId());\n    if (changed && commitToLog) {\n",
+     "    if (changed && commitToLog) {\n",
+     "    log->throwWithoutRoom(nullptr, table_.unitId());\n    if (changed && commitToLog) {\n",
      {"by": "FecTableRestoreTest"}),
     ("end of a unit does not look at suspend",
      "  if (groupResolver_->resolverQueueLength() != waiting) {\n"

@@ -53,10 +53,10 @@ MUTANTS = [
      "  if (publication_ && review_.empty()) {\n    tellNext();\n"
      "  } else if (Record* next = nextRecord()) {\n"),
     ("report of any table is a turn",
-     "kAppliedVersionsAttribute && hasWork()) {", "kAppliedVersionsAttribute) {"),
+     "              if (hasWork()) {\n                turn_.mark();\n              }\n", "              turn_.mark();\n"),
     ("announcement is a report",
-     "if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute && hasWork()) {",
-     "(void)attributeId;\n            if (hasWork()) {"),
+     "if (attributeId == Asic::GroupLog::kAppliedVersionsAttribute) {\n              reviewRoomless();\n",
+     "(void)attributeId;\n            {\n              reviewRoomless();\n"),
     ("wait for room is not looked at",
      "         hasDueRoomWait();\n", "         false;\n"),
     ("update waits for a row more than it needs",
