@@ -577,19 +577,19 @@ MUTANTS = [
   const Pell::Ptr<FecTableSwTable> self(this);
 """,
      """void FecTableSwTable::transientAddEntryDelAll() {
-""", {"by": "FecTableSwTableTest"}),
+""", {"by": "FecTableReentrancyTest"}),
     ("table is not held while its removes are dropped",
      """void FecTableSwTable::transientRemoveEntryDelAll() {
   const Pell::Ptr<FecTableSwTable> self(this);
 """,
      """void FecTableSwTable::transientRemoveEntryDelAll() {
-""", {"by": "FecTableSwTableTest"}),
+""", {"by": "FecTableReentrancyTest"}),
     ("table is not held while its versions are dropped",
      """void FecTableSwTable::transientVersionForKeyDelAll() {
   const Pell::Ptr<FecTableSwTable> self(this);
 """,
      """void FecTableSwTable::transientVersionForKeyDelAll() {
-""", {"by": "FecTableSwTableTest"}),
+""", {"by": "FecTableReentrancyTest"}),
     ("table is not held while its handles are dropped",
      """void FecTableSwTable::entryHandleInLogDelAll() {
   const Pell::Ptr<FecTableSwTable> self(this);
@@ -646,11 +646,11 @@ MUTANTS = [
      "    maybeUpdateSuspend<Constants>();\n    first.rethrow();\n",
      "    first.rethrow();\n    maybeUpdateSuspend<Constants>();\n", {"by": "FecTableExceptionTest"}),
     ("update is logged without a look at the room",
-     "      log->throwWithoutRoom(table_.unitId());\n", "", {"by": "FecTableRestoreTest"}),
+     "      log->throwWithoutRoom(table_.unitId());\n", "", {"by": "FecTableEndTest"}),
     ("update without a change asks for room",
      "    if (changed && commitToLog) {\n      log->throwWithoutRoom(table_.unitId());\n",
      "    log->throwWithoutRoom(table_.unitId());\n    if (changed && commitToLog) {\n",
-     {"by": "FecTableRestoreTest"}),
+     {"by": "FecTableEndTest"}),
     ("end of a unit does not look at suspend",
      "  if (groupResolver_->resolverQueueLength() != waiting) {\n"
      "    Accessor(*this).maybeUpdateSuspend<FecTableConstants>();\n  }\n", "  (void)waiting;\n",
