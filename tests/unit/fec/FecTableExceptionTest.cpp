@@ -240,8 +240,13 @@ TEST_F(NestedReportTest, EachHandleIsTracedUnderTheReportThatTookItOffTheQueue) 
 TEST_F(NestedReportTest, AnObserverOfAHandleThatThrowsHasTheHandleAnsweredAllTheSame) {
   Pell::Subscriber subscriber([](auto...) { throw Thrown("of the observer"); });
   handles_[1]->publisher().subscriberAdd(subscriber);
+  const TraceRecorder traces({"FecTableSwTable"}, 1U << 3U);
   EXPECT_EQ(thrownBy([this] { report(3); }), "of the observer");
   EXPECT_THAT(answers_, ElementsAre(5, 6, 7));
+  EXPECT_THAT(traces.textsOf("tableStatusVersion"),
+              ElementsAre("Processing version: 3, key: 5", "Processing version: 3, key: 6",
+                          "Processing version: 3, key: 7"))
+      << "each is processed once";
   handles_[1]->publisher().subscriberRemove(subscriber);
 }
 
