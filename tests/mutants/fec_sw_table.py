@@ -577,19 +577,19 @@ MUTANTS = [
   const Pell::Ptr<FecTableSwTable> self(this);
 """,
      """void FecTableSwTable::transientAddEntryDelAll() {
-""", {"by": "FecTableSwTableTest"}),
+""", {"by": "FecTableReentrancyTest"}),
     ("table is not held while its removes are dropped",
      """void FecTableSwTable::transientRemoveEntryDelAll() {
   const Pell::Ptr<FecTableSwTable> self(this);
 """,
      """void FecTableSwTable::transientRemoveEntryDelAll() {
-""", {"by": "FecTableSwTableTest"}),
+""", {"by": "FecTableReentrancyTest"}),
     ("table is not held while its versions are dropped",
      """void FecTableSwTable::transientVersionForKeyDelAll() {
   const Pell::Ptr<FecTableSwTable> self(this);
 """,
      """void FecTableSwTable::transientVersionForKeyDelAll() {
-""", {"by": "FecTableSwTableTest"}),
+""", {"by": "FecTableReentrancyTest"}),
     ("table is not held while its handles are dropped",
      """void FecTableSwTable::entryHandleInLogDelAll() {
   const Pell::Ptr<FecTableSwTable> self(this);

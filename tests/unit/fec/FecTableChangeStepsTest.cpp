@@ -110,6 +110,19 @@ handler of the write: 65537 v0.0, state 3, log version 4294967295
 )");
 }
 
+TEST_F(FecTableReportStepsTest, AReportThatIsTheLogsVersionInItsLowHalfAlone) {
+  startAt(1ULL << 32);
+  write(kKey);
+  EXPECT_EQ(reportOf(1), R"(
+8 FecTableSwTable::tableStatusVersion |tableVersion: 1|
+8 FecTableEntryLog::cleanupEntryLog | version 1|
+8 GroupResolver::updateGenId ||
+store LoamAdj.LoamAdj.applied.table: row 50399237 written
+group log applied 1
+)");
+  EXPECT_TRUE(table().status()->pendingHwWrites());
+}
+
 TEST_F(FecTableReportStepsTest, AReportOfTheLogsVersionWithNothingQueued) {
   write(kKey);
   agent_.run();

@@ -74,6 +74,32 @@ TEST_F(FecTableExceptionTest, AHandlerThatThrowsIsNotCalledAgain) {
   EXPECT_THAT(answers_, ElementsAre(5));
 }
 
+TEST_F(FecTableExceptionTest, AReportAnswersEachHandleWhenAnObserverOfTheQueueThrows) {
+  writeThen(5, nullptr);
+  writeThen(6, nullptr);
+  agent_.run();
+  int left = 0;
+  TableObserver observer(table(), [&](const TableChange& change) {
+    if (change.attribute == kInLog) {
+      throw Thrown("as the " + std::to_string(++left) + ". leaves");
+    }
+  });
+  EXPECT_EQ(thrownBy([this] { table().tableStatusVersion(Asic::LogVersion(2)); }),
+            "as the 1. leaves");
+  EXPECT_EQ(left, 2);
+  EXPECT_THAT(answers_, ElementsAre(5, 6));
+  EXPECT_FALSE(status().pendingHwWrites());
+}
+
+TEST_F(FecTableExceptionTest, OfAHandlerAndAnObserverOfTheFlagThatThrowTheHandlersExceptionGoesOn) {
+  writeThen(5, throwing("of 5"));
+  agent_.run();
+  Pell::Subscriber subscriber([](auto...) { throw Thrown("of the flag"); });
+  status().publisher().subscriberAdd(subscriber);
+  EXPECT_EQ(thrownBy([this] { table().tableStatusVersion(Asic::LogVersion(1)); }), "of 5");
+  EXPECT_FALSE(status().pendingHwWrites());
+}
+
 // Answers of a commit.
 
 TEST_F(FecTableExceptionTest, AFailureHandlerThatThrowsHasItsRequestAnsweredAndTheWalkGoesOn) {
@@ -214,8 +240,13 @@ TEST_F(NestedReportTest, EachHandleIsTracedUnderTheReportThatTookItOffTheQueue) 
 TEST_F(NestedReportTest, AnObserverOfAHandleThatThrowsHasTheHandleAnsweredAllTheSame) {
   Pell::Subscriber subscriber([](auto...) { throw Thrown("of the observer"); });
   handles_[1]->publisher().subscriberAdd(subscriber);
+  const TraceRecorder traces({"FecTableSwTable"}, 1U << 3U);
   EXPECT_EQ(thrownBy([this] { report(3); }), "of the observer");
   EXPECT_THAT(answers_, ElementsAre(5, 6, 7));
+  EXPECT_THAT(traces.textsOf("tableStatusVersion"),
+              ElementsAre("Processing version: 3, key: 5", "Processing version: 3, key: 6",
+                          "Processing version: 3, key: 7"))
+      << "each is processed once";
   handles_[1]->publisher().subscriberRemove(subscriber);
 }
 

@@ -581,11 +581,17 @@ TEST_F(FecTableReentrancyTest, AnObserverMayDropTheLastReferenceToTheTableInside
       owned->entryRemove(key(fecId + 10), nullptr);
     }
     const std::int64_t before = liveTables();
-    TableObserver observer(*owned, [&](const TableChange&) { owned = nullptr; });
+    std::optional<std::int64_t> tablesThen;
+    TableObserver observer(*owned, [&](const TableChange&) {
+      if (owned) {
+        owned = nullptr;
+        tablesThen = liveTables();
+      }
+    });
     FecTableSwTable* const plain = owned.get();
     mutate(*plain);
     observer.release();
-    EXPECT_FALSE(owned);
+    EXPECT_EQ(tablesThen, before) << "the call holds it";
     EXPECT_EQ(liveTables(), before - 1) << "it ended with the call";
     resolver().resolverQueueDelIf([plain](const Asic::ResolverEntry& entry) {
       return dynamic_cast<const FecTableResolverEntry&>(entry).swTable() == plain;
