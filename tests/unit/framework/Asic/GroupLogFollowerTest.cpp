@@ -330,6 +330,14 @@ TEST_F(GroupLogFollowerTest, AnOperationThatWasBeingTakenIsForgottenByStartingOv
   EXPECT_THAT(standing(), IsEmpty());
 }
 
+TEST_F(GroupLogFollowerTest, ARowThatGoesOnWithAnOperationThatIsCompleteIsDropped) {
+  const TableVersion version(SwTableId(7), LogVersion(3));
+  Asic::AnnouncementCollector collector;
+  EXPECT_TRUE(collector.take(GroupLogRow(1, version)));
+  EXPECT_FALSE(collector.take(GroupLogRow(2, version, {}, GroupLogRow::kContinuation)));
+  EXPECT_EQ(collector.announcement().sequence, 1U);
+}
+
 TEST_F(GroupLogFollowerTest, ARowThatGoesOnWithAnotherVersionOrTableIsDropped) {
   const std::vector<TableVersion> needed = needs(8);
   for (const TableVersion other :
