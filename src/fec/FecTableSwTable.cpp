@@ -455,8 +455,8 @@ class OrderedSwTableAccessor {
     if (held == nullptr) {
       return false;
     }
-    const auto* handle = dynamic_cast<const Handle*>((*held)->entryHandle().get());
-    return handle != nullptr && EntryVersion::isEq(handle->version(), version);
+    const auto& handle = (*held)->entryHandle();
+    return handle && handle->isOfVersion(version);
   }
 
   template <typename Wrapper>

@@ -15,34 +15,39 @@ const Zev::TypeRecord& NeededEntry::fwkType() const {
 void NeededEntry::add(TableVersion tableVersion) {
   TableVersion* held = find(tableVersion.tableId());
   if (held == nullptr) {
-    append(tableVersion);
+    if (versions_.size() < kInlineTableVersions) {
+      versions_.push_back(tableVersion);
+    } else {
+      appendBeyondInline(tableVersion);
+    }
   } else if (held->logVersion() < tableVersion.logVersion()) {
     *held = tableVersion;
   }
 }
 
 TableVersion* NeededEntry::find(SwTableId tableId) {
-  if (index_.empty()) {
+  if (!index_) {
     const auto held =
         std::find_if(versions_.begin(), versions_.end(),
                      [&](const TableVersion& version) { return version.tableId() == tableId; });
     return held == versions_.end() ? nullptr : &*held;
   }
-  const auto held = index_.find(tableId);
-  return held == index_.end() ? nullptr : &versions_[held->second];
+  const auto held = index_->find(tableId);
+  return held == index_->end() ? nullptr : &versions_[held->second];
 }
 
 // What may fail comes first, so that index and versions always agree.
-void NeededEntry::append(TableVersion tableVersion) {
-  if (versions_.size() >= kInlineTableVersions) {
-    index_.reserve(versions_.size() + 1);
-  }
-  versions_.push_back(tableVersion);
-  if (versions_.size() > kInlineTableVersions) {
-    for (std::size_t at = index_.size(); at < versions_.size(); ++at) {
-      index_.emplace(versions_[at].tableId(), at);
+void NeededEntry::appendBeyondInline(TableVersion tableVersion) {
+  if (!index_) {
+    auto index = std::make_unique<Index>();
+    for (std::size_t at = 0; at < versions_.size(); ++at) {
+      index->emplace(versions_[at].tableId(), at);
     }
+    index_ = std::move(index);
   }
+  index_->reserve(versions_.size() + 1);
+  versions_.push_back(tableVersion);
+  index_->emplace(tableVersion.tableId(), versions_.size() - 1);
 }
 
 void NeededEntry::merge(const Pell::Ptr<NeededEntry const>& other) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include <boost/container/small_vector.hpp>
@@ -22,8 +23,8 @@ using TableVersions = boost::container::small_vector<TableVersion, kInlineTableV
 //
 // Kind: object, changed only while it is being built, then shared as Ptr<NeededEntry const>.
 // Layout: up to kInlineTableVersions stand in the object itself and are found by a scan; beyond
-// that they move to the heap, and an index finds them. So adding a table costs the same however
-// many there are.
+// that they move to the heap, where an index is made that finds them. So adding a table costs the
+// same however many there are, and a set that stands inline pays for no index.
 class NeededEntry : public Zev::PtrInterface {
  public:
   static constexpr const char* kTypeName = "Asic::NeededEntry";
@@ -46,10 +47,10 @@ class NeededEntry : public Zev::PtrInterface {
   using Index = boost::unordered_flat_map<SwTableId, std::size_t, SwTableIdHash<kIndexSalt>>;
 
   TableVersion* find(SwTableId tableId);
-  void append(TableVersion tableVersion);
+  void appendBeyondInline(TableVersion tableVersion);
 
   TableVersions versions_;
-  Index index_;  // empty while everything stands inline
+  std::unique_ptr<Index> index_;  // null while everything stands inline
 };
 
 // "{aa:gg:tttt@version, ...}"; "null" for a null pointer.

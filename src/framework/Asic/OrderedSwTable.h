@@ -22,6 +22,10 @@ class OrderedSwTable : public SwTableBase {
 
     TableVersion entryTableVersion() const override { return {tableId_, logVersion_}; }
 
+    // Whether its table gave the operation this version; false for a handle of a kind that has
+    // none.
+    virtual bool isOfVersion(EntryVersion const& /*version*/) const { return false; }
+
     // 0 until the operation is logged.
     LogVersion logVersion() const { return logVersion_; }
     void logVersionIs(LogVersion version) { logVersion_ = version; }

@@ -59,6 +59,9 @@ class FecTableDataModelSwTableBase : public Asic::OrderedSwTable {
                 FecTableDataModelSwTableBase* table);
 
     const Asic::EntryVersion& version() const { return version_; }
+    bool isOfVersion(Asic::EntryVersion const& version) const override {
+      return Asic::EntryVersion::isEq(version_, version);
+    }
     // The default key for a remove-all.
     const Key& key() const { return key_; }
     FecTableDataModelSwTableBase* table() const { return table_; }

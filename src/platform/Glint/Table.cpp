@@ -382,10 +382,7 @@ std::uint32_t Table::sharedSlotsInUse() const {
   return word.value();
 }
 
-std::uint32_t Table::rowCount() const {
-  if (isWriter()) {
-    return rowCount_;
-  }
+std::uint32_t Table::sharedRowCount() const {
   const Counter word(loadRelaxed(view_.header().rowCount));
   return word.valid() ? word.value() : countLiveSlots();
 }

@@ -49,7 +49,7 @@ class Table {
   Pell::String layoutFinding(const TableLayout& layout) const;
 
   // Rows that exist. A reader takes the header's word for it, or counts if that word is damaged.
-  std::uint32_t rowCount() const;
+  std::uint32_t rowCount() const { return isWriter() ? rowCount_ : sharedRowCount(); }
   // Slots that may be looked at. Throws corruption if a reader finds the word damaged.
   std::uint32_t slotsInUse() const { return isWriter() ? slotsInUse_ : sharedSlotsInUse(); }
   std::uint64_t generation() const { return loadAcquire(view_.header().generation); }
@@ -98,6 +98,7 @@ class Table {
   bool rowChecksOut(std::uint32_t slot, Seq seq) const;
   void countCorruption(std::uint32_t times);
   std::uint32_t sharedSlotsInUse() const;
+  std::uint32_t sharedRowCount() const;
   std::uint32_t countLiveSlots() const;
   void generationIs(std::uint64_t generation);
   [[noreturn]] void throwDamaged(Suspect suspect, std::uint32_t slot,
