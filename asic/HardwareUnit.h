@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 
 #include "Asic/Versions.h"
 #include "Glint/Guarded.h"
@@ -32,10 +33,10 @@ struct HardwareUnit {
 
 using HardwareUnits = std::map<Asic::UnitId, HardwareUnit>;
 
-// 0, which promises nothing, when it is damaged.
+// Nothing when it is damaged; the writer's next change makes it whole.
 template <typename Map>
-std::uint64_t guardedScratchpad(Map& map) {
-  std::uint64_t value = 0;
+std::optional<std::uint64_t> guardedScratchpad(Map& map) {
+  std::optional<std::uint64_t> value;
   Glint::guarded(map, [&] { value = map.control().scratchpad(); });
   return value;
 }

@@ -8,7 +8,8 @@
 // A row above the limit belongs to a change that the log will tell of, with one exception. A writer
 // that was killed between configuration row and log row leaves a row whose version was never given
 // to it for good: the next change takes the same version. Such a row is left over, nobody will
-// speak for it, and so it decides as soon as nothing before it is blocked.
+// speak for it, and so it decides as soon as nothing before it is blocked. While damage hides which
+// versions have been given, no row is taken for one that is left over.
 
 #include "asic/Resynchroniser.h"
 
@@ -95,19 +96,32 @@ bool Resynchroniser::decides(Asic::UnitId unitId, const ConfigRow& row) {
   if (row.version() <= range_.limit) {
     return true;
   }
-  if (!range_.writerAtRest || !isLeftOver(unitId, row)) {
+  if (!range_.writerAtRest) {
+    return false;
+  }
+  const std::optional<std::uint64_t> handedOut = guardedScratchpad(*log_);
+  if (!handedOut) {
+    owe(Asic::LogVersion());
+    return false;
+  }
+  if (!isLeftOver(unitId, row, Asic::LogVersion(*handedOut))) {
     return false;
   }
   if (range_.blocked) {
-    const std::uint64_t given = std::min(row.version().value(), guardedScratchpad(*log_));
-    owed_ = std::max({owed_.value_or(Asic::LogVersion()), Asic::LogVersion(given),
-                      Asic::LogVersion(range_.limit.value() + 1)});
+    owe(std::min(row.version(), Asic::LogVersion(*handedOut)));
   }
   return !range_.blocked;
 }
 
-bool Resynchroniser::isLeftOver(Asic::UnitId unitId, const ConfigRow& row) const {
-  if (row.version().value() > guardedScratchpad(*log_)) {
+// Not before something beyond the limit has been applied.
+void Resynchroniser::owe(Asic::LogVersion version) {
+  owed_ = std::max(
+      {owed_.value_or(Asic::LogVersion()), version, Asic::LogVersion(range_.limit.value() + 1)});
+}
+
+bool Resynchroniser::isLeftOver(Asic::UnitId unitId, const ConfigRow& row,
+                                Asic::LogVersion handedOut) const {
+  if (row.version() > handedOut) {
     return true;
   }
   const auto logRow = Glint::guardedRow(*log_, row.version());

@@ -56,8 +56,8 @@ class Resynchroniser {
   // Of the keys that configuration rows have decided.
   const Resynchronisation& found() const { return found_; }
   // When this version has been applied, another resynchronisation must follow: there is a row that
-  // no log row will tell of, and it could not be taken because something before it is blocked.
-  // Nothing: no need.
+  // no log row will tell of, and it could not be taken because something before it is blocked; or
+  // there may be one, and damage hides which versions the log has given. Nothing: no need.
   std::optional<Asic::LogVersion> owed() const { return owed_; }
 
  private:
@@ -74,7 +74,8 @@ class Resynchroniser {
   bool lookAtRowsOf(Asic::UnitId unitId, HardwareUnit& unit, StepBudget& budget);
   void lookAt(Asic::UnitId unitId, HardwareUnit& unit, const ConfigRow& row);
   bool decides(Asic::UnitId unitId, const ConfigRow& row);
-  bool isLeftOver(Asic::UnitId unitId, const ConfigRow& row) const;
+  void owe(Asic::LogVersion version);
+  bool isLeftOver(Asic::UnitId unitId, const ConfigRow& row, Asic::LogVersion handedOut) const;
   void makeEqual(HardwareUnit& unit, const ConfigRow& row);
   bool askTheLog(StepBudget& budget);
   void applyToTheUndecided(const LogRow& row, StepBudget& budget);

@@ -81,8 +81,9 @@ Resynchronisation SimulatedAsic::resynchronise() {
 }
 
 void SimulatedAsic::beginResynchronisation() {
-  const Asic::LogVersion version(guardedScratchpad(log_->entryLogConfig()));
-  catchingUp_ = Target{version, guardedScratchpad(groupLog_->groupLog())};
+  // A damaged one promises nothing.
+  const Asic::LogVersion version(guardedScratchpad(log_->entryLogConfig()).value_or(0));
+  catchingUp_ = Target{version, guardedScratchpad(groupLog_->groupLog()).value_or(0)};
 }
 
 void SimulatedAsic::repair() {

@@ -1,7 +1,7 @@
 // What the longest turn costs when every entry of a full unit is concerned: an interface's change
-// of destination, which drives them all again, and a remove-all. Processor time of the turn, as
-// other turns wait so long. Beside it the floor: the same rows written to the shared tables by
-// hand.
+// of destination, which drives them all again, of one unit or of as many as an agent may have, and
+// a remove-all. Processor time of the turn, as other turns wait so long. Beside it the floor: the
+// same rows written to the shared tables by hand.
 
 #include <algorithm>
 #include <cstdint>
@@ -19,10 +19,10 @@ using testing_support::FecHarness;
 
 constexpr const char* kInterface = "eth1";
 
-// One unit with that many entries, all of one interface, in hardware.
-class FullUnit {
+// Units with that many entries each, all of one interface, in hardware.
+class FullUnits {
  public:
-  explicit FullUnit(std::uint32_t rows) : rows_(rows) {
+  FullUnits(std::uint32_t rows, std::uint16_t units) : rows_(rows), units_(units) {
     agent_.destinationIs(kInterface, ++destination_);
     fill();
   }
@@ -31,11 +31,13 @@ class FullUnit {
   LoamFec::FecTableSwTable& table() { return agent_.table(); }
   void fill() {
     const auto entry = FecHarness::entry(kInterface);
-    for (std::uint32_t fecId = 1; fecId <= rows_; ++fecId) {
-      table().entryWrite(FecHarness::key(fecId * 0x9E3779B1U), entry, nullptr);
+    for (std::uint16_t unit = 0; unit < units_; ++unit) {
+      for (std::uint32_t fecId = 1; fecId <= rows_; ++fecId) {
+        agent_.table(unit).entryWrite(FecHarness::key(fecId * 0x9E3779B1U), entry, nullptr);
+      }
+      agent_.run();
+      settle();
     }
-    agent_.run();
-    settle();
   }
   // Asks for another destination; the re-drive comes in a turn.
   void changeDestination() {
@@ -56,33 +58,52 @@ class FullUnit {
     }
     return longest;
   }
-  // Writes each row of a re-drive as the log does, and nothing else.
+  // Writes each row of a re-drive as the log does, and nothing else; processor time of the unit
+  // that takes longest.
   double rowsByHand() {
+    double longest = 0;
+    for (std::uint16_t unit = 0; unit < units_; ++unit) {
+      longest = std::max(longest, rowsByHandOf(Asic::UnitId(unit)));
+    }
+    return longest;
+  }
+
+ private:
+  double rowsByHandOf(Asic::UnitId unit) {
     auto& log = agent_.log();
-    auto& config = *log.tableConfigGlint(table().unitId());
+    auto& config = *log.tableConfigGlint(unit);
     auto& rows = *log.tableEntryLog();
-    std::uint64_t version = log.tableVersion().value();
+    std::uint64_t& version = lastByHand_;
+    version = std::max(version, log.tableVersion().value());
     const double started = bench::processorSeconds();
     for (std::uint32_t fecId = 1; fecId <= rows_; ++fecId) {
       LoamFec::FecTableDataModelLogEntry entry;
       entry.key = FecHarness::key(fecId * 0x9E3779B1U);
       const Asic::LogVersion at(++version);
       config.swTableEntriesIs({entry, {}, at, false});
-      rows.entryLogConfigIs(
-          {at, FecTableDataModelLogGlintEntry::kEntryWritten, table().unitId(), entry});
+      rows.entryLogConfigIs({at, FecTableDataModelLogGlintEntry::kEntryWritten, unit, entry});
       rows.entryLogConfig().control().scratchpadIs(version);
     }
     return bench::processorSeconds() - started;
   }
 
- private:
   std::uint32_t rows_;
+  std::uint16_t units_;
   std::uint32_t destination_ = 0;
+  std::uint64_t lastByHand_ = 0;
   FecHarness agent_;
 };
 
-void measure(benchmark::State& state, const std::function<double(FullUnit&)>& once) {
-  FullUnit unit(static_cast<std::uint32_t>(state.range(0)));
+std::uint32_t rowsOf(const benchmark::State& state) {
+  return static_cast<std::uint32_t>(state.range(0));
+}
+
+std::uint16_t unitsOf(const benchmark::State& state) {
+  return static_cast<std::uint16_t>(state.range(1));
+}
+
+void measure(benchmark::State& state, const std::function<double(FullUnits&)>& once) {
+  FullUnits unit(rowsOf(state), unitsOf(state));
   double seconds = 0;
   for ([[maybe_unused]] const auto iteration : state) {
     const double taken = once(unit);
@@ -94,12 +115,12 @@ void measure(benchmark::State& state, const std::function<double(FullUnit&)>& on
 }
 
 void Redrive(benchmark::State& state) {
-  measure(state, [&state](FullUnit& unit) {
+  measure(state, [&state](FullUnits& unit) {
     const std::uint64_t before = unit.agent().log().tableVersion().value();
     unit.changeDestination();
     const double taken = unit.longestTurn();
     if (unit.agent().log().tableVersion().value() - before !=
-        static_cast<std::uint64_t>(state.range(0))) {
+        std::uint64_t{rowsOf(state)} * unitsOf(state)) {
       state.SkipWithError("entries were not driven again");
     }
     unit.settle();
@@ -108,7 +129,7 @@ void Redrive(benchmark::State& state) {
 }
 
 void RemoveAll(benchmark::State& state) {
-  measure(state, [](FullUnit& unit) {
+  measure(state, [](FullUnits& unit) {
     unit.table().entryRemoveAll(nullptr);
     const double taken = unit.longestTurn();
     unit.settle();
@@ -118,19 +139,23 @@ void RemoveAll(benchmark::State& state) {
 }
 
 void RowsByHand(benchmark::State& state) {
-  FullUnit unit(static_cast<std::uint32_t>(state.range(0)));
+  FullUnits unit(rowsOf(state), unitsOf(state));
   for ([[maybe_unused]] const auto iteration : state) {
     state.SetIterationTime(unit.rowsByHand());
   }
 }
 
-void sizes(benchmark::internal::Benchmark* benchmark) {
-  benchmark->ArgName("rows")->Arg(bench::scale().residentKeys);
+void oneUnit(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"rows", "units"})->Args({bench::scale().residentKeys, 1});
   benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(7);
 }
-BENCHMARK(Redrive)->Apply(sizes);
-BENCHMARK(RemoveAll)->Apply(sizes);
-BENCHMARK(RowsByHand)->Apply(sizes);
+void allUnits(benchmark::internal::Benchmark* benchmark) {
+  oneUnit(benchmark);
+  benchmark->Args({bench::scale().residentKeys, LoamFec::FecTableConstants::kMaxUnits});
+}
+BENCHMARK(Redrive)->Apply(allUnits);
+BENCHMARK(RemoveAll)->Apply(oneUnit);
+BENCHMARK(RowsByHand)->Apply(allUnits);
 
 }  // namespace
 

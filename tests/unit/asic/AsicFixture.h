@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -110,6 +111,15 @@ class AsicFixture : public testing_support::LeakCheckedTest {
   }
   void logScratchpad(std::uint64_t version) {
     harness_.log().tableEntryLog()->entryLogConfig().control().scratchpadIs(version);
+  }
+  // Behind the back of who has it mounted; the writer's next change makes it whole.
+  void damageLogScratchpad() {
+    const std::string path = harness_.log().tableEntryLog()->entryLogConfig().filePath();
+    for (const std::uint64_t copy : {0U, 1U}) {
+      testing_support::flipBit(
+          path, 8 * (offsetof(Glint::Header, scratchpad) + offsetof(Glint::ScratchpadSlot, copies) +
+                     copy * sizeof(Glint::ScratchpadSlot::Copy)));
+    }
   }
   // Flips a bit in the key's row of the configuration table in that file, behind the back of who
   // has it mounted.

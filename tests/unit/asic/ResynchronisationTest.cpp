@@ -571,6 +571,37 @@ TEST_F(ResynchronisationTest, AChangeDuringARepairIsNotLeftOverBecauseItsLogRowI
   EXPECT_EQ(held(45)->opaqueA, 1U);
 }
 
+TEST_F(ResynchronisationTest, AChangeDuringARepairIsNotLeftOverBecauseTheScratchpadIsDamaged) {
+  fill(1, 50, 1);
+  loseLogRow(1);
+  while (held(10) == nullptr) {
+    ASSERT_TRUE(asic_->step(1));
+  }
+  writeThatNeeds(45, 2, kOther, 1);
+  damageLogScratchpad();
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 50U);
+  EXPECT_EQ(held(45)->opaqueA, 1U);
+  announce(kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(hardware(), committed());
+}
+
+// It is looked at again when the next change has been applied, which has written the scratchpad.
+TEST_F(ResynchronisationTest, ALeftOverRowIsTakenOnceTheScratchpadIsWhole) {
+  write(1, 11);
+  asic_->step(kPlenty);
+  loseAnAnnouncement();
+  configRow(2, 22, 2);
+  damageLogScratchpad();
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(hardware(), (Content{{1, 11}}));
+  write(3, 33);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}, {3, 33}}));
+  EXPECT_EQ(asic_->repairs(), 2U);
+}
+
 // Then no row above the limit can be told from one that is left over.
 TEST_F(ResynchronisationTest, ALostScratchpadDoesNotKeepTheHardwareBusy) {
   write(1, 11);
