@@ -52,7 +52,6 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
 
 FecAgent::~FecAgent() {
   hardwareSide_ = nullptr;
-  group_->groupResolver()->resolverQueueDelIf([](const Asic::ResolverEntry&) { return true; });
   fec_ = nullptr;
   Zev::Entity::singletonDelAll();
 }

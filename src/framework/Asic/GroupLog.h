@@ -27,6 +27,9 @@ class GroupLogGlint : public Zev::Entity {
 };
 
 // The applied version of each table of a group in shared memory.
+//
+// Which tables a group has is fixed when its agent is built; a report for more than its slots hold
+// (twice the capacity) stops the process.
 class GroupVersionsGlint : public Zev::Entity {
  public:
   static constexpr const char* kTypeName = "Asic::GroupVersionsGlint";
