@@ -32,13 +32,7 @@ MUTANTS = [
      "  const Pell::Ptr<GroupResolver> self(this);\n", ""),
     ("entry is not held during its commit",
      "  const Pell::Ptr<ResolverEntry> entry = queue_[at].entry;\n",
-     "  ResolverEntry* const raw = queue_[at].entry.get();\n"
-     "  struct Plain {\n    ResolverEntry* at;\n    explicit operator bool() const { return at != nullptr; }\n"
-     "    ResolverEntry* operator->() const { return at; }\n"
-     "    operator Pell::Ptr<ResolverEntry>() const { return Pell::Ptr<ResolverEntry>(at); }\n"
-     "  } const entry{raw};\n",
-     {"lives": "the resolver's queue holds the entry until its commit is done, and what empties the "
-               "queue inside a commit is held by the table"}),
+     "  const Pell::Ptr<ResolverEntry>& entry = queue_[at].entry;\n"),
     ("unresolved entry is committed",
      "if (entry && entry->isResolved() && queue_[at].entry) {",
      "if (entry && (entry->isResolved() || true) && queue_[at].entry) {"),

@@ -29,6 +29,5 @@ MUTANTS = [
      "registry().sink = sink ? std::move(sink) : TraceSink(writeToStderr);",
      "registry().sink = std::move(sink);"),
     ("sink that replaces itself ends under its call",
-     "  const TraceSink sink = registry().sink;\n  sink(record);\n", "  registry().sink(record);\n",
-     {"lives": "the old sink's captures are gone by then, but what runs does not look at them again"}),
+     "  const TraceSink sink = registry().sink;\n  sink(record);\n", "  registry().sink(record);\n"),
 ]

@@ -503,6 +503,15 @@ TEST_F(GroupResolverTest, ACommitMayDropItsOwnEntryAndTheLengthStaysRight) {
   EXPECT_EQ(length(), 1U);
 }
 
+TEST_F(GroupResolverTest, AnEntryThatItsCommitDropsGoesWhenTheCommitIsOver) {
+  enq("a")->onCommit = [&] {
+    resolver_->resolverQueueDelIf([](const Asic::ResolverEntry&) { return true; });
+    journal_.emplace_back("dropped");
+  };
+  walk();
+  EXPECT_THAT(journal_, ElementsAre("a?", "a!", "dropped", "a~"));
+}
+
 TEST_F(GroupResolverTest, ACommitMayDropAllEntriesAndAppendNewOnes) {
   enq("a")->onCommit = [this] {
     dropAll();

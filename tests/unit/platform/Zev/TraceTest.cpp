@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -208,6 +209,29 @@ class TraceProcessDeathTest : public ::testing::Test {
   std::fprintf(stderr, "first %x second %x", traceHandle("First").levels(),
                traceHandle("Second").levels());
   std::_Exit(0);
+}
+
+// What the sinks below say about themselves outside of their captures, which may be gone.
+struct SinkLife {
+  std::weak_ptr<int> captured;
+  bool livesOn = false;
+};
+SinkLife sinkLife;
+
+TEST(Trace, ASinkThatIsReplacedLivesToTheEndOfItsCall) {
+  const TraceRecorder recorder({"TraceTest"});
+  const auto captured = [] {
+    auto made = std::make_shared<int>(1);
+    sinkLife.captured = made;
+    return made;
+  };
+  Zev::traceSinkIs([held = captured()](const Zev::TraceRecord&) {
+    Zev::traceSinkIs([](const Zev::TraceRecord&) {});
+    sinkLife.livesOn = !sinkLife.captured.expired();
+  });
+  ZEV_TRACE(traceHandle("TraceTest"), 1, "SomeClass", "one");
+  EXPECT_TRUE(sinkLife.livesOn);
+  EXPECT_TRUE(sinkLife.captured.expired());
 }
 
 TEST_F(TraceProcessDeathTest, TheDefaultSinkWritesOneLineARecordToStderr) {
