@@ -48,7 +48,6 @@ class GroupResolver::DependencyWatch {
         }) {
     dependency_->publisher().subscriberAdd(subscriber_);
   }
-  ~DependencyWatch() { dependency_->publisher().subscriberRemove(subscriber_); }
   DependencyWatch(const DependencyWatch&) = delete;
   DependencyWatch& operator=(const DependencyWatch&) = delete;
 

@@ -283,6 +283,14 @@ TEST_F(GroupLogFollowerTest, WhatStandsIsHandedOutInGroupOrderAndIsNotNewAnyMore
   EXPECT_THAT(taken(), ElementsAre("6:03:01:0805@3+0"));
 }
 
+TEST_F(GroupLogFollowerTest, WhatStandsReplacesWhatItsCallerHadOfBefore) {
+  add(kTableA, 1);
+  std::vector<Announcement> announcements(3);
+  EXPECT_TRUE(follower_->startOver(announcements));
+  ASSERT_EQ(announcements.size(), 1U);
+  EXPECT_EQ(text(announcements.front()), "1:03:01:0805@1+0");
+}
+
 TEST_F(GroupLogFollowerTest, WhatHasBeenReportedAppliedDoesNotStandAndItsPlaceIsNoGap) {
   add(kTableA, 1, 9);
   add(kTableB, 1, 9);

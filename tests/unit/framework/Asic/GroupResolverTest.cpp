@@ -390,6 +390,13 @@ TEST_F(DependencyWatchTest, AChangeOfTheDependencysStateWakesTheQueue) {
   EXPECT_THAT(taken(), ElementsAre("a?", "a!", "a~"));
 }
 
+TEST_F(DependencyWatchTest, WhatElseADependencyPublishesWakesNobody) {
+  enq("a", dependency_);
+  dependency_->publisher().attributeChange(Asic::DependencyEntryHandle::kEntryStateAttribute + 1);
+  EXPECT_EQ(loop_.runUntilIdle(), 0U);
+  EXPECT_THAT(journal_, IsEmpty());
+}
+
 TEST_F(DependencyWatchTest, EachFailureOfTheDependencyWakesTheQueue) {
   for (const auto state : {Asic::EntryState::dependencyFailed, Asic::EntryState::done,
                            Asic::EntryState::commitFailed, Asic::EntryState::resourceFailed}) {
