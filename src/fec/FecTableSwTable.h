@@ -36,8 +36,9 @@ class SwTableEntries_py;
 // table. Observers do not throw. Response handlers and hooks may throw: what they interrupt is
 // finished first (the report answers every handle that is due; the commit answers its request,
 // which a hook that throws makes fail, and looks at the suspend flag), and then the first exception
-// passes on to the event loop. Invariants: a mutator publishes its attribute only when the value
-// has changed, after it has.
+// passes on to the event loop. Answers come in the order of their versions, also when an observer
+// or a handler reports again.
+// Invariants: a mutator publishes its attribute only when the value has changed, after it has.
 class FecTableSwTable : public FecTableDataModelSwTableBase {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTable";

@@ -74,7 +74,10 @@ TEST_F(OrderedSwTableSetTest, ADeletedTableHearsNoMoreReports) {
 
 TEST_F(OrderedSwTableSetTest, ATableMayBeDroppedByTheReportItGets) {
   auto& tracker = Zev::trackerOf<PlainSwTable>();
-  added(0)->onReport = [this] { set_->swTableDel(UnitId(0)); };
+  added(0)->onReport = [&] {
+    set_->swTableDel(UnitId(0));
+    EXPECT_EQ(tracker.live(), 2) << "it goes when its report is over";
+  };
   const auto one = added(1);
   EXPECT_EQ(tracker.live(), 2);
   set_->tableStatusVersion(LogVersion(5));
@@ -133,13 +136,15 @@ TEST_F(OrderedSwTableSetTest, CallsAreTracedUnderTheClassesName) {
 
 TEST_F(OrderedSwTableSetTest, HardwareWritesArePendingWhileAnyTablesStatusSaysSo) {
   EXPECT_FALSE(set_->pendingHwWrites());
-  added(0);
+  const auto zero = added(0);
   const auto one = added(1);
   EXPECT_FALSE(set_->pendingHwWrites());
   one->status()->pendingHwWritesIs(true);
   EXPECT_TRUE(set_->pendingHwWrites());
   one->status()->pendingHwWritesIs(false);
   EXPECT_FALSE(set_->pendingHwWrites());
+  zero->status()->pendingHwWritesIs(true);
+  EXPECT_TRUE(set_->pendingHwWrites());
 }
 
 TEST_F(OrderedSwTableSetTest, ItNamesItsType) {
