@@ -47,7 +47,7 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
   }
   hardwareSide_ =
       std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(), *hardware_);
-  hardwareSide_->reportAgain();
+  hardwareSide_->resume();
 }
 
 FecAgent::~FecAgent() {

@@ -44,8 +44,9 @@ class HardwareSide {
   HardwareSide& operator=(const HardwareSide&) = delete;
   ~HardwareSide();
 
-  // Reports what the ASIC holds, in a turn of its own: after a start on existing state.
-  void reportAgain() { report_.mark(); }
+  // Takes up what is there, in turns of its own: applies what waits, and reports what the ASIC
+  // holds. For a start on existing state.
+  void resume() { apply_.mark(); }
 
  private:
   void applySome();

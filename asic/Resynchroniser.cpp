@@ -32,7 +32,12 @@ bool isAbout(const LogRow& row, Asic::UnitId unitId, const HardwareUnit::Key& ke
 
 // The log cannot hold rows further below the limit than it has slots: its versions are consecutive.
 Resynchroniser::Resynchroniser(HardwareUnits& units, LogMap& log, ResynchronisationRange range)
-    : units_(&units), log_(&log), range_(range), looked_(units.begin()), cleared_(units.begin()) {
+    : units_(&units),
+      log_(&log),
+      range_(range),
+      looked_(units.begin()),
+      cleared_(units.begin()),
+      owed_(range.owed) {
   const std::uint64_t limit = range.limit.value();
   const std::uint64_t slots = log.slotCount();
   asked_ = std::max(range.applied.value(), limit > slots ? limit - slots : 0);

@@ -24,6 +24,8 @@ struct ResynchronisationRange {
   Asic::LogVersion limit;
   // The operation behind the limit waits for another table.
   bool blocked = false;
+  // Another resynchronisation must follow anyway when this version has been applied.
+  std::optional<Asic::LogVersion> owed;
   // The writer is on this thread: while the hardware looks, it is not in the middle of a change.
   bool writerAtRest = false;
 };
@@ -55,9 +57,10 @@ class Resynchroniser {
   Asic::LogVersion limit() const { return range_.limit; }
   // Of the keys that configuration rows have decided.
   const Resynchronisation& found() const { return found_; }
-  // When this version has been applied, another resynchronisation must follow: there is a row that
-  // no log row will tell of, and it could not be taken because something before it is blocked; or
-  // there may be one, and damage hides which versions the log has given. Nothing: no need.
+  // When this version has been applied, another resynchronisation must follow: the range said so;
+  // or there is a row that no log row will tell of, and it could not be taken because something
+  // before it is blocked; or there may be one, and damage hides which versions the log has given.
+  // Nothing: no need.
   std::optional<Asic::LogVersion> owed() const { return owed_; }
 
  private:

@@ -137,29 +137,34 @@ void SimulatedAsic::takeRecordedVersions() {
   (void)Glint::walkOverDamage(recorded_->appliedVersions(), take);
 }
 
-// The announcements of the table that are not blocked, in order, say how far it may go. A version
-// that none of them names goes with the next one that is named; behind the last one it was lost or
-// never announced, and is waited for by nobody, unless its announcement is still to come.
+// The announcements of the table that are not blocked, in order, say how far it may go; one may
+// need what goes before it. A version that none of them names goes with the next one that is named;
+// behind the last one it was lost or never announced, and is waited for by nobody, unless its
+// announcement is still to come. When the last one is blocked, it is to be asked for behind that.
 ResynchronisationRange SimulatedAsic::range(Asic::LogVersion newest) const {
   ResynchronisationRange range;
   range.applied = std::max(appliedVersion(kFecTable), recordedApplied_);
   range.limit = range.applied;
   range.writerAtRest = writer_ == Writer::onThisThread;
+  const Asic::LogVersion unannounced(newest.value() -
+                                     (range.writerAtRest || newest.value() == 0 ? 0 : 1));
   if (const auto waiting = waiting_.find(kFecTable); waiting != waiting_.end()) {
     for (const Asic::Announcement& announcement : waiting->second) {
       if (announcement.tableVersion.logVersion() <= range.limit) {
         continue;
       }
-      if (!needsAreApplied(announcement)) {
+      if (!needsAreApplied(announcement, range.limit)) {
         range.blocked = true;
+        if (const auto last = waiting->second.back().tableVersion.logVersion();
+            last < unannounced) {
+          range.owed = last;
+        }
         return range;
       }
       range.limit = announcement.tableVersion.logVersion();
     }
   }
-  if (newest > range.limit) {
-    range.limit = Asic::LogVersion(newest.value() - (range.writerAtRest ? 0 : 1));
-  }
+  range.limit = std::max(range.limit, unannounced);
   return range;
 }
 
@@ -206,9 +211,17 @@ Asic::GroupLogFollower::Found SimulatedAsic::takeNext() {
 }
 
 bool SimulatedAsic::needsAreApplied(const Asic::Announcement& announcement) const {
+  return needsAreApplied(announcement, appliedVersion(kFecTable));
+}
+
+bool SimulatedAsic::needsAreApplied(const Asic::Announcement& announcement,
+                                    Asic::LogVersion ofFecTable) const {
   return std::all_of(announcement.needed.begin(), announcement.needed.end(),
-                     [this](const Asic::TableVersion& needed) {
-                       return appliedVersion(needed.tableId()) >= needed.logVersion();
+                     [&](const Asic::TableVersion& needed) {
+                       const Asic::LogVersion applied = needed.tableId() == kFecTable
+                                                            ? ofFecTable
+                                                            : appliedVersion(needed.tableId());
+                       return applied >= needed.logVersion();
                      });
 }
 

@@ -107,6 +107,7 @@ class SimulatedAsic {
   bool applyWaiting(StepBudget& budget);
   bool applyTable(Asic::SwTableId tableId, Announcements& waiting, StepBudget& budget);
   bool needsAreApplied(const Asic::Announcement& announcement) const;
+  bool needsAreApplied(const Asic::Announcement& announcement, Asic::LogVersion ofFecTable) const;
   bool applyUpTo(Asic::TableVersion target, StepBudget& budget);
   bool applyVersion(Asic::LogVersion version, StepBudget& budget);
   void applyRow(const LogRow& row, StepBudget& budget);

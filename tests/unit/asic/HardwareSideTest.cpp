@@ -239,8 +239,9 @@ TEST_F(HardwareSideTurnTest, AsManyVersionsAsOneTurnReportsAreOneReport) {
   commit(2, 1 + kVersions);
   asic_->step(1'000'000);
   startSide();
-  side_->reportAgain();
-  ASSERT_TRUE(harness_.loop().runOne());
+  side_->resume();
+  ASSERT_TRUE(harness_.loop().runOne()) << "applies";
+  ASSERT_TRUE(harness_.loop().runOne()) << "reports";
   EXPECT_EQ(recorded(), 1 + kVersions);
   run();
   EXPECT_EQ(recorded(), 1 + kVersions);
@@ -253,8 +254,9 @@ TEST_F(HardwareSideTurnTest, OneVersionMoreThanATurnReportsIsLeftToTheNext) {
                                                  nullptr);
   asic_->step(1'000'000);
   startSide();
-  side_->reportAgain();
-  ASSERT_TRUE(harness_.loop().runOne());
+  side_->resume();
+  ASSERT_TRUE(harness_.loop().runOne()) << "applies";
+  ASSERT_TRUE(harness_.loop().runOne()) << "reports";
   EXPECT_EQ(recorded(), 1 + kVersions);
   EXPECT_TRUE(harness_.fec().swTableStatus()->pendingHwWrites());
   run();
@@ -267,8 +269,9 @@ TEST_F(HardwareSideTurnTest, TheFirstReportOfAllGoesAllTheWay) {
                                                  Asic::LogVersion(10 * kVersions), nullptr);
   asic_->step(1'000'000);
   startSide();
-  side_->reportAgain();
-  ASSERT_TRUE(harness_.loop().runOne());
+  side_->resume();
+  ASSERT_TRUE(harness_.loop().runOne()) << "applies";
+  ASSERT_TRUE(harness_.loop().runOne()) << "reports";
   EXPECT_EQ(harness_.group()->groupLog()->tableVersion(Asic::SwTableId(0x03010806)).value(),
             10 * kVersions);
 }
@@ -293,12 +296,24 @@ TEST_F(HardwareSideTurnTest, AReportThatIsRefusedIsNotMadeForEver) {
 
 TEST_F(HardwareSideTurnTest, ALoopWithNothingToDoComesToRest) {
   startSide();
-  side_->reportAgain();
-  EXPECT_LE(harness_.loop().runUntilIdle(), 2U)
-      << "a report, and the look of the resolver behind it";
+  side_->resume();
+  EXPECT_LE(harness_.loop().runUntilIdle(), 3U)
+      << "a look for work, a report, and the look of the resolver behind it";
   harness_.fec().swTableStatus()->pendingHwWritesIs(true);
   EXPECT_LE(harness_.loop().runUntilIdle(), 3U);
   EXPECT_FALSE(harness_.fec().swTableStatus()->pendingHwWrites());
+}
+
+// Another table's version stands announced, and a write that needs it, when the agent starts.
+TEST_F(HardwareSideTest, WhatWaitsAtItsStartIsAppliedThoughNothingMoreIsLogged) {
+  const Asic::SwTableId other(0x03010806);
+  side_.reset();
+  harness_.group()->groupLog()->addGroupLogEntry(other, Asic::LogVersion(1), nullptr);
+  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{Asic::UnitId(0)});
+  side_.emplace(harness_.loop(), harness_.group(), harness_.fec().swTableStatus(), *asic_);
+  side_->resume();
+  harness_.run();
+  EXPECT_EQ(harness_.group()->groupLog()->tableVersion(other).value(), 1U);
 }
 
 TEST_F(HardwareSideTest, OneThatHasGoneHearsNothingMore) {

@@ -347,6 +347,35 @@ TEST_F(ResynchronisationTest, AVersionThatNobodyAnnouncedStopsWithTheAnnouncedOn
   EXPECT_EQ(hardware(), committed());
 }
 
+TEST_F(ResynchronisationTest, AVersionThatNobodyAnnouncedIsTakenOnceTheBlockedOneBeforeItIs) {
+  write(1, 11);
+  writeThatNeeds(2, 22, kOther, 1);
+  write(3, 33);
+  loseGroupRow(3);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 1U);
+  EXPECT_EQ(hardware(), (Content{{1, 11}}));
+  announce(kOther, 1);
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 3U);
+  EXPECT_EQ(hardware(), committed());
+}
+
+TEST_F(ResynchronisationTest, AStartTakesWhatNeedsAVersionThatItTakesItself) {
+  write(1, 11);
+  writeThatNeeds(2, 22, FecTableConstants::kTableId, 1);
+  start();
+  EXPECT_EQ(applied(), 2U);
+  EXPECT_EQ(hardware(), committed());
+}
+
+TEST_F(ResynchronisationTest, AStartTakesNothingThatNeedsAVersionBehindItself) {
+  write(1, 11);
+  writeThatNeeds(2, 22, FecTableConstants::kTableId, 2);
+  start();
+  EXPECT_EQ(applied(), 1U);
+}
+
 TEST_F(ResynchronisationTest, BesideAWriterElsewhereTheNewestVersionIsNotTakenBeforeItIsAnnounced) {
   write(1, 11);
   configRow(2, 22, 2);  // a writer between log and group log
