@@ -197,7 +197,9 @@ void FecTableEntryLog::logChange(const FecTableDataModelLogGlintEntry& row,
 
 void FecTableEntryLog::cleanupEntryLog(Asic::LogVersion version) {
   ZEV_TRACE(trace, 8, kClass, " version {}", version);
-  if (prevTableVersion_ == Asic::LogVersion()) {
+  if (version == Asic::LogVersion()) {
+    // No row has version 0; hardware that has applied nothing yet reports it again and again.
+  } else if (prevTableVersion_ == Asic::LogVersion()) {
     cleanupFirstTime(version);
   } else if (version >= prevTableVersion_) {
     cleanupFromCursor(version);

@@ -96,9 +96,11 @@ const Zev::TypeRecord& GroupLog::fwkType() const {
 }
 
 void GroupLog::readApplied() {
-  const bool sawAll = Glint::walkOverDamage(
-      versions_->appliedVersions(),
-      [this](const GroupVersionRow& row) { raiseAnnounced(row.tableVersion()); });
+  const bool sawAll =
+      Glint::walkOverDamage(versions_->appliedVersions(), [this](const GroupVersionRow& row) {
+        raiseAnnounced(row.tableVersion());
+        tables_[row.tableVersion().tableId()].applied = row.tableVersion().logVersion();
+      });
   if (!sawAll) {
     ZEV_TRACE(trace, 3, kClass, "applied versions are damaged; they count as absent");
   }
@@ -188,16 +190,23 @@ LogVersion GroupLog::tableVersion(SwTableId tableId) const {
   return row ? row->tableVersion().logVersion() : LogVersion();
 }
 
+LogVersion GroupLog::applied(SwTableId tableId) const {
+  const OfTable* table = tables_.find(tableId);
+  return table == nullptr ? LogVersion() : table->applied;
+}
+
 void GroupLog::tableVersionIs(TableVersion applied) {
   ZEV_TRACE(trace, 8, kClass, "applied: {}", applied);
-  const auto held = Glint::guardedRow(versions_->appliedVersions(), applied.tableId());
-  if (held && applied.logVersion() < held->tableVersion().logVersion()) {
-    ZEV_TRACE(trace, 3, kClass, "applied: {} is below {} on record", applied, held->tableVersion());
+  OfTable& table = tables_[applied.tableId()];
+  if (applied.logVersion() < table.applied) {
+    ZEV_TRACE(trace, 3, kClass, "applied: {} is below {} on record", applied,
+              TableVersion(applied.tableId(), table.applied));
     return;
   }
   versions_->appliedVersions().rowIs(GroupVersionRow(applied));
+  table.applied = applied.logVersion();
   raiseAnnounced(applied);
-  std::deque<Pending>& rows = tables_[applied.tableId()].rows;
+  std::deque<Pending>& rows = table.rows;
   while (!rows.empty() && rows.front().version <= applied.logVersion()) {
     log_->groupLog().rowDel(rows.front().sequence);
     rows.pop_front();

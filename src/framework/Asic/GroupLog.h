@@ -93,11 +93,15 @@ class GroupLog : public GroupLogInterface {
   // versionsMap().doCorruptionDetected().
   bool hasTableVersion(SwTableId tableId) const;
   LogVersion tableVersion(SwTableId tableId) const;
+  // Up to which version the hardware is known to have applied the table: what was on record at the
+  // start, and what has been reported since. 0: nothing is known. Never throws; damage to the record
+  // takes nothing back.
+  LogVersion applied(SwTableId tableId) const;
 
   // The hardware has applied the table up to the version: records it and drops the rows up to it,
-  // those of one operation together, the oldest first. A version below the recorded one changes
-  // nothing: what has been applied stays applied. Whether it was ever announced is the caller's to
-  // ask before.
+  // those of one operation together, the oldest first. A version below applied() changes nothing:
+  // what has been applied stays applied. Whether it was ever announced is the caller's to ask
+  // before.
   void tableVersionIs(TableVersion applied);
 
   // Rows that may come on top of what requests may take, which is the nominal capacity, whether or
@@ -119,6 +123,7 @@ class GroupLog : public GroupLogInterface {
   };
   struct OfTable {
     LogVersion announced;
+    LogVersion applied;
     std::deque<Pending> rows;  // in group order, which is that of the versions
   };
 

@@ -11,7 +11,6 @@
 #include <span>
 #include <utility>
 
-#include "Pell/Exceptions.h"
 #include "Zev/FirstException.h"
 #include "Zev/WorkMeter.h"
 
@@ -435,12 +434,7 @@ void ResourceTable::fileWait(Record& record, const Asic::TableVersion& wanted) {
 }
 
 bool ResourceTable::applied(const Asic::TableVersion& wanted) const {
-  try {
-    return groupLog_->tableVersion(wanted.tableId()) >= wanted.logVersion();
-  } catch (const Pell::CorruptionDetectedException& corruption) {
-    groupLog_->versionsMap().doCorruptionDetected(corruption.message());
-    return false;
-  }
+  return groupLog_->applied(wanted.tableId()) >= wanted.logVersion();
 }
 
 bool ResourceTable::allApplied(const Versions& wanted) const {

@@ -13,6 +13,7 @@
 
 #include "Asic/GroupLog.h"
 #include "EntryLogFixture.h"
+#include "Zev/WorkMeter.h"
 
 namespace {
 
@@ -79,6 +80,17 @@ TEST_F(FecTableLogCleanup, ACleanupUpToVersion0RemovesNothingAndStaysTheFirst) {
 }
 
 // ---- Later cleanups.
+
+// Hardware that has applied nothing yet says so in each of its reports.
+TEST_F(FecTableLogCleanup, ACleanupUpToVersion0LooksAtNoRow) {
+  for (std::uint32_t fecId = 0; fecId < 100; ++fecId) {
+    write(fecId);
+  }
+  const Zev::WorkBudget work(UINT64_MAX);
+  cleanup(0);
+  EXPECT_EQ(work.used(), 0U);
+  EXPECT_EQ(loggedVersions().size(), 100U);
+}
 
 TEST_F(FecTableLogCleanup, ALaterCleanupWithTheSameVersionRemovesNothingNew) {
   write(1);
