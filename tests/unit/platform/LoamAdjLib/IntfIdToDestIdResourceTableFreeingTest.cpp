@@ -173,6 +173,23 @@ TEST_F(FreeingTest, TheHandlerMaySetDestinationsAndReplaceItself) {
   EXPECT_EQ(request("eth2")->destId(), kThird);
 }
 
+// What the handler below says about itself outside of its captures, which may be gone.
+std::weak_ptr<int> captured;
+bool capturedLives = false;
+
+TEST_F(FreeingTest, AHandlerThatReplacesItselfLivesToTheEndOfItsCall) {
+  auto held = std::make_shared<int>(1);
+  captured = held;
+  table_->freedHandlerIs([held = std::move(held), table = table_.get()](auto, const auto&) {
+    table->freedHandlerIs(nullptr);
+    capturedLives = !captured.expired();
+  });
+  destinationIs("eth1", kFirst);
+  destinationIs("eth1", kSecond);
+  EXPECT_TRUE(capturedLives);
+  EXPECT_TRUE(captured.expired());
+}
+
 TEST_F(FreeingTest, AHandlerThatSetsADestinationThatIsAboutToBeFreedKeepsIt) {
   const HandlePtr handle = request();
   destinationIs("eth1", kFirst);

@@ -370,6 +370,23 @@ class PublisherRemovalTest : public PublisherTest {
   std::vector<int> told_;
 };
 
+TEST_F(PublisherRemovalTest, HolesThatADeliveryLeavesAreClosedAtItsEnd) {
+  const auto stays = listener("stays");
+  std::vector<std::unique_ptr<Subscriber>> leave;
+  const auto last = listener("last", [&] { leave.clear(); });
+  for (int i = 0; i < 3; ++i) {
+    leave.push_back(listener("leaves"));
+    publisher_->subscriberAdd(*leave.back());
+  }
+  publisher_->subscriberAdd(*stays);
+  publisher_->subscriberAdd(*last);
+  publisher_->attributeChange(1);
+  EXPECT_EQ(publisher_->removalSteps(), 3U + 5U) << "three removals, and all places once";
+  heard_.clear();
+  publisher_->attributeChange(1);
+  EXPECT_THAT(heard_, ElementsAre("stays", "last"));
+}
+
 TEST_F(PublisherRemovalTest, CostsAConstantInTheOrderOfTheAdditions) { removeInHalves(inOrder()); }
 
 TEST_F(PublisherRemovalTest, CostsAConstantAgainstTheOrderOfTheAdditions) {
@@ -528,6 +545,27 @@ TEST_F(PublisherTest, WhoComesDuringAPacedDeliveryIsNotToldNorWhoGoesNorWhoComes
   EXPECT_THAT(heard_, ElementsAre("a", "d"));
   publisher_->attributeChange(1);
   EXPECT_THAT(heard_, ElementsAre("a", "d", "d", "late", "c"));
+}
+
+TEST_F(PublisherTest, WhoComesBehindSomebodyWhoCameAndWentDuringAPacedDeliveryIsNotToldEither) {
+  const auto a = listener("a");
+  const auto b = listener("b");
+  const auto c = listener("c");
+  const auto gone = listener("gone");
+  const auto late = listener("late");
+  for (const auto* known : {&a, &b, &c}) {
+    publisher_->subscriberAdd(**known);
+  }
+  auto delivery = publisher_->pacedAttributeChange(1);
+  EXPECT_TRUE(delivery.tellNext());
+  EXPECT_TRUE(delivery.tellNext());
+  publisher_->subscriberAdd(*gone);
+  publisher_->subscriberAdd(*late);
+  publisher_->subscriberRemove(*c);
+  publisher_->subscriberRemove(*gone);  // no more holes than others: the list is not closed up
+  EXPECT_FALSE(delivery.more());
+  EXPECT_FALSE(delivery.tellNext());
+  EXPECT_THAT(heard_, ElementsAre("a", "b"));
 }
 
 TEST_F(PublisherTest, APacedDeliveryIsOverWhenThoseLeftHaveGone) {

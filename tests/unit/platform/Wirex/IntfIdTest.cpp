@@ -262,6 +262,8 @@ TEST(IntfId, TheErrorOfAKnownPrefixSaysWhyNeitherFormHoldsTheName) {
                         "capitals; what fits"));
   EXPECT_THAT(errorOf("Ethernet3/1/2/3/4"),
               HasSubstr("does not fit: \"/4\" cannot follow \"Ethernet3/1/2/3\", and as a word"));
+  EXPECT_THAT(errorOf("Ethernet1/uplink"),
+              HasSubstr("does not fit: \"/uplink\" cannot follow \"Ethernet1\", and as a word"));
   EXPECT_THAT(errorOf("Port-Channel99999999999999999999999"),
               HasSubstr("the number 99999999999999999999999 is above 1048574"));
 }

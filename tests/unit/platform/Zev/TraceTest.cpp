@@ -170,19 +170,20 @@ TEST_P(TraceSettingErrors, AreToldAndChangeNothing) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, TraceSettingErrors,
-    ::testing::Values(BadSetting{"", R"("": no name and '=')"},
-                      BadSetting{"Errors", R"("Errors": no name and '=')"},
-                      BadSetting{"=1", R"("=1": no name and '=')"},
-                      BadSetting{"Errors=1,", R"("": no name and '=')"},
-                      BadSetting{"Errors=", R"("Errors=": "" is not a level from 0 to 9)"},
-                      BadSetting{"Errors=10", R"("Errors=10": "10" is not a level from 0 to 9)"},
-                      BadSetting{"Errors=-1", R"("Errors=-1": "" is not a level from 0 to 9)"},
-                      BadSetting{"Errors=1-", R"("Errors=1-": "" is not a level from 0 to 9)"},
-                      BadSetting{"Errors=1x", R"("Errors=1x": "1x" is not a level from 0 to 9)"},
-                      BadSetting{"Errors=1++2", R"("Errors=1++2": "" is not a level from 0 to 9)"},
-                      BadSetting{"Errors=8-3", R"("Errors=8-3": "8-3" runs backwards)"},
-                      BadSetting{"Errors=1,Other=x",
-                                 R"("Other=x": "x" is not a level from 0 to 9)"}));
+    ::testing::Values(
+        BadSetting{"", R"("": no name and '=')"},
+        BadSetting{"Errors", R"("Errors": no name and '=')"},
+        BadSetting{"=1", R"("=1": no name and '=')"},
+        BadSetting{"Errors=1,", R"("": no name and '=')"},
+        BadSetting{"Errors=", R"("Errors=": "" is not a level from 0 to 9)"},
+        BadSetting{"Errors=10", R"("Errors=10": "10" is not a level from 0 to 9)"},
+        BadSetting{"Errors=-1", R"("Errors=-1": "" is not a level from 0 to 9)"},
+        BadSetting{"Errors=1-", R"("Errors=1-": "" is not a level from 0 to 9)"},
+        BadSetting{"Errors=1--2", R"("Errors=1--2": "-2" is not a level from 0 to 9)"},
+        BadSetting{"Errors=1x", R"("Errors=1x": "1x" is not a level from 0 to 9)"},
+        BadSetting{"Errors=1++2", R"("Errors=1++2": "" is not a level from 0 to 9)"},
+        BadSetting{"Errors=8-3", R"("Errors=8-3": "8-3" runs backwards)"},
+        BadSetting{"Errors=1,Other=x", R"("Other=x": "x" is not a level from 0 to 9)"}));
 
 // Death tests that start the program anew, so that the traces of the process begin afresh.
 class TraceProcessDeathTest : public ::testing::Test {
