@@ -80,8 +80,12 @@ Asic::LogVersion HardwareSide::nextToReport(Asic::TableVersion applied) const {
       }
     });
   }
-  return last ? std::min(applied.logVersion(), Asic::LogVersion(last->value() + kVersionsPerReport))
-              : applied.logVersion();
+  if (!last) {
+    return applied.logVersion();
+  }
+  const Asic::LogVersion next =
+      std::min(applied.logVersion(), Asic::LogVersion(last->value() + kVersionsPerReport));
+  return asic_.upToTableDeletion({applied.tableId(), *last}, next);
 }
 
 }  // namespace SimAsic

@@ -16,9 +16,9 @@ namespace SimAsic {
 // of each at most kVersionsPerReport versions more than it was told of before, and leaves the rest
 // to the next turn: so the rows that a report cleans up, and the requests that it answers, are
 // bounded as well. One deletion of a whole table, and the clean-up behind it, is one turn each
-// however many rows the unit has. The first report of a table of which the agent has nothing on
-// record goes all the way in one turn; the log is then cleaned up by one walk over it, whatever the
-// version.
+// however many rows the unit has: a report ends at the first one. The first report of a table of
+// which the agent has nothing on record goes all the way in one turn; the log is then cleaned up by
+// one walk over it, whatever the version.
 //
 // Kind: object with identity.
 // Ownership: refers to the ASIC and the loop, which outlive it; holds the group and the status.
@@ -34,9 +34,9 @@ class HardwareSide {
   // About the work of one turn that applies, in rows; see SimulatedAsic::step().
   static constexpr std::uint32_t kRowsPerTurn = 8192;
   // Versions of one table that one turn reports: as many as have a clean-up of that work, if each
-  // is a deletion.
+  // is a deletion, and are looked at before.
   static constexpr std::uint64_t kVersionsPerReport =
-      kRowsPerTurn / (SimulatedAsic::kRowsOfACleanup + SimulatedAsic::kRowsOfADeletion);
+      kRowsPerTurn / (1 + SimulatedAsic::kRowsOfACleanup + SimulatedAsic::kRowsOfADeletion);
 
   HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInterface>& group,
                const Pell::Ptr<Asic::OrderedSwTableStatus>& status, SimulatedAsic& asic);

@@ -317,6 +317,21 @@ Asic::LogVersion SimulatedAsic::appliedVersion(Asic::SwTableId tableId) const {
   return found == applied_.end() ? Asic::LogVersion() : found->second;
 }
 
+Asic::LogVersion SimulatedAsic::upToTableDeletion(Asic::TableVersion from,
+                                                  Asic::LogVersion to) const {
+  if (from.tableId() != kFecTable) {
+    return to;
+  }
+  for (Asic::LogVersion version = from.logVersion(); version < to;) {
+    version = Asic::LogVersion(version.value() + 1);
+    const auto row = Glint::guardedRow(log_->entryLogConfig(), version);
+    if (row && (row->operation() & LogRow::kTableDeleted) != 0) {
+      return version;
+    }
+  }
+  return to;
+}
+
 const SimulatedAsic::HardwareTable* SimulatedAsic::hardwareTable(Asic::UnitId unitId) const {
   const auto found = units_.find(unitId);
   return found == units_.end() ? nullptr : &found->second.table;

@@ -74,6 +74,9 @@ class SimulatedAsic {
   // what the agent has on record: they may have been applied before this hardware was there.
   const std::map<Asic::SwTableId, Asic::LogVersion>& appliedVersions() const { return applied_; }
   Asic::LogVersion appliedVersion(Asic::SwTableId tableId) const;
+  // The version of the first deletion of a whole table behind `from`; `to` when there is none up to
+  // that. Costs a look at each version.
+  Asic::LogVersion upToTableDeletion(Asic::TableVersion from, Asic::LogVersion to) const;
 
   // Null for a unit that it does not have.
   const HardwareTable* hardwareTable(Asic::UnitId unitId) const;

@@ -276,6 +276,27 @@ TEST_F(HardwareSideTurnTest, TheFirstReportOfAllGoesAllTheWay) {
             10 * kVersions);
 }
 
+TEST_F(HardwareSideTurnTest, AReportEndsAtTheFirstDeletionOfAWholeTable) {
+  commit(2, 3);
+  for (int i = 0; i < 2; ++i) {
+    harness_.table().entryRemoveAll(nullptr);
+    harness_.run();
+  }
+  commit(4, 4);
+  ASSERT_EQ(harness_.log().tableVersion().value(), 6U);
+  asic_->step(1'000'000);
+  startSide();
+  side_->resume();
+  std::vector<std::uint64_t> reported;
+  while (harness_.loop().runOne()) {
+    if (reported.empty() || reported.back() != recorded()) {
+      reported.push_back(recorded());
+    }
+  }
+  EXPECT_EQ(reported, (std::vector<std::uint64_t>{1, 4, 5, 6}));
+  EXPECT_FALSE(harness_.fec().swTableStatus()->pendingHwWrites());
+}
+
 // Somebody has written into the group log what the agent has not announced.
 TEST_F(HardwareSideTurnTest, AReportThatIsRefusedIsNotMadeForEver) {
   const Asic::SwTableId other(0x03010806);
