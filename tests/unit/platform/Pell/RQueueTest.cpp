@@ -27,6 +27,10 @@ struct RQueueTestPeer {
     Queue::Array::free(Queue::Array::make(8, 1));
   }
   template <typename Queue>
+  static bool atOrAfter(std::uint32_t n, std::uint32_t m) {
+    return Queue::atOrAfter(n, m);
+  }
+  template <typename Queue>
   static bool tailFull(const Queue& queue) {
     return queue.tail_ != nullptr && queue.tail_->full();
   }
@@ -237,6 +241,16 @@ TEST_F(RQueueTest, NumbersFarAwayAreOutsideTheQueue) {
   }
   EXPECT_TRUE(queue_.has(2));
   EXPECT_TRUE(queue_.has(3));
+}
+
+TEST_F(RQueueTest, ANumberIsAtOrAfterThoseLessThanHalfTheNumbersBefore) {
+  for (const std::uint32_t m : {1U, 0U, 0xfffffffaU}) {
+    EXPECT_TRUE(RQueueTestPeer::atOrAfter<Queue>(m, m));
+    EXPECT_TRUE(RQueueTestPeer::atOrAfter<Queue>(m + 0x7ffffffeU, m));
+    EXPECT_FALSE(RQueueTestPeer::atOrAfter<Queue>(m + 0x7fffffffU, m));
+    EXPECT_FALSE(RQueueTestPeer::atOrAfter<Queue>(m + 0x80000000U, m));
+    EXPECT_FALSE(RQueueTestPeer::atOrAfter<Queue>(m - 1, m));
+  }
 }
 
 TEST_F(RQueueTest, NumbersWrapAtTwoToTheThirtySecond) {
