@@ -1,6 +1,7 @@
 // The agent's start: on what another one left, with its hardware, or with empty tables; and on a
 // damaged state, repaired or not, with hardware that still has what was lost.
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -409,6 +410,26 @@ TEST_F(FailedStartTest, AnAgentOfAnotherFolderAnswersAfterIt) {
   EXPECT_EQ(entries(kUnits[0]), 1U);
   EXPECT_TRUE(hardwareEqual());
   stop();
+}
+
+// What the hardware has applied is on record elsewhere, and stays.
+TEST_F(FecAgentTest, WhatIsWrittenAfterTheDamagedLogWasRemovedReachesTheHardware) {
+  write({1, 2, 3}, 10);
+  const auto version = agent_->fec().entryLog()->tableVersion();
+  stop();
+  testing_support::flipBit(fileOf(Tools::TableRole::log), 0);
+  EXPECT_THROW(start(), ZevGlint::MountException);
+  ASSERT_TRUE(std::filesystem::remove(fileOf(Tools::TableRole::log)));
+  start();
+  EXPECT_EQ(agent_->fec().entryLog()->tableVersion(), version);
+  write({2, 4}, 20);
+  EXPECT_EQ(agent_->fec().entryLog()->tableVersion().value(), version.value() + 4);
+  EXPECT_TRUE(hardwareEqual());
+  const auto* held = agent_->hardware().hardwareTable(kUnits[1])->find(FecClient::Key(2));
+  ASSERT_NE(held, nullptr);
+  EXPECT_EQ(held->opaqueA, 20U);
+  stop();
+  expectStateIsClean();
 }
 
 TEST_F(FecAgentTest, FreshHardwareHasNothingToCompare) {
