@@ -9,7 +9,6 @@
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
 #include "Vanta/EntityManager.h"
-#include "Zev/Entity.h"
 
 namespace Agent {
 
@@ -48,12 +47,6 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
   hardwareSide_ =
       std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(), *hardware_);
   hardwareSide_->resume();
-}
-
-FecAgent::~FecAgent() {
-  hardwareSide_ = nullptr;
-  fec_ = nullptr;
-  Zev::Entity::singletonDelAll();
 }
 
 // A deletion's log row may be cleaned up while its unit's configuration table is not mounted, or

@@ -6,6 +6,7 @@
 
 #include "Asic/OrderedTableInterface.h"
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
+#include "Zev/Entity.h"
 #include "agent/AsioEventLoop.h"
 #include "asic/HardwareSide.h"
 #include "fec/FecTableInterface.h"
@@ -27,7 +28,7 @@ struct AgentStart {
 //
 // Kind: object with identity, one a process.
 // Ownership: holds everything; its end is the process's orderly end: what is in the state folder
-// stays.
+// stays. With it, and when it cannot be made, every singleton of the process goes.
 // Threads: one.
 class FecAgent {
  public:
@@ -35,12 +36,12 @@ class FecAgent {
 
   // Mounts (creates, if there are none) the tables below the state folder, restores what they hold,
   // and brings the hardware in line, all in this call: no turn runs before. Throws
-  // ZevGlint::MountException.
+  // ZevGlint::MountException, and what FecTableInterface::makeSwTable() throws. The state folder is
+  // free then, and the process may make another agent.
   FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
            AgentStart start = {});
   FecAgent(const FecAgent&) = delete;
   FecAgent& operator=(const FecAgent&) = delete;
-  ~FecAgent();
 
   AsioEventLoop& loop() { return loop_; }
   ResourceTable& resourceTable() { return *resourceTable_; }
@@ -53,9 +54,19 @@ class FecAgent {
   bool hardwareEqualsTable(Asic::UnitId unitId) const;
 
  private:
+  // The process's registry holds the tables, and they hold the loop: nothing may find them there
+  // when the loop has gone.
+  struct Registrations {
+    Registrations() = default;
+    Registrations(const Registrations&) = delete;
+    Registrations& operator=(const Registrations&) = delete;
+    ~Registrations() { Zev::Entity::singletonDelAll(); }
+  };
+
   void sweepOrphans(Asic::UnitId unitId);
 
   AsioEventLoop loop_;
+  Registrations registrations_;  // goes right before the loop, also when the constructor throws
   Pell::Ptr<Asic::OrderedTableInterface> orderedTables_;
   Pell::Ptr<Asic::GroupInterface> group_;
   Pell::Ptr<ResourceTable> resourceTable_;

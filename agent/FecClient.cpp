@@ -31,16 +31,17 @@ FecClient::~FecClient() {
 
 bool FecClient::write(const Key& key, const Entry& entry, AnswerHandler handler) {
   auto& rows = table_->entryLog()->tableConfigGlint(table_->unitId())->swTableEntries();
-  bool hasRow = false;
-  Glint::guarded(rows, [&] { hasRow = rows.has(key); });
+  const auto row = Glint::guardedRow(rows, key);
   const auto slot = slots_.find(key.fecId());
-  const bool isNewKey = !hasRow && (slot == slots_.end() || !slot->second.isNewKey);
-  if (isNewKey && rows.rowCount() + newKeys_ >= kCapacity) {
+  const bool isCounted = slot != slots_.end() && slot->second.isNewKey;
+  if (!row && !isCounted && rows.rowCount() + newKeys_ >= kCapacity) {
     return false;
   }
+  const bool isBeingRemoved = slot != slots_.end() && slot->second.isBeingRemoved();
+  const bool rowStays = row && !row->isDeleted() && !isBeingRemoved;
   Entry written = entry;
   written.key = key;
-  accept(key, {written, std::move(handler)}, isNewKey);
+  accept(key, {written, std::move(handler)}, !rowStays && !isCounted);
   return true;
 }
 

@@ -48,7 +48,8 @@ class FecClient {
   ~FecClient();
 
   // Writes the entry under the key, whatever key stands in the entry. False, with no answer to
-  // come: the unit's table could not hold another entry.
+  // come: the unit's table might not hold another entry. A write of a key whose row is about to go
+  // keeps that place, and until it is answered may count as one entry more.
   [[nodiscard]] bool write(const Key& key, const Entry& entry, AnswerHandler handler);
   // Removing what is not there succeeds.
   void remove(const Key& key, AnswerHandler handler);
@@ -72,8 +73,10 @@ class FecClient {
   struct Slot {
     std::optional<Request> inTable;
     std::optional<Request> waiting;
-    bool isNewKey = false;  // may need a configuration row that is not there yet
+    bool isNewKey = false;  // may need a configuration row that is not there, or will have gone
 
+    // The table has a remove of the key. One that waits here gives way to the next request.
+    bool isBeingRemoved() const { return inTable && !inTable->entry; }
     const Request& newest() const { return waiting ? *waiting : *inTable; }
   };
 

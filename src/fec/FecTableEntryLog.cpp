@@ -131,6 +131,17 @@ FecTableEntryLog::ConfigMap& FecTableEntryLog::config(Asic::UnitId unitId) const
   return configGlint(unitId).swTableEntries();
 }
 
+// Versions that are given a second time would count as applied before the hardware has them.
+void FecTableEntryLog::versionsGoOnAbove(Asic::LogVersion announced) {
+  if (!tableEntryLog_ || announced <= tableVersion()) {
+    return;
+  }
+  ZEV_TRACE(trace, 3, kClass, " raised to announced: {} from tableVersion: {}", announced,
+            tableVersion());
+  tableVersionIs(announced);
+  log().control().scratchpadIs(announced.value());
+}
+
 // Writes and deletes.
 
 Asic::LogVersion FecTableEntryLog::entryIs(const FecTableDataModelLogEntry& logEntry,

@@ -83,6 +83,11 @@ class FecTableEntryLog : public Asic::EntryLogBase {
   Pell::Ptr<FecTableDataModelConfigGlint> tableConfigGlint(Asic::UnitId unitId) const;
   bool tableConfigGlintHas(Asic::UnitId unitId) const;
 
+  // The group knows of changes up to that version, applied or still to be: a log that stands below
+  // it, because its file was removed, goes on above it, also in the next process. Raises only; does
+  // nothing without a log.
+  void versionsGoOnAbove(Asic::LogVersion announced);
+
   // Logs the write of an entry and returns its version. The unit's configuration table must be
   // mounted: the process stops otherwise.
   Asic::LogVersion entryIs(const FecTableDataModelLogEntry& logEntry,

@@ -106,6 +106,7 @@ void FecTableInterface::handleInitialized() {
   ZEV_TRACE(trace, 8, kClass, " Creating entry log for {}", tableId);
   entryLogIs(tableId, orderedTableIntf()->entityManager(), group->groupLogInterface());
   swTableStatusIs(tableId);
+  entryLog_->versionsGoOnAbove(group->groupLog()->announced(tableId));
   group->groupLog()->announcedIs({tableId, entryLog_->tableVersion()});
   cleanUpToCommittedVersion(*group);
   ZEV_TRACE(trace, 2, kClass, " Entry log created for table id: {} at version: {}", tableId,

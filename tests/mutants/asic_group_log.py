@@ -54,11 +54,13 @@ MUTANTS = [
      "  announced = std::max(announced, tableVersion.logVersion());\n",
      "  announced = tableVersion.logVersion();\n", {"by": "AsicTest"}),
     ("table's last announced version is not announced",
-     "  return tableVersion.logVersion() <= (table == nullptr",
-     "  return tableVersion.logVersion() < (table == nullptr", {"by": "AsicTest"}),
+     "  return table == nullptr ? LogVersion() : table->announced;",
+     "  return table == nullptr || !table->announced.value()\n"
+     "             ? LogVersion()\n"
+     "             : LogVersion(table->announced.value() - 1);", {"by": "AsicTest"}),
     ("table that announced nothing has announced everything",
-     "(table == nullptr ? LogVersion() : table->announced);",
-     "(table == nullptr ? tableVersion.logVersion() : table->announced);", {"by": "AsicTest"}),
+     "  return table == nullptr ? LogVersion() : table->announced;",
+     "  return table == nullptr ? LogVersion(~0ULL) : table->announced;", {"by": "AsicTest"}),
     ("report below the recorded version is recorded",
      "  if (applied.logVersion() < table.applied) {\n", "  if (false) {\n", {"by": "AsicTest"}),
     ("report of the recorded version is nothing new",

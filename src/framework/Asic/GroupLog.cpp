@@ -176,9 +176,9 @@ void GroupLog::raiseAnnounced(TableVersion tableVersion) {
   announced = std::max(announced, tableVersion.logVersion());
 }
 
-bool GroupLog::isAnnounced(TableVersion tableVersion) const {
-  const OfTable* table = tables_.find(tableVersion.tableId());
-  return tableVersion.logVersion() <= (table == nullptr ? LogVersion() : table->announced);
+LogVersion GroupLog::announced(SwTableId tableId) const {
+  const OfTable* table = tables_.find(tableId);
+  return table == nullptr ? LogVersion() : table->announced;
 }
 
 bool GroupLog::hasTableVersion(SwTableId tableId) const {

@@ -83,10 +83,12 @@ class GroupLog : public GroupLogInterface {
 
   // The table's log has handed the version out, announced here or not. Raises only.
   void announcedIs(TableVersion handedOut);
-  // Whether the table's operations have been announced up to the version: here, by rows that an
-  // earlier process left, by an applied version on record, or by announcedIs(). Version 0 always
-  // has.
-  bool isAnnounced(TableVersion tableVersion) const;
+  // The version up to which the table's operations have been announced: here, by rows that an
+  // earlier process left, by an applied version on record, or by announcedIs(). 0: none has.
+  LogVersion announced(SwTableId tableId) const;
+  bool isAnnounced(TableVersion tableVersion) const {
+    return tableVersion.logVersion() <= announced(tableVersion.tableId());
+  }
 
   // Whether the hardware has ever applied anything of the table, and up to which version. Both
   // may throw Pell::CorruptionDetectedException; the caller passes its message to

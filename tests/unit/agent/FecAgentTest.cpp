@@ -1,6 +1,7 @@
 // The agent's start: on what another one left, with its hardware, or with empty tables; and on a
 // damaged state, repaired or not, with hardware that still has what was lost.
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -37,6 +38,20 @@ class FecAgentTest : public testing_support::LeakCheckedTest {
     agent_->loop().runUntilIdle();
   }
   void stop() { agent_ = nullptr; }
+  // Does the damage at the start's first trace of that handle with that message.
+  void startWhileDamaging(const char* handle, const std::string& message,
+                          const std::function<void()>& damage) {
+    const testing_support::TraceRecorder levels({handle});
+    bool isDone = false;
+    Zev::traceSinkIs([&](const Zev::TraceRecord& record) {
+      if (!isDone && record.message.starts_with(message)) {
+        isDone = true;
+        damage();
+      }
+    });
+    start();
+    EXPECT_TRUE(isDone);
+  }
 
   // A write of each key to each unit, up to the answer.
   void write(const std::vector<std::uint32_t>& fecIds, std::uint32_t mark) {
@@ -62,10 +77,12 @@ class FecAgentTest : public testing_support::LeakCheckedTest {
     return std::make_unique<SimAsic::SimulatedAsic>(root_.path(), kUnits);
   }
 
+  std::string fileOf(Tools::TableRole role, Asic::UnitId unit = kUnits[0]) const {
+    return root_.path() + "/" + Tools::fileNameOf(role, unit);
+  }
   // Flips a bit in the key's configuration row of the first unit.
   void damageRowOf(std::uint32_t fecId) const {
-    const std::string path =
-        root_.path() + "/" + Tools::fileNameOf(Tools::TableRole::config, kUnits[0]);
+    const std::string path = fileOf(Tools::TableRole::config);
     const testing_support::TablePlaces places(path);
     for (const std::uint32_t slot : places.liveSlots()) {
       const std::uint64_t row = places.liveRow(slot);
@@ -243,23 +260,6 @@ class OrphanTest : public FecAgentTest {
     }
     stop();
   }
-  // Does the damage at the start's first trace of that handle with that message.
-  void startWhileDamaging(const char* handle, const std::string& message,
-                          const std::function<void()>& damage) {
-    const testing_support::TraceRecorder levels({handle});
-    bool isDone = false;
-    Zev::traceSinkIs([&](const Zev::TraceRecord& record) {
-      if (!isDone && record.message.starts_with(message)) {
-        isDone = true;
-        damage();
-      }
-    });
-    start();
-    EXPECT_TRUE(isDone);
-  }
-  std::string fileOf(Tools::TableRole role) const {
-    return root_.path() + "/" + Tools::fileNameOf(role, kUnits[0]);
-  }
   std::uint32_t rows() const {
     return agent_->fec().entryLog()->tableConfigGlint(kUnits[0])->swTableEntries().rowCount();
   }
@@ -352,6 +352,84 @@ TEST_F(FecAgentTest, ADeletionThatWasNeverLoggedIsSweptWhenItsVersionHasBeenAppl
   start();
   EXPECT_EQ(rowsOf().rowCount(), 3U) << "1, 3 and 4";
   EXPECT_TRUE(hardwareEqual());
+}
+
+// An agent that cannot be made: the process may make another one, which has nothing of the first.
+class FailedStartTest : public FecAgentTest {
+ protected:
+  static constexpr std::uint64_t kFirstBit = 0;  // of a file, in what its header begins with
+
+  FailedStartTest() {
+    write({1, 2, 3}, 10);
+    stop();
+  }
+  // A repair needs the folder to itself, and mends what is damaged.
+  void expectFolderIsFreeAndAnotherAgentWorks() {
+    const Tools::RepairReport report = Tools::carryOutRepair(root_.path());
+    EXPECT_NE(report.outcome, Tools::RepairReport::Outcome::cannot) << Tools::repairText(report, 0);
+    start();
+    write({2, 4}, 20);
+    EXPECT_TRUE(hardwareEqual());
+    stop();
+    expectStateIsClean();
+  }
+};
+
+TEST_F(FailedStartTest, AUnitWhoseFileIsDamagedLeavesNothingOfTheAgent) {
+  testing_support::flipBit(fileOf(Tools::TableRole::config, kUnits[1]), kFirstBit);
+  EXPECT_THROW(start(), ZevGlint::MountException);
+  expectFolderIsFreeAndAnotherAgentWorks();
+}
+
+TEST_F(FailedStartTest, AUnitTooManyLeavesNothingOfTheAgent) {
+  std::vector<Asic::UnitId> units;
+  for (std::uint16_t unit = 0; unit <= LoamFec::FecTableConstants::kMaxUnits; ++unit) {
+    units.emplace_back(unit);
+  }
+  EXPECT_THROW(FecAgent(root_.path(), units), LoamFec::FecTableUnitsException);
+  expectFolderIsFreeAndAnotherAgentWorks();
+}
+
+TEST_F(FailedStartTest, HardwareThatCannotMountLeavesNothingOfTheAgent) {
+  const auto flip = [this] {
+    testing_support::flipBit(fileOf(Tools::TableRole::config), kFirstBit);
+  };
+  EXPECT_THROW(startWhileDamaging("FecTableInterface", " Restoring entries", flip),
+               ZevGlint::MountException);
+  flip();
+  expectFolderIsFreeAndAnotherAgentWorks();
+}
+
+TEST_F(FailedStartTest, AnAgentOfAnotherFolderAnswersAfterIt) {
+  testing_support::flipBit(fileOf(Tools::TableRole::config, kUnits[1]), kFirstBit);
+  EXPECT_THROW(start(), ZevGlint::MountException);
+  const testing_support::TemporaryRoot other;
+  agent_ = std::make_unique<FecAgent>(other.path(), kUnits);
+  EXPECT_EQ(entries(kUnits[0]), 0U);
+  write({7}, 30);
+  EXPECT_EQ(entries(kUnits[0]), 1U);
+  EXPECT_TRUE(hardwareEqual());
+  stop();
+}
+
+// What the hardware has applied is on record elsewhere, and stays.
+TEST_F(FecAgentTest, WhatIsWrittenAfterTheDamagedLogWasRemovedReachesTheHardware) {
+  write({1, 2, 3}, 10);
+  const auto version = agent_->fec().entryLog()->tableVersion();
+  stop();
+  testing_support::flipBit(fileOf(Tools::TableRole::log), 0);
+  EXPECT_THROW(start(), ZevGlint::MountException);
+  ASSERT_TRUE(std::filesystem::remove(fileOf(Tools::TableRole::log)));
+  start();
+  EXPECT_EQ(agent_->fec().entryLog()->tableVersion(), version);
+  write({2, 4}, 20);
+  EXPECT_EQ(agent_->fec().entryLog()->tableVersion().value(), version.value() + 4);
+  EXPECT_TRUE(hardwareEqual());
+  const auto* held = agent_->hardware().hardwareTable(kUnits[1])->find(FecClient::Key(2));
+  ASSERT_NE(held, nullptr);
+  EXPECT_EQ(held->opaqueA, 20U);
+  stop();
+  expectStateIsClean();
 }
 
 TEST_F(FecAgentTest, FreshHardwareHasNothingToCompare) {

@@ -189,6 +189,9 @@ class FullTableTest : public FecClientTest {
       config.rowIs({entry, {}, Asic::LogVersion(1), false});
     }
   }
+  std::uint32_t rows() {
+    return harness_.log().tableConfigGlint(Asic::UnitId(0))->swTableEntries().rowCount();
+  }
 };
 
 TEST_F(FullTableTest, TheLastRowIsGivenAndTheOneBeyondIsRefused) {
@@ -213,6 +216,57 @@ TEST_F(FullTableTest, ANewKeyThatWasAnsweredGivesItsReservationBack) {
   settle();
   settle();
   EXPECT_TRUE(write(1'000'001, "eth1"));
+}
+
+// The row goes while the write waits for a destination, and comes back with it.
+TEST_F(FullTableTest, AWriteBehindARemoveOfItsKeyKeepsItsPlaceWhenTheRowGoes) {
+  fillTo(FecTableConstants::kConfigCapacity);
+  remove(1);
+  EXPECT_TRUE(write(1, "eth9"));
+  settle();
+  ASSERT_EQ(rows(), FecTableConstants::kConfigCapacity - 1);
+  EXPECT_FALSE(write(1'000'000, "eth1"));
+  harness_.destinationIs("eth9", 9);
+  settle();
+  EXPECT_EQ(rows(), FecTableConstants::kConfigCapacity);
+  EXPECT_EQ(answers_, (std::vector{Answer::programmed, Answer::programmed}));
+}
+
+TEST_F(FullTableTest, AWriteBehindARemoveOfItsKeyKeepsOnePlaceAndNoMore) {
+  fillTo(FecTableConstants::kConfigCapacity - 1);
+  remove(1);
+  EXPECT_TRUE(write(1, "eth9"));
+  EXPECT_TRUE(write(1, "eth9", 2)) << "in the same place";
+  settle();
+  ASSERT_EQ(rows(), FecTableConstants::kConfigCapacity - 2);
+  EXPECT_TRUE(write(1'000'000, "eth1"));
+  EXPECT_FALSE(write(1'000'001, "eth1"));
+  harness_.destinationIs("eth9", 9);
+  settle();
+  EXPECT_EQ(rows(), FecTableConstants::kConfigCapacity);
+}
+
+// An agent before this one has removed the key, and the hardware has not taken that yet.
+TEST_F(FullTableTest, AWriteOfAKeyWhoseRowIsMarkedDeletedKeepsItsPlaceWhenTheRowGoes) {
+  fillTo(FecTableConstants::kConfigCapacity);
+  harness_.table().entryRemove(FecHarness::key(1), nullptr);
+  harness_.run();
+  ASSERT_EQ(rows(), FecTableConstants::kConfigCapacity);
+  EXPECT_TRUE(write(1, "eth9"));
+  settle();
+  ASSERT_EQ(rows(), FecTableConstants::kConfigCapacity - 1);
+  EXPECT_FALSE(write(1'000'000, "eth1"));
+}
+
+// The remove never reaches the table, so the row stays and the write needs no other.
+TEST_F(FullTableTest, AWriteThatSupersedesARemoveNeedsNoPlaceOfItsOwn) {
+  fillTo(FecTableConstants::kConfigCapacity - 1);
+  ASSERT_TRUE(write(1, "eth9"));
+  remove(1);
+  ASSERT_TRUE(write(1, "eth9", 2));
+  EXPECT_EQ(answers_, std::vector{Answer::superseded});
+  EXPECT_TRUE(write(1'000'000, "eth1"));
+  EXPECT_FALSE(write(1'000'001, "eth1"));
 }
 
 TEST_F(FecClientTest, AClientThatHasGoneAnswersNobody) {

@@ -182,6 +182,22 @@ TEST_F(FecTableEntryLogMounts, ATableIsInsertedReplacedAndRemovedByItsUnit) {
   EXPECT_FALSE(log().tableConfigGlintHas(kOtherUnit));
 }
 
+TEST_F(FecTableEntryLogMounts, VersionsAreRaisedToWhatWasAnnouncedAndNeverFall) {
+  const auto scratchpad = [this] {
+    return log().tableEntryLog()->entryLogConfig().control().scratchpad();
+  };
+  log().versionsGoOnAbove(LogVersion(7));
+  EXPECT_EQ(log().tableVersion(), LogVersion(7));
+  EXPECT_EQ(scratchpad(), 7U);
+  log().versionsGoOnAbove(LogVersion(6));
+  log().versionsGoOnAbove(LogVersion(7));
+  EXPECT_EQ(log().tableVersion(), LogVersion(7));
+  EXPECT_EQ(scratchpad(), 7U);
+  log().versionsGoOnAbove(LogVersion(8));
+  EXPECT_EQ(log().tableVersion(), LogVersion(8));
+  EXPECT_EQ(scratchpad(), 8U);
+}
+
 // Has mounts of a type's name give an entity of another type, as long as it lives.
 template <typename Entity>
 class Impostor {
@@ -215,6 +231,7 @@ TEST_F(FecTableEntryLogMounts, AnEntityOfAnotherTypeAtTheLogsPathLeavesANullLog)
   const Impostor<LogEntity> impostor;
   LogProcess process(root());
   EXPECT_FALSE(process.log().tableEntryLog());
+  process.log().versionsGoOnAbove(LogVersion(3));
   EXPECT_EQ(process.log().tableVersion(), LogVersion(0));
   EXPECT_DEATH(process.log().entryLogConfigRows(), "tableEntryLog");
 }

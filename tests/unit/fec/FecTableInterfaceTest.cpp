@@ -1,6 +1,7 @@
 // The way into the FEC table: registration and start-up with what the last process left behind, and
 // the making of each unit's table. Canonical names too.
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -219,11 +220,12 @@ TEST_F(FecTableInterfaceTest, ALogAtTheCommittedVersionIsCleanedAndWaitsForNothi
   EXPECT_FALSE(fec->swTableStatus()->pendingHwWrites());
 }
 
-TEST_F(FecTableInterfaceTest, ALogBelowTheCommittedVersionIsCleanedAndWaitsForNothing) {
+TEST_F(FecTableInterfaceTest,
+       ALogBelowTheCommittedVersionIsRaisedToItAndCleanedAndWaitsForNothing) {
   leaveBehind(3, 4);
   restart();
   const auto fec = getIntf();
-  EXPECT_EQ(fec->entryLog()->tableVersion(), LogVersion(3));
+  EXPECT_EQ(fec->entryLog()->tableVersion(), LogVersion(4));
   EXPECT_EQ(fec->entryLog()->entryLogConfigRows(), 0U);
   EXPECT_FALSE(fec->swTableStatus()->pendingHwWrites());
 }
@@ -294,6 +296,80 @@ TEST_F(FecTableInterfaceTest, TheLogsLastVersionMayBeReportedThoughTheAgentDiedB
   EXPECT_EQ(group()->refusedReports(), 1U);
   EXPECT_EQ(fec->entryLog()->entryLogConfigRows(), 0U);
   EXPECT_EQ(group()->groupLog()->tableVersion(kTableId), LogVersion(3));
+}
+
+// A log that was removed, because it was damaged.
+
+class RemovedLogTest : public FecTableInterfaceTest {
+ protected:
+  // Five versions are left behind, and the log's file is removed.
+  void startWithoutTheLog(std::optional<std::uint64_t> applied) {
+    leaveBehind(5, applied);
+    end();
+    ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.FecTable.log.table"));
+    begin();
+    fec_ = getIntf();
+  }
+  LogVersion version() const { return fec_->entryLog()->tableVersion(); }
+  std::uint64_t scratchpad() const {
+    return fec_->entryLog()->tableEntryLog()->entryLogConfig().control().scratchpad();
+  }
+  ~RemovedLogTest() override { fec_ = nullptr; }
+
+  Pell::Ptr<FecTableInterface> fec_;
+};
+
+TEST_F(RemovedLogTest, VersionsGoOnAboveWhatTheHardwareHasApplied) {
+  startWithoutTheLog(5);
+  EXPECT_EQ(version(), LogVersion(5));
+  const auto table = fec_->makeSwTable(UnitId(0), nullptr, false);
+  EXPECT_FALSE(fec_->swTableStatus()->pendingHwWrites());
+  const auto handle = table->entryWrite(FecHarness::key(1), FecHarness::entry(""), nullptr);
+  loop_.runUntilIdle();
+  EXPECT_EQ(handle->logVersion(), LogVersion(6));
+  group()->tableVersionApplied({kTableId, LogVersion(5)});
+  EXPECT_NE(handle->entryState(), Asic::SwTableBase::success());
+  group()->tableVersionApplied({kTableId, LogVersion(6)});
+  EXPECT_EQ(handle->entryState(), Asic::SwTableBase::success());
+}
+
+TEST_F(RemovedLogTest, VersionsGoOnAboveWhatTheHardwareHasStillToApply) {
+  startWithoutTheLog(3);
+  EXPECT_EQ(version(), LogVersion(5));
+  EXPECT_TRUE(fec_->swTableStatus()->pendingHwWrites());
+  const auto table = fec_->makeSwTable(UnitId(0), nullptr, false);
+  group()->tableVersionApplied({kTableId, LogVersion(6)});
+  EXPECT_EQ(group()->refusedReports(), 1U);
+  group()->tableVersionApplied({kTableId, LogVersion(5)});
+  EXPECT_EQ(group()->refusedReports(), 1U);
+  EXPECT_FALSE(fec_->swTableStatus()->pendingHwWrites());
+}
+
+TEST_F(RemovedLogTest, TheLogItselfKeepsTheVersionThatItWasRaisedTo) {
+  startWithoutTheLog(3);
+  EXPECT_EQ(scratchpad(), 5U);
+  fec_ = nullptr;
+  end();
+  ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.grouplog.table"));
+  ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.applied.table"));
+  begin();
+  fec_ = getIntf();
+  EXPECT_EQ(version(), LogVersion(5));
+}
+
+TEST_F(RemovedLogTest, ARaisedVersionIsTracedAndOneThatIsThereAlreadyIsNot) {
+  startWithoutTheLog(5);
+  fec_ = nullptr;
+  TraceRecorder traces({"FecTableEntryLog"});
+  restart();
+  fec_ = getIntf();
+  EXPECT_THAT(traces.texts(3), IsEmpty());
+  fec_ = nullptr;
+  end();
+  ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.FecTable.log.table"));
+  begin();
+  fec_ = getIntf();
+  EXPECT_THAT(traces.texts(3), ElementsAre(" raised to announced: 5 from tableVersion: 0"));
 }
 
 // A damaged group log at start-up.

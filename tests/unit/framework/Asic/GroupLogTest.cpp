@@ -466,6 +466,13 @@ TEST_F(GroupLogTest, AnAnnouncementIsAnnouncedUpToItsVersion) {
   EXPECT_TRUE(log_->isAnnounced({kTableB, LogVersion(0)}));
 }
 
+TEST_F(GroupLogTest, TheLastAnnouncedVersionIsToldOfEachTable) {
+  EXPECT_EQ(log_->announced(kTableA), LogVersion(0));
+  add(kTableA, 5);
+  EXPECT_EQ(log_->announced(kTableA), LogVersion(5));
+  EXPECT_EQ(log_->announced(kTableB), LogVersion(0));
+}
+
 TEST_F(GroupLogTest, WhatIsAnnouncedNeverFalls) {
   log_->announcedIs({kTableA, LogVersion(7)});
   add(kTableA, 5);
