@@ -96,8 +96,8 @@ class GroupLog : public GroupLogInterface {
   bool hasTableVersion(SwTableId tableId) const;
   LogVersion tableVersion(SwTableId tableId) const;
   // Up to which version the hardware is known to have applied the table: what was on record at the
-  // start, and what has been reported since. 0: nothing is known. Never throws; damage to the record
-  // takes nothing back.
+  // start, and what has been reported since. 0: nothing is known. Never throws; damage to the
+  // record takes nothing back.
   LogVersion applied(SwTableId tableId) const;
 
   // The hardware has applied the table up to the version: records it and drops the rows up to it,
