@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The group comes first, because the resource table belongs to it and the FEC table wants both; the
 // hardware side comes last, because it reads what the others have mounted.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A snapshot is applied in three strokes: destinations of the links, removes of what the snapshot
 // no longer has, writes of what it has anew or otherwise. Then the loop runs until no turn is left;
 // what is not answered then waits for an interface.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "agent/ReplayInput.h"
 
 #include <arpa/inet.h>

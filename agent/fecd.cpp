@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // fecd: the reference forwarding agent. Its one command so far replays what a Linux router's kernel
 // prints of its links and next hops through the FEC table.
 

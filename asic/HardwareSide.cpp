@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A row in the group log asks for a turn that applies, and so does every hardware write that is
 // asked for: a delete that had nothing to delete logs nothing, and its answer waits for the next
 // report of any version. Each such turn is followed by one that reports, and a report asks for

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // SimulatedAsic says up to where, and applies what comes behind.
 //
 // Rows decide before the log is asked, because what a row decides is settled when it is looked at:

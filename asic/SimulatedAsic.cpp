@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A step takes the operations of the group log one by one, and after each applies what waits, table
 // by table, as far as needs allow, until nothing moves.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a change of destinations costs, in whole and in its longest turn: many interfaces that
 // change together, and one interface that several full units use. Beside it the removal of
 // subscribers, few and many, which is what the end of many requests that wait is made of.

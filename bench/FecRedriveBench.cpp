@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the longest turn costs when every entry of a full unit is concerned: an interface's change
 // of destination, which drives them all again, of one unit or of as many as an agent may have, and
 // a remove-all. Processor time of the turn, as other turns wait so long. Beside it the floor: the

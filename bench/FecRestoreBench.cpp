@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What an agent's start on existing state costs for one unit, for units of different sizes: the
 // mount of its tables and the restore of its entries. Beside it, on the same files, what no start
 // can do without (each row looked at once, checksum included) and the floor: their bytes copied

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the operations of a shared table cost beside LMDB, one operation a transaction and 64, and
 // beside plain copies of the rows. Rounds of all contenders are interleaved at random.
 //

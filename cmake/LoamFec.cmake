@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # How this project's targets are made: one library a folder, its includes rooted at the layer's folder,
 # warnings as errors for our own code, and only the dependencies that a target names.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Reads the shared tables of a state folder, from what docs/format/ says and nothing else.
 
     read-state.py [fec|log|group-log|applied]... [--state DIR] [--unit N] [--json]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # What the scripts beside this file share; sourced by them, never run. Leaves the caller in the
 # repository's root with errors fatal.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tables are sparse files of hundreds of megabytes with little in them, so everything here goes by
 // the pages that have data, as the file system tells them.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A task is taken off the queue before it runs or is dropped: running it, and releasing what it
 // holds, may post more.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How a state is noticed. While the work is between begin() and end(), its mappings of the folder's
 // files are write-protected, so each store to them stops it with a SIGSEGV that it never hears of.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Each publisher gets a subscriber of its own. Usage records come and go inside a commit: the
 // linkage's publication that files one finds it there, and the one that removes it is the last
 // moment at which it can be left.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Breaks one rule of the code at a time and shows which test notices.
 
     python3 tests/mutants.py              every mutant

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The check: each table by the verifier that mounts share, the files against each other, and the
 // rows against each other (StateRules.cpp).
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which files make up a state, and copies of them that fit together. A look copies every table and
 // then asks each whether it has changed since: if none has, the copies all stand for one instant
 // (TableImage.h). An agent at work spoils looks; one that is dead or idle does not.

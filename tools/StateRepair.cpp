@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The repair. A plan is made from an image of the folder, as the check looks at it: what is the
 // matter with each file, then what the rows that are good have against each other, round by round,
 // because dropping one row can leave another without its speaker. Carrying it out makes the tables

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One class goes over the rows kind by kind. What many rows have in common and is no finding is
 // gathered into one note with a few examples.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // fecctl: the operator's tool. It reads the state folder and needs no running agent, nor does it
 // disturb one. Only `repair --yes` writes, under the writer lock.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The writing and the reading side of the FEC table's shared memory. The commit and the update of
 // the software table write here; its reads, its restore and the linkage's usage tracking read here;
 // the table interface and the table's status reports clean up.

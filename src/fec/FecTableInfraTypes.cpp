@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The records that carry one request from the table that accepts it to the commit that logs it, and
 // the hook interface of the platform. All decisions are the software table's and its linkage's;
 // what stands here holds, forwards and finalises.

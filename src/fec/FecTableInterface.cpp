@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Registration, the parts that all units share, and the making and wiring of each unit's table. The
 // names by which the framework's tables are known are made here too.
 

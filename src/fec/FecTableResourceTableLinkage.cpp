@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The linkage's own operations hold the wrapper they are given and forward to the generic steps of
 // the resource accessor, which stand below them. The commit of the software table calls check and
 // usage; the resource table's notifications call the change handling, which drives entries again

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The software table itself: construction, the elementary operations on its transient state, and
 // its public operations, which hold what they need for the duration of the call and run the generic
 // algorithms of the accessors. The accessors come first: they use nothing but the table's public

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An agent is stopped at every state in which a commit, the hardware's report or the cleanup leaves
 // the state folder. From a copy of each one a new agent is started, with hardware that holds what
 // it held at that moment, and must end with hardware, configuration tables and log in agreement,

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A writer of shared tables is stopped at every state in which its instructions leave the files. At
 // each one a copy of the files is verified, read by a reader, taken over by the next writer,
 // compared with what the first one had acknowledged by then, and worked on.

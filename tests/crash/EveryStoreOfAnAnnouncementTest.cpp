@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A writer of a group log is stopped at every state in which its stores leave the files, in the
 // middle of operations that take several rows. At each one a reader must find whole operations
 // only, all that had been announced by then, in order; and a next writer must go on so that readers

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A writer is killed at random, over and over: each time its tables verify and mount, hold every
 // change that it acknowledged, and the one that was under way either wholly or not at all.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Readers in other processes against a writer that changes the same rows as fast as it can, is
 // killed, and comes back: no torn row, no false miss, no value going back, no row that stayed met
 // never or twice by a walk, no version of a log missed, and no reader that waits. Across growth and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // docs/guarantees.md names the tests that hold the library to each of its promises: every promise
 // has some, and every one that is named is there.
 

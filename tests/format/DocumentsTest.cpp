@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // docs/format/ against what it describes: its hexadecimal dumps are pieces of real files, its
 // tables of names and figures are those of the code.
 

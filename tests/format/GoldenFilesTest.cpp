@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The FEC tables' files as the first release of the format writes them: what is written today has
 // the same bytes, and what was written then is read, row by row, and gone on with. A difference
 // here means that a version must rise (docs/format/shared-tables.md) and that files of the old one

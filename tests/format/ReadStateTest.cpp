@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // examples/read-state.py, which knows the files from docs/format/ alone, against the programs: the
 // same rows, the same misses, the same damage. Where they differ, the documents do not say what the
 // programs do.

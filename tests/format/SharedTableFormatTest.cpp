@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The bytes of a small table, one by one: what docs/format/shared-tables.md shows as its example.
 // A change here is a change of the format, and readers written in other languages break.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The real fecctl checks and repairs what the real fecd leaves: as it is, damaged, and in use.
 
 #include <sys/stat.h>

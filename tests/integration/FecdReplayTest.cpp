@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The real fecd and the real fecctl, as a user starts them, on captures of a real router.
 
 #include <sched.h>

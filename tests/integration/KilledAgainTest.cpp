@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // fecd killed by SIGKILL again and again at random moments, each life going on from what the last
 // one left, with readers in other processes all the time. A life that ends by itself has to end
 // well; some lives kill themselves and compare what they had answered with what they find.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // SIGKILL in the middle of a replay: the state it leaves checks clean, and the next replay ends
 // equal to the capture and checks clean again.
 

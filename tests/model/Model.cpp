@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The order of the steps within an operation is the table's: what a handler or a helper sees when
 // it is called depends on it.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The real side goes first. Where the model cannot know an order (hash containers choose it), it is
 // read from the real side and given to the model, which takes it only if it is an order of what the
 // model itself expects.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The FEC table against its model, through random sequences of operations.
 //
 // The short form runs with all other tests. The long form, by name:

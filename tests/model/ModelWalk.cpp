@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An iteration owes every entry that it can see from its beginning to its end: a pending write, or
 // a committed entry that nothing pending shadows. It yields pending writes first and committed
 // entries after them, each once; an entry that came, left or came back meanwhile may or may not be

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The builders and their printed form are one table, kept in step by hand: what print() gives is
 // the builder's call. The generator draws everything from one stream of numbers, so that a seed
 // gives the same sequence everywhere.

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 FILE = "src/fec/FecTableEntryLog.cpp"
 TESTS = ["FecTableCommitStepsTest", "FecTableChangeStepsTest", "FecTableEntryLogTest",
          "FecTableLogCleanupTest", "FecTableReadsTest", "FecTableInterfaceStepsTest"]

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 FILE = "src/platform/Pell/HashMap.h"
 TESTS = ["PellTest", "PellMemoryTest"]
 

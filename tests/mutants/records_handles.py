@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 FILE = "src/framework/records/FecTableDataModelSwTableBase.cpp"
 TESTS = ["RecordsTest", "FecTableCommitStepsTest", "FecTableReadsTest"]
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "Asic/Constants.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Rows are added with a rising sequence, which the collection's scratchpad keeps across restarts;
 // GroupLogFollower reads them. What is not applied yet is remembered per table, oldest first, so
 // that a report drops its rows without a search; a restart reads that back from the rows.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The other end of GroupLog. The writer raises the scratchpad once all rows of an operation stand,
 // so the rows up to it are whole operations, but for those of a writer that was killed between two
 // rows: the next start goes on behind them, and the collector drops them.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The queue is a vector that only grows during a walk; an entry that has gone leaves a hole, and
 // the end of the walk closes the holes, so commits in a walk cost no moves. Handlers that run
 // inside a commit may append entries, start generations, and drop entries: the walk goes by index

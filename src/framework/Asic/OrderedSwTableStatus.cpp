@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "Asic/OrderedSwTableStatus.h"
 
 #include "Zev/FirstException.h"

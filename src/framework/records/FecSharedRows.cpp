@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "records/FecSharedRows.h"
 
 #include <type_traits>

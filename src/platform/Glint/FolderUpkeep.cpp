@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Files of a state folder, seen from outside the tables. The lock is asked for and never taken
 // here; who changes files holds it (RootFolder.cpp).
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The part of a mounted collection that does not know its rows, and the collection's control. Both
 // are thin: the work is the table's (Table.cpp).
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The look at a whole table that a mount and the verifier share. One pass goes over the slots and
 // decides for each whether it is dead, retired, or live with a row that checks out, and to which
 // bucket that row belongs; a second pass follows every chain and crosses the slots off.

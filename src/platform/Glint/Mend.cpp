@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The part of a table that makes a damaged file usable again. What a mount tolerates or mends is
 // left to the mount (Table.cpp); here is what it refuses. The slots are believed, each for itself,
 // and the index is rebuilt from them; readers scan the slots meanwhile, as after a kill within a

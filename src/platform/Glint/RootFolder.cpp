@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The doors of a state folder: who may write, which files are opened, with which modes they are
 // made. Tables (Table.cpp) map what this opens. The lock is one on the open file description of a
 // lock file, so it ends with the process whatever ends it; descriptors are close-on-exec.

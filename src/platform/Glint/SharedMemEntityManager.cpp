@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Mounting: checks what is asked, lets the entity's type make the entity, and gives that entity's
 // collection its table. A table that this process has mapped already is shared, so that there is
 // one writer's bookkeeping a file however often it is mounted.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One table file in memory. The protocol, which RowAccess.h carries out row by row:
 //
 //   A row exists if and only if its slot's seq says live, and every change takes effect at the one

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The copying and the second look. Every change of a table ends in a store to a seq that only
 // rises, so a slot whose seq is the same twice has not changed in between. The index has no
 // versions: heads and links are compared whole. What may differ unseen is the copy of a row that no

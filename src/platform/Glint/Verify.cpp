@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The verifier: the inspection that a mount makes, over a private read-only mapping of any table
 // file, with what a mount tolerates or mends told as well.
 

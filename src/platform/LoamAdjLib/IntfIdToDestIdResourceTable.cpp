@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Each key has a record: the handle that clients see, the target that the owner wants it to show,
 // and who uses it. Whatever may let a handle move on (a new target, an acknowledgement, a release,
 // the end of a publication) puts its record on the review list. What waits for the hardware is

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The additions stand in a list in their order, each with a number that only rises. A removal
 // leaves a hole; the list is closed up when more than half of it is holes, which is paid for by the
 // removals since the last time. A subscriber knows its place in the list, so no removal searches.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The state database's entity manager. What mounts tables in shared memory is attached to it
 // (Glint/SharedMemEntityManager.cpp).
 

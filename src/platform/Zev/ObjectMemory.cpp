@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every block comes from operator new, with its size rounded up to its class, so one that is not
 // kept can go back there.
 

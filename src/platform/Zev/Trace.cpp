@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The registry maps names to handles and remembers the settings, so that a handle made later gets
 // the levels that were asked for earlier. Handles are never destroyed: classes keep references.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The agent's start: on what another one left, with its hardware, or with empty tables; and on a
 // damaged state, repaired or not, with hardware that still has what was lost.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How the agent's clients reach the table: one operation a key, coalescing, suspension, admission.
 
 #include <optional>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A full unit behind one interface: what a change of the interface's destination sets off, in
 // turns, versions and rows.
 

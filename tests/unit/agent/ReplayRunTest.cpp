@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whole replays, with an agent that is killed and with links that go down and up.
 
 #include <stdexcept>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A replay in this process, on snapshots made by hand.
 
 #include <memory>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The hardware side on the agent's loop: which turn does what.
 
 #include <optional>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the simulated hardware does when the log does not tell enough, or when it starts: how far it
 // goes, what it keeps, what it takes off, and that it does so in steps beside a writer at work.
 

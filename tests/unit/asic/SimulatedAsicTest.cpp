@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The simulated hardware, fed by a whole agent through the state folder alone: what it applies,
 // when, and how much in one step. ResynchronisationTest has what it does when the log does not tell
 // enough.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every outward step of a report, of a changed resource, and of what works from shared memory, in
 // order, compared as a whole.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every outward step of a commit, in order, compared as a whole. What a sequence begins with is the
 // resolution check: the resolver commits what is resolved at once.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tables that end while requests wait for them, units that end as a whole, and how many units there
 // may be.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The entry log's mounts, its writes and deletions, and what it answers about what is committed.
 
 #include <sys/mman.h>

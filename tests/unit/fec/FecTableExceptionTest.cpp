@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Response handlers and hooks that throw, and reports inside reports: what is answered, in which
 // order, and what the event loop gets.
 

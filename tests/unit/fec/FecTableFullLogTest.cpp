@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The log at its limit when a destination changes under every entry of a full unit.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Handles of logged operations: how they wait in the table's queue, and how the hardware's reports
 // release them, also when handlers and observers call back.
 

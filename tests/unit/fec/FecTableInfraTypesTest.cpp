@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The records that carry one request, and the platform's hooks.
 
 #include <string>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every outward step of the start and the end of the FEC table's parts, in order, compared as a
 // whole.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The way into the FEC table: registration and start-up with what the last process left behind, and
 // the making of each unit's table. Canonical names too.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Resolution of an entry's interface: the request, the folding of a resource's state, the needed
 // versions.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Cleanup of the entry log: which rows go, what the cursor does, and that its ways of finding the
 // rows leave the same behind.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Walks that are open while the table changes, step by step.
 
 #include <algorithm>

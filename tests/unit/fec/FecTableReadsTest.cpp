@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads, counts and walks: the table as it will be once everything that waits has been committed.
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The commit-to-log check, what a changed resource sets off, and the road from a change of a
 // destination to the hardware and back.
 

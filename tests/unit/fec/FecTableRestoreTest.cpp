@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What works from the shared configuration table: restore after a restart, clearing, and the update
 // of one committed entry.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every outward step of a request and of its resolution, in order, compared as a whole.
 
 #include "StepsFixture.h"

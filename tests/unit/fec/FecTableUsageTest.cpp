@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Usage records: which entries use a resource, what the resource table is told of it.
 
 #include "LinkageFixture.h"

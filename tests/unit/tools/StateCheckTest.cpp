@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The check of a state folder: what it finds in files, what it takes for the remainder of a kill,
 // and when it cannot tell.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The repair of a state folder: what it would do changes nothing, what it does leaves a clean state
 // with every row that was good, and an agent goes on from there.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The rules that the rows of a state obey: each finding provoked, and each remainder of a kill told
 // apart from it.
 

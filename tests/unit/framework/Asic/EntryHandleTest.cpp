@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Handles of operations, as other operations and their requesters see them.
 
 #include <vector>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The versions that an entry log hands out.
 
 #include <cstdint>

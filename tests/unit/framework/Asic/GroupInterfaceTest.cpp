@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the hardware reports to a group: which reports are believed, who hears of them in which
 // order, and what becomes of it when one who hears throws.
 

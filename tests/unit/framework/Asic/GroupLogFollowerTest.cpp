@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a reader of the group log is handed out, operation by operation: whole ones only, in order,
 // also behind a writer that was killed between two rows and behind damage.
 

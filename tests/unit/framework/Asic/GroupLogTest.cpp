@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The group log: order and sequences, what is pending a table, the applied versions, and all of it
 // across a restart on the same files, damaged ones included.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The resolver's promises: order, one commit right after its answer, turns of their own with a
 // bound, and a queue that stays in order whatever entries do to it while they are asked, committed
 // and released.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The ordered tables of an agent, and its groups.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Handles of FEC operations.
 
 #include <gtest/gtest.h>

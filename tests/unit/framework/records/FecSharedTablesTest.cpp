@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The rows behind their entities: inserted or replaced, looked up, walked, counted and removed.
 
 #include <cstdint>

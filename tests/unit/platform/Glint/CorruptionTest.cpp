@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Damage of every kind, done to the file under the eyes of a mounted writer or reader: it is
 // reported, counted and put out of use; every other row stays; nothing hangs.
 

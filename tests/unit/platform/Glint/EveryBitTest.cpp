@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Every bit of a small table file, flipped by itself: before a mount, and under the eyes of a
 // mounted reader and of a mounted writer. Whatever a bit means, nobody crashes, hangs, invents a
 // row or loses one silently: each look at each key is judged by what that very look said.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The words of a table file: what they hold, and that no flipped bit in one goes unseen.
 
 #include <set>

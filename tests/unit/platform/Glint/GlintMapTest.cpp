@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The operations of a collection, in one process: rows, boundaries, iteration, re-mounts.
 
 #include <map>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The walks for callers who go on when a table turns out to be damaged: what each meets, what it
 // says about that, and whose exceptions it lets through.
 

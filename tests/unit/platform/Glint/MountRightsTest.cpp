@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Who may mount what, with which modes things are made, and what happens where there is no room.
 
 #include <sys/mman.h>

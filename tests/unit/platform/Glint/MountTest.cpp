@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What may be mounted and what is refused: each refusal says why and changes and creates nothing.
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // When a destination that has been replaced is reported free.
 
 #include <cstdint>

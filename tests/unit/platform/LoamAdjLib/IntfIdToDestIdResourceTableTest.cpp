@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Handles, when they change, and what a change waits for.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How changes are spread over turns, what a report costs, and which changes wait for room in the
 // group's log.
 

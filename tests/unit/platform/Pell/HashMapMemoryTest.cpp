@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a map is like after an insertion that found no memory. This program's operator new fails on
 // demand.
 
