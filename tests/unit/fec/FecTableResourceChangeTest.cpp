@@ -525,6 +525,20 @@ TEST_F(WholeRoadTest, AnInterfaceWhoseOnlyUserComesAndGoesStillFails) {
   EXPECT_THAT(freed_, ElementsAre(100U)) << "the hardware has left it, whatever is still to come";
 }
 
+TEST_F(WholeRoadTest, AnInterfaceFailsThoughTheHardwareHasNotTakenThatItsOnlyUserLeftIt) {
+  agent_.destinationIs("eth1", 100);
+  agent_.destinationIs("eth2", 200);
+  for (const char* intf : {"eth1", "eth2", "eth1"}) {
+    write(1, intf);
+    agent_.run();
+  }
+  report(1);  // 2 left eth1, and 3 came back to it
+  agent_.resources().destinationFailed(intf("eth1"));
+  agent_.run();
+  EXPECT_EQ(agent_.resources().waitingUpdates(), 0U);
+  EXPECT_EQ(destinationOf(1), 0xFFFFU);
+}
+
 TEST_F(WholeRoadTest, TheResourceTableLearnsHowManyEntriesUseAnInterface) {
   agent_.destinationIs("eth1", 100);
   for (const std::uint32_t fecId : {1U, 2U, 3U}) {
