@@ -13,6 +13,7 @@
 
 #include "Glint/Guarded.h"
 #include "Workload.h"
+#include "format/Format.h"
 #include "testing/FecHarness.h"
 
 namespace {

@@ -23,8 +23,10 @@
 #include "InterleavedRun.h"
 #include "TableContenders.h"
 #include "Workload.h"
+#include "format/Format.h"
+#include "format/SharedWord.h"
 #include "records/FecTableConstants.h"
-#include "tests/crash/ChildProcess.h"
+#include "testing/ChildProcess.h"
 
 namespace {
 

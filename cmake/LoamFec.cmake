@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# How this project's targets are made: one library a folder, its includes rooted at the layer's folder,
+# How this project's targets are made: one library per folder, which has an include root of its own,
 # warnings as errors for our own code, and only the dependencies that a target names.
 
 include(GNUInstallDirs)
@@ -38,13 +38,18 @@ if(LOAMFEC_COVERAGE)
   target_link_options(loamfec_options INTERFACE --coverage)
 endif()
 
-# loamfec_library(name SOURCES file... [DEPENDS target...])
-# Headers are included as <folder>/<Header.h>, from the parent of the folder that holds the target.
+# loamfec_library(name SOURCES file... [DEPENDS target...] [PRIVATE_DEPENDS target...])
+# The folder's include/ is what others see of it: they write <folder>/<Header.h>. A header that stands
+# anywhere else is the library's own. A shared library is called libloamfec-<name>.so, in small letters.
 function(loamfec_library name)
-  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS")
   add_library(${name} ${ARG_SOURCES})
-  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/..)
-  target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE loamfec_options)
+  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS} loamfec_options)
+  string(TOLOWER loamfec-${name} file_name)
+  set_target_properties(
+    ${name} PROPERTIES OUTPUT_NAME ${file_name} VERSION ${PROJECT_VERSION}
+                       SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 endfunction()
 
 # loamfec_executable(name SOURCES file... [DEPENDS target...])

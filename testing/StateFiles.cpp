@@ -9,8 +9,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "Glint/FolderUpkeep.h"
-#include "Glint/RootFolder.h"
+#include "folder/FolderUpkeep.h"
+#include "folder/RootFolder.h"
 
 namespace testing_support {
 

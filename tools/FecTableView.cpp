@@ -11,7 +11,7 @@
 #include "Asic/Constants.h"
 #include "Glint/SharedMemEntityManager.h"
 #include "Vanta/EntityManager.h"
-#include "agent/NextHopEntry.h"
+#include "captures/NextHopEntry.h"
 #include "records/FecTableConstants.h"
 
 namespace Tools {
@@ -34,7 +34,7 @@ std::string destinationText(const LoamFec::FecDestination& destination) {
 }
 
 std::string describe(const LoamFec::FecTableDataModelEntry& entry) {
-  return fmt::format("{} via {}", entry.intfId, Agent::gatewayText(entry.logEntry()));
+  return fmt::format("{} via {}", entry.intfId, Captures::gatewayText(entry.logEntry()));
 }
 
 LoamFec::FecTableDataModelEntry entryOf(const Row& row) {
@@ -69,9 +69,9 @@ FecTableView readFecTable(const std::string& stateFolder, Asic::UnitId unitId) {
   return view;
 }
 
-Comparison compare(const FecTableView& view, const Agent::Snapshot& snapshot) {
+Comparison compare(const FecTableView& view, const Captures::Snapshot& snapshot) {
   std::map<std::uint64_t, bool> isUp;
-  for (const Agent::Link& link : snapshot.links) {
+  for (const Captures::Link& link : snapshot.links) {
     isUp[link.intf.value()] = link.isUp;
   }
   std::map<std::uint32_t, const Row*> rows;
@@ -79,8 +79,8 @@ Comparison compare(const FecTableView& view, const Agent::Snapshot& snapshot) {
     rows[row.key().fecId()] = &row;
   }
   Comparison result;
-  for (const Agent::NextHop& nextHop : snapshot.nextHops) {
-    const auto wanted = Agent::entryOf(nextHop);
+  for (const Captures::NextHop& nextHop : snapshot.nextHops) {
+    const auto wanted = Captures::entryOf(nextHop);
     const auto found = rows.find(nextHop.id);
     if (found == rows.end()) {
       if (isUp[nextHop.intf.value()]) {
@@ -93,7 +93,7 @@ Comparison compare(const FecTableView& view, const Agent::Snapshot& snapshot) {
     }
     const auto held = entryOf(*found->second);
     rows.erase(found);
-    if (Agent::asksTheSame(held, wanted)) {
+    if (Captures::asksTheSame(held, wanted)) {
       ++result.equal;
     } else {
       result.differences.push_back(
@@ -114,7 +114,7 @@ std::string fecTableText(const FecTableView& view, std::size_t limit) {
   for (std::size_t i = 0; i < shown; ++i) {
     const Row& row = view.rows[i];
     text += fmt::format("{:>10}  {:<16}  {:<15}  {:>11}  {:>8}\n", row.key(),
-                        row.rsrcKeys().intfId.name(), Agent::gatewayText(row.logEntry()),
+                        row.rsrcKeys().intfId.name(), Captures::gatewayText(row.logEntry()),
                         destinationText(row.logEntry().resolvedDest), row.version());
   }
   if (shown < view.rows.size()) {
@@ -134,7 +134,7 @@ std::string fecTableJson(const FecTableView& view) {
     const auto& resolved = row.logEntry().resolvedDest;
     entries.push_back({{"fec", row.key().fecId()},
                        {"interface", row.rsrcKeys().intfId.name()},
-                       {"gateway", Agent::gatewayText(row.logEntry())},
+                       {"gateway", Captures::gatewayText(row.logEntry())},
                        {"destination", {resolved.first, resolved.second, resolved.third}},
                        {"version", row.version().value()}});
   }

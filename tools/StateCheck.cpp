@@ -11,8 +11,8 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Glint/Verify.h"
-#include "tools/StateRules.h"
+#include "StateRules.h"
+#include "offline/Verify.h"
 
 namespace Tools {
 

@@ -4,7 +4,7 @@
 // then asks each whether it has changed since: if none has, the copies all stand for one instant
 // (TableImage.h). An agent at work spoils looks; one that is dead or idle does not.
 
-#include "tools/StateImage.h"
+#include "StateImage.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -22,10 +22,10 @@
 
 #include "Asic/Constants.h"
 #include "Asic/GroupLog.h"
-#include "Glint/FolderUpkeep.h"
-#include "Glint/Inspection.h"
+#include "folder/FolderUpkeep.h"
 #include "records/FecSharedTables.h"
 #include "records/FecTableConstants.h"
+#include "table/Inspection.h"
 
 namespace Tools {
 
@@ -125,25 +125,6 @@ std::optional<Glint::TableLayout> layoutOf(TableRole role) {
       break;
   }
   return std::nullopt;
-}
-
-std::string fileNameOf(TableRole role, Asic::UnitId unit) {
-  const char* agent = FecTableConstants::kAgentName;
-  const char* group = FecTableConstants::kGroupName;
-  switch (role) {
-    case TableRole::log:
-      return Glint::fileNameOfEntity(
-          Asic::Constants::tableEntryLogGlintPath(group, agent, FecTableConstants::kTableName));
-    case TableRole::groupLog:
-      return Glint::fileNameOfEntity(Asic::Constants::groupLogGlintPath(agent, group));
-    case TableRole::applied:
-      return Glint::fileNameOfEntity(Asic::Constants::groupVersionsGlintPath(agent, group));
-    case TableRole::config:
-      return Glint::fileNameOfEntity(FecTableConstants::configGlintPath(unit));
-    case TableRole::other:
-      break;
-  }
-  return {};
 }
 
 StateImage::StateImage(const std::string& folder, const std::function<void()>& whileLooking)

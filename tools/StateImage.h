@@ -11,7 +11,8 @@
 #include <vector>
 
 #include "Asic/Versions.h"
-#include "Glint/TableImage.h"
+#include "offline/TableImage.h"
+#include "tools/TableRole.h"
 
 namespace Tools {
 
@@ -21,9 +22,6 @@ class CannotTell : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
-
-// What a table file is for, by its name.
-enum class TableRole : std::uint8_t { log, groupLog, applied, config, other };
 
 // One table file of a state folder.
 struct TableFile {
@@ -40,8 +38,6 @@ struct TableFile {
 
 // The layout that the agent asks for when it mounts a table of that role; nothing for others.
 std::optional<Glint::TableLayout> layoutOf(TableRole role);
-// The name of the file that has the role; `unit` counts for configuration tables.
-std::string fileNameOf(TableRole role, Asic::UnitId unit = Asic::UnitId());
 
 // All tables of a state folder as they stood at one moment. Changes nothing, and makes no agent
 // wait.

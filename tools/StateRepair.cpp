@@ -20,11 +20,12 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Glint/FolderUpkeep.h"
 #include "Glint/GlintMap.h"
-#include "Glint/Verify.h"
+#include "StateRules.h"
+#include "folder/FolderUpkeep.h"
+#include "offline/Verify.h"
 #include "records/FecTableConstants.h"
-#include "tools/StateRules.h"
+#include "table/Table.h"
 
 namespace Tools {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "tools/StateRows.h"
+#include "StateRows.h"
 
 #include <array>
 #include <bit>
@@ -9,7 +9,7 @@
 
 #include <fmt/format.h>
 
-#include "Glint/Inspection.h"
+#include "table/Inspection.h"
 
 namespace Tools {
 

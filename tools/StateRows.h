@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "Asic/GroupLogRows.h"
-#include "Glint/Verify.h"
+#include "StateImage.h"
+#include "offline/Verify.h"
 #include "records/FecSharedRows.h"
-#include "tools/StateImage.h"
 
 namespace Tools {
 

@@ -3,7 +3,7 @@
 // One class goes over the rows kind by kind. What many rows have in common and is no finding is
 // gathered into one note with a few examples.
 
-#include "tools/StateRules.h"
+#include "StateRules.h"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/StateRows.h"
+#include "StateRows.h"
 
 namespace Tools {
 

@@ -27,15 +27,16 @@
 
 #include "Asic/Constants.h"
 #include "Asic/GroupLog.h"
-#include "ChildProcess.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "LongForm.h"
 #include "agent/FecAgent.h"
 #include "records/FecSharedTables.h"
+#include "testing/ChildProcess.h"
 #include "testing/LeakCheck.h"
+#include "testing/LongForm.h"
 #include "testing/SingleStep.h"
 #include "testing/TemporaryRoot.h"
 #include "tools/StateCheck.h"
+#include "tools/TableRole.h"
 
 namespace {
 

@@ -21,11 +21,11 @@
 
 #include <gtest/gtest.h>
 
-#include "Glint/Verify.h"
-#include "LongForm.h"
-#include "TestTables.h"
+#include "offline/Verify.h"
+#include "testing/LongForm.h"
 #include "testing/SingleStep.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestTables.h"
 
 namespace {
 

@@ -11,11 +11,11 @@
 
 #include <gtest/gtest.h>
 
-#include "ChildProcess.h"
-#include "Glint/Verify.h"
-#include "LongForm.h"
-#include "TestTables.h"
+#include "offline/Verify.h"
+#include "testing/ChildProcess.h"
+#include "testing/LongForm.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestTables.h"
 
 namespace {
 

@@ -21,12 +21,12 @@
 
 #include <gtest/gtest.h>
 
-#include "ChildProcess.h"
-#include "LongForm.h"
 #include "Pell/Exceptions.h"
-#include "TableFile.h"
-#include "TestTables.h"
+#include "testing/ChildProcess.h"
+#include "testing/LongForm.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestTables.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 #include <gtest/gtest.h>
 
 #include "GoldenState.h"
-#include "TableFile.h"
 #include "Wirex/IntfId.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 
 namespace {

@@ -11,10 +11,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Glint/Verify.h"
 #include "GoldenState.h"
 #include "SparseText.h"
-#include "TableFile.h"
+#include "offline/Verify.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 
 namespace {

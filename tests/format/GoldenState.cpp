@@ -11,7 +11,7 @@
 
 #include "Asic/Constants.h"
 #include "SparseText.h"
-#include "TableFile.h"
+#include "testing/TableFile.h"
 
 namespace format_test {
 

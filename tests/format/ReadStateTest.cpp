@@ -16,10 +16,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "../integration/Program.h"
 #include "GoldenState.h"
 #include "SparseText.h"
-#include "TableFile.h"
+#include "testing/Program.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 
 namespace {

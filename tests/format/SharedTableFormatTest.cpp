@@ -13,9 +13,9 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "TableFile.h"
-#include "TestTables.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestTables.h"
 
 namespace {
 

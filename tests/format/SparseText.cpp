@@ -14,8 +14,8 @@
 
 #include <fmt/format.h>
 
-#include "Glint/Format.h"
-#include "Glint/RootFolder.h"
+#include "folder/RootFolder.h"
+#include "format/Format.h"
 
 namespace format_test {
 

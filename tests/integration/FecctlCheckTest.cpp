@@ -14,7 +14,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Program.h"
+#include "testing/Program.h"
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
 

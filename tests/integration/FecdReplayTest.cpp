@@ -11,10 +11,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Program.h"
+#include "testing/Program.h"
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
-#include "tools/StateImage.h"
+#include "tools/TableRole.h"
 
 namespace {
 

@@ -28,13 +28,13 @@
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "Program.h"
 #include "Vanta/EntityManager.h"
 #include "records/FecSharedTables.h"
 #include "records/FecTableConstants.h"
+#include "testing/ChildProcess.h"
+#include "testing/LongForm.h"
+#include "testing/Program.h"
 #include "testing/TemporaryRoot.h"
-#include "tests/crash/ChildProcess.h"
-#include "tests/crash/LongForm.h"
 #include "tools/StateCheck.h"
 
 namespace {

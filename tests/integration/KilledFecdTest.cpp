@@ -9,10 +9,10 @@
 
 #include "Asic/Constants.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "Program.h"
 #include "Vanta/EntityManager.h"
 #include "records/FecSharedTables.h"
 #include "records/FecTableConstants.h"
+#include "testing/Program.h"
 #include "testing/TemporaryRoot.h"
 #include "tools/StateCheck.h"
 

@@ -12,7 +12,7 @@
 
 #include <fmt/format.h>
 
-#include "model/Model.h"
+#include "Model.h"
 
 // Two sides are compared value by value; what differs is a text, not a failed assertion, so that a
 // sequence can be run again and again while it is made shorter.

@@ -3,7 +3,7 @@
 // The order of the steps within an operation is the table's: what a handler or a helper sees when
 // it is called depends on it.
 
-#include "model/Model.h"
+#include "Model.h"
 
 #include <algorithm>
 #include <utility>

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "model/Situations.h"
+#include "Situations.h"
 
 // A plain model of the FEC table of all units: the shared tables, what one process adds to them,
 // and the resources. Written from what the table promises, with maps and lists and nothing clever,

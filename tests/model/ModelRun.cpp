@@ -4,7 +4,7 @@
 // read from the real side and given to the model, which takes it only if it is an order of what the
 // model itself expects.
 
-#include "model/ModelRun.h"
+#include "ModelRun.h"
 
 #include <algorithm>
 #include <iterator>

@@ -11,10 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "model/Comparison.h"
-#include "model/Model.h"
-#include "model/Operations.h"
-#include "model/RealTable.h"
+#include "Comparison.h"
+#include "Model.h"
+#include "Operations.h"
+#include "RealTable.h"
 
 namespace fec_model {
 

@@ -22,9 +22,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "model/ModelRun.h"
-#include "model/Operations.h"
-#include "model/Shrink.h"
+#include "ModelRun.h"
+#include "Operations.h"
+#include "Shrink.h"
 #include "testing/LeakCheck.h"
 
 namespace fec_model {

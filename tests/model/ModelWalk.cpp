@@ -9,7 +9,7 @@
 
 #include <fmt/format.h>
 
-#include "model/Model.h"
+#include "Model.h"
 
 namespace fec_model {
 

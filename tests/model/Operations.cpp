@@ -4,7 +4,7 @@
 // the builder's call. The generator draws everything from one stream of numbers, so that a seed
 // gives the same sequence everywhere.
 
-#include "model/Operations.h"
+#include "Operations.h"
 
 #include <array>
 #include <utility>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "model/RealTable.h"
+#include "RealTable.h"
 
 #include <algorithm>
 #include <array>
@@ -9,9 +9,9 @@
 #include <utility>
 
 #include "Glint/Guarded.h"
+#include "Operations.h"
 #include "Zev/Trace.h"
 #include "Zev/WorkMeter.h"
-#include "model/Operations.h"
 #include "records/FecTableConstants.h"
 
 namespace fec_model {

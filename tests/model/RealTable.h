@@ -10,7 +10,7 @@
 #include <set>
 #include <vector>
 
-#include "model/Model.h"
+#include "Model.h"
 #include "testing/FecHarness.h"
 
 namespace fec_model {

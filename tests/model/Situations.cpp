@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "model/Situations.h"
+#include "Situations.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/framework/Asic/Versions.h"
+FILE = "src/framework/Asic/include/Asic/Versions.h"
 TESTS = ["AsicTest"]
 
 MUTANTS = [

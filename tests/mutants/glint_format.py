@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Glint/Format.h"
+FILE = "src/platform/Glint/format/Format.h"
 TESTS = ["GlintTest", "CrashTest", "FormatTest", "AgentCrashTest"]
 
 MUTANTS = [

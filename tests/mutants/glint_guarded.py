@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Glint/Guarded.h"
+FILE = "src/platform/Glint/include/Glint/Guarded.h"
 TESTS = ["GlintTest"]
 
 MUTANTS = [

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Glint/RootFolder.cpp"
+FILE = "src/platform/Glint/folder/RootFolder.cpp"
 TESTS = ["GlintTest", "CrashTest", "FormatTest", "AgentCrashTest"]
 
 MUTANTS = [

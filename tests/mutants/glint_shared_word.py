@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Glint/SharedWord.h"
+FILE = "src/platform/Glint/format/SharedWord.h"
 TESTS = ["GlintTest", "CrashTest", "FormatTest", "AgentCrashTest"]
 
 # x86 keeps stores in order and loads in order, so these live there.

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Glint/Table.cpp"
+FILE = "src/platform/Glint/table/Table.cpp"
 TESTS = ["GlintTest", "CrashTest", "FormatTest", "AgentCrashTest"]
 
 MUTANTS = [

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Pell/HashMap.h"
+FILE = "src/platform/Pell/include/Pell/HashMap.h"
 TESTS = ["PellTest", "PellMemoryTest"]
 
 MUTANTS = [

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Pell/Ptr.h"
+FILE = "src/platform/Pell/include/Pell/Ptr.h"
 TESTS = ["PellTest", "ZevTest"]
 
 MUTANTS = [

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Pell/RQueue.h"
+FILE = "src/platform/Pell/include/Pell/RQueue.h"
 TESTS = ["PellTest"]
 
 MUTANTS = [

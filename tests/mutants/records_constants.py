@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/framework/records/FecTableConstants.h"
+FILE = "src/framework/records/include/records/FecTableConstants.h"
 TESTS = ["RecordsTest"]
 
 MUTANTS = [

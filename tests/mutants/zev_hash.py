@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-FILE = "src/platform/Zev/Hash.h"
+FILE = "src/platform/Zev/include/Zev/Hash.h"
 TESTS = ["ZevTest"]
 
 MUTANTS = [

@@ -4,6 +4,8 @@
 
 #include <type_traits>
 
+#include "table/GlintMapDefinition.h"
+
 namespace LoamFec {
 
 // What stands in shared memory is copied as bytes.
@@ -11,3 +13,6 @@ static_assert(std::is_trivially_copyable_v<FecTableDataModelLogGlintEntry>);
 static_assert(std::is_trivially_copyable_v<FecTableDataModelConfigGlintEntry>);
 
 }  // namespace LoamFec
+
+template class Glint::GlintMap<LoamFec::FecTableDataModelLogGlintEntry>;
+template class Glint::GlintMap<LoamFec::FecTableDataModelConfigGlintEntry>;

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "Zev/Trace.h"
+#include "table/Table.h"
 
 namespace {
 
@@ -58,6 +59,16 @@ Zev::TraceHandle& mapTraceHandle() {
 }  // namespace
 
 Zev::TraceHandle& GlintMapBase::storeTrace_ = storeTraceHandle();
+
+GlintMapBase::GlintMapBase(std::shared_ptr<Table> table)
+    : table_(std::move(table)), control_(table_) {}
+
+std::uint32_t GlintMapBase::rowCount() const { return table_->rowCount(); }
+std::uint32_t GlintMapBase::capacity() const { return table_->capacity(); }
+std::uint32_t GlintMapBase::slotCount() const { return table_->view().fixed().slotCount; }
+std::uint64_t GlintMapBase::corruptionCount() const { return table_->corruptionCount(); }
+bool GlintMapBase::isWriter() const { return table_->isWriter(); }
+const Pell::String& GlintMapBase::filePath() const { return table_->filePath(); }
 
 void GlintMapBase::traceRowWritten(std::uint64_t keyBits) const {
   ZEV_TRACE_AS(storeTrace_, 9, kStoreClass, "rowIs", "{}: row {} written", fileName(filePath()),

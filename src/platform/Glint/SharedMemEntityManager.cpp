@@ -10,7 +10,8 @@
 
 #include <fmt/format.h>
 
-#include "Glint/Table.h"
+#include "folder/RootFolder.h"
+#include "table/Table.h"
 
 namespace ZevSharedMem {
 
@@ -33,6 +34,8 @@ EntityManager::EntityManager(const Pell::String& rootFolder)
     : root_(std::make_shared<Glint::RootFolder>(rootFolder)) {}
 
 EntityManager::~EntityManager() { hasNotificationActiveIs(false); }
+
+const Pell::String& EntityManager::rootFolder() const { return root_->path(); }
 
 const Zev::TypeRecord& EntityManager::fwkType() const {
   static const Zev::TypeRecord record{.name = kTypeName};

@@ -22,6 +22,7 @@
 #include "testing/TraceRecorder.h"
 #include "tools/StateCheck.h"
 #include "tools/StateRepair.h"
+#include "tools/TableRole.h"
 
 namespace {
 

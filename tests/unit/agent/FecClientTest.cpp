@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include "agent/FecClient.h"
-#include "agent/NextHopEntry.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
 
@@ -276,27 +275,6 @@ TEST_F(FecClientTest, AClientThatHasGoneAnswersNobody) {
   client_.reset();
   settle();
   EXPECT_TRUE(answers_.empty());
-}
-
-TEST(NextHopEntry, AGatewayAndItsAbsenceReadBack) {
-  Agent::NextHop nextHop;
-  nextHop.id = 7;
-  nextHop.intf = Wirex::IntfId::fromName("eth1");
-  EXPECT_EQ(Agent::gatewayText(Agent::entryOf(nextHop).logEntry()), "-");
-  nextHop.hasGateway = true;
-  nextHop.gateway = 0x0a000102;
-  nextHop.protocol = 11;
-  nextHop.scope = 253;
-  nextHop.flags = 4;
-  const auto entry = Agent::entryOf(nextHop);
-  EXPECT_EQ(Agent::gatewayText(entry.logEntry()), "10.0.1.2");
-  EXPECT_EQ(entry.opaqueB, 0x04fd0bU);
-  EXPECT_EQ(entry.key.fecId(), 7U);
-  auto resolved = entry;
-  resolved.resolvedDest.first = 5;
-  EXPECT_TRUE(Agent::asksTheSame(entry, resolved));
-  resolved.opaqueA += 1;
-  EXPECT_FALSE(Agent::asksTheSame(entry, resolved));
 }
 
 }  // namespace

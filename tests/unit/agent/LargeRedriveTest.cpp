@@ -11,7 +11,7 @@
 
 #include "Glint/Guarded.h"
 #include "agent/FecAgent.h"
-#include "asic/HardwareSide.h"
+#include "hardware/HardwareSide.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
 

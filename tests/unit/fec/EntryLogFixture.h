@@ -11,9 +11,9 @@
 
 #include "FecTestNames.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "TableFile.h"
 #include "Vanta/EntityManager.h"
 #include "fec/FecTableEntryLog.h"
+#include "testing/TableFile.h"
 
 // An entry log without the rest of an agent, and ways to look at what it leaves in shared memory
 // and to damage that.

@@ -16,8 +16,9 @@
 #include "Asic/SwTableInterfacesSingleton.h"
 #include "FecTestNames.h"
 #include "Glint/MountInfo.h"
-#include "TableFile.h"
+#include "Pell/Exceptions.h"
 #include "testing/StateFiles.h"
+#include "testing/TableFile.h"
 
 namespace {
 

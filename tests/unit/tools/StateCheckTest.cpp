@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "StateImage.h"
 #include "ToolsFixture.h"
 
 namespace {

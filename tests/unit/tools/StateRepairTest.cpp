@@ -15,9 +15,9 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "StateRows.h"
 #include "ToolsFixture.h"
 #include "tools/StateRepair.h"
-#include "tools/StateRows.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "StateRules.h"
 #include "records/FecTableConstants.h"
-#include "tools/StateRules.h"
 
 namespace {
 

@@ -25,6 +25,7 @@
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
 #include "tools/StateCheck.h"
+#include "tools/TableRole.h"
 
 namespace tools_test {
 

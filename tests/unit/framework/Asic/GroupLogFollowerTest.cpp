@@ -16,8 +16,8 @@
 #include "Asic/GroupLog.h"
 #include "Asic/GroupLogFollower.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "TableFile.h"
 #include "testing/LeakCheck.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 #include "testing/TraceRecorder.h"
 

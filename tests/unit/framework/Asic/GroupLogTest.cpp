@@ -18,9 +18,9 @@
 #include "Asic/GroupLog.h"
 #include "Glint/Guarded.h"
 #include "Pell/Exceptions.h"
-#include "TableFile.h"
 #include "Zev/WorkMeter.h"
 #include "testing/LeakCheck.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 #include "testing/TraceRecorder.h"
 

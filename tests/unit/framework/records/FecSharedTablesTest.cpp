@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Glint/Format.h"
 #include "Glint/Guarded.h"
+#include "format/Format.h"
 #include "records/FecTableConstants.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"

@@ -10,12 +10,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Glint/Verify.h"
 #include "Pell/Exceptions.h"
-#include "TableFile.h"
-#include "TestTables.h"
+#include "offline/Verify.h"
 #include "testing/LeakCheck.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestTables.h"
 #include "testing/TraceRecorder.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Glint/Format.h"
+#include "format/Format.h"
 
 namespace {
 

@@ -16,10 +16,10 @@
 #include <gtest/gtest.h>
 
 #include "Glint/Guarded.h"
-#include "TableFile.h"
-#include "TestTables.h"
 #include "testing/LeakCheck.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestTables.h"
 
 namespace {
 

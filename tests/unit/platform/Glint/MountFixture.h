@@ -8,10 +8,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "TableFile.h"
-#include "TestTables.h"
 #include "testing/LeakCheck.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestTables.h"
 
 // A state folder with one table, t, and what mounts of it say.
 

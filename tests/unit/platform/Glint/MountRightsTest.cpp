@@ -19,9 +19,9 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 
-#include "Glint/FolderUpkeep.h"
-#include "Glint/Verify.h"
 #include "MountFixture.h"
+#include "folder/FolderUpkeep.h"
+#include "offline/Verify.h"
 
 namespace {
 

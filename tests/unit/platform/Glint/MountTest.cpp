@@ -21,9 +21,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Glint/SharedWord.h"
-#include "Glint/Verify.h"
 #include "MountFixture.h"
+#include "format/SharedWord.h"
+#include "offline/Verify.h"
 
 namespace {
 

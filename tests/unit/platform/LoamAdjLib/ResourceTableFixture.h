@@ -7,11 +7,11 @@
 
 #include "Asic/NeededEntry.h"
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
-#include "TableFile.h"
 #include "Vanta/EntityManager.h"
 #include "testing/LeakCheck.h"
 #include "testing/ManualEventLoop.h"
 #include "testing/RecordingResources.h"
+#include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 
 namespace resource_table_test {

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Asic/OrderedTableInterface.h"
+#include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
+#include "Zev/Entity.h"
+#include "agent/AsioEventLoop.h"
+#include "fec/FecTableInterface.h"
+#include "hardware/HardwareSide.h"
+
+namespace Agent {
+
+// How an agent begins.
+struct AgentStart {
+  // Begin with empty tables: what the state folder holds of the units is deleted, as an operation
+  // like any other.
+  bool reset = false;
+  // The hardware that an agent before this one has left as it stood, which is brought in line
+  // with the tables; null: hardware that holds nothing yet.
+  std::unique_ptr<SimAsic::SimulatedAsic> hardware = nullptr;
+};
+
+// The forwarding agent's inside: the loop, the state folder, the FEC table of each unit, the
+// resource table and the hardware side, made and wired in the order in which they need each other.
+//
+// Kind: object with identity, one a process.
+// Ownership: holds everything; its end is the process's orderly end: what is in the state folder
+// stays. With it, and when it cannot be made, every singleton of the process goes.
+// Threads: one.
+class FecAgent {
+ public:
+  using ResourceTable = LoamAdjLib::IntfIdToDestIdResourceTableResourceTable;
+
+  // Mounts (creates, if there are none) the tables below the state folder, restores what they hold,
+  // and brings the hardware in line, all in this call: no turn runs before. Throws
+  // ZevGlint::MountException, and what FecTableInterface::makeSwTable() throws. The state folder is
+  // free then, and the process may make another agent.
+  FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
+           AgentStart start = {});
+  FecAgent(const FecAgent&) = delete;
+  FecAgent& operator=(const FecAgent&) = delete;
+
+  AsioEventLoop& loop() { return loop_; }
+  ResourceTable& resourceTable() { return *resourceTable_; }
+  LoamFec::FecTableInterface& fec() { return *fec_; }
+  const SimAsic::SimulatedAsic& hardware() const { return *hardware_; }
+  // How the hardware that was handed over differed from the tables; zeros without one.
+  const SimAsic::Resynchronisation& resynchronisation() const { return resynchronisation_; }
+
+  // Whether the unit's hardware table holds exactly what is committed for the unit.
+  bool hardwareEqualsTable(Asic::UnitId unitId) const;
+
+ private:
+  // The process's registry holds the tables, and they hold the loop: nothing may find them there
+  // when the loop has gone.
+  struct Registrations {
+    Registrations() = default;
+    Registrations(const Registrations&) = delete;
+    Registrations& operator=(const Registrations&) = delete;
+    ~Registrations() { Zev::Entity::singletonDelAll(); }
+  };
+
+  void sweepOrphans(Asic::UnitId unitId);
+
+  AsioEventLoop loop_;
+  Registrations registrations_;  // goes right before the loop, also when the constructor throws
+  Pell::Ptr<Asic::OrderedTableInterface> orderedTables_;
+  Pell::Ptr<Asic::GroupInterface> group_;
+  Pell::Ptr<ResourceTable> resourceTable_;
+  Pell::Ptr<LoamFec::FecTableInterface> fec_;
+  std::unique_ptr<SimAsic::SimulatedAsic> hardware_;
+  SimAsic::Resynchronisation resynchronisation_;
+  std::unique_ptr<SimAsic::HardwareSide> hardwareSide_;
+};
+
+}  // namespace Agent

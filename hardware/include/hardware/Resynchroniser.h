@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "hardware/HardwareUnit.h"
+#include "hardware/StepBudget.h"
+
+namespace SimAsic {
+
+// What one resynchronisation found, over all units.
+struct Resynchronisation {
+  std::uint64_t unchanged = 0;
+  std::uint64_t added = 0;
+  std::uint64_t changed = 0;
+  std::uint64_t removed = 0;
+};
+
+// Up to where a resynchronisation may go.
+struct ResynchronisationRange {
+  // The log rows up to it have been applied, or are known to be gone.
+  Asic::LogVersion applied;
+  // Not below applied. Operations up to it count as taken when the resynchronisation is over.
+  Asic::LogVersion limit;
+  // The operation behind the limit waits for another table.
+  bool blocked = false;
+  // Another resynchronisation must follow anyway when this version has been applied.
+  std::optional<Asic::LogVersion> owed;
+  // The writer is on this thread: while the hardware looks, it is not in the middle of a change.
+  bool writerAtRest = false;
+};
+
+// Makes the hardware of all units what it was to be once the operations up to the limit had been
+// applied, in steps between which the writer may go on.
+//
+// First each configuration row is looked at once. One whose version is not above the limit decides:
+// the hardware is made equal to it, or the key is taken off. Of the other keys the log is asked:
+// its rows between applied and limit are applied to them in order, and nothing later. Last, what
+// the hardware holds and no row was seen for is taken off, unless damage has hidden rows of the
+// unit.
+//
+// Kind: object with identity, for one resynchronisation.
+// Ownership: refers to the units and to the log.
+// Threads: one; the writer may be another process.
+// Invariants: nobody applies operations to the units meanwhile. What was decided about a key stays
+// so, whatever happens to its row later: that has a version above the limit and comes from the log.
+class Resynchroniser {
+ public:
+  Resynchroniser(HardwareUnits& units, LogMap& log, ResynchronisationRange range);
+  Resynchroniser(const Resynchroniser&) = delete;
+  Resynchroniser& operator=(const Resynchroniser&) = delete;
+
+  // Goes on until it is done or the budget is spent. True: done.
+  bool step(StepBudget& budget);
+
+  // Once it is done:
+  Asic::LogVersion limit() const { return range_.limit; }
+  // Of the keys that configuration rows have decided.
+  const Resynchronisation& found() const { return found_; }
+  // When this version has been applied, another resynchronisation must follow: the range said so;
+  // or there is a row that no log row will tell of, and it could not be taken because something
+  // before it is blocked; or there may be one, and damage hides which versions the log has given.
+  // Nothing: no need.
+  std::optional<Asic::LogVersion> owed() const { return owed_; }
+
+ private:
+  // True when a configuration row has decided the key, false when its row was above the limit; a
+  // key without a row has none.
+  using Decided = Pell::HashMap<HardwareUnit::Key, bool, LoamFec::FecKeyHash<HardwareUnit::kSalt>>;
+
+  struct Sighting {
+    Decided decided;
+    bool sawAll = true;
+  };
+
+  bool lookAtRows(StepBudget& budget);
+  bool lookAtRowsOf(Asic::UnitId unitId, HardwareUnit& unit, StepBudget& budget);
+  void lookAt(Asic::UnitId unitId, HardwareUnit& unit, const ConfigRow& row);
+  bool decides(Asic::UnitId unitId, const ConfigRow& row);
+  void owe(Asic::LogVersion version);
+  bool isLeftOver(Asic::UnitId unitId, const ConfigRow& row, Asic::LogVersion handedOut) const;
+  void makeEqual(HardwareUnit& unit, const ConfigRow& row);
+  bool askTheLog(StepBudget& budget);
+  void applyToTheUndecided(const LogRow& row, StepBudget& budget);
+  bool isDecided(Asic::UnitId unitId, const HardwareUnit::Key& key) const;
+  bool removeTheUnseen(StepBudget& budget);
+
+  HardwareUnits* units_;
+  LogMap* log_;
+  ResynchronisationRange range_;
+  std::map<Asic::UnitId, Sighting> sightings_;
+  HardwareUnits::iterator looked_;  // unit whose rows are looked at
+  std::optional<ConfigMap::Iterator> at_;
+  bool undecidedKeys_ = false;
+  std::uint64_t asked_;              // log version
+  HardwareUnits::iterator cleared_;  // unit whose unseen keys go
+  HardwareUnit::Table::Cursor next_ = 0;
+  Resynchronisation found_;
+  std::optional<Asic::LogVersion> owed_;
+};
+
+}  // namespace SimAsic

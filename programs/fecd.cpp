@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// fecd: the reference forwarding agent. Its one command so far replays what a Linux router's kernel
+// prints of its links and next hops through the FEC table.
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "CommandLine.h"
+#include "Glint/MountInfo.h"
+#include "captures/Snapshot.h"
+#include "replay/ReportText.h"
+#include "replay/Run.h"
+
+namespace {
+
+// Exit codes.
+constexpr int kDone = 0;
+constexpr int kNotDone = 1;   // a request failed, or hardware and table differ
+constexpr int kBadInput = 2;  // nothing was changed
+constexpr int kNoState = 3;   // the state folder cannot be used
+
+struct Options {
+  std::string stateFolder = "/dev/shm/loam-fec";
+  std::vector<std::string> linkFiles;
+  std::vector<std::string> nextHopFiles;
+  std::vector<std::uint16_t> units = {0};
+  std::vector<std::string> flaps;
+  std::uint64_t killAfter = 0;
+  bool reset = false;
+  bool json = false;
+};
+
+constexpr const char* kReplayHelp =
+    "Make the FEC table equal to snapshots of a Linux router.\n\n"
+    "Each link that is up is given a destination; each next hop becomes an entry: key = its id,\n"
+    "interface = its dev, gateway kept in the entry's opaque fields. Next hops that are no FEC\n"
+    "entries (groups, blackholes, ...) are counted by kind. A next hop whose interface is down or\n"
+    "not among the links waits, and is reported so. Several snapshots are applied one after the\n"
+    "other: give --links and --nexthops once for each, in order.\n\n"
+    "What an earlier fecd left in the state folder is restored first. With --flap, links go down\n"
+    "and up between the snapshots, and every entry that uses them is driven again. With\n"
+    "--kill-after, fecd is killed in the middle of its work and started again, and what it had\n"
+    "answered is compared with what is found.";
+
+constexpr const char* kReplayFooter =
+    "Example:\n"
+    "  ip -j link > links.json; ip -j nexthop > nexthops.json\n"
+    "  fecd replay --links links.json --nexthops nexthops.json\n"
+    "  fecctl show fec\n\n"
+    "Exit codes: 0 done; 1 a request failed, something answered was lost, or hardware and table\n"
+    "differ; 2 bad input or usage, nothing changed; 3 the state folder cannot be used.";
+
+// Bad input that is found before anything is changed.
+[[noreturn]] void refuse(const std::string& what) { throw Captures::InputError(what); }
+
+std::vector<Asic::UnitId> unitsOf(const Options& options) {
+  std::vector<Asic::UnitId> units;
+  for (const std::uint16_t number : options.units) {
+    const Asic::UnitId unit(number);
+    if (std::find(units.begin(), units.end(), unit) != units.end()) {
+      refuse(fmt::format("--units: {} is there twice; name each unit once", number));
+    }
+    units.push_back(unit);
+  }
+  constexpr std::uint32_t kMaxUnits = LoamFec::FecTableConstants::kMaxUnits;
+  if (units.size() > kMaxUnits) {
+    refuse(fmt::format("--units: {} units; give at most {}", units.size(), kMaxUnits));
+  }
+  return units;
+}
+
+std::vector<Wirex::IntfId> flapsOf(const Options& options,
+                                   const std::vector<Replay::Plan::LabelledSnapshot>& all) {
+  std::vector<Wirex::IntfId> flaps;
+  for (const std::string& name : options.flaps) {
+    const auto isIt = [&name](const Captures::Link& link) { return link.name == name; };
+    const bool known = std::any_of(all.begin(), all.end(), [&](const auto& labelled) {
+      const auto& links = labelled.snapshot.links;
+      return std::any_of(links.begin(), links.end(), isIt);
+    });
+    if (!known) {
+      refuse(fmt::format("--flap: {} is not among the links; name one that the files have", name));
+    }
+    flaps.push_back(Wirex::IntfId::fromName(name));
+  }
+  return flaps;
+}
+
+Replay::Plan planOf(const Options& options) {
+  if (options.linkFiles.size() != options.nextHopFiles.size()) {
+    refuse(fmt::format("{} --links but {} --nexthops; give one of each for every snapshot",
+                       options.linkFiles.size(), options.nextHopFiles.size()));
+  }
+  Replay::Plan plan;
+  plan.stateFolder = options.stateFolder;
+  plan.units = unitsOf(options);
+  plan.reset = options.reset;
+  plan.showProgress = !options.json;
+  for (std::size_t i = 0; i < options.linkFiles.size(); ++i) {
+    plan.snapshots.push_back(
+        {options.nextHopFiles[i],
+         Captures::readSnapshot(options.linkFiles[i], options.nextHopFiles[i])});
+  }
+  plan.flaps = flapsOf(options, plan.snapshots);
+  if (options.killAfter > 0) {
+    plan.killAfter = options.killAfter;
+  }
+  return plan;
+}
+
+int replay(const Options& options) {
+  const Replay::Outcome outcome = Replay::carryOut(planOf(options));
+  std::cout << (options.json ? outcomeJson(outcome) : outcomeText(outcome)) << std::flush;
+  return outcome.good() ? kDone : kNotDone;
+}
+
+int run(int argc, char** argv) {
+  Options options;
+  CLI::App app("fecd: the reference forwarding agent of the FEC table.", "fecd");
+  app.require_subcommand(1);
+  app.set_version_flag("--version", LOAMFEC_VERSION);
+  CLI::App* command = app.add_subcommand("replay", kReplayHelp);
+  command->footer(kReplayFooter);
+  command->add_option("--links", options.linkFiles, "What `ip -j link` printed")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("--nexthops", options.nextHopFiles, "What `ip -j nexthop` printed")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("--state", options.stateFolder, "State folder, made if there is none")
+      ->type_name("DIR")
+      ->capture_default_str();
+  command->add_option("--units", options.units, "Unit (ASIC) numbers; each gets the same entries")
+      ->delimiter(',')
+      ->type_name("N[,N...]")
+      ->capture_default_str();
+  command->add_flag("--reset", options.reset, "Begin with empty tables");
+  command
+      ->add_option("--flap", options.flaps,
+                   "Take these links down and up again after each snapshot but the last")
+      ->delimiter(',')
+      ->type_name("IFNAME[,...]");
+  command->add_option("--kill-after", options.killAfter, "Kill fecd after that many answers")
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 32U))
+      ->type_name("ANSWERS");
+  command->add_flag("--json", options.json, "Print the report as JSON");
+  if (const auto exitCode = Programs::parseCommandLine(app, argc, argv, kBadInput)) {
+    return *exitCode;
+  }
+  return replay(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const Captures::InputError& error) {
+    std::cerr << "fecd: " << error.what() << '\n';
+    return kBadInput;
+  } catch (const ZevGlint::MountException& error) {
+    std::cerr << "fecd: " << error.what() << '\n';
+    return kNoState;
+  } catch (const std::exception& error) {
+    std::cerr << "fecd: " << error.what() << '\n';
+    return kNotDone;
+  }
+}

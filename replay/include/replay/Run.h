@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "replay/AgentRestart.h"
+#include "replay/Replayer.h"
+#include "replay/ReportText.h"
+
+namespace Replay {
+
+// What `fecd replay` is asked to do.
+struct Plan {
+  struct LabelledSnapshot {
+    std::string label;
+    Captures::Snapshot snapshot;
+  };
+
+  std::string stateFolder;
+  std::vector<Asic::UnitId> units;
+  bool reset = false;  // begin with empty tables
+  std::vector<LabelledSnapshot> snapshots;
+  // Links to take down and up again after each snapshot but the last, as far as they are up then.
+  std::vector<Wirex::IntfId> flaps;
+  // Kill the agent after that many answers, and start it again.
+  std::optional<std::uint64_t> killAfter;
+  bool showProgress = false;
+};
+
+// Carries the plan out. With killAfter the first agent is a child process; `snapshots` of the
+// outcome begin with the one that it was killed in then. Throws ZevGlint::MountException, and
+// std::runtime_error if the plan ends before that many answers.
+Outcome carryOut(const Plan& plan);
+
+}  // namespace Replay

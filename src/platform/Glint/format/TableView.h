@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "format/Format.h"
+#include "format/SharedWord.h"
+
+namespace Glint {
+
+// The parts of one mapped table file, found from its sealed header.
+//
+// Kind: value type: pointers into the mapping, which it does not own, and its own copy of the
+// sealed header, so that damage done to that one later changes nothing.
+// Invariants: slot numbers are below fixed().slotCount; only slots below slotsInUse are backed by
+// reserved memory, so no other slot may be touched.
+class TableView {
+ public:
+  TableView() = default;
+  // `base` maps the whole file; `sealed` is its sealed header, which has been checked.
+  TableView(std::byte* base, const FixedHeader& sealed) : base_(base), fixed_(sealed) {
+    geometry_ = Geometry::of(sealed.bucketCount, sealed.slotCount, sealed.slotBytes);
+    slotWords_ = sealed.slotBytes / 8;
+    bucketMask_ = sealed.bucketCount - 1;
+    heads_ = at<std::uint32_t>(geometry_.headsAt);
+    links_ = at<std::uint32_t>(geometry_.linksAt);
+    slots_ = at<std::uint64_t>(geometry_.slotsAt);
+  }
+
+  Header& header() const { return *at<Header>(0); }
+  const FixedHeader& fixed() const { return fixed_; }
+  const Geometry& geometry() const { return geometry_; }
+
+  std::uint32_t& head(std::uint32_t bucket) const { return heads_[bucket]; }
+  std::uint32_t& linkAfter(std::uint32_t slot) const { return links_[slot]; }
+  // The slot's first word is its seq.
+  std::uint64_t* slot(std::uint32_t slot) const { return slots_ + std::size_t{slot} * slotWords_; }
+  std::uint32_t bucketMask() const { return bucketMask_; }
+
+ private:
+  template <typename T>
+  T* at(std::uint64_t offset) const {
+    return static_cast<T*>(static_cast<void*>(base_ + offset));
+  }
+
+  std::byte* base_ = nullptr;
+  FixedHeader fixed_{};
+  Geometry geometry_;
+  std::size_t slotWords_ = 0;
+  std::uint32_t bucketMask_ = 0;
+  std::uint32_t* heads_ = nullptr;
+  std::uint32_t* links_ = nullptr;
+  std::uint64_t* slots_ = nullptr;
+};
+
+}  // namespace Glint

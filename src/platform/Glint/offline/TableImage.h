@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "Glint/GlintMap.h"
+#include "Pell/String.h"
+#include "folder/RootFolder.h"
+#include "format/SharedWord.h"
+#include "format/TableView.h"
+
+namespace Glint {
+
+// A table file's bytes as they stood at one moment, copied into this process, so that they can be
+// looked at for as long as it takes while a writer works on the file.
+//
+// Take several tables at one moment like this: copy() each, then ask each unchanged(). If all say
+// yes, every copy stands for the instant between the last copying and the first asking.
+//
+// Kind: object with identity. Ownership: holds a read-only mapping of the file, and the copy.
+// Threads: one; the file's writer may be any process.
+class TableImage {
+ public:
+  // Opens the file as a reader mount does. Throws ZevGlint::MountException when there is no such
+  // file or it is none that may be opened.
+  TableImage(const RootFolder& root, const Pell::String& fileName);
+  TableImage(const TableImage&) = delete;
+  TableImage& operator=(const TableImage&) = delete;
+  ~TableImage();
+
+  // Why the file is no table that can be looked into; empty if it is one. With a fault there is
+  // nothing to copy and nothing to see.
+  const Pell::String& fault() const { return fault_; }
+
+  // Copies what is in use, index first.
+  void copy();
+  // Whether the writer has changed nothing since the copying but what no reader looks at.
+  bool unchanged() const;
+
+  // The copy.
+  const TableView& view() const { return copied_; }
+  // Slots that the copy holds; 0 when the file's count of them is damaged.
+  std::uint32_t slotsInUse() const { return slotsInUse_; }
+
+  // Visits each row of the copy whose checksum matches, in slot order: visit(slot, row). The file
+  // holds rows of this type.
+  template <typename Row, typename Visit>
+  void forEachGoodRow(Visit&& visit) const;
+
+ private:
+  std::uint32_t countedSlots() const;
+
+  std::byte* file_ = nullptr;
+  std::byte* copy_ = nullptr;
+  std::size_t bytes_ = 0;
+  Pell::String fault_;
+  TableView live_;
+  TableView copied_;
+  std::uint32_t slotsInUse_ = 0;
+};
+
+template <typename Row, typename Visit>
+void TableImage::forEachGoodRow(Visit&& visit) const {
+  constexpr std::size_t kWords = rowWords(sizeof(Row));
+  for (std::uint32_t slot = 0; slot < slotsInUse_; ++slot) {
+    const std::uint64_t* words = copied_.slot(slot);
+    const Seq seq(words[0]);
+    if (!seq.valid() || !seq.live() || seq.version() == 0) {
+      continue;
+    }
+    const std::uint64_t* copy = words + copyWord(kWords, seq.copy());
+    SealedRow<kWords> sealed{};
+    std::memcpy(sealed.words.data(), copy + 1, 8 * kWords);
+    sealed.words[kWords] = seq.word();
+    if (sealed.checksum() == copy[0]) {
+      std::array<std::byte, sizeof(Row)> bytes{};
+      std::memcpy(bytes.data(), sealed.words.data(), bytes.size());
+      visit(slot, std::bit_cast<Row>(bytes));
+    }
+  }
+}
+
+}  // namespace Glint
