@@ -28,6 +28,8 @@ MUTANTS = [
     ("handle of a name is made anew",
      "    if (found != handles_.end()) {\n      return *found->second;\n    }\n", "",
      {"lives": "the map keeps the handle that it has; the new one costs time and goes"}),
+    ("line's wall clock is cut to milliseconds", "return time.tv_nsec / 1000; }", "return time.tv_nsec / 1000000; }"),
+    ("line's two clocks are one", "now(CLOCK_MONOTONIC);", "now(CLOCK_REALTIME);"),
     ("empty sink is no sink",
      "registry().sink = sink ? std::move(sink) : TraceSink(writeToStderr);",
      "registry().sink = std::move(sink);"),

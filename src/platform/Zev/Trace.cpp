@@ -8,11 +8,14 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include <fmt/chrono.h>
 
 namespace Zev {
 
@@ -87,9 +90,21 @@ std::vector<Setting> parseSettings(std::string_view text) {
   return settings;
 }
 
+timespec now(clockid_t clock) {
+  timespec time{};
+  ::clock_gettime(clock, &time);
+  return time;
+}
+
+constexpr long microseconds(const timespec& time) { return time.tv_nsec / 1000; }
+
 void writeToStderr(const TraceRecord& record) {
+  const timespec wall = now(CLOCK_REALTIME);
+  const timespec monotonic = now(CLOCK_MONOTONIC);
   const Pell::String line =
-      fmt::format("{} {}:{} {}::{}{}{}\n", record.level, record.file, record.line, record.className,
+      fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z {}.{:06} {} {}:{} {}::{}{}{}\n",
+                  fmt::gmtime(wall.tv_sec), microseconds(wall), monotonic.tv_sec,
+                  microseconds(monotonic), record.level, record.file, record.line, record.className,
                   record.function, record.message.empty() ? "" : " ", record.message);
   std::fwrite(line.data(), 1, line.size(), stderr);
 }

@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <initializer_list>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,9 +22,42 @@
 
 namespace {
 
+// While there is one, this thread's looks at a clock are written down, and clocks may stand still.
+struct ClockWatch {
+  ClockWatch() { current = this; }
+  ClockWatch(const ClockWatch&) = delete;
+  ClockWatch& operator=(const ClockWatch&) = delete;
+  ~ClockWatch() { current = nullptr; }
+
+  static thread_local ClockWatch* current;
+
+  std::vector<clockid_t> reads;
+  std::map<clockid_t, timespec> stopped;
+};
+constinit thread_local ClockWatch* ClockWatch::current = nullptr;
+
+}  // namespace
+
+// Stands in for the C library's, in the whole program.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  if (ClockWatch* const watch = ClockWatch::current; watch != nullptr) {
+    watch->reads.push_back(clock);
+    if (const auto stopped = watch->stopped.find(clock); stopped != watch->stopped.end()) {
+      *time = stopped->second;
+      return 0;
+    }
+  }
+  return static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
+}
+
+namespace {
+
 using ::testing::ElementsAre;
 using ::testing::Eq;
 using ::testing::ExitedWithCode;
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
 using testing_support::TraceRecorder;
 using Zev::traceHandle;
 using Zev::traceSettingIs;
@@ -208,6 +247,12 @@ class TraceProcessDeathTest : public ::testing::Test {
   std::_Exit(0);
 }
 
+[[noreturn]] void emitWithStoppedClocksAndExit() {
+  ClockWatch clocks;
+  clocks.stopped = {{CLOCK_REALTIME, {1'700'000'000, 6'999}}, {CLOCK_MONOTONIC, {12, 345'678'999}}};
+  emitAndExit();
+}
+
 [[noreturn]] void printLevelsAndExit() {
   std::fprintf(stderr, "first %x second %x", traceHandle("First").levels(),
                traceHandle("Second").levels());
@@ -237,10 +282,32 @@ TEST(Trace, ASinkThatIsReplacedLivesToTheEndOfItsCall) {
   EXPECT_TRUE(sinkLife.captured.expired());
 }
 
+// Wall clock and monotonic clock, as every line of the default sink begins.
+const std::string kTimes =
+    "[0-9]{4}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9]{6}Z "
+    "[0-9]+\\.[0-9]{6} ";
+
 TEST_F(TraceProcessDeathTest, TheDefaultSinkWritesOneLineARecordToStderr) {
   EXPECT_EXIT(emitAndExit(), ExitedWithCode(0),
-              Eq("3 FecTableSwTable:42 FecTableSwTable::tableStatusVersion Processing version: 7, "
-                 "key: 9\n9 FecTableEntryLog:5 FecTableEntryLog::mount\n"));
+              MatchesRegex("^" + kTimes +
+                           "3 FecTableSwTable:42 FecTableSwTable::tableStatusVersion Processing "
+                           "version: 7, key: 9\n" +
+                           kTimes + "9 FecTableEntryLog:5 FecTableEntryLog::mount\n$"));
+}
+
+TEST_F(TraceProcessDeathTest, TheTimesOfALineAreThoseOfTheTwoClocks) {
+  EXPECT_EXIT(emitWithStoppedClocksAndExit(), ExitedWithCode(0),
+              StartsWith("2023-11-14T22:13:20.000006Z 12.345678 3 FecTableSwTable:42 "));
+}
+
+TEST(Trace, TheDefaultSinkReadsEachClockOnceALineAndNoneForALevelThatIsOff) {
+  const TraceRecorder recorder({"TraceTest"}, levels({3}));
+  Zev::traceSinkIs({});
+  const ClockWatch clocks;
+  ZEV_TRACE(traceHandle("TraceTest"), 8, "SomeClass", "off");
+  EXPECT_THAT(clocks.reads, IsEmpty());
+  ZEV_TRACE(traceHandle("TraceTest"), 3, "SomeClass", "on");
+  EXPECT_THAT(clocks.reads, ElementsAre(CLOCK_REALTIME, CLOCK_MONOTONIC));
 }
 
 TEST_F(TraceProcessDeathTest, AnEmptySinkRestoresTheDefault) {
@@ -252,7 +319,7 @@ TEST_F(TraceProcessDeathTest, AnEmptySinkRestoresTheDefault) {
         Zev::emitTrace({1, "File", "function", 2, "Class", "kept"});
         std::_Exit(0);
       },
-      ExitedWithCode(0), Eq("1 File:2 Class::function kept\n"));
+      ExitedWithCode(0), MatchesRegex("^" + kTimes + "1 File:2 Class::function kept\n$"));
 }
 
 TEST_F(TraceProcessDeathTest, WithoutAnEnvironmentSettingEveryLevelIsOff) {

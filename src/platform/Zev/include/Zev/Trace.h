@@ -63,8 +63,15 @@ TraceHandle& traceHandle(std::string_view name);
 // setting that is in force from the start; an empty one is none.
 void traceSettingIs(std::string_view setting);
 
-// Where records go; an empty sink restores the default, which writes one line a record to stderr. A
-// sink may replace itself.
+// Where records go; an empty sink restores the default. A sink may replace itself.
+//
+// The default sink writes one line per record to stderr:
+//
+//   2026-11-22T06:38:53.123456Z 8123.654321 8 FecTableSwTable:105 FecTableSwTable::entryRead key: 7
+//
+// wall clock (UTC, ISO 8601), monotonic clock (seconds, CLOCK_MONOTONIC), both with microseconds;
+// level, module, source line, class, function and, if there is one, the message. The clocks are
+// read when the line is written, so a level that is off costs none of it.
 using TraceSink = std::function<void(const TraceRecord&)>;
 const TraceSink& traceSink();
 void traceSinkIs(TraceSink sink);
