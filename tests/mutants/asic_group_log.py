@@ -11,6 +11,7 @@ MUTANTS = [
   std::deque<Pending>& rows = table.rows;
   while (!rows.empty() && rows.front().version <= applied.logVersion()) {
     log_->groupLog().rowDel(rows.front().sequence);
+    ZEV_TRACE(rowsTrace, 9, kClass, "row: {} dropped", rows.front().sequence);
     rows.pop_front();
   }
 """,

@@ -42,7 +42,7 @@ MUTANTS = [
     ("entry leaves the queue before its commit",
      "    const AtExit committed([this, at] { take(at); });\n", "    take(at);\n"),
     ("walk that is not done is not gone on with",
-     "  if (next_ < end_) {\n    turn_.mark();\n    return;\n  }\n", ""),
+     "behind entry: {} of {}\", next_, end_);\n    turn_.mark();\n", "behind entry: {} of {}\", next_, end_);\n"),
     ("end of a walk leaves its holes",
      "  walking_ = false;\n  closeHoles();\n", "  walking_ = false;\n"),
     ("end of a walk forgets the next one",

@@ -43,7 +43,7 @@ MUTANTS = [
     ("turn takes as many rows as there are",
      "&& !budget.spent() && hasWork()", "&& hasWork()"),
     ("turn that leaves work asks for no other",
-     "  if (hasWork()) {\n    turn_.mark();\n  }\n  first.rethrow();\n", "  first.rethrow();\n"),
+     "updates waiting: {}\", waitingUpdates_);\n    turn_.mark();\n", "updates waiting: {}\", waitingUpdates_);\n"),
     ("subscriber that throws ends its turn",
      "    first.from([this] { step(); });\n", "    step();\n"),
     ("turn passes no exception on",

@@ -22,7 +22,9 @@ namespace {
 
 constexpr const char* kClass = "GroupLog";
 
+// What is asked of the log, and what becomes of its rows.
 Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+Zev::TraceHandle& rowsTrace = Zev::traceHandle("GroupLogRows");
 
 template <typename Entity>
 Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<Vanta::EntityManager>& entityManager,
@@ -88,6 +90,8 @@ const Zev::TypeRecord& GroupLog::fwkType() const {
 void GroupLog::readApplied() {
   const bool sawAll =
       Glint::walkOverDamage(versions_->appliedVersions(), [this](const GroupVersionRow& row) {
+        ZEV_TRACE_AS(rowsTrace, 8, kClass, "readApplied", "applied on record: {}",
+                     row.tableVersion());
         raiseAnnounced(row.tableVersion());
         tables_[row.tableVersion().tableId()].applied = row.tableVersion().logVersion();
       });
@@ -115,6 +119,7 @@ void GroupLog::readPending() {
             [](const Found& a, const Found& b) { return a.sequence < b.sequence; });
   for (const Found& row : rows) {
     lastSequence_ = std::max(lastSequence_, row.sequence);
+    ZEV_TRACE(rowsTrace, 9, kClass, "row: {} on record: {}", row.sequence, row.tableVersion);
     raiseAnnounced(row.tableVersion);
     tables_[row.tableVersion.tableId()].rows.push_back(
         {row.tableVersion.logVersion(), row.sequence});
@@ -147,6 +152,8 @@ void GroupLog::addGroupLogEntry(SwTableId tableId, LogVersion version,
   if (didFit && !requestsFit()) {
     ZEV_TRACE(trace, 3, kClass, "full: {} rows; requests are held back", logMap().rowCount());
   }
+  ZEV_TRACE(rowsTrace, 8, kClass, "announced: {} lastSequence: {} room: {}", tableVersion,
+            lastSequence_, room());
   publisher().attributeChange(kGroupLogAttribute);
 }
 
@@ -154,6 +161,7 @@ void GroupLog::addRow(OfTable& table, const GroupLogRow& row) {
   log_->groupLog().rowIs(row);
   lastSequence_ = row.sequence();
   table.rows.push_back({row.tableVersion().logVersion(), row.sequence()});
+  ZEV_TRACE(rowsTrace, 9, kClass, "row: {} added: {}", row.sequence(), row.tableVersion());
 }
 
 void GroupLog::announcedIs(TableVersion handedOut) {
@@ -199,8 +207,10 @@ void GroupLog::tableVersionIs(TableVersion applied) {
   std::deque<Pending>& rows = table.rows;
   while (!rows.empty() && rows.front().version <= applied.logVersion()) {
     log_->groupLog().rowDel(rows.front().sequence);
+    ZEV_TRACE(rowsTrace, 9, kClass, "row: {} dropped", rows.front().sequence);
     rows.pop_front();
   }
+  ZEV_TRACE(rowsTrace, 8, kClass, "applied: {} rows waiting: {}", applied, rows.size());
   publisher().attributeChange(kAppliedVersionsAttribute);
 }
 

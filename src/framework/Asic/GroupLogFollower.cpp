@@ -19,15 +19,26 @@ constexpr const char* kClass = "GroupLogFollower";
 
 Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
+constexpr const char* kCollectorClass = "AnnouncementCollector";
+
+Zev::TraceHandle& collectorTrace = Zev::traceHandle(kCollectorClass);
+
 }  // namespace
 
 bool AnnouncementCollector::take(const GroupLogRow& row) {
   const bool follows = open_ && row.sequence() == collected_.sequence + 1 &&
                        row.tableVersion() == collected_.tableVersion;
   if (row.isContinuation() && !follows) {
+    ZEV_TRACE(collectorTrace, 3, kCollectorClass,
+              "sequence: {} of {} dropped: rows before it are gone", row.sequence(),
+              row.tableVersion());
     return false;
   }
   if (!row.isContinuation()) {
+    if (open_) {
+      ZEV_TRACE(collectorTrace, 3, kCollectorClass, "{} dropped: rows behind sequence: {} are gone",
+                collected_.tableVersion, collected_.sequence);
+    }
     collected_.tableVersion = row.tableVersion();
     collected_.needed.clear();
   }

@@ -21,7 +21,9 @@ namespace {
 
 constexpr const char* kClass = "GroupResolver";
 
+// What is asked of the resolver, and what its walks do.
 Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+Zev::TraceHandle& walkTrace = Zev::traceHandle("GroupResolverWalk");
 
 // Does the action when its scope is left, also by an exception.
 template <typename Action>
@@ -42,9 +44,11 @@ class GroupResolver::DependencyWatch {
  public:
   DependencyWatch(Pell::Ptr<DependencyEntryHandle const> dependency, GroupResolver& resolver)
       : dependency_(std::move(dependency)),
-        subscriber_([&resolver](Pell::Publisher*, Pell::Subscriber*, short attributeId, const void*,
-                                const void*) {
+        subscriber_([this, &resolver](Pell::Publisher*, Pell::Subscriber*, short attributeId,
+                                      const void*, const void*) {
           if (attributeId == DependencyEntryHandle::kEntryStateAttribute) {
+            ZEV_TRACE_AS(walkTrace, 8, kClass, "dependencyChanged", "{} is in state {}",
+                         dependency_->entryTableVersion(), dependency_->entryState());
             resolver.updateGenId();
           }
         }) {
@@ -102,6 +106,7 @@ void GroupResolver::walk() {
     generationMarked_ = false;
     next_ = 0;
     end_ = queue_.size();
+    ZEV_TRACE(walkTrace, 8, kClass, "entries: {}", end_);
   }
   const AtExit turnEnded([this] { endTurn(); });
   const std::size_t turnEnd = std::min(end_, next_ + kEntriesPerTurn);
@@ -115,18 +120,24 @@ void GroupResolver::walkEntry(std::size_t at) {
   const Pell::Ptr<ResolverEntry> entry = queue_[at].entry;
   // The answer may have been found by ending the entry's table, which drops the entry.
   if (entry && entry->isResolved() && queue_[at].entry) {
+    ZEV_TRACE(walkTrace, 8, kClass, "entry: {} of {} is resolved and commits", at + 1, end_);
     const AtExit committed([this, at] { take(at); });
     entry->commitEntry(entry);
+  } else {
+    ZEV_TRACE(walkTrace, 9, kClass, "entry: {} of {} {}", at + 1, end_,
+              queue_[at].entry ? "is not resolved and waits on" : "has gone");
   }
 }
 
 void GroupResolver::endTurn() {
   if (next_ < end_) {
+    ZEV_TRACE(walkTrace, 8, kClass, "next turn goes on behind entry: {} of {}", next_, end_);
     turn_.mark();
     return;
   }
   walking_ = false;
   closeHoles();
+  ZEV_TRACE(walkTrace, 8, kClass, "walk is over, waiting: {}", length_);
   if (generationMarked_) {
     turn_.mark();
   }
@@ -143,6 +154,7 @@ void GroupResolver::resolverQueueDelIf(const std::function<bool(const ResolverEn
   if (!walking_) {
     closeHoles();
   }
+  ZEV_TRACE(walkTrace, 8, kClass, "dropped: {} waiting: {}", dropped.size(), length_);
 }
 
 GroupResolver::Waiting GroupResolver::take(std::size_t at) {

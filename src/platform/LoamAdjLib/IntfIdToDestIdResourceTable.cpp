@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "Zev/FirstException.h"
+#include "Zev/Trace.h"
 #include "Zev/WorkMeter.h"
 
 namespace LoamAdjLib {
@@ -21,6 +22,22 @@ namespace LoamAdjLib {
 using ResourceTable = IntfIdToDestIdResourceTableResourceTable;
 
 namespace {
+
+constexpr const char* kClass = "IntfIdToDestIdResourceTableResourceTable";
+constexpr const char* kClientClass = "ClientInstance";
+
+// One for both classes.
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+Pell::String text(const DestId& destId) {
+  return destId == DestId() ? "none"
+                            : fmt::format("{}/{}/{}", destId.first, destId.second, destId.third);
+}
+
+// An operation that a client names, by the version that it has by now.
+Pell::String text(const ResourceTable::Dependency& operation) {
+  return operation ? fmt::format("{}", operation->entryTableVersion()) : "none";
+}
 
 // Null needs what an empty set needs: nothing.
 std::span<const Asic::TableVersion> versionsOf(const Pell::Ptr<Asic::NeededEntry const>& needed) {
@@ -74,6 +91,7 @@ ResourceTable::ClientInstance::~ClientInstance() {
 }
 
 void ResourceTable::ClientInstance::end() {
+  ZEV_TRACE(trace, 8, kClientClass, "");
   ended_ = true;
   usersHandler_ = nullptr;
   if (resourceTable_) {
@@ -88,12 +106,15 @@ const Zev::TypeRecord& ResourceTable::ClientInstance::fwkType() const {
 
 Pell::Ptr<ResourceTable::ResourceHandle const> ResourceTable::ClientInstance::request(
     const Key& key, const Dependency& /*dependency*/) {
+  ZEV_TRACE(trace, 9, kClientClass, "interface: {}", key);
   return resourceTable_->record(key).handle;
 }
 
 void ResourceTable::ClientInstance::ackUpdate(const Pell::Ptr<ResourceHandle const>& handle,
                                               std::uint32_t updateNumber,
                                               const Dependency& dependency) {
+  ZEV_TRACE(trace, 8, kClientClass, "interface: {} update: {} current: {} operation: {}",
+            handle->key(), updateNumber, handle->updateNumber(), text(dependency));
   if (ended_) {
     return;
   }
@@ -114,6 +135,7 @@ void ResourceTable::ClientInstance::ackUpdate(const Pell::Ptr<ResourceHandle con
 
 void ResourceTable::ClientInstance::release(const Pell::Ptr<ResourceHandle const>& handle,
                                             const Dependency& dependency) {
+  ZEV_TRACE(trace, 8, kClientClass, "interface: {} operation: {}", handle->key(), text(dependency));
   Record& record = resourceTable_->record(handle->key());
   std::erase_if(record.uses, [this](const Use& use) { return use.client == this; });
   if (dependency) {
@@ -175,6 +197,8 @@ ResourceTable::Record& ResourceTable::record(const Key& key) {
 }
 
 void ResourceTable::targetIs(Wirex::IntfId intfId, Target target) {
+  ZEV_TRACE(trace, 8, kClass, "interface: {} state: {} destination: {} neededEntry: {}", intfId,
+            target.state, text(target.destId), target.neededEntry);
   Record& held = record(Key(intfId));
   const DestId replaced = std::exchange(held.target, std::move(target)).destId;
   if (replaced != held.handle->destId()) {
@@ -216,6 +240,7 @@ void ResourceTable::review() {
     first.from([this] { step(); });
   }
   if (hasWork()) {
+    ZEV_TRACE(trace, 8, kClass, "next turn goes on, updates waiting: {}", waitingUpdates_);
     turn_.mark();
   }
   first.rethrow();
@@ -279,6 +304,8 @@ void ResourceTable::tellNext() {
     return;
   }
   Record& told = *publication_->record;
+  ZEV_TRACE(trace, 8, kClass, "interface: {} update: {} told to all", told.handle->key(),
+            told.handle->updateNumber());
   publication_.reset();
   noteWaiting(told);
   reviewLater(told);
@@ -350,6 +377,8 @@ bool ResourceTable::freeOne(Record& record) {
     return false;
   }
   const DestId freed = found->destId;
+  ZEV_TRACE(trace, 2, kClass, "interface: {} destination: {} is free", record.handle->key(),
+            text(freed));
   record.retired.erase(found);
   reviewLater(record);
   if (const FreedHandler handler = freedHandler_) {
@@ -389,6 +418,9 @@ void ResourceTable::publishTarget(Record& record) {
   ResourceHandle& handle = *record.handle;
   const DestId replaced = handle.destId();
   handle.contentsIs(record.target.state, record.target.destId, record.target.neededEntry);
+  ZEV_TRACE(trace, 2, kClass, "interface: {} update: {} state: {} destination: {} neededEntry: {}",
+            handle.key(), handle.updateNumber(), handle.entryState(), text(handle.destId()),
+            handle.neededEntry());
   std::erase_if(record.retired,
                 [&](const Retired& retired) { return retired.destId == handle.destId(); });
   if (replaced != handle.destId()) {
@@ -405,11 +437,16 @@ void ResourceTable::publishTarget(Record& record) {
 // review list.
 void ResourceTable::fileWaits(Record& record) {
   if (!showsTarget(record)) {
+    ZEV_TRACE(trace, 3, kClass, "interface: {} waits for{}", record.handle->key(),
+              waitsFor(record));
     for (const Asic::TableVersion& wanted : record.acknowledged.versions) {
       fileWait(record, wanted);
     }
   }
   for (const Retired& retired : record.retired) {
+    ZEV_TRACE(trace, 8, kClass, "interface: {} destination: {} is not free: {}",
+              record.handle->key(), text(retired.destId),
+              retired.left ? "not applied:" + unapplied(retired.awaited) : "users may log it");
     for (const Asic::TableVersion& wanted : retired.awaited) {
       fileWait(record, wanted);
     }
@@ -433,6 +470,36 @@ void ResourceTable::fileWait(Record& record, const Asic::TableVersion& wanted) {
     table = waits_.insert(table, WaitsOfTable{wanted.tableId(), {}});
   }
   table->waits.push({wanted.logVersion(), &record});
+}
+
+Pell::String ResourceTable::unapplied(const Versions& wanted) const {
+  Pell::String text;
+  for (const Asic::TableVersion& version : wanted) {
+    if (!applied(version)) {
+      text += fmt::format(" {}", version);
+    }
+  }
+  return text;
+}
+
+// All that keeps the handle from showing its target.
+Pell::String ResourceTable::waitsFor(const Record& record) const {
+  Pell::String text;
+  const std::uint32_t current = record.handle->updateNumber();
+  const auto silent = std::ranges::count_if(
+      record.uses, [current](const Use& use) { return use.acknowledged != current; });
+  if (silent != 0) {
+    text += fmt::format(" {} of {} clients to acknowledge update {};", silent, record.uses.size(),
+                        current);
+  }
+  if (!allApplied(record.acknowledged.versions)) {
+    text += " the hardware to apply" + unapplied(record.acknowledged.versions) + ";";
+  }
+  if (record.roomWait) {
+    text += fmt::format(" room for {} rows in the group log, where {} are free;",
+                        (*record.roomWait)->first, groupLog_->redriveRoom());
+  }
+  return text;
 }
 
 bool ResourceTable::applied(const Asic::TableVersion& wanted) const {

@@ -348,6 +348,22 @@ TEST_F(GroupLogFollowerTest, ARowThatGoesOnWithAnOperationThatIsCompleteIsDroppe
   EXPECT_EQ(collector.announcement().sequence, 1U);
 }
 
+TEST_F(GroupLogFollowerTest, WhatIsDroppedOfAnOperationThatIsNotWholeIsTraced) {
+  const TableVersion cut(SwTableId(0x03010805), LogVersion(3));
+  const TableVersion next(SwTableId(0x03010805), LogVersion(4));
+  const testing_support::TraceRecorder traces({"AnnouncementCollector"});
+  Asic::AnnouncementCollector collector;
+  collector.take(GroupLogRow(1, cut, needs(8), GroupLogRow::kContinued));
+  collector.take(GroupLogRow(3, cut, {}, GroupLogRow::kContinuation));
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("sequence: 3 of 03:01:0805@3 dropped: rows before it are gone"));
+  EXPECT_TRUE(collector.take(GroupLogRow(4, next)));
+  EXPECT_EQ(traces.texts().back(), "03:01:0805@3 dropped: rows behind sequence: 1 are gone");
+  EXPECT_TRUE(collector.take(GroupLogRow(5, next)));
+  EXPECT_EQ(traces.texts(3).size(), 2U);
+  EXPECT_EQ(traces.records().size(), 2U);
+}
+
 TEST_F(GroupLogFollowerTest, ARowThatGoesOnWithAnotherVersionOrTableIsDropped) {
   const std::vector<TableVersion> needed = needs(8);
   for (const TableVersion other :

@@ -510,6 +510,31 @@ TEST_F(GroupLogTest, CallsAreTracedUnderTheClassesName) {
   EXPECT_THAT(traces.texts(), ElementsAre("rows: 0 lastSequence: 1"));
 }
 
+TEST_F(GroupLogTest, WhatBecomesOfRowsIsTracedUnderAHandleOfItsOwn) {
+  testing_support::TraceRecorder traces({"GroupLogRows"});
+  const std::uint32_t room = log_->room();
+  log_->addGroupLogEntry(kTableA, LogVersion(5), needs(9));
+  add(kTableB, 1);
+  EXPECT_THAT(
+      traces.texts(8),
+      ElementsAre(fmt::format("announced: 03:01:0805@5 lastSequence: 2 room: {}", room - 2),
+                  fmt::format("announced: 03:01:0806@1 lastSequence: 3 room: {}", room - 3)));
+  EXPECT_THAT(traces.texts(9),
+              ElementsAre("row: 1 added: 03:01:0805@5", "row: 2 added: 03:01:0805@5",
+                          "row: 3 added: 03:01:0806@1"));
+  traces.clear();
+  apply(kTableA, 4);
+  apply(kTableA, 5);
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("applied: 03:01:0805@4 rows waiting: 2", "row: 1 dropped",
+                          "row: 2 dropped", "applied: 03:01:0805@5 rows waiting: 0"));
+  traces.clear();
+  restart();
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("applied on record: 03:01:0805@5", "row: 3 on record: 03:01:0806@1"));
+  EXPECT_THAT(traces.texts(8), ElementsAre("applied on record: 03:01:0805@5"));
+}
+
 TEST_F(GroupLogTest, TheRoomOfRedrivesIsWhatIsFreeBeyondWhatRequestsMayTake) {
   constexpr std::uint32_t kCapacity = Asic::GroupLogGlint::kCapacity;
   const std::uint32_t all = logRows().slotCount() - kCapacity;

@@ -708,6 +708,58 @@ TEST_F(GroupResolverTest, ItTracesWhatIsAskedOfIt) {
                                  "8 GroupResolver GroupResolver resolverQueueDelIf||"));
 }
 
+class GroupResolverWalkTraceTest : public GroupResolverTest {
+ protected:
+  std::vector<std::string> traced() {
+    std::vector<std::string> lines;
+    for (const auto& record : traces_.records()) {
+      lines.push_back(std::to_string(record.level) + " " + record.className +
+                      "::" + record.function + " " + record.message);
+    }
+    traces_.clear();
+    return lines;
+  }
+
+  testing_support::TraceRecorder traces_{{"GroupResolverWalk"}};
+};
+
+TEST_F(GroupResolverWalkTraceTest, AWalkIsTracedWithWhatItCommitsAndWhatWaitsOn) {
+  enq("a")->resolved = false;
+  enq("b");
+  enq("c")->onAsk = [this] { drop("c"); };
+  walk();
+  EXPECT_THAT(traced(),
+              ElementsAre("8 GroupResolver::walk entries: 3",
+                          "9 GroupResolver::walkEntry entry: 1 of 3 is not resolved and "
+                          "waits on",
+                          "8 GroupResolver::walkEntry entry: 2 of 3 is resolved and commits",
+                          "8 GroupResolver::resolverQueueDelIf dropped: 1 waiting: 1",
+                          "9 GroupResolver::walkEntry entry: 3 of 3 has gone",
+                          "8 GroupResolver::endTurn walk is over, waiting: 1"));
+}
+
+TEST_F(GroupResolverWalkTraceTest, AWalkThatTakesSeveralTurnsTellsWhereEachOneEnds) {
+  enqMany(GroupResolver::kEntriesPerTurn + 1);
+  Zev::traceHandle("GroupResolverWalk").levelsIs(1U << 8);
+  resolver_->updateGenId();
+  loop_.runOne();
+  EXPECT_EQ(traced().back(),
+            "8 GroupResolver::endTurn next turn goes on behind entry: 1024 of 1025");
+  loop_.runOne();
+  EXPECT_THAT(traced(),
+              ElementsAre("8 GroupResolver::walkEntry entry: 1025 of 1025 is resolved and commits",
+                          "8 GroupResolver::endTurn walk is over, waiting: 0"));
+}
+
+TEST_F(GroupResolverWalkTraceTest, TheDependencyThatStartsAWalkIsTraced) {
+  const auto dependency = Zev::makeObject<FakeDependency>(
+      Asic::TableVersion(Asic::SwTableId(0x03010806), Asic::LogVersion(7)));
+  enq("a", dependency);
+  dependency->stateIs(Asic::EntryState::hwWritePending);
+  EXPECT_THAT(traced(),
+              ElementsAre("8 GroupResolver::dependencyChanged 03:01:0806@7 is in state 1"));
+}
+
 TEST_F(GroupResolverTest, ItNamesItsType) {
   EXPECT_EQ(resolver_->fwkType().name, "Asic::GroupResolver");
 }

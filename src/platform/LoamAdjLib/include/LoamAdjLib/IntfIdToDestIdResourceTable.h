@@ -272,6 +272,8 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   void publishTarget(Record& record);
   void fileWaits(Record& record);
   void fileWait(Record& record, const Asic::TableVersion& wanted);
+  Pell::String unapplied(const Versions& wanted) const;
+  Pell::String waitsFor(const Record& record) const;
   bool applied(const Asic::TableVersion& wanted) const;
   bool allApplied(const Versions& wanted) const;
   void clientGone(const ClientInstance* client);
