@@ -13,8 +13,17 @@
 
 #include "Glint/Guarded.h"
 #include "Zev/FirstException.h"
+#include "Zev/Trace.h"
 
 namespace SimAsic {
+
+namespace {
+
+constexpr const char* kClass = "HardwareSide";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
+
+}  // namespace
 
 HardwareSide::HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInterface>& group,
                            const Pell::Ptr<Asic::OrderedSwTableStatus>& status, SimulatedAsic& asic)
@@ -46,6 +55,7 @@ HardwareSide::~HardwareSide() {
 
 void HardwareSide::applySome() {
   if (asic_.step(kRowsPerTurn)) {
+    ZEV_TRACE(trace, 8, kClass, "next turn applies more");
     apply_.mark();
   }
   report_.mark();
@@ -56,6 +66,8 @@ void HardwareSide::reportApplied() {
   bool isAll = true;
   for (const auto& [tableId, version] : asic_.appliedVersions()) {
     const Asic::LogVersion next = nextToReport({tableId, version});
+    ZEV_TRACE(trace, 8, kClass, "reports: {} applied: {}", Asic::TableVersion(tableId, next),
+              version);
     reports.emplace_back(tableId, next);
     reported_[tableId] = next;
     isAll = isAll && next == version;

@@ -18,9 +18,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "Zev/Trace.h"
+
 namespace SimAsic {
 
 namespace {
+
+constexpr const char* kClass = "Resynchroniser";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 // Free slots that a walk may pass at a time, when more of the budget is left.
 constexpr std::uint64_t kSlotsAtATime = 1024;
@@ -72,6 +78,8 @@ bool Resynchroniser::lookAtRowsOf(Asic::UnitId unitId, HardwareUnit& unit, StepB
     bool paused = false;
     if (!Glint::guarded(rows, [&] { paused = !at_->advanceWithin(slots); })) {
       sighting.sawAll = false;
+      ZEV_TRACE(trace, 3, kClass,
+                "unitId: {} has damaged rows: no key is taken off for want of one", unitId);
       if (!at_->canGoOn()) {
         return true;
       }
@@ -92,6 +100,8 @@ void Resynchroniser::lookAt(Asic::UnitId unitId, HardwareUnit& unit, const Confi
   }
   const bool decides = this->decides(unitId, row);
   decided.insertOrAssign(row.key(), decides);
+  ZEV_TRACE(trace, 9, kClass, "unitId: {} key: {} version: {} decides: {}", unitId, row.key(),
+            row.version(), decides);
   if (decides) {
     makeEqual(unit, row);
   } else {
@@ -124,6 +134,8 @@ bool Resynchroniser::decides(Asic::UnitId unitId, const ConfigRow& row) {
 void Resynchroniser::owe(Asic::LogVersion version) {
   owed_ = std::max(
       {owed_.value_or(Asic::LogVersion()), version, Asic::LogVersion(range_.limit.value() + 1)});
+  ZEV_TRACE(trace, 3, kClass, "another resynchronisation follows when version: {} is applied",
+            *owed_);
 }
 
 bool Resynchroniser::isLeftOver(Asic::UnitId unitId, const ConfigRow& row,

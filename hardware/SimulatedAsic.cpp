@@ -18,6 +18,7 @@
 
 #include "Asic/Constants.h"
 #include "Glint/SharedMemEntityManager.h"
+#include "Zev/Trace.h"
 #include "records/FecTableConstants.h"
 
 namespace SimAsic {
@@ -25,6 +26,10 @@ namespace SimAsic {
 namespace {
 
 using LoamFec::FecTableConstants;
+
+constexpr const char* kClass = "SimulatedAsic";
+
+Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 constexpr Asic::SwTableId kFecTable = FecTableConstants::kTableId;
 
@@ -86,9 +91,12 @@ void SimulatedAsic::beginResynchronisation() {
   // A damaged one promises nothing.
   const Asic::LogVersion version(guardedScratchpad(log_->entryLogConfig()).value_or(0));
   catchingUp_ = Target{version, guardedScratchpad(groupLog_->groupLog()).value_or(0)};
+  ZEV_TRACE(trace, 2, kClass, "resynchronises, logged: {} lastSequence: {}", catchingUp_->version,
+            catchingUp_->sequence);
 }
 
-void SimulatedAsic::repair() {
+void SimulatedAsic::repair(std::string_view why) {
+  ZEV_TRACE(trace, 3, kClass, "{}: the log does not tell enough", why);
   ++repairs_;
   beginResynchronisation();
 }
@@ -101,6 +109,9 @@ std::optional<Resynchronisation> SimulatedAsic::goOnResynchronising(StepBudget& 
   applied_[kFecTable] = resynchroniser_->limit();
   owed_ = resynchroniser_->owed();
   const Resynchronisation found = resynchroniser_->found();
+  ZEV_TRACE(trace, 2, kClass,
+            "resynchronised up to: {} unchanged: {} added: {} changed: {} removed: {}",
+            resynchroniser_->limit(), found.unchanged, found.added, found.changed, found.removed);
   resynchroniser_ = nullptr;
   return found;
 }
@@ -157,6 +168,8 @@ ResynchronisationRange SimulatedAsic::range(Asic::LogVersion newest) const {
       }
       if (!needsAreApplied(announcement, range.limit)) {
         range.blocked = true;
+        ZEV_TRACE(trace, 3, kClass, "resynchronises up to: {}, because {} waits for{}", range.limit,
+                  announcement.tableVersion, unappliedNeeds(announcement, range.limit));
         if (const auto last = waiting->second.back().tableVersion.logVersion();
             last < unannounced) {
           range.owed = last;
@@ -178,8 +191,9 @@ bool SimulatedAsic::step(std::uint32_t rows) {
     if (resynchronising()) {
       goOnResynchronising(budget);
     } else if (owed_ && appliedVersion(kFecTable) >= *owed_) {
-      repair();
+      repair("a row may be taken that no log row tells of");
     } else if (!applyWaiting(budget) && !takeOrRepair()) {
+      traceWaiting();
       return false;
     }
   }
@@ -193,7 +207,7 @@ bool SimulatedAsic::takeOrRepair() {
     case Asic::GroupLogFollower::Found::announcement:
       return true;
     case Asic::GroupLogFollower::Found::gap:
-      repair();
+      repair("a row of the group log is missing or damaged");
       return true;
     case Asic::GroupLogFollower::Found::nothingNew:
       return false;
@@ -225,6 +239,33 @@ bool SimulatedAsic::needsAreApplied(const Asic::Announcement& announcement,
                                                             : appliedVersion(needed.tableId());
                        return applied >= needed.logVersion();
                      });
+}
+
+// What is left when nothing moves is blocked.
+void SimulatedAsic::traceWaiting() const {
+  if (!trace.enabled(3)) {
+    return;
+  }
+  for (const auto& [tableId, waiting] : waiting_) {
+    if (!waiting.empty()) {
+      ZEV_TRACE_AS(trace, 3, kClass, "step", "{} waits for{} operations behind it: {}",
+                   waiting.front().tableVersion,
+                   unappliedNeeds(waiting.front(), appliedVersion(kFecTable)), waiting.size() - 1);
+    }
+  }
+}
+
+Pell::String SimulatedAsic::unappliedNeeds(const Asic::Announcement& announcement,
+                                           Asic::LogVersion ofFecTable) const {
+  Pell::String text;
+  for (const Asic::TableVersion& needed : announcement.needed) {
+    const Asic::LogVersion applied =
+        needed.tableId() == kFecTable ? ofFecTable : appliedVersion(needed.tableId());
+    if (applied < needed.logVersion()) {
+      text += fmt::format(" {}, applied up to {};", needed, applied);
+    }
+  }
+  return text;
 }
 
 // One round over all tables. True when at least one operation was applied, or a resynchronisation
@@ -267,6 +308,7 @@ bool SimulatedAsic::applyUpTo(Asic::TableVersion target, StepBudget& budget) {
     budget.charge(1);  // its group row, when it is cleaned up
     applied = target.logVersion();
     ++operationsApplied_;
+    ZEV_TRACE(trace, 8, kClass, "applied: {}", target);
     return true;
   }
   while (applied < target.logVersion()) {
@@ -275,11 +317,12 @@ bool SimulatedAsic::applyUpTo(Asic::TableVersion target, StepBudget& budget) {
     }
     const Asic::LogVersion next(applied.value() + 1);
     if (!applyVersion(next, budget)) {
-      repair();
+      repair("a row of the entry log is missing or damaged");
       return false;
     }
     applied = next;
     ++operationsApplied_;
+    ZEV_TRACE(trace, 8, kClass, "applied: {}", Asic::TableVersion(target.tableId(), next));
   }
   return true;
 }
@@ -296,8 +339,12 @@ bool SimulatedAsic::applyVersion(Asic::LogVersion version, StepBudget& budget) {
 // The clean-up of a table deletion looks at every configuration row of the unit, and takes those
 // away that were there.
 void SimulatedAsic::applyRow(const LogRow& row, StepBudget& budget) {
+  ZEV_TRACE(trace, 9, kClass, "version: {} operation: {} unitId: {} key: {}", row.version(),
+            row.operation(), row.unitId(), row.logEntry().key);
   const auto unit = units_.find(row.unitId());
   if (unit == units_.end()) {
+    ZEV_TRACE(trace, 3, kClass, "version: {} is of unitId: {}, which this hardware does not have",
+              row.version(), row.unitId());
     return;
   }
   HardwareTable& table = unit->second.table;

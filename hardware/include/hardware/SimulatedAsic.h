@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "Asic/GroupLogFollower.h"
@@ -101,7 +102,7 @@ class SimulatedAsic {
   using Announcements = std::deque<Asic::Announcement>;
 
   void beginResynchronisation();
-  void repair();
+  void repair(std::string_view why);
   std::optional<Resynchronisation> goOnResynchronising(StepBudget& budget);
   bool catchUp(StepBudget& budget);
   void takeRecordedVersions();
@@ -112,6 +113,9 @@ class SimulatedAsic {
   bool applyWaiting(StepBudget& budget);
   bool applyTable(Asic::SwTableId tableId, Announcements& waiting, StepBudget& budget);
   bool needsAreApplied(const Asic::Announcement& announcement) const;
+  void traceWaiting() const;
+  Pell::String unappliedNeeds(const Asic::Announcement& announcement,
+                              Asic::LogVersion ofFecTable) const;
   bool needsAreApplied(const Asic::Announcement& announcement, Asic::LogVersion ofFecTable) const;
   bool applyUpTo(Asic::TableVersion target, StepBudget& budget);
   bool applyVersion(Asic::LogVersion version, StepBudget& budget);

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What is traced of the hardware side: what is applied and reported, what an operation waits for,
+// and why a resynchronisation begins.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "AsicFixture.h"
+#include "hardware/HardwareSide.h"
+#include "testing/TraceRecorder.h"
+
+namespace {
+
+using namespace asic_test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing_support::TraceRecorder;
+
+class HardwareTracesTest : public AsicFixture {
+ protected:
+  std::vector<std::string> traced(int highestLevel) {
+    std::vector<std::string> lines;
+    for (const auto& record : traces_.records()) {
+      if (record.level <= highestLevel) {
+        lines.push_back(fmt::format("{} {}::{} {}", record.level, record.className, record.function,
+                                    record.message));
+      }
+    }
+    traces_.clear();
+    return lines;
+  }
+  void step() { asic_->step(kPlenty); }
+
+  TraceRecorder traces_{{"SimulatedAsic", "Resynchroniser", "HardwareSide"}};
+};
+
+TEST_F(HardwareTracesTest, WhatIsAppliedIsTraced) {
+  write(1);
+  remove(1);
+  announce(kOther, 5);
+  step();
+  EXPECT_THAT(traced(9),
+              ElementsAre("9 SimulatedAsic::applyRow version: 1 operation: 0 unitId: 0 key: 1",
+                          "8 SimulatedAsic::applyUpTo applied: 03:01:0805@1",
+                          "9 SimulatedAsic::applyRow version: 2 operation: 1 unitId: 0 key: 1",
+                          "8 SimulatedAsic::applyUpTo applied: 03:01:0805@2",
+                          "8 SimulatedAsic::applyUpTo applied: 03:01:0806@5"));
+}
+
+TEST_F(HardwareTracesTest, AnOperationThatIsBlockedTellsWhatItWaitsFor) {
+  announce(kOther, 2, {{kThird, Asic::LogVersion(9)}, fec(0)});
+  announce(kOther, 3);
+  announce(kThird, 8);
+  step();
+  EXPECT_THAT(traced(3), ElementsAre("3 SimulatedAsic::step 03:01:0806@2 waits for "
+                                     "03:01:0807@9, applied up to 8; operations behind it: 1"));
+  step();
+  EXPECT_EQ(traced(3).size(), 1U) << "once a step";
+  announce(kThird, 9);
+  step();
+  EXPECT_THAT(traced(3), IsEmpty());
+}
+
+TEST_F(HardwareTracesTest, AMissingLogRowIsToldBeforeTheResynchronisationAndWhatThatFound) {
+  write(1, 10);
+  write(2, 20);
+  loseLogRow(1);
+  step();
+  EXPECT_THAT(traced(3), ElementsAre("3 SimulatedAsic::repair a row of the entry log is missing or "
+                                     "damaged: the log does not tell enough",
+                                     "2 SimulatedAsic::beginResynchronisation resynchronises, "
+                                     "logged: 2 lastSequence: 2",
+                                     "2 SimulatedAsic::goOnResynchronising resynchronised up to: 2 "
+                                     "unchanged: 0 added: 2 changed: 0 removed: 0"));
+}
+
+TEST_F(HardwareTracesTest, AMissingGroupRowIsTold) {
+  write(1);
+  write(2);
+  loseGroupRow(1);
+  step();
+  EXPECT_EQ(
+      traced(3).front(),
+      "3 SimulatedAsic::repair a row of the group log is missing or damaged: the log does not "
+      "tell enough");
+}
+
+TEST_F(HardwareTracesTest, WhereABlockedResynchronisationEndsAndWhatFollowsIsTold) {
+  write(1);
+  writeThatNeeds(2, 20, kOther, 7);
+  configRow(3, 30, 9);  // never logged
+  traces_.clear();
+  start();
+  EXPECT_THAT(traced(3),
+              ElementsAre("2 SimulatedAsic::beginResynchronisation resynchronises, logged: 2 "
+                          "lastSequence: 2",
+                          "3 SimulatedAsic::range resynchronises up to: 1, because 03:01:0805@2 "
+                          "waits for 03:01:0806@7, applied up to 0;",
+                          "3 Resynchroniser::owe another resynchronisation follows when version: 2 "
+                          "is applied",
+                          "2 SimulatedAsic::goOnResynchronising resynchronised up to: 1 unchanged: "
+                          "0 added: 1 changed: 0 removed: 0"));
+  announce(kOther, 7);
+  step();
+  EXPECT_EQ(traced(3).front(),
+            "3 SimulatedAsic::repair a row may be taken that no log row tells of: the log does not "
+            "tell enough");
+}
+
+TEST_F(HardwareTracesTest, WhatEachConfigurationRowDecidesIsTraced) {
+  write(1);
+  writeThatNeeds(2, 20, kOther, 7);
+  traces_.clear();
+  start();
+  std::vector<std::string> decisions = traces_.texts(9);
+  EXPECT_THAT(decisions, testing::UnorderedElementsAre("unitId: 0 key: 1 version: 1 decides: true",
+                                                       "unitId: 0 key: 2 version: 2 decides: "
+                                                       "false"));
+}
+
+TEST_F(HardwareTracesTest, DamagedRowsOfAUnitAreTold) {
+  write(1);
+  damageRowOf(config().filePath(), 1);
+  traces_.clear();
+  start();
+  EXPECT_TRUE(traces_.has(3, "unitId: 0 has damaged rows: no key is taken off for want of one"));
+}
+
+TEST_F(HardwareTracesTest, ALogRowOfAUnitThatTheHardwareDoesNotHaveIsTold) {
+  harness_.table(3).entryRemoveAll(nullptr);
+  harness_.run();
+  step();
+  EXPECT_THAT(
+      traced(3),
+      ElementsAre("3 SimulatedAsic::applyRow version: 1 is of unitId: 3, which this hardware "
+                  "does not have"));
+}
+
+TEST_F(HardwareTracesTest, ReportsAreTracedWithWhatHasBeenAppliedAndSoIsATurnThatLeavesWork) {
+  constexpr std::uint32_t kWrites =
+      SimAsic::HardwareSide::kRowsPerTurn / SimAsic::SimulatedAsic::kRowsOfAWrite + 1;
+  for (std::uint32_t fecId = 1; fecId <= kWrites; ++fecId) {
+    harness_.table().entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
+  }
+  harness_.run();
+  SimAsic::HardwareSide side(harness_.loop(), harness_.group(), harness_.fec().swTableStatus(),
+                             *asic_);
+  side.resume();
+  harness_.run();
+  EXPECT_EQ(traces_.count(8, "next turn applies more"), 1U);
+  EXPECT_TRUE(traces_.has(8, fmt::format("reports: 03:01:0805@{} applied: {}", kWrites, kWrites)));
+  write(1);
+  EXPECT_TRUE(
+      traces_.has(8, fmt::format("reports: 03:01:0805@{} applied: {}", kWrites + 1, kWrites + 1)));
+}
+
+}  // namespace
