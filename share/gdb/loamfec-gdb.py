@@ -246,6 +246,13 @@ def resource_handle(value):
             f" destination {destination(handle['destId_'])}")
 
 
+def request(value):
+    """A request on its way: what is to be written or removed, and its handle."""
+    handle = value["entryHandle_"]["object_"]
+    told = "no handle" if int(handle) == 0 else entry_handle(most_derived(handle.dereference()))
+    return f"{entry(value['entry_'])}; {told}"
+
+
 DEPENDENCY_HANDLE = "Asic::DependencyEntryHandle"
 ORDERED_HANDLE = "Asic::OrderedSwTable::EntryHandle"
 FEC_HANDLE = "LoamFec::FecTableDataModelSwTableBase::EntryHandle"
@@ -261,6 +268,7 @@ TEXTS = {
     "LoamFec::FecDestination": destination,
     "LoamFec::FecTableDataModelLogEntry": log_entry,
     "LoamFec::FecTableDataModelEntry": entry,
+    "LoamFec::FecTableEntryWrapper": request,
     "LoamFec::FecTableDataModelLogGlintEntry": log_row,
     "LoamFec::FecTableDataModelConfigGlintEntry": config_row,
     "Asic::GroupLogRow": group_row,

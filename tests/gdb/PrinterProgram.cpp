@@ -90,7 +90,10 @@ int main() {
   testing_support::FecHarness agent;
   const HandlePtr handle =
       agent.table().entryWrite(Key(7), testing_support::FecHarness::entry(""), nullptr);
+  agent.table().entryWrite(Key(6), testing_support::FecHarness::entry("eth1", 44), nullptr);
   agent.run();
+  const Pell::Ptr<LoamFec::FecTableEntryWrapper> waiting =
+      *agent.table().transientAddEntry().find(Key(6));
   const Pell::Ptr<Asic::DependencyEntryHandle const> asDependency(handle);
   const auto unlogged = Zev::makeObject<FecTableDataModelSwTableBase::FecEntryHandle>(
       Asic::EntryVersion(2, 3), Key(8), nullptr);

@@ -23,6 +23,9 @@ MAP = ", ".join(f"[{fec}] = {fec + 1000}" for fec in range(100, 130) if fec != 1
 # Expression in main()'s frame, what is printed; addresses stand as ADDRESS.
 EXPECTED = {
     "noHandle": "null",
+    "*waiting.object_": "key:6 flagA:0 clientDest:0xffff/0/0 opaqueA:44 opaqueB:0 flagB:0 "
+                        "resolvedDest:0xffff/0/0 intfId:eth1; key 6, v0.0, state 0 (not resolved), "
+                        "not logged, table 03:01:0805",
     "handle": f"{HANDLE_TYPE} at ADDRESS, held 4 times: {HANDLE}",
     "asDependency": f"{HANDLE_TYPE} at ADDRESS, held 4 times: {HANDLE}",
     "*handle.object_": HANDLE,
