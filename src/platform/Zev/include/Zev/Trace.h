@@ -10,7 +10,7 @@
 
 #include "Pell/String.h"
 
-// Traces: a named handle a class, levels enabled a handle, one replaceable sink for all.
+// Traces: named handles, as a rule one per class; levels enabled per handle; one replaceable sink.
 //
 //   ZEV_TRACE(traceHandle(), 3, "FecTableSwTable", "key: {}", key);
 //
