@@ -168,8 +168,7 @@ ResynchronisationRange SimulatedAsic::range(Asic::LogVersion newest) const {
       }
       if (!needsAreApplied(announcement, range.limit)) {
         range.blocked = true;
-        ZEV_TRACE(trace, 3, kClass, "resynchronises up to: {}, because {} waits for{}", range.limit,
-                  announcement.tableVersion, unappliedNeeds(announcement, range.limit));
+        traceBlocked(range.limit, announcement);
         if (const auto last = waiting->second.back().tableVersion.logVersion();
             last < unannounced) {
           range.owed = last;
@@ -239,6 +238,12 @@ bool SimulatedAsic::needsAreApplied(const Asic::Announcement& announcement,
                                                             : appliedVersion(needed.tableId());
                        return applied >= needed.logVersion();
                      });
+}
+
+void SimulatedAsic::traceBlocked(Asic::LogVersion limit,
+                                 const Asic::Announcement& announcement) const {
+  ZEV_TRACE_AS(trace, 3, kClass, "range", "resynchronises up to: {}, because {} waits for{}", limit,
+               announcement.tableVersion, unappliedNeeds(announcement, limit));
 }
 
 // What is left when nothing moves is blocked.

@@ -134,14 +134,14 @@ int main() {
       LoamFec::FecTableDataModelEntry::fromLog(logEntry(), configRow.rsrcKeys());
 
   // Values.
-  const Key key(7);
+  [[maybe_unused]] const Key key(7);
   [[maybe_unused]] const LoamFec::FecTableDataModelResourceKeys resourceKeys{
       IntfId::fromName("swp1s0")};
   const LogVersion logVersion(9);
-  const Asic::MajorVersion majorVersion(6);
-  const Asic::EntryVersion entryVersion(2, 3);
-  const TableVersion tableVersion(kTable, logVersion);
-  const Asic::UnitId unitId(3);
+  [[maybe_unused]] const Asic::MajorVersion majorVersion(6);
+  [[maybe_unused]] const Asic::EntryVersion entryVersion(2, 3);
+  [[maybe_unused]] const TableVersion tableVersion(kTable, logVersion);
+  [[maybe_unused]] const Asic::UnitId unitId(3);
   [[maybe_unused]] const LoamAdjLib::DestId destId{100, 1, 11};
   const std::vector<IntfId> ids = identifiers();
   printNames(ids);

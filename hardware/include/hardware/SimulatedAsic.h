@@ -113,6 +113,7 @@ class SimulatedAsic {
   bool applyWaiting(StepBudget& budget);
   bool applyTable(Asic::SwTableId tableId, Announcements& waiting, StepBudget& budget);
   bool needsAreApplied(const Asic::Announcement& announcement) const;
+  void traceBlocked(Asic::LogVersion limit, const Asic::Announcement& announcement) const;
   void traceWaiting() const;
   Pell::String unappliedNeeds(const Asic::Announcement& announcement,
                               Asic::LogVersion ofFecTable) const;

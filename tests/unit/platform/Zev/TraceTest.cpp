@@ -39,6 +39,7 @@ constinit thread_local ClockWatch* ClockWatch::current = nullptr;
 }  // namespace
 
 // Stands in for the C library's, in the whole program.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): its names are reserved
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   if (ClockWatch* const watch = ClockWatch::current; watch != nullptr) {
     watch->reads.push_back(clock);
