@@ -5,6 +5,8 @@
 
 #include "agent/FecAgent.h"
 
+#include <cstddef>
+#include <span>
 #include <utility>
 
 #include "Asic/CanonicalTableName.h"
@@ -21,7 +23,7 @@ using LoamFec::FecTableConstants;
 }  // namespace
 
 FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
-                   AgentStart start)
+                   const Asic::HardwareMaker& makeHardware, AgentStart start)
     : hardware_(std::move(start.hardware)) {
   const auto entityManager = Zev::makeObject<Vanta::EntityManager>(stateFolder);
   orderedTables_ = Zev::makeObject<Asic::OrderedTableInterface>(loop_, entityManager);
@@ -41,14 +43,14 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
   if (hardware_) {
     resynchronisation_ = hardware_->resynchronise();
   } else {
-    hardware_ = std::make_unique<SimAsic::SimulatedAsic>(stateFolder, unitIds);
+    hardware_ = makeHardware(stateFolder, unitIds, Asic::Writer::onThisThread);
   }
   for (const Asic::UnitId unitId : unitIds) {
     sweepOrphans(unitId);
   }
-  hardwareSide_ =
-      std::make_unique<SimAsic::HardwareSide>(loop_, group_, fec_->swTableStatus(), *hardware_);
-  hardwareSide_->resume();
+  hardwareTurns_ =
+      std::make_unique<Hardware::HardwareTurns>(loop_, group_, fec_->swTableStatus(), *hardware_);
+  hardwareTurns_->resume();
 }
 
 // A deletion's log row may be cleaned up while its unit's configuration table is not mounted, or
@@ -73,7 +75,6 @@ void FecAgent::sweepOrphans(Asic::UnitId unitId) {
 }
 
 bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {
-  const auto* table = hardware_->hardwareTable(unitId);
   auto& entries = fec_->entryLog()->tableConfigGlint(unitId)->swTableEntries();
   std::uint32_t live = 0;
   bool equal = true;
@@ -82,12 +83,14 @@ bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {
       return;
     }
     ++live;
-    const auto* held = table->find(row.key());
-    equal =
-        equal && held != nullptr && LoamFec::FecTableDataModelLogEntry::isEq(*held, row.logEntry());
+    LoamFec::FecTableDataModelLogEntry held;
+    equal = equal &&
+            hardware_->entry(FecTableConstants::kTableId, unitId, row.key().fecId(),
+                             std::as_writable_bytes(std::span(&held, 1))) &&
+            LoamFec::FecTableDataModelLogEntry::isEq(held, row.logEntry());
   };
   const bool sawAll = Glint::walkOverDamage(entries, compare);
-  return sawAll && equal && live == table->size();
+  return sawAll && equal && live == hardware_->entries(FecTableConstants::kTableId, unitId);
 }
 
 }  // namespace Agent

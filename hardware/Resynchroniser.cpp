@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// SimulatedAsic says up to where, and applies what comes behind.
+// LogDrivenHardware says up to where, and applies what comes behind.
 //
 // Rows decide before the log is asked, because what a row decides is settled when it is looked at:
 // the writer may change the row afterwards, and its change then comes from the log. Asked first,
@@ -13,14 +13,14 @@
 // speak for it, and so it decides as soon as nothing before it is blocked. While damage hides which
 // versions have been given, no row is taken for one that is left over.
 
-#include "hardware/Resynchroniser.h"
+#include "Resynchroniser.h"
 
 #include <algorithm>
 #include <utility>
 
 #include "Zev/Trace.h"
 
-namespace SimAsic {
+namespace Hardware {
 
 namespace {
 
@@ -31,7 +31,7 @@ Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 // Free slots that a walk may pass at a time, when more of the budget is left.
 constexpr std::uint64_t kSlotsAtATime = 1024;
 
-bool isAbout(const LogRow& row, Asic::UnitId unitId, const HardwareUnit::Key& key) {
+bool isAbout(const LogRow& row, Asic::UnitId unitId, const FecKey& key) {
   return row.unitId() == unitId && ((row.operation() & LogRow::kTableDeleted) != 0 ||
                                     row.logEntry().key.fecId() == key.fecId());
 }
@@ -39,9 +39,11 @@ bool isAbout(const LogRow& row, Asic::UnitId unitId, const HardwareUnit::Key& ke
 }  // namespace
 
 // The log cannot hold rows further below the limit than it has slots: its versions are consecutive.
-Resynchroniser::Resynchroniser(HardwareUnits& units, LogMap& log, ResynchronisationRange range)
+Resynchroniser::Resynchroniser(const ConfigTables& units, LogMap& log, FecAsic& asic,
+                               ResynchronisationRange range)
     : units_(&units),
       log_(&log),
+      asic_(&asic),
       range_(range),
       looked_(units.begin()),
       cleared_(units.begin()),
@@ -52,14 +54,18 @@ Resynchroniser::Resynchroniser(HardwareUnits& units, LogMap& log, Resynchronisat
 }
 
 bool Resynchroniser::step(StepBudget& budget) {
-  return lookAtRows(budget) && askTheLog(budget) && removeTheUnseen(budget);
+  const bool isDone = lookAtRows(budget) && askTheLog(budget) && removeTheUnseen(budget);
+  return asic_->flush() && isDone;
 }
+
+// For one change more. False: the ASIC takes no more.
+bool Resynchroniser::makeRoom() { return asic_->hasRoom() || asic_->flush(); }
 
 // Configuration rows.
 
 bool Resynchroniser::lookAtRows(StepBudget& budget) {
   for (; looked_ != units_->end(); ++looked_) {
-    if (!lookAtRowsOf(looked_->first, looked_->second, budget)) {
+    if (!lookAtRowsOf(looked_->first, looked_->second->swTableEntries(), budget)) {
       return false;
     }
     at_.reset();
@@ -67,13 +73,12 @@ bool Resynchroniser::lookAtRows(StepBudget& budget) {
   return true;
 }
 
-bool Resynchroniser::lookAtRowsOf(Asic::UnitId unitId, HardwareUnit& unit, StepBudget& budget) {
-  ConfigMap& rows = unit.rows();
+bool Resynchroniser::lookAtRowsOf(Asic::UnitId unitId, ConfigMap& rows, StepBudget& budget) {
   if (!at_) {
     at_ = rows.beforeFirst();
   }
   Sighting& sighting = sightings_[unitId];
-  while (!budget.spent()) {
+  while (!budget.spent() && makeRoom()) {
     const auto slots = static_cast<std::uint32_t>(std::min(budget.left(), kSlotsAtATime));
     bool paused = false;
     if (!Glint::guarded(rows, [&] { paused = !at_->advanceWithin(slots); })) {
@@ -84,7 +89,7 @@ bool Resynchroniser::lookAtRowsOf(Asic::UnitId unitId, HardwareUnit& unit, StepB
         return true;
       }
     } else if (at_->valid()) {
-      lookAt(unitId, unit, at_->row());
+      lookAt(unitId, at_->row());
     } else if (!paused) {
       return true;
     }
@@ -93,7 +98,7 @@ bool Resynchroniser::lookAtRowsOf(Asic::UnitId unitId, HardwareUnit& unit, StepB
 }
 
 // A row that has gone and come back in another slot is met twice: the first look counts.
-void Resynchroniser::lookAt(Asic::UnitId unitId, HardwareUnit& unit, const ConfigRow& row) {
+void Resynchroniser::lookAt(Asic::UnitId unitId, const ConfigRow& row) {
   Decided& decided = sightings_[unitId].decided;
   if (decided.has(row.key())) {
     return;
@@ -103,7 +108,7 @@ void Resynchroniser::lookAt(Asic::UnitId unitId, HardwareUnit& unit, const Confi
   ZEV_TRACE(trace, 9, kClass, "unitId: {} key: {} version: {} decides: {}", unitId, row.key(),
             row.version(), decides);
   if (decides) {
-    makeEqual(unit, row);
+    makeEqual(unitId, row);
   } else {
     undecidedKeys_ = true;
   }
@@ -147,21 +152,24 @@ bool Resynchroniser::isLeftOver(Asic::UnitId unitId, const ConfigRow& row,
   return logRow && !isAbout(*logRow, unitId, row.key());
 }
 
-void Resynchroniser::makeEqual(HardwareUnit& unit, const ConfigRow& row) {
+void Resynchroniser::makeEqual(Asic::UnitId unitId, const ConfigRow& row) {
+  const std::optional<FecEntry> held = asic_->entry(unitId, row.key());
   if (row.isDeleted()) {
-    found_.removed += unit.table.erase(row.key()) ? 1U : 0U;
+    if (held) {
+      ++found_.removed;
+      asic_->remove(unitId, row.key(), row.version());
+    }
     return;
   }
-  const HardwareUnit::Entry* held = unit.table.find(row.key());
-  if (held == nullptr) {
+  if (!held) {
     ++found_.added;
-  } else if (HardwareUnit::Entry::isEq(*held, row.logEntry())) {
+  } else if (FecEntry::isEq(*held, row.logEntry())) {
     ++found_.unchanged;
     return;
   } else {
     ++found_.changed;
   }
-  unit.table.insertOrAssign(row.key(), row.logEntry());
+  asic_->write(unitId, row.logEntry(), row.version());
 }
 
 // The log.
@@ -173,40 +181,59 @@ bool Resynchroniser::askTheLog(StepBudget& budget) {
   if (!undecidedKeys_ && !damage) {
     return true;
   }
-  while (asked_ < range_.limit.value()) {
-    if (budget.spent()) {
+  for (; asked_ < range_.limit.value(); ++asked_) {
+    if (budget.spent() || !makeRoom()) {
       return false;
     }
-    if (const auto row = Glint::guardedRow(*log_, Asic::LogVersion(++asked_))) {
-      applyToTheUndecided(*row, budget);
+    const auto row = Glint::guardedRow(*log_, Asic::LogVersion(asked_ + 1));
+    if (row && units_->contains(row->unitId()) && !applyToTheUndecided(*row, budget)) {
+      return false;
     }
   }
   return true;
 }
 
-void Resynchroniser::applyToTheUndecided(const LogRow& row, StepBudget& budget) {
-  const auto unit = units_->find(row.unitId());
-  if (unit == units_->end()) {
-    return;
-  }
-  HardwareUnit::Table& table = unit->second.table;
+// False: the ASIC takes no more, the row is to be taken again.
+bool Resynchroniser::applyToTheUndecided(const LogRow& row, StepBudget& budget) {
   if ((row.operation() & LogRow::kTableDeleted) != 0) {
-    budget.charge(table.size());
-    table.forEach([&](const HardwareUnit::Key& held, const HardwareUnit::Entry&) {
-      if (const HardwareUnit::Key key = held; !isDecided(row.unitId(), key)) {
-        table.erase(key);
-      }
-    });
-  } else if (isDecided(row.unitId(), row.logEntry().key)) {
-    return;
-  } else if ((row.operation() & LogRow::kEntryDeleted) != 0) {
-    table.erase(row.logEntry().key);
+    return removeTheUndecided(row.unitId(), budget);
+  }
+  if (isDecided(row.unitId(), row.logEntry().key)) {
+    return true;
+  }
+  if ((row.operation() & LogRow::kEntryDeleted) != 0) {
+    asic_->remove(row.unitId(), row.logEntry().key, row.version());
   } else {
-    table.insertOrAssign(row.logEntry().key, row.logEntry());
+    asic_->write(row.unitId(), row.logEntry(), row.version());
+  }
+  return true;
+}
+
+// What waits is looked for in the ASIC, so it must have arrived there.
+bool Resynchroniser::removeTheUndecided(Asic::UnitId unitId, StepBudget& budget) {
+  if (!asic_->flush()) {
+    return false;
+  }
+  budget.charge(asic_->entries(unitId));
+  AsicDriver::Cursor at = 0;
+  for (;;) {
+    const std::vector<FecKey>& keys = asic_->keys(unitId, at);
+    if (keys.empty()) {
+      return true;
+    }
+    for (const FecKey& key : keys) {
+      if (isDecided(unitId, key)) {
+        continue;
+      }
+      if (!makeRoom()) {
+        return false;
+      }
+      asic_->remove(unitId, key, range_.limit);
+    }
   }
 }
 
-bool Resynchroniser::isDecided(Asic::UnitId unitId, const HardwareUnit::Key& key) const {
+bool Resynchroniser::isDecided(Asic::UnitId unitId, const FecKey& key) const {
   const auto sighting = sightings_.find(unitId);
   const bool* decided = sighting == sightings_.end() ? nullptr : sighting->second.decided.find(key);
   return decided != nullptr && *decided;
@@ -214,24 +241,33 @@ bool Resynchroniser::isDecided(Asic::UnitId unitId, const HardwareUnit::Key& key
 
 // What nobody has committed.
 
+// Taken off key by key, so that a budget or the ASIC may end it anywhere; a key that has been taken
+// off is not met again.
 bool Resynchroniser::removeTheUnseen(StepBudget& budget) {
   for (; cleared_ != units_->end(); ++cleared_, next_ = 0) {
-    const Sighting& sighting = sightings_[cleared_->first];
-    HardwareUnit::Table& table = cleared_->second.table;
-    for (; sighting.sawAll && table.within(next_); ++next_) {
-      if (budget.spent()) {
+    const Asic::UnitId unitId = cleared_->first;
+    const Sighting& sighting = sightings_[unitId];
+    if (!sighting.sawAll) {
+      continue;
+    }
+    for (;;) {
+      if (budget.spent() || !asic_->flush()) {
         return false;
       }
-      budget.charge(1);
-      const auto* element = table.elementAt(next_);
-      if (element != nullptr && !sighting.decided.has(element->key)) {
-        const HardwareUnit::Key key = element->key;
-        table.erase(key);
-        ++found_.removed;
+      const std::vector<FecKey>& keys = asic_->keys(unitId, next_, budget.left());
+      if (keys.empty()) {
+        break;
+      }
+      budget.charge(keys.size());
+      for (const FecKey& key : keys) {
+        if (!sighting.decided.has(key)) {
+          asic_->remove(unitId, key, range_.limit);
+          ++found_.removed;
+        }
       }
     }
   }
   return true;
 }
 
-}  // namespace SimAsic
+}  // namespace Hardware

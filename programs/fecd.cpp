@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@
 #include "CommandLine.h"
 #include "Glint/MountInfo.h"
 #include "captures/Snapshot.h"
+#include "hardware/LogDrivenHardware.h"
+#include "hardware/SimulatedAsic.h"
 #include "replay/ReportText.h"
 #include "replay/Run.h"
 
@@ -102,6 +105,8 @@ Replay::Plan planOf(const Options& options) {
   Replay::Plan plan;
   plan.stateFolder = options.stateFolder;
   plan.units = unitsOf(options);
+  plan.makeHardware =
+      Hardware::drivenByTheLog([] { return std::make_unique<Hardware::SimulatedAsic>(); });
   plan.reset = options.reset;
   plan.showProgress = !options.json;
   for (std::size_t i = 0; i < options.linkFiles.size(); ++i) {

@@ -32,7 +32,7 @@ namespace Replay {
 
 namespace {
 
-constexpr std::uint32_t kRowsPerStep = SimAsic::HardwareSide::kRowsPerTurn;
+constexpr std::uint32_t kRowsPerStep = Hardware::HardwareTurns::kRowsPerTurn;
 
 struct Record {
   enum class Kind : std::uint8_t { write, remove, mountError, error };
@@ -155,7 +155,8 @@ void tellFailure(const Pipe& pipe, Record::Kind kind, std::string_view text) {
 // Takes the answers, and has the hardware follow the log meanwhile. It can be mounted once the
 // child has made the tables, which it has at the first answer.
 KilledAgent follow(const Pipe& pipe, const std::string& stateFolder,
-                   const std::vector<Asic::UnitId>& units) {
+                   const std::vector<Asic::UnitId>& units,
+                   const Asic::HardwareMaker& makeHardware) {
   KilledAgent killed;
   Record record;
   for (;;) {
@@ -172,8 +173,7 @@ KilledAgent follow(const Pipe& pipe, const std::string& stateFolder,
     killed.stage = record.stage;
     killed.observed.push_back(requestOf(record));
     if (!killed.hardware) {
-      killed.hardware =
-          std::make_unique<SimAsic::SimulatedAsic>(stateFolder, units, SimAsic::Writer::elsewhere);
+      killed.hardware = makeHardware(stateFolder, units, Asic::Writer::elsewhere);
     }
   }
 }
@@ -249,14 +249,15 @@ std::uint64_t lostAnswers(const LoamFec::FecTableEntryLog& log,
 }  // namespace
 
 KilledAgent runUntilKilled(const std::string& stateFolder, const std::vector<Asic::UnitId>& units,
-                           std::uint64_t answers, const ChildWork& work) {
+                           std::uint64_t answers, const Asic::HardwareMaker& makeHardware,
+                           const ChildWork& work) {
   Pipe pipe;
   Child child;
   if (child.isHere()) {
     runChild(pipe, answers, work);
   }
   pipe.closeWriting();
-  KilledAgent killed = follow(pipe, stateFolder, units);
+  KilledAgent killed = follow(pipe, stateFolder, units, makeHardware);
   if (const int status = child.wait(); !WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
     throw std::runtime_error(
         fmt::format("the agent was to be killed after {} answers, but all was done after {}; give "
@@ -267,11 +268,12 @@ KilledAgent runUntilKilled(const std::string& stateFolder, const std::vector<Asi
 }
 
 std::unique_ptr<Agent::FecAgent> restart(const std::string& stateFolder,
-                                         const std::vector<Asic::UnitId>& units, KilledAgent killed,
-                                         RestartReport& report) {
+                                         const std::vector<Asic::UnitId>& units,
+                                         const Asic::HardwareMaker& makeHardware,
+                                         KilledAgent killed, RestartReport& report) {
   const auto started = std::chrono::steady_clock::now();
   auto agent = std::make_unique<Agent::FecAgent>(
-      stateFolder, units,
+      stateFolder, units, makeHardware,
       Agent::AgentStart{.reset = false, .hardware = std::move(killed.hardware)});
   agent->loop().runUntilIdle();
   report.time = std::chrono::steady_clock::now() - started;

@@ -146,7 +146,7 @@ std::string snapshotTable(const std::vector<LabelledReport>& reports) {
 }
 
 std::string restartText(const RestartReport& report) {
-  const SimAsic::Resynchronisation& hardware = report.hardware;
+  const Asic::Resynchronisation& hardware = report.hardware;
   return line("fecd killed (SIGKILL) after", fmt::format("{} answers", report.answered)) +
          line("  log version answered, found",
               fmt::format("{}, {}", report.versionAnswered, report.versionFound)) +

@@ -55,14 +55,16 @@ void applySnapshots(const Plan& plan, Replayer& replay, std::size_t first, Outco
 }
 
 KilledAgent killedAgent(const Plan& plan) {
-  return runUntilKilled(plan.stateFolder, plan.units, *plan.killAfter, [&plan](const auto& tell) {
-    Agent::FecAgent agent(plan.stateFolder, plan.units, {.reset = plan.reset, .hardware = nullptr});
-    Replayer replay(agent, plan.units, false);
-    std::size_t stage = 0;
-    replay.observerIs([&](const ObservedRequest& request) { tell(stage, request); });
-    Outcome nobodys;
-    applySnapshots(plan, replay, 0, nobodys, [&](std::size_t at) { stage = at; });
-  });
+  return runUntilKilled(
+      plan.stateFolder, plan.units, *plan.killAfter, plan.makeHardware, [&plan](const auto& tell) {
+        Agent::FecAgent agent(plan.stateFolder, plan.units, plan.makeHardware,
+                              {.reset = plan.reset, .hardware = nullptr});
+        Replayer replay(agent, plan.units, false);
+        std::size_t stage = 0;
+        replay.observerIs([&](const ObservedRequest& request) { tell(stage, request); });
+        Outcome nobodys;
+        applySnapshots(plan, replay, 0, nobodys, [&](std::size_t at) { stage = at; });
+      });
 }
 
 }  // namespace
@@ -74,10 +76,12 @@ Outcome carryOut(const Plan& plan) {
   if (plan.killAfter) {
     KilledAgent killed = killedAgent(plan);
     first = killed.stage;
-    agent = restart(plan.stateFolder, plan.units, std::move(killed), outcome.restart.emplace());
+    agent = restart(plan.stateFolder, plan.units, plan.makeHardware, std::move(killed),
+                    outcome.restart.emplace());
   } else {
     agent = std::make_unique<Agent::FecAgent>(
-        plan.stateFolder, plan.units, Agent::AgentStart{.reset = plan.reset, .hardware = nullptr});
+        plan.stateFolder, plan.units, plan.makeHardware,
+        Agent::AgentStart{.reset = plan.reset, .hardware = nullptr});
   }
   Replayer replay(*agent, plan.units, plan.showProgress);
   applySnapshots(plan, replay, first, outcome, [](std::size_t) {});

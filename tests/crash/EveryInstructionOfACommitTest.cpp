@@ -35,6 +35,7 @@
 #include "testing/LongForm.h"
 #include "testing/SingleStep.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestHardware.h"
 #include "tools/StateCheck.h"
 #include "tools/TableRole.h"
 
@@ -174,7 +175,7 @@ void carryOutAll(FecAgent& agent, const std::vector<Request>& requests, SteppedW
 
 // ---- the agent that takes over
 
-enum class Hardware {
+enum class HardwareKind {
   behind,  // has what was applied before the request in flight
   level,   // has also applied all that is announced
   empty,   // has lost everything
@@ -240,16 +241,16 @@ struct Killed {
   bool takesOver = false;
 };
 
-std::unique_ptr<SimAsic::SimulatedAsic> hardwareAt(const std::string& root, const Killed& killed,
-                                                   Hardware kind) {
-  if (kind == Hardware::empty) {
+std::unique_ptr<Asic::HardwareSide> hardwareAt(const std::string& root, const Killed& killed,
+                                               HardwareKind kind) {
+  if (kind == HardwareKind::empty) {
     killed.folder.copyTo(root);
     return nullptr;
   }
   killed.settled->copyTo(root);
-  auto hardware = std::make_unique<SimAsic::SimulatedAsic>(root, kUnits);
+  auto hardware = testing_support::simulatedHardware()(root, kUnits, Asic::Writer::onThisThread);
   killed.folder.rewrite(root, *killed.settled);
-  if (kind == Hardware::level) {
+  if (kind == HardwareKind::level) {
     hardware->step(1000);
   }
   return hardware;
@@ -401,7 +402,7 @@ std::string goOn(FecAgent& agent, Model& model, std::uint64_t version, std::uint
 }
 
 // What is wrong with the restart; empty if nothing.
-std::string judge(const Killed& killed, Hardware kind) {
+std::string judge(const Killed& killed, HardwareKind kind) {
   const TemporaryRoot root;
   Model model = killed.models[killed.most];
   {
@@ -415,7 +416,8 @@ std::string judge(const Killed& killed, Hardware kind) {
         !fault.empty()) {
       return fault;
     }
-    FecAgent agent(root.path(), kUnits, {.reset = false, .hardware = std::move(hardware)});
+    FecAgent agent(root.path(), kUnits, testing_support::simulatedHardware(),
+                   {.reset = false, .hardware = std::move(hardware)});
     agent.loop().runUntilIdle();
     if (!hardwareIsEqual(agent)) {
       return "after the restart the hardware differs from the tables";
@@ -437,13 +439,13 @@ std::string judge(const Killed& killed, Hardware kind) {
     if (!hardwareIsEqual(agent) || contentsOf(agent) != model.entries) {
       return "after the destinations have come back, hardware or tables are wrong";
     }
-    const std::uint32_t key = kind == Hardware::level ? 1 : 92;
+    const std::uint32_t key = kind == HardwareKind::level ? 1 : 92;
     if (std::string fault = goOn(agent, model, found, key); !fault.empty()) {
       return fault;
     }
   }
   {
-    FecAgent agent(root.path(), kUnits);
+    FecAgent agent(root.path(), kUnits, testing_support::simulatedHardware());
     agent.loop().runUntilIdle();
     if (!hardwareIsEqual(agent) || contentsOf(agent) != model.entries) {
       return "the next restart does not find the same";
@@ -472,7 +474,7 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
   }
 
   bool look(const SteppedState& state, const Killed& killed) {
-    const auto judgeWith = [&](Hardware kind) {
+    const auto judgeWith = [&](HardwareKind kind) {
       ++restarts_;
       std::string fault;
       try {
@@ -488,13 +490,13 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
       }
     };
     if (!killed.settled) {
-      judgeWith(Hardware::empty);
+      judgeWith(HardwareKind::empty);
     } else if (longForm()) {
-      judgeWith(Hardware::behind);
-      judgeWith(Hardware::level);
-      judgeWith(Hardware::empty);
+      judgeWith(HardwareKind::behind);
+      judgeWith(HardwareKind::level);
+      judgeWith(HardwareKind::empty);
     } else {
-      judgeWith(static_cast<Hardware>(restarts_ % 3));
+      judgeWith(static_cast<HardwareKind>(restarts_ % 3));
     }
     return failures_ < kEnoughFailures;
   }
@@ -519,7 +521,7 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
     step(
         root.path(), how,
         [&](SteppedWork& work) {
-          FecAgent agent(root.path(), kUnits);
+          FecAgent agent(root.path(), kUnits, testing_support::simulatedHardware());
           destinationIs(agent, Model().destination);
           agent.loop().runUntilIdle();
           for (const Request& request : before) {
@@ -559,7 +561,7 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
         root.path(), Stepping::everyStore,
         [&](SteppedWork& work) {
           work.begin();
-          FecAgent agent(root.path(), kUnits);
+          FecAgent agent(root.path(), kUnits, testing_support::simulatedHardware());
           agent.loop().runUntilIdle();
           destinationIs(agent, models[most].destination);
           agent.loop().runUntilIdle();

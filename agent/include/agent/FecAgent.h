@@ -6,12 +6,13 @@
 #include <memory>
 #include <vector>
 
+#include "Asic/HardwareSide.h"
 #include "Asic/OrderedTableInterface.h"
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
 #include "Zev/Entity.h"
 #include "agent/AsioEventLoop.h"
 #include "fec/FecTableInterface.h"
-#include "hardware/HardwareSide.h"
+#include "hardware/HardwareTurns.h"
 
 namespace Agent {
 
@@ -21,8 +22,8 @@ struct AgentStart {
   // like any other.
   bool reset = false;
   // The hardware that an agent before this one has left as it stood, which is brought in line
-  // with the tables; null: hardware that holds nothing yet.
-  std::unique_ptr<SimAsic::SimulatedAsic> hardware = nullptr;
+  // with the tables; null: the agent has some made.
+  std::unique_ptr<Asic::HardwareSide> hardware = nullptr;
 };
 
 // The forwarding agent's inside: the loop, the state folder, the FEC table of each unit, the
@@ -37,20 +38,21 @@ class FecAgent {
   using ResourceTable = LoamAdjLib::IntfIdToDestIdResourceTableResourceTable;
 
   // Mounts (creates, if there are none) the tables below the state folder, restores what they hold,
-  // and brings the hardware in line, all in this call: no turn runs before. Throws
+  // and brings the hardware in line, all in this call: no turn runs before. `makeHardware` is asked
+  // for hardware when the tables are there, unless the start has some. Throws
   // ZevGlint::MountException, and what FecTableInterface::makeSwTable() throws. The state folder is
   // free then, and the process may make another agent.
   FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
-           AgentStart start = {});
+           const Asic::HardwareMaker& makeHardware, AgentStart start = {});
   FecAgent(const FecAgent&) = delete;
   FecAgent& operator=(const FecAgent&) = delete;
 
   AsioEventLoop& loop() { return loop_; }
   ResourceTable& resourceTable() { return *resourceTable_; }
   LoamFec::FecTableInterface& fec() { return *fec_; }
-  const SimAsic::SimulatedAsic& hardware() const { return *hardware_; }
+  const Asic::HardwareSide& hardware() const { return *hardware_; }
   // How the hardware that was handed over differed from the tables; zeros without one.
-  const SimAsic::Resynchronisation& resynchronisation() const { return resynchronisation_; }
+  const Asic::Resynchronisation& resynchronisation() const { return resynchronisation_; }
 
   // Whether the unit's hardware table holds exactly what is committed for the unit.
   bool hardwareEqualsTable(Asic::UnitId unitId) const;
@@ -73,9 +75,9 @@ class FecAgent {
   Pell::Ptr<Asic::GroupInterface> group_;
   Pell::Ptr<ResourceTable> resourceTable_;
   Pell::Ptr<LoamFec::FecTableInterface> fec_;
-  std::unique_ptr<SimAsic::SimulatedAsic> hardware_;
-  SimAsic::Resynchronisation resynchronisation_;
-  std::unique_ptr<SimAsic::HardwareSide> hardwareSide_;
+  std::unique_ptr<Asic::HardwareSide> hardware_;
+  Asic::Resynchronisation resynchronisation_;
+  std::unique_ptr<Hardware::HardwareTurns> hardwareTurns_;
 };
 
 }  // namespace Agent

@@ -22,8 +22,8 @@ struct RestartReport {
   std::uint64_t versionFound = 0;     // at which the new agent's log goes on
   std::uint64_t entries = 0;          // restored, over all units
   std::chrono::nanoseconds time{0};   // from the start of the new agent until it has nothing to do
-  SimAsic::Resynchronisation hardware;  // how the hardware's content differed from the tables
-  bool hardwareEqual = false;           // and that it does not any more
+  Asic::Resynchronisation hardware;   // how the hardware's content differed from the tables
+  bool hardwareEqual = false;         // and that it does not any more
 
   bool nothingLost() const { return lost == 0 && versionFound >= versionAnswered && hardwareEqual; }
 };
@@ -36,7 +36,7 @@ struct RestartReport {
 struct KilledAgent {
   std::vector<ObservedRequest> observed;  // in their order
   std::size_t stage = 0;                  // that the last of them belongs to
-  std::unique_ptr<SimAsic::SimulatedAsic> hardware;
+  std::unique_ptr<Asic::HardwareSide> hardware;
 };
 
 // What the child does. It passes each request and answer on to `tell`, with the stage of the work
@@ -48,11 +48,14 @@ using ChildWork =
 // mounted for writing in this process meanwhile. What the work throws is thrown here, as
 // ZevGlint::MountException or std::runtime_error; so is std::runtime_error if the work ends before.
 KilledAgent runUntilKilled(const std::string& stateFolder, const std::vector<Asic::UnitId>& units,
-                           std::uint64_t answers, const ChildWork& work);
+                           std::uint64_t answers, const Asic::HardwareMaker& makeHardware,
+                           const ChildWork& work);
 
-// Starts an agent on what the killed one left, with its hardware, and compares.
+// Starts an agent on what the killed one left, with its hardware, and compares. Hardware is made if
+// the killed one had none.
 std::unique_ptr<Agent::FecAgent> restart(const std::string& stateFolder,
-                                         const std::vector<Asic::UnitId>& units, KilledAgent killed,
-                                         RestartReport& report);
+                                         const std::vector<Asic::UnitId>& units,
+                                         const Asic::HardwareMaker& makeHardware,
+                                         KilledAgent killed, RestartReport& report);
 
 }  // namespace Replay

@@ -22,7 +22,8 @@ struct Plan {
 
   std::string stateFolder;
   std::vector<Asic::UnitId> units;
-  bool reset = false;  // begin with empty tables
+  Asic::HardwareMaker makeHardware;  // what the agents drive
+  bool reset = false;                // begin with empty tables
   std::vector<LabelledSnapshot> snapshots;
   // Links to take down and up again after each snapshot but the last, as far as they are up then.
   std::vector<Wirex::IntfId> flaps;

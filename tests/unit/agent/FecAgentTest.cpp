@@ -19,6 +19,7 @@
 #include "testing/LeakCheck.h"
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestHardware.h"
 #include "testing/TraceRecorder.h"
 #include "tools/StateCheck.h"
 #include "tools/StateRepair.h"
@@ -29,6 +30,9 @@ namespace {
 using Agent::AgentStart;
 using Agent::FecAgent;
 using Agent::FecClient;
+using testing_support::heldEntries;
+using testing_support::heldEntry;
+using testing_support::simulatedHardware;
 
 const std::vector<Asic::UnitId> kUnits = {Asic::UnitId(0), Asic::UnitId(3)};
 
@@ -37,7 +41,7 @@ class FecAgentTest : public testing_support::LeakCheckedTest {
   FecAgentTest() { start(); }
 
   void start(AgentStart how = {}) {
-    agent_ = std::make_unique<FecAgent>(root_.path(), kUnits, std::move(how));
+    agent_ = std::make_unique<FecAgent>(root_.path(), kUnits, simulatedHardware(), std::move(how));
     agent_->loop().runUntilIdle();
   }
   void stop() { agent_ = nullptr; }
@@ -76,8 +80,8 @@ class FecAgentTest : public testing_support::LeakCheckedTest {
     return agent_->hardwareEqualsTable(kUnits[0]) && agent_->hardwareEqualsTable(kUnits[1]);
   }
   // A simulated ASIC beside the agent's, which sees what is logged and outlives the agent.
-  std::unique_ptr<SimAsic::SimulatedAsic> hardware() const {
-    return std::make_unique<SimAsic::SimulatedAsic>(root_.path(), kUnits);
+  std::unique_ptr<Asic::HardwareSide> hardware() const {
+    return simulatedHardware()(root_.path(), kUnits, Asic::Writer::onThisThread);
   }
 
   std::string fileOf(Tools::TableRole role, Asic::UnitId unit = kUnits[0]) const {
@@ -111,15 +115,15 @@ class FecAgentTest : public testing_support::LeakCheckedTest {
     const FecClient::Key key(fecId);
     const auto& log = *agent_->fec().entryLog();
     EXPECT_TRUE(hardwareEqual());
-    EXPECT_EQ(agent_->hardware().hardwareTable(kUnits[0])->find(key), nullptr);
-    EXPECT_EQ(agent_->hardware().hardwareTable(kUnits[0])->size(), left);
+    EXPECT_FALSE(heldEntry(agent_->hardware(), kUnits[0], fecId));
+    EXPECT_EQ(heldEntries(agent_->hardware(), kUnits[0]), left);
     EXPECT_EQ(entries(kUnits[0]), left);
     EXPECT_FALSE(log.entryHas(key, kUnits[0]));
     EXPECT_EQ(log.entryLogConfigRows(), 0U);
     write({fecId}, 77);
     EXPECT_TRUE(hardwareEqual());
-    const auto* held = agent_->hardware().hardwareTable(kUnits[0])->find(key);
-    ASSERT_NE(held, nullptr);
+    const auto held = heldEntry(agent_->hardware(), kUnits[0], fecId);
+    ASSERT_TRUE(held);
     EXPECT_EQ(held->opaqueA, 77U);
     stop();
     expectStateIsClean();
@@ -150,7 +154,7 @@ TEST_F(FecAgentTest, AStartWithResetBeginsWithEmptyTablesUnderNewVersions) {
   EXPECT_EQ(agent_->fec().entryLog()->tableVersion().value(), version.value() + 2)
       << "a deletion a unit";
   EXPECT_TRUE(hardwareEqual());
-  EXPECT_EQ(agent_->hardware().hardwareTable(kUnits[0])->size(), 0U);
+  EXPECT_EQ(heldEntries(agent_->hardware(), kUnits[0]), 0U);
   for (const Asic::UnitId unit : kUnits) {
     auto& rows = agent_->fec().entryLog()->tableConfigGlint(unit)->swTableEntries();
     EXPECT_EQ(rows.rowCount(), 0U) << "the deletions are applied and cleaned up";
@@ -165,7 +169,7 @@ TEST_F(FecAgentTest, HardwareThatWasKeptIsBroughtInLineWithTheTables) {
   agent_->loop().runUntilIdle();
   stop();
   start({.reset = false, .hardware = std::move(kept)});
-  const SimAsic::Resynchronisation& difference = agent_->resynchronisation();
+  const Asic::Resynchronisation& difference = agent_->resynchronisation();
   EXPECT_EQ(difference.unchanged, 3U) << "1 in both units, 3 in one";
   EXPECT_EQ(difference.changed, 2U) << "2 in both units";
   EXPECT_EQ(difference.added, 2U) << "4 in both units";
@@ -180,8 +184,9 @@ TEST_F(FecAgentTest, HardwareThatWasKeptHearsWhatIsLoggedAfterwards) {
   start({.reset = false, .hardware = std::move(kept)});
   write({1, 2}, 20);
   EXPECT_TRUE(hardwareEqual());
-  EXPECT_EQ(agent_->hardware().hardwareTable(kUnits[0])->size(), 2U);
-  EXPECT_EQ(agent_->hardware().repairs(), 0U) << "from the log alone";
+  EXPECT_EQ(heldEntries(agent_->hardware(), kUnits[0]), 2U);
+  EXPECT_EQ(dynamic_cast<const Hardware::LogDrivenHardware&>(agent_->hardware()).repairs(), 0U)
+      << "from the log alone";
 }
 
 TEST_F(FecAgentTest, ARowThatARepairDropsIsTakenOffHardwareThatWasKept) {
@@ -244,7 +249,7 @@ TEST_F(FecAgentTest, HardwareIsNotSaidToEqualATableWhoseRowsWereNotAllSeen) {
   while (log.tableVersion() == version) {
     ASSERT_TRUE(agent_->loop().runOne());
   }
-  ASSERT_EQ(agent_->hardware().hardwareTable(kUnits[0])->size(), 2U);
+  ASSERT_EQ(heldEntries(agent_->hardware(), kUnits[0]), 2U);
   ASSERT_EQ(entries(kUnits[0]), 3U);
   damageRowOf(3);
   EXPECT_FALSE(agent_->hardwareEqualsTable(kUnits[0]));
@@ -328,7 +333,7 @@ TEST_F(FecAgentTest, ADeletionThatTheHardwareHadNotTakenIsCleanedUpByTheReportAn
     ASSERT_TRUE(agent_->loop().runOne());
   }
   stop();
-  agent_ = std::make_unique<FecAgent>(root_.path(), kUnits);
+  agent_ = std::make_unique<FecAgent>(root_.path(), kUnits, simulatedHardware());
   auto& rows = agent_->fec().entryLog()->tableConfigGlint(kUnits[0])->swTableEntries();
   EXPECT_EQ(rows.rowCount(), 3U);
   agent_->loop().runUntilIdle();
@@ -389,7 +394,7 @@ TEST_F(FailedStartTest, AUnitTooManyLeavesNothingOfTheAgent) {
   for (std::uint16_t unit = 0; unit <= LoamFec::FecTableConstants::kMaxUnits; ++unit) {
     units.emplace_back(unit);
   }
-  EXPECT_THROW(FecAgent(root_.path(), units), LoamFec::FecTableUnitsException);
+  EXPECT_THROW(FecAgent(root_.path(), units, simulatedHardware()), LoamFec::FecTableUnitsException);
   expectFolderIsFreeAndAnotherAgentWorks();
 }
 
@@ -407,7 +412,7 @@ TEST_F(FailedStartTest, AnAgentOfAnotherFolderAnswersAfterIt) {
   testing_support::flipBit(fileOf(Tools::TableRole::config, kUnits[1]), kFirstBit);
   EXPECT_THROW(start(), ZevGlint::MountException);
   const testing_support::TemporaryRoot other;
-  agent_ = std::make_unique<FecAgent>(other.path(), kUnits);
+  agent_ = std::make_unique<FecAgent>(other.path(), kUnits, simulatedHardware());
   EXPECT_EQ(entries(kUnits[0]), 0U);
   write({7}, 30);
   EXPECT_EQ(entries(kUnits[0]), 1U);
@@ -428,8 +433,8 @@ TEST_F(FecAgentTest, WhatIsWrittenAfterTheDamagedLogWasRemovedReachesTheHardware
   write({2, 4}, 20);
   EXPECT_EQ(agent_->fec().entryLog()->tableVersion().value(), version.value() + 4);
   EXPECT_TRUE(hardwareEqual());
-  const auto* held = agent_->hardware().hardwareTable(kUnits[1])->find(FecClient::Key(2));
-  ASSERT_NE(held, nullptr);
+  const auto held = heldEntry(agent_->hardware(), kUnits[1], 2);
+  ASSERT_TRUE(held);
   EXPECT_EQ(held->opaqueA, 20U);
   stop();
   expectStateIsClean();

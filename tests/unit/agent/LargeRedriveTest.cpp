@@ -11,9 +11,10 @@
 
 #include "Glint/Guarded.h"
 #include "agent/FecAgent.h"
-#include "hardware/HardwareSide.h"
+#include "hardware/HardwareTurns.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestHardware.h"
 
 namespace {
 
@@ -30,13 +31,15 @@ constexpr std::uint32_t kTurnsOfABatch = 4;
 // What one request takes by itself.
 constexpr std::uint32_t kTurnsOfARequest = 16;
 constexpr std::uint32_t kTurnsOfARedrive = kTurnsOfABatch * kFullUnit /
-                                               SimAsic::HardwareSide::kRowsPerTurn *
-                                               SimAsic::SimulatedAsic::kRowsOfAWrite +
+                                               Hardware::HardwareTurns::kRowsPerTurn *
+                                               Asic::HardwareSide::kRowsOfAWrite +
                                            kTurnsOfARequest;
 
 class LargeRedriveTest : public testing_support::LeakCheckedTest {
  protected:
-  LargeRedriveTest() : agent_(std::make_unique<Agent::FecAgent>(root_.path(), std::vector{kUnit})) {
+  LargeRedriveTest()
+      : agent_(std::make_unique<Agent::FecAgent>(root_.path(), std::vector{kUnit},
+                                                 testing_support::simulatedHardware())) {
     resources().freedHandlerIs([this](Wirex::IntfId intf, const LoamAdjLib::DestId& destination) {
       freed_.emplace_back(intf.name(), destination.first);
       EXPECT_EQ(hardwareEntriesTo(destination.first), 0U) << "freed while hardware uses it";
@@ -75,7 +78,7 @@ class LargeRedriveTest : public testing_support::LeakCheckedTest {
 
   std::uint32_t hardwareEntriesTo(std::uint32_t destination) const {
     std::uint32_t count = 0;
-    agent_->hardware().hardwareTable(kUnit)->forEach([&](const Key&, const auto& entry) {
+    testing_support::forEachHeld(agent_->hardware(), kUnit, [&](const auto& entry) {
       count += entry.resolvedDest.first == destination ? 1U : 0U;
     });
     return count;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -13,12 +14,13 @@
 #include <gtest/gtest.h>
 
 #include "Asic/Constants.h"
+#include "Glint/Guarded.h"
 #include "Zev/WorkMeter.h"
-#include "hardware/SimulatedAsic.h"
 #include "records/FecTableConstants.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
 #include "testing/StateFiles.h"
+#include "testing/TestHardware.h"
 
 namespace asic_test {
 
@@ -31,6 +33,8 @@ const Asic::UnitId kUnit0(0);
 const Asic::SwTableId kOther(0x03010806);
 const Asic::SwTableId kThird(0x03010807);
 
+using ConfigRows = Glint::GlintMap<LoamFec::FecTableDataModelConfigGlintEntry>;
+
 // A whole agent, and a simulated ASIC that a test steps by hand. Entries are known by their mark.
 class AsicFixture : public testing_support::LeakCheckedTest {
  protected:
@@ -41,9 +45,12 @@ class AsicFixture : public testing_support::LeakCheckedTest {
   }
 
   // A new ASIC in the place of the one that is there.
-  void start(SimAsic::Writer writer = SimAsic::Writer::onThisThread) {
+  void start(Asic::Writer writer = Asic::Writer::onThisThread) { startWith({kUnit0}, writer); }
+  void startWith(const std::vector<Asic::UnitId>& units,
+                 Asic::Writer writer = Asic::Writer::onThisThread) {
     asic_.reset();
-    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0}, writer);
+    asic_.emplace(harness_.stateFolder(), units, std::make_unique<Hardware::SimulatedAsic>(),
+                  writer);
   }
 
   void write(std::uint32_t fecId, std::uint32_t mark = 0) {
@@ -94,7 +101,7 @@ class AsicFixture : public testing_support::LeakCheckedTest {
         static_cast<Glint::GlintMap<Asic::GroupLogRow>&>(harness_.group()->groupLog()->logMap());
     ASSERT_TRUE(rows.rowDel(sequence));
   }
-  SimAsic::ConfigMap& config(std::uint16_t unit = 0) {
+  ConfigRows& config(std::uint16_t unit = 0) {
     return harness_.log().tableConfigGlint(Asic::UnitId(unit))->swTableEntries();
   }
   static LoamFec::FecTableDataModelLogEntry logEntry(std::uint32_t fecId, std::uint32_t mark) {
@@ -140,21 +147,23 @@ class AsicFixture : public testing_support::LeakCheckedTest {
   std::uint64_t applied(Asic::SwTableId table = FecTableConstants::kTableId) const {
     return asic_->appliedVersion(table).value();
   }
-  const LoamFec::FecTableDataModelLogEntry* held(std::uint32_t fecId) const {
-    return asic_->hardwareTable(kUnit0)->find(FecHarness::key(fecId));
+  // Null when the hardware has no such entry. Good until it is asked for again.
+  const LoamFec::FecTableDataModelLogEntry* held(std::uint32_t fecId) {
+    const auto entry = testing_support::heldEntry(*asic_, kUnit0, fecId);
+    return entry ? &(held_[fecId] = *entry) : nullptr;
   }
   // Key and mark of all that the unit's hardware holds.
   std::map<std::uint32_t, std::uint32_t> hardware(std::uint16_t unit = 0) const {
     std::map<std::uint32_t, std::uint32_t> content;
-    asic_->hardwareTable(Asic::UnitId(unit))->forEach([&](const auto& key, const auto& entry) {
-      content[key.fecId()] = entry.opaqueA;
+    testing_support::forEachHeld(*asic_, Asic::UnitId(unit), [&](const auto& entry) {
+      content[entry.key.fecId()] = entry.opaqueA;
     });
     return content;
   }
   // The same of what is committed.
   std::map<std::uint32_t, std::uint32_t> committed(std::uint16_t unit = 0) {
     std::map<std::uint32_t, std::uint32_t> content;
-    EXPECT_TRUE(Glint::walkOverDamage(config(unit), [&](const SimAsic::ConfigRow& row) {
+    EXPECT_TRUE(Glint::walkOverDamage(config(unit), [&](const auto& row) {
       if (!row.isDeleted()) {
         content[row.key().fecId()] = row.logEntry().opaqueA;
       }
@@ -163,7 +172,8 @@ class AsicFixture : public testing_support::LeakCheckedTest {
   }
 
   FecHarness harness_;
-  std::optional<SimAsic::SimulatedAsic> asic_;
+  std::optional<Hardware::LogDrivenHardware> asic_;
+  std::map<std::uint32_t, LoamFec::FecTableDataModelLogEntry> held_;
 };
 
 using Content = std::map<std::uint32_t, std::uint32_t>;

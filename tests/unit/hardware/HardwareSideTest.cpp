@@ -9,9 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "Zev/WorkMeter.h"
-#include "hardware/HardwareSide.h"
+#include "hardware/HardwareTurns.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
+#include "testing/TestHardware.h"
 
 namespace {
 
@@ -23,7 +24,8 @@ class HardwareSideTest : public testing_support::LeakCheckedTest {
   HardwareSideTest() {
     harness_.table();
     harness_.destinationIs("eth1", 100);
-    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{Asic::UnitId(0)});
+    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{Asic::UnitId(0)},
+                  std::make_unique<Hardware::SimulatedAsic>());
     side_.emplace(harness_.loop(), harness_.group(), harness_.fec().swTableStatus(), *asic_);
   }
 
@@ -33,8 +35,8 @@ class HardwareSideTest : public testing_support::LeakCheckedTest {
   }
 
   FecHarness harness_;
-  std::optional<SimAsic::SimulatedAsic> asic_;
-  std::optional<SimAsic::HardwareSide> side_;
+  std::optional<Hardware::LogDrivenHardware> asic_;
+  std::optional<Hardware::HardwareTurns> side_;
 };
 
 TEST_F(HardwareSideTest, LoggingApplyingAndAnsweringAreTurnsOfTheirOwn) {
@@ -83,13 +85,13 @@ TEST_F(HardwareSideTest, EveryUnitHearsEveryReport) {
 
 TEST_F(HardwareSideTest, MoreWorkThanATurnTakesIsAppliedOverSeveral) {
   constexpr std::uint32_t kWrites =
-      SimAsic::HardwareSide::kRowsPerTurn / SimAsic::SimulatedAsic::kRowsOfAWrite + 1;
+      Hardware::HardwareTurns::kRowsPerTurn / Asic::HardwareSide::kRowsOfAWrite + 1;
   for (std::uint32_t fecId = 1; fecId <= kWrites; ++fecId) {
     write(fecId);
   }
   harness_.run();
   EXPECT_EQ(harness_.responses.size(), kWrites);
-  EXPECT_EQ(asic_->hardwareTable(Asic::UnitId(0))->size(), kWrites);
+  EXPECT_EQ(testing_support::heldEntries(*asic_, Asic::UnitId(0)), kWrites);
 }
 
 // ---- every write that is asked for is answered
@@ -161,8 +163,8 @@ TEST_F(HardwareSideTest, WhatAHandlerThrowsReachesTheLoopWhenEveryTableHasBeenTo
 
 class HardwareSideTurnTest : public testing_support::LeakCheckedTest {
  protected:
-  static constexpr std::uint32_t kRows = SimAsic::HardwareSide::kRowsPerTurn;
-  static constexpr std::uint64_t kVersions = SimAsic::HardwareSide::kVersionsPerReport;
+  static constexpr std::uint32_t kRows = Hardware::HardwareTurns::kRowsPerTurn;
+  static constexpr std::uint64_t kVersions = Hardware::HardwareTurns::kVersionsPerReport;
   // What a turn may touch beyond its budget: the rest of its last operation, or what a report looks
   // at besides the versions that are new.
   static constexpr std::uint64_t kBeyond = 2 * Asic::GroupVersionsGlint::kCapacity;
@@ -174,7 +176,8 @@ class HardwareSideTurnTest : public testing_support::LeakCheckedTest {
     commit(1, 1);
     harness_.reportAll();
     harness_.run();
-    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{Asic::UnitId(0)});
+    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{Asic::UnitId(0)},
+                  std::make_unique<Hardware::SimulatedAsic>());
   }
 
   // Committed before there is a hardware side, in as many turns as that takes.
@@ -205,12 +208,12 @@ class HardwareSideTurnTest : public testing_support::LeakCheckedTest {
   }
 
   FecHarness harness_;
-  std::optional<SimAsic::SimulatedAsic> asic_;
-  std::optional<SimAsic::HardwareSide> side_;
+  std::optional<Hardware::LogDrivenHardware> asic_;
+  std::optional<Hardware::HardwareTurns> side_;
 };
 
 TEST_F(HardwareSideTurnTest, TurnsThatApplyAndReportTouchNoMoreRowsThanTheirBudget) {
-  constexpr std::uint32_t kWrites = 3 * kRows / SimAsic::SimulatedAsic::kRowsOfAWrite;
+  constexpr std::uint32_t kWrites = 3 * kRows / Asic::HardwareSide::kRowsOfAWrite;
   commit(2, kWrites);
   harness_.responses.clear();
   startSide();
@@ -232,7 +235,7 @@ TEST_F(HardwareSideTurnTest, AResynchronisationBesideTheAgentIsDoneInTurnsToo) {
   const auto [turns, most] = run();
   EXPECT_EQ(asic_->repairs(), 1U);
   EXPECT_EQ(harness_.responses.size(), kEntries - 1);
-  EXPECT_EQ(asic_->hardwareTable(Asic::UnitId(0))->size(), kEntries);
+  EXPECT_EQ(testing_support::heldEntries(*asic_, Asic::UnitId(0)), kEntries);
   EXPECT_LE(most, kRows + kBeyond);
   EXPECT_GE(turns, kEntries / kVersions) << "it is applied at once, and reported bit by bit";
 }
@@ -332,7 +335,8 @@ TEST_F(HardwareSideTest, WhatWaitsAtItsStartIsAppliedThoughNothingMoreIsLogged) 
   const Asic::SwTableId other(0x03010806);
   side_.reset();
   harness_.group()->groupLog()->addGroupLogEntry(other, Asic::LogVersion(1), nullptr);
-  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{Asic::UnitId(0)});
+  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{Asic::UnitId(0)},
+                std::make_unique<Hardware::SimulatedAsic>());
   side_.emplace(harness_.loop(), harness_.group(), harness_.fec().swTableStatus(), *asic_);
   side_->resume();
   harness_.run();

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "AsicFixture.h"
-#include "hardware/HardwareSide.h"
+#include "hardware/HardwareTurns.h"
 #include "testing/TraceRecorder.h"
 
 namespace {
@@ -37,7 +37,7 @@ class HardwareTracesTest : public AsicFixture {
   }
   void step() { asic_->step(kPlenty); }
 
-  TraceRecorder traces_{{"SimulatedAsic", "Resynchroniser", "HardwareSide"}};
+  TraceRecorder traces_{{"LogDrivenHardware", "Resynchroniser", "HardwareTurns"}};
 };
 
 TEST_F(HardwareTracesTest, WhatIsAppliedIsTraced) {
@@ -45,12 +45,13 @@ TEST_F(HardwareTracesTest, WhatIsAppliedIsTraced) {
   remove(1);
   announce(kOther, 5);
   step();
-  EXPECT_THAT(traced(9),
-              ElementsAre("9 SimulatedAsic::applyRow version: 1 operation: 0 unitId: 0 key: 1",
-                          "8 SimulatedAsic::applyUpTo applied: 03:01:0805@1",
-                          "9 SimulatedAsic::applyRow version: 2 operation: 1 unitId: 0 key: 1",
-                          "8 SimulatedAsic::applyUpTo applied: 03:01:0805@2",
-                          "8 SimulatedAsic::applyUpTo applied: 03:01:0806@5"));
+  EXPECT_THAT(
+      traced(9),
+      ElementsAre("9 LogDrivenHardware::giveToAsic version: 1 operation: 0 unitId: 0 key: 1",
+                  "9 LogDrivenHardware::giveToAsic version: 2 operation: 1 unitId: 0 key: 1",
+                  "8 LogDrivenHardware::applyOther applied: 03:01:0806@5",
+                  "8 LogDrivenHardware::flush applied: 03:01:0805@1",
+                  "8 LogDrivenHardware::flush applied: 03:01:0805@2"));
 }
 
 TEST_F(HardwareTracesTest, AnOperationThatIsBlockedTellsWhatItWaitsFor) {
@@ -58,7 +59,7 @@ TEST_F(HardwareTracesTest, AnOperationThatIsBlockedTellsWhatItWaitsFor) {
   announce(kOther, 3);
   announce(kThird, 8);
   step();
-  EXPECT_THAT(traced(3), ElementsAre("3 SimulatedAsic::step 03:01:0806@2 waits for "
+  EXPECT_THAT(traced(3), ElementsAre("3 LogDrivenHardware::step 03:01:0806@2 waits for "
                                      "03:01:0807@9, applied up to 8; operations behind it: 1"));
   step();
   EXPECT_EQ(traced(3).size(), 1U) << "once a step";
@@ -72,12 +73,13 @@ TEST_F(HardwareTracesTest, AMissingLogRowIsToldBeforeTheResynchronisationAndWhat
   write(2, 20);
   loseLogRow(1);
   step();
-  EXPECT_THAT(traced(3), ElementsAre("3 SimulatedAsic::repair a row of the entry log is missing or "
-                                     "damaged: the log does not tell enough",
-                                     "2 SimulatedAsic::beginResynchronisation resynchronises, "
-                                     "logged: 2 lastSequence: 2",
-                                     "2 SimulatedAsic::goOnResynchronising resynchronised up to: 2 "
-                                     "unchanged: 0 added: 2 changed: 0 removed: 0"));
+  EXPECT_THAT(traced(3),
+              ElementsAre("3 LogDrivenHardware::repair a row of the entry log is missing or "
+                          "damaged: the log does not tell enough",
+                          "2 LogDrivenHardware::beginResynchronisation resynchronises, "
+                          "logged: 2 lastSequence: 2",
+                          "2 LogDrivenHardware::goOnResynchronising resynchronised up to: 2 "
+                          "unchanged: 0 added: 2 changed: 0 removed: 0"));
 }
 
 TEST_F(HardwareTracesTest, AMissingGroupRowIsTold) {
@@ -87,7 +89,7 @@ TEST_F(HardwareTracesTest, AMissingGroupRowIsTold) {
   step();
   EXPECT_EQ(
       traced(3).front(),
-      "3 SimulatedAsic::repair a row of the group log is missing or damaged: the log does not "
+      "3 LogDrivenHardware::repair a row of the group log is missing or damaged: the log does not "
       "tell enough");
 }
 
@@ -97,20 +99,22 @@ TEST_F(HardwareTracesTest, WhereABlockedResynchronisationEndsAndWhatFollowsIsTol
   configRow(3, 30, 9);  // never logged
   traces_.clear();
   start();
-  EXPECT_THAT(traced(3),
-              ElementsAre("2 SimulatedAsic::beginResynchronisation resynchronises, logged: 2 "
-                          "lastSequence: 2",
-                          "3 SimulatedAsic::range resynchronises up to: 1, because 03:01:0805@2 "
-                          "waits for 03:01:0806@7, applied up to 0;",
-                          "3 Resynchroniser::owe another resynchronisation follows when version: 2 "
-                          "is applied",
-                          "2 SimulatedAsic::goOnResynchronising resynchronised up to: 1 unchanged: "
-                          "0 added: 1 changed: 0 removed: 0"));
+  EXPECT_THAT(
+      traced(3),
+      ElementsAre("2 LogDrivenHardware::beginResynchronisation resynchronises, logged: 2 "
+                  "lastSequence: 2",
+                  "3 LogDrivenHardware::range resynchronises up to: 1, because 03:01:0805@2 "
+                  "waits for 03:01:0806@7, applied up to 0;",
+                  "3 Resynchroniser::owe another resynchronisation follows when version: 2 "
+                  "is applied",
+                  "2 LogDrivenHardware::goOnResynchronising resynchronised up to: 1 unchanged: "
+                  "0 added: 1 changed: 0 removed: 0"));
   announce(kOther, 7);
   step();
-  EXPECT_EQ(traced(3).front(),
-            "3 SimulatedAsic::repair a row may be taken that no log row tells of: the log does not "
-            "tell enough");
+  EXPECT_EQ(
+      traced(3).front(),
+      "3 LogDrivenHardware::repair a row may be taken that no log row tells of: the log does not "
+      "tell enough");
 }
 
 TEST_F(HardwareTracesTest, WhatEachConfigurationRowDecidesIsTraced) {
@@ -138,19 +142,19 @@ TEST_F(HardwareTracesTest, ALogRowOfAUnitThatTheHardwareDoesNotHaveIsTold) {
   step();
   EXPECT_THAT(
       traced(3),
-      ElementsAre("3 SimulatedAsic::applyRow version: 1 is of unitId: 3, which this hardware "
+      ElementsAre("3 LogDrivenHardware::giveToAsic version: 1 is of unitId: 3, which this hardware "
                   "does not have"));
 }
 
 TEST_F(HardwareTracesTest, ReportsAreTracedWithWhatHasBeenAppliedAndSoIsATurnThatLeavesWork) {
   constexpr std::uint32_t kWrites =
-      SimAsic::HardwareSide::kRowsPerTurn / SimAsic::SimulatedAsic::kRowsOfAWrite + 1;
+      Hardware::HardwareTurns::kRowsPerTurn / Asic::HardwareSide::kRowsOfAWrite + 1;
   for (std::uint32_t fecId = 1; fecId <= kWrites; ++fecId) {
     harness_.table().entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
   }
   harness_.run();
-  SimAsic::HardwareSide side(harness_.loop(), harness_.group(), harness_.fec().swTableStatus(),
-                             *asic_);
+  Hardware::HardwareTurns side(harness_.loop(), harness_.group(), harness_.fec().swTableStatus(),
+                               *asic_);
   side.resume();
   harness_.run();
   EXPECT_EQ(traces_.count(8, "next turn applies more"), 1U);

@@ -84,7 +84,7 @@ TEST_F(ResynchronisationTest, ResynchronisationCountsWhatItRepairs) {
   write(2, 20);
   write(4, 4);
   remove(3);
-  const SimAsic::Resynchronisation found = asic_->resynchronise();
+  const Asic::Resynchronisation found = asic_->resynchronise();
   EXPECT_EQ(found.unchanged, 1U);
   EXPECT_EQ(found.changed, 1U);
   EXPECT_EQ(found.added, 1U);
@@ -131,7 +131,7 @@ TEST_F(ResynchronisationTest, AStartIsNoRepairAndMissesNothing) {
   EXPECT_EQ(asic_->missedGroupRows(), 0U);
   remove(3);
   EXPECT_EQ(asic_->resynchronise().removed, 1U);
-  const SimAsic::Resynchronisation again = asic_->resynchronise();
+  const Asic::Resynchronisation again = asic_->resynchronise();
   EXPECT_EQ(again.unchanged, 2U);
   EXPECT_EQ(again.removed, 0U) << "the row that is marked deleted has nothing to take off any more";
   EXPECT_EQ(asic_->repairs(), 0U);
@@ -139,7 +139,7 @@ TEST_F(ResynchronisationTest, AStartIsNoRepairAndMissesNothing) {
 
 TEST_F(ResynchronisationTest, WhatHasNoRowAtAllIsTakenOffAndCounted) {
   harness_.table(1);
-  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
+  startWith({kUnit0, Asic::UnitId(1)});
   fill(1, 9, 1);
   for (std::uint32_t fecId = 1; fecId <= 3; ++fecId) {
     harness_.table(1).entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
@@ -148,7 +148,7 @@ TEST_F(ResynchronisationTest, WhatHasNoRowAtAllIsTakenOffAndCounted) {
   asic_->step(kPlenty);
   config(0).rowDel(FecHarness::key(9));
   config(1).rowDel(FecHarness::key(1));
-  const SimAsic::Resynchronisation found = asic_->resynchronise();
+  const Asic::Resynchronisation found = asic_->resynchronise();
   EXPECT_EQ(found.removed, 2U);
   EXPECT_EQ(found.unchanged, 10U);
   EXPECT_EQ(hardware(0), committed(0));
@@ -383,7 +383,7 @@ TEST_F(ResynchronisationTest, BesideAWriterElsewhereTheNewestVersionIsNotTakenBe
   configRow(2, 22, 2);  // a writer between log and group log
   logRow(2, 22, 2);
   logScratchpad(2);
-  start(SimAsic::Writer::elsewhere);
+  start(Asic::Writer::elsewhere);
   EXPECT_EQ(applied(), 1U);
   EXPECT_EQ(hardware(), (Content{{1, 11}}));
   announce(FecTableConstants::kTableId, 2, {{kOther, Asic::LogVersion(1)}});
@@ -392,7 +392,7 @@ TEST_F(ResynchronisationTest, BesideAWriterElsewhereTheNewestVersionIsNotTakenBe
   announce(kOther, 1);
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(hardware(), (Content{{1, 11}, {2, 22}}));
-  start(SimAsic::Writer::elsewhere);
+  start(Asic::Writer::elsewhere);
   EXPECT_EQ(applied(), 1U) << "announced, and what it needs has to come first";
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(applied(), 2U);
@@ -403,7 +403,7 @@ TEST_F(ResynchronisationTest, TheStartOfTheAgentItselfTakesWhatNobodyAnnounced) 
   configRow(2, 22, 2);
   logRow(2, 22, 2);
   logScratchpad(2);
-  start(SimAsic::Writer::elsewhere);
+  start(Asic::Writer::elsewhere);
   ASSERT_EQ(applied(), 1U);
   EXPECT_EQ(asic_->resynchronise().added, 1U);
   EXPECT_EQ(applied(), 2U);
@@ -510,7 +510,7 @@ TEST_F(ResynchronisationTest, ARowThatWasNeverLoggedIsTakenAtAStart) {
 TEST_F(ResynchronisationTest, ARowThatWasNeverLoggedIsNotTakenBesideAWriterElsewhere) {
   write(1, 11);
   configRow(2, 22, 2);
-  start(SimAsic::Writer::elsewhere);
+  start(Asic::Writer::elsewhere);
   EXPECT_EQ(hardware(), (Content{{1, 11}}));
 }
 
@@ -666,7 +666,7 @@ class DamagedRowTest : public ResynchronisationTest {
 TEST_F(DamagedRowTest, AReaderThatDoesNotSeeAllRowsRemovesNothing) {
   harness_.stop();
   damageRowOf(path_, 2);
-  const SimAsic::Resynchronisation found = asic_->resynchronise();
+  const Asic::Resynchronisation found = asic_->resynchronise();
   EXPECT_EQ(found.removed, 0U);
   EXPECT_EQ(found.unchanged, kEntries - 1);
   EXPECT_EQ(hardware().size(), kEntries);
@@ -713,7 +713,7 @@ TEST_F(DamagedRowTest, TheLogStillTellsOfTheKeyWhoseRowIsHidden) {
 
 TEST_F(DamagedRowTest, DamageInOneUnitKeepsNothingInAnother) {
   harness_.table(1);
-  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
+  startWith({kUnit0, Asic::UnitId(1)});
   for (std::uint32_t fecId = 1; fecId <= 3; ++fecId) {
     harness_.table(1).entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
   }

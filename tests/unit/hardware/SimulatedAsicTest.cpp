@@ -34,14 +34,14 @@ TEST_F(SimulatedAsicTest, AppliesWritesAndDeletesInLogOrder) {
 
 TEST_F(SimulatedAsicTest, ATableDeleteEmptiesOnlyItsUnit) {
   harness_.table(1);
-  asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
+  startWith({kUnit0, Asic::UnitId(1)});
   write(1);
   harness_.table(1).entryWrite(FecHarness::key(9), FecHarness::entry("eth1"), nullptr);
   harness_.table(0).entryRemoveAll(nullptr);
   harness_.run();
   asic_->step(kPlenty);
-  EXPECT_TRUE(asic_->hardwareTable(kUnit0)->empty());
-  EXPECT_EQ(asic_->hardwareTable(Asic::UnitId(1))->size(), 1U);
+  EXPECT_EQ(testing_support::heldEntries(*asic_, kUnit0), 0U);
+  EXPECT_EQ(testing_support::heldEntries(*asic_, Asic::UnitId(1)), 1U);
 }
 
 TEST_F(SimulatedAsicTest, AnOperationWaitsForTheVersionsItNeedsAndHoldsBackLaterOnes) {
@@ -80,7 +80,7 @@ TEST_F(SimulatedAsicTest, AVersionThatWasNeverAnnouncedIsAppliedWithTheNextOne) 
 
 // ---- how much in one step
 
-constexpr std::uint32_t kWrite = SimAsic::SimulatedAsic::kRowsOfAWrite;
+constexpr std::uint32_t kWrite = Asic::HardwareSide::kRowsOfAWrite;
 
 TEST_F(SimulatedAsicTest, ABudgetBelowTheWorkStopsThereAndTheNextStepGoesOn) {
   for (std::uint32_t fecId = 1; fecId <= 5; ++fecId) {
@@ -156,7 +156,7 @@ TEST_F(SimulatedAsicTest, AStepAndTheReportAfterItTouchNoMoreRowsThanItsBudget) 
 
 // What a removal counts: that of a write, and the clean-up of its configuration row.
 TEST_F(SimulatedAsicTest, ARemovalCountsItsCleanUpToo) {
-  constexpr std::uint32_t kRemoval = kWrite + SimAsic::SimulatedAsic::kRowsOfADeletion;
+  constexpr std::uint32_t kRemoval = kWrite + Asic::HardwareSide::kRowsOfADeletion;
   for (std::uint32_t fecId = 1; fecId <= 4; ++fecId) {
     write(fecId);
   }
@@ -173,12 +173,12 @@ class TableDeletionTest : public SimulatedAsicTest {
   static constexpr std::uint32_t kEntries = 100;
   // The hardware's rows; each configuration row looked at, and removed; and what a write counts.
   static constexpr std::uint32_t kDeletion =
-      kEntries + SimAsic::SimulatedAsic::kRowsOfADeletion * kEntries + kWrite;
+      kEntries + Asic::HardwareSide::kRowsOfADeletion * kEntries + kWrite;
 
   // Two units of as many entries, and a deletion of each that waits.
   TableDeletionTest() {
     harness_.table(1);
-    asic_.emplace(harness_.stateFolder(), std::vector<Asic::UnitId>{kUnit0, Asic::UnitId(1)});
+    startWith({kUnit0, Asic::UnitId(1)});
     for (std::uint32_t fecId = 1; fecId <= kEntries; ++fecId) {
       for (auto* table : {&harness_.table(0), &harness_.table(1)}) {
         table->entryWrite(FecHarness::key(fecId), FecHarness::entry("eth1"), nullptr);
@@ -242,7 +242,7 @@ TEST_F(SimulatedAsicTest, VersionsThatWereNeverAnnouncedAreAppliedInStepsToo) {
   }
   logScratchpad(20);
   announce(FecTableConstants::kTableId, 20);
-  constexpr std::uint32_t kUnannounced = 1 + SimAsic::SimulatedAsic::kRowsOfACleanup;
+  constexpr std::uint32_t kUnannounced = 1 + Asic::HardwareSide::kRowsOfACleanup;
   EXPECT_TRUE(asic_->step(1 + 5 * kUnannounced));
   EXPECT_EQ(applied(), 5U);
   EXPECT_FALSE(asic_->step(kPlenty));
@@ -306,12 +306,14 @@ TEST_F(SimulatedAsicTest, AVersionOfAnotherTableThatIsBelowTheAppliedOneLowersNo
 }
 
 TEST_F(SimulatedAsicTest, AUnitItDoesNotHaveIsNoTable) {
-  EXPECT_EQ(asic_->hardwareTable(Asic::UnitId(7)), nullptr);
+  EXPECT_EQ(testing_support::heldEntries(*asic_, Asic::UnitId(7)), 0U);
 }
 
 TEST_F(SimulatedAsicTest, AStateFolderWithoutTablesIsAClearError) {
   const testing_support::TemporaryRoot empty;
-  EXPECT_THROW(SimAsic::SimulatedAsic(empty.path(), {kUnit0}), ZevGlint::MountException);
+  EXPECT_THROW(
+      testing_support::simulatedHardware()(empty.path(), {kUnit0}, Asic::Writer::onThisThread),
+      ZevGlint::MountException);
 }
 
 }  // namespace

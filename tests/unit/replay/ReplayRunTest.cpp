@@ -11,6 +11,7 @@
 #include "replay/Run.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestHardware.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ class ReplayRunTest : public testing_support::LeakCheckedTest {
   ReplayRunTest() {
     plan_.stateFolder = root_.path();
     plan_.units = {Asic::UnitId(0)};
+    plan_.makeHardware = testing_support::simulatedHardware();
     plan_.snapshots = {{"first", hops(1, kHops)}, {"second", hops(51, kHops)}};
   }
 
@@ -149,7 +151,7 @@ TEST_F(ReplayRunTest, AnAnswerThatDoesNotHoldAnyMoreCountsAsLost) {
     Replay::RestartReport report;
     Replay::KilledAgent killed;
     killed.observed = observed;
-    restart(plan_.stateFolder, plan_.units, std::move(killed), report);
+    restart(plan_.stateFolder, plan_.units, plan_.makeHardware, std::move(killed), report);
     EXPECT_TRUE(report.hardwareEqual);
     return report.lost;
   };

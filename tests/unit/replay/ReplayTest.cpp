@@ -11,6 +11,7 @@
 #include "replay/ReportText.h"
 #include "testing/LeakCheck.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TestHardware.h"
 
 namespace {
 
@@ -27,7 +28,8 @@ class ReplayTest : public testing_support::LeakCheckedTest {
   ReplayTest() { start(); }
 
   void start() {
-    agent_ = std::make_unique<FecAgent>(root_.path(), std::vector<Asic::UnitId>{kUnit});
+    agent_ = std::make_unique<FecAgent>(root_.path(), std::vector<Asic::UnitId>{kUnit},
+                                        testing_support::simulatedHardware());
     replay_ = std::make_unique<Replayer>(*agent_, std::vector{kUnit}, false);
   }
   void stop() {
@@ -169,9 +171,8 @@ TEST_F(ReplayTest, AnEmptySnapshotEmptiesTheTable) {
 TEST_F(ReplayTest, LinksThatGoDownAndComeUpDriveTheirEntriesAgain) {
   replay_->apply(threeHops(), "first");
   const auto eth1 = std::vector{Wirex::IntfId::fromName("eth1")};
-  const auto& hardware = *agent_->hardware().hardwareTable(kUnit);
-  const auto destinationOf = [&hardware](std::uint32_t id) {
-    return hardware.find(LoamFec::FecTableDataModelEntryKey(id))->resolvedDest.first;
+  const auto destinationOf = [this](std::uint32_t id) {
+    return testing_support::heldEntry(agent_->hardware(), kUnit, id).value().resolvedDest.first;
   };
   const std::uint32_t first = destinationOf(1);
   const std::uint32_t ofTheOther = destinationOf(3);
@@ -197,7 +198,7 @@ TEST_F(ReplayTest, LinksThatGoDownAndComeUpDriveTheirEntriesAgain) {
 TEST_F(ReplayTest, EveryUnitGetsTheSameEntriesFromOneLog) {
   stop();
   const std::vector<Asic::UnitId> units = {Asic::UnitId(0), Asic::UnitId(1), Asic::UnitId(2)};
-  agent_ = std::make_unique<FecAgent>(root_.path(), units);
+  agent_ = std::make_unique<FecAgent>(root_.path(), units, testing_support::simulatedHardware());
   replay_ = std::make_unique<Replayer>(*agent_, units, false);
   const Report report = replay_->apply(threeHops(), "first");
   EXPECT_EQ(report.nextHops, 3U);

@@ -6,7 +6,7 @@
 
 #include "Zev/WorkMeter.h"
 
-namespace SimAsic {
+namespace Hardware {
 
 // What one step of the hardware may do, in rows: those that it touches itself, and those that will
 // be touched on its account when it has reported.
@@ -35,4 +35,4 @@ class StepBudget {
   std::uint64_t charged_ = 0;
 };
 
-}  // namespace SimAsic
+}  // namespace Hardware

@@ -5,18 +5,13 @@
 #include <cstdint>
 #include <optional>
 
-#include "hardware/HardwareUnit.h"
-#include "hardware/StepBudget.h"
+#include "Asic/HardwareSide.h"
+#include "FecAsic.h"
+#include "FecRows.h"
+#include "Pell/HashMap.h"
+#include "StepBudget.h"
 
-namespace SimAsic {
-
-// What one resynchronisation found, over all units.
-struct Resynchronisation {
-  std::uint64_t unchanged = 0;
-  std::uint64_t added = 0;
-  std::uint64_t changed = 0;
-  std::uint64_t removed = 0;
-};
+namespace Hardware {
 
 // Up to where a resynchronisation may go.
 struct ResynchronisationRange {
@@ -42,23 +37,24 @@ struct ResynchronisationRange {
 // unit.
 //
 // Kind: object with identity, for one resynchronisation.
-// Ownership: refers to the units and to the log.
+// Ownership: refers to the units, the log and the ASIC.
 // Threads: one; the writer may be another process.
 // Invariants: nobody applies operations to the units meanwhile. What was decided about a key stays
 // so, whatever happens to its row later: that has a version above the limit and comes from the log.
 class Resynchroniser {
  public:
-  Resynchroniser(HardwareUnits& units, LogMap& log, ResynchronisationRange range);
+  Resynchroniser(const ConfigTables& units, LogMap& log, FecAsic& asic,
+                 ResynchronisationRange range);
   Resynchroniser(const Resynchroniser&) = delete;
   Resynchroniser& operator=(const Resynchroniser&) = delete;
 
-  // Goes on until it is done or the budget is spent. True: done.
+  // Goes on until it is done, the budget is spent, or the ASIC takes no more. True: done.
   bool step(StepBudget& budget);
 
   // Once it is done:
   Asic::LogVersion limit() const { return range_.limit; }
   // Of the keys that configuration rows have decided.
-  const Resynchronisation& found() const { return found_; }
+  const Asic::Resynchronisation& found() const { return found_; }
   // When this version has been applied, another resynchronisation must follow: the range said so;
   // or there is a row that no log row will tell of, and it could not be taken because something
   // before it is blocked; or there may be one, and damage hides which versions the log has given.
@@ -68,7 +64,8 @@ class Resynchroniser {
  private:
   // True when a configuration row has decided the key, false when its row was above the limit; a
   // key without a row has none.
-  using Decided = Pell::HashMap<HardwareUnit::Key, bool, LoamFec::FecKeyHash<HardwareUnit::kSalt>>;
+  static constexpr std::uint32_t kSalt = 0x5b1e92d7;
+  using Decided = Pell::HashMap<FecKey, bool, LoamFec::FecKeyHash<kSalt>>;
 
   struct Sighting {
     Decided decided;
@@ -76,29 +73,32 @@ class Resynchroniser {
   };
 
   bool lookAtRows(StepBudget& budget);
-  bool lookAtRowsOf(Asic::UnitId unitId, HardwareUnit& unit, StepBudget& budget);
-  void lookAt(Asic::UnitId unitId, HardwareUnit& unit, const ConfigRow& row);
+  bool lookAtRowsOf(Asic::UnitId unitId, ConfigMap& rows, StepBudget& budget);
+  void lookAt(Asic::UnitId unitId, const ConfigRow& row);
   bool decides(Asic::UnitId unitId, const ConfigRow& row);
   void owe(Asic::LogVersion version);
   bool isLeftOver(Asic::UnitId unitId, const ConfigRow& row, Asic::LogVersion handedOut) const;
-  void makeEqual(HardwareUnit& unit, const ConfigRow& row);
+  void makeEqual(Asic::UnitId unitId, const ConfigRow& row);
   bool askTheLog(StepBudget& budget);
-  void applyToTheUndecided(const LogRow& row, StepBudget& budget);
-  bool isDecided(Asic::UnitId unitId, const HardwareUnit::Key& key) const;
+  bool applyToTheUndecided(const LogRow& row, StepBudget& budget);
+  bool removeTheUndecided(Asic::UnitId unitId, StepBudget& budget);
+  bool makeRoom();
+  bool isDecided(Asic::UnitId unitId, const FecKey& key) const;
   bool removeTheUnseen(StepBudget& budget);
 
-  HardwareUnits* units_;
+  const ConfigTables* units_;
   LogMap* log_;
+  FecAsic* asic_;
   ResynchronisationRange range_;
   std::map<Asic::UnitId, Sighting> sightings_;
-  HardwareUnits::iterator looked_;  // unit whose rows are looked at
+  ConfigTables::const_iterator looked_;  // unit whose rows are looked at
   std::optional<ConfigMap::Iterator> at_;
   bool undecidedKeys_ = false;
-  std::uint64_t asked_;              // log version
-  HardwareUnits::iterator cleared_;  // unit whose unseen keys go
-  HardwareUnit::Table::Cursor next_ = 0;
-  Resynchronisation found_;
+  std::uint64_t asked_;                   // log version
+  ConfigTables::const_iterator cleared_;  // unit whose unseen keys go
+  AsicDriver::Cursor next_ = 0;
+  Asic::Resynchronisation found_;
   std::optional<Asic::LogVersion> owed_;
 };
 
-}  // namespace SimAsic
+}  // namespace Hardware

@@ -8,32 +8,21 @@
 
 #include "Asic/Versions.h"
 #include "Glint/Guarded.h"
-#include "Pell/HashMap.h"
 #include "records/FecSharedTables.h"
 
-namespace SimAsic {
+// The FEC table's rows, as the hardware side reads them.
+
+namespace Hardware {
 
 using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
 using ConfigRow = LoamFec::FecTableDataModelConfigGlintEntry;
 using LogMap = Glint::GlintMap<LogRow>;
 using ConfigMap = Glint::GlintMap<ConfigRow>;
+using FecKey = LoamFec::FecTableDataModelEntryKey;
+using FecEntry = LoamFec::FecTableDataModelLogEntry;
 
-// One unit: its hardware table, and what the agent has committed for it.
-//
-// Ownership: holds its reader mount.
-struct HardwareUnit {
-  static constexpr std::uint32_t kSalt = 0x5b1e92d7;
-  using Key = LoamFec::FecTableDataModelEntryKey;
-  using Entry = LoamFec::FecTableDataModelLogEntry;
-  using Table = Pell::HashMap<Key, Entry, LoamFec::FecKeyHash<kSalt>>;
-
-  ConfigMap& rows() const { return config->swTableEntries(); }
-
-  Pell::Ptr<LoamFec::FecTableDataModelConfigGlint> config;
-  Table table;
-};
-
-using HardwareUnits = std::map<Asic::UnitId, HardwareUnit>;
+// What the agent has committed for each unit; the mounts are held.
+using ConfigTables = std::map<Asic::UnitId, Pell::Ptr<LoamFec::FecTableDataModelConfigGlint>>;
 
 // Nothing when it is damaged; the writer's next change makes it whole.
 template <typename Map>
@@ -43,4 +32,4 @@ std::optional<std::uint64_t> guardedScratchpad(Map& map) {
   return value;
 }
 
-}  // namespace SimAsic
+}  // namespace Hardware

@@ -5,7 +5,7 @@
 // report of any version. Each such turn is followed by one that reports, and a report asks for
 // nothing by itself, so a loop with nothing to do comes to rest.
 
-#include "hardware/HardwareSide.h"
+#include "hardware/HardwareTurns.h"
 
 #include <algorithm>
 #include <optional>
@@ -15,21 +15,22 @@
 #include "Zev/FirstException.h"
 #include "Zev/Trace.h"
 
-namespace SimAsic {
+namespace Hardware {
 
 namespace {
 
-constexpr const char* kClass = "HardwareSide";
+constexpr const char* kClass = "HardwareTurns";
 
 Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 }  // namespace
 
-HardwareSide::HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInterface>& group,
-                           const Pell::Ptr<Asic::OrderedSwTableStatus>& status, SimulatedAsic& asic)
+HardwareTurns::HardwareTurns(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInterface>& group,
+                             const Pell::Ptr<Asic::OrderedSwTableStatus>& status,
+                             Asic::HardwareSide& hardware)
     : group_(group),
       status_(status),
-      asic_(asic),
+      hardware_(hardware),
       apply_(loop, [this] { applySome(); }),
       report_(loop, [this] { reportApplied(); }),
       groupLogSubscriber_(
@@ -48,23 +49,23 @@ HardwareSide::HardwareSide(Zev::EventLoop& loop, const Pell::Ptr<Asic::GroupInte
   status_->publisher().subscriberAdd(statusSubscriber_);
 }
 
-HardwareSide::~HardwareSide() {
+HardwareTurns::~HardwareTurns() {
   group_->groupLog()->publisher().subscriberRemove(groupLogSubscriber_);
   status_->publisher().subscriberRemove(statusSubscriber_);
 }
 
-void HardwareSide::applySome() {
-  if (asic_.step(kRowsPerTurn)) {
+void HardwareTurns::applySome() {
+  if (hardware_.step(kRowsPerTurn)) {
     ZEV_TRACE(trace, 8, kClass, "next turn applies more");
     apply_.mark();
   }
   report_.mark();
 }
 
-void HardwareSide::reportApplied() {
+void HardwareTurns::reportApplied() {
   std::vector<Asic::TableVersion> reports;
   bool isAll = true;
-  for (const auto& [tableId, version] : asic_.appliedVersions()) {
+  for (const auto& [tableId, version] : hardware_.appliedVersions()) {
     const Asic::LogVersion next = nextToReport({tableId, version});
     ZEV_TRACE(trace, 8, kClass, "reports: {} applied: {}", Asic::TableVersion(tableId, next),
               version);
@@ -82,7 +83,7 @@ void HardwareSide::reportApplied() {
   first.rethrow();
 }
 
-Asic::LogVersion HardwareSide::nextToReport(Asic::TableVersion applied) const {
+Asic::LogVersion HardwareTurns::nextToReport(Asic::TableVersion applied) const {
   std::optional<Asic::LogVersion> last;
   if (const auto reported = reported_.find(applied.tableId()); reported != reported_.end()) {
     last = reported->second;
@@ -99,7 +100,7 @@ Asic::LogVersion HardwareSide::nextToReport(Asic::TableVersion applied) const {
   }
   const Asic::LogVersion next =
       std::min(applied.logVersion(), Asic::LogVersion(last->value() + kVersionsPerReport));
-  return asic_.upToTableDeletion({applied.tableId(), *last}, next);
+  return hardware_.upToTableDeletion({applied.tableId(), *last}, next);
 }
 
-}  // namespace SimAsic
+}  // namespace Hardware

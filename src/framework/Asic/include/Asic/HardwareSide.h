@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "Asic/Versions.h"
+#include "Pell/String.h"
+
+namespace Asic {
+
+// Where the tables' writer runs. One on this thread is at rest whenever the hardware looks; one in
+// another process may be between any two of its stores.
+enum class Writer : std::uint8_t { onThisThread, elsewhere };
+
+// What a comparison of the hardware with the tables found and mended, in entries of all units.
+struct Resynchronisation {
+  std::uint64_t unchanged = 0;
+  std::uint64_t added = 0;
+  std::uint64_t changed = 0;
+  std::uint64_t removed = 0;
+};
+
+// The hardware of one group of tables, as the agent sees it.
+//
+// It takes the operations of the group's tables in group order. One is applied when every version
+// that it needs has been applied, and every earlier operation of its own table has; so the order in
+// which it is announced is always an order in which it may be applied. What the logs do not tell
+// any more is made good by a comparison with the configuration rows, which goes no further than
+// what may be applied.
+//
+// Kind: interface; the agent holds one for the group, or another process does.
+// Threads: one.
+// Invariants: applied versions only rise, and what they name is in the hardware. A step is bounded
+// by the rows that it touches.
+// Errors: none is thrown. Hardware that takes no change keeps its applied version where it is and
+// says why (fault()); the same change is tried again by the next step.
+class HardwareSide {
+ public:
+  // What the clean-up after the report of a write touches: its log row twice, its group row.
+  static constexpr std::uint64_t kRowsOfACleanup = 3;
+  // The same of a deletion, beside that: its configuration row twice.
+  static constexpr std::uint64_t kRowsOfADeletion = 2;
+  // What one write counts in a step: its group row, its log row, and its clean-up.
+  static constexpr std::uint64_t kRowsOfAWrite = 2 + kRowsOfACleanup;
+
+  HardwareSide() = default;
+  HardwareSide(const HardwareSide&) = delete;
+  HardwareSide& operator=(const HardwareSide&) = delete;
+  virtual ~HardwareSide() = default;
+
+  // Goes on with a resynchronisation that has begun, then takes what is new in the group log and
+  // applies what can be applied, until nothing is left, the hardware takes no more, or the work of
+  // so many rows (at least 1) is done: rows touched here, and rows that the clean-up after the
+  // report will touch. One operation, or one row, is begun as long as any of it is left, and
+  // finished. True when it stopped for the budget.
+  virtual bool step(std::uint32_t rows) = 0;
+
+  // Takes what has been announced, and then compares every configuration row that may be applied by
+  // now with what the hardware holds and repairs the difference, in this call. For the start of the
+  // agent whose hardware this is from then on: the writer is on this thread.
+  virtual Resynchronisation resynchronise() = 0;
+
+  // Up to where each table has been applied.
+  virtual const std::map<SwTableId, LogVersion>& appliedVersions() const = 0;
+  // 0 for a table of which nothing has been applied.
+  LogVersion appliedVersion(SwTableId tableId) const;
+  // The version of the first deletion of a whole table behind `from`; `to` when there is none up to
+  // that. A report that tells of one tells of nothing behind it, so that its clean-up is one turn.
+  // Costs a look at each version.
+  virtual LogVersion upToTableDeletion(TableVersion from, LogVersion to) const = 0;
+
+  // Verification: what the hardware holds of a unit's table. Entries are the bytes of the log rows'
+  // entries; keys are their numbers.
+
+  // Copies the entry of that key, which has that many bytes. False: it holds none.
+  virtual bool entry(SwTableId tableId, UnitId unitId, std::uint64_t key,
+                     std::span<std::byte> bytes) const = 0;
+  using VisitEntry = std::function<void(std::uint64_t key, std::span<const std::byte> bytes)>;
+  // Visits every entry once; visit may not change the hardware.
+  virtual void forEachEntry(SwTableId tableId, UnitId unitId, const VisitEntry& visit) const = 0;
+  // 0 for a unit or a table that it does not have.
+  virtual std::uint32_t entries(SwTableId tableId, UnitId unitId) const = 0;
+  // Entries that a unit's table can hold.
+  virtual std::uint32_t capacity(SwTableId tableId) const = 0;
+
+  // Why the hardware has taken no change when it was asked last; empty if it did.
+  virtual Pell::String fault() const = 0;
+};
+
+// Makes the hardware side of an agent, whose tables are there by then: those of the units in the
+// state folder. Throws ZevGlint::MountException when one is not there.
+using HardwareMaker = std::function<std::unique_ptr<HardwareSide>(
+    const Pell::String& stateFolder, const std::vector<UnitId>& unitIds, Writer writer)>;
+
+}  // namespace Asic
