@@ -46,9 +46,4 @@ Pell::Ptr<ScriptedResourceHandle> RecordingResourceClient::handleOf(const Resour
   return held;
 }
 
-const Zev::TypeRecord& FakeDependency::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 }  // namespace testing_support

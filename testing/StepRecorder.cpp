@@ -419,11 +419,6 @@ FecTableSwTable::ResponseHandler StepRecorder::handlerThatTellsItsEnd(const std:
   return [called = handler(name), end](const auto& handle) { called(handle); };
 }
 
-const Zev::TypeRecord& StepHelper::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 void StepHelper::finalizeOnSuccess(Wrapper const& entry, bool isDelete) {
   recorder_->step(fmt::format("helper finalizeOnSuccess {}, isDelete {}: {}", entry->key(),
                               isDelete, found(*entry)));

@@ -38,12 +38,11 @@ Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<Vanta::EntityManager>& entityM
 FecTableEntryLog::FecTableEntryLog(Asic::SwTableId tableId,
                                    const Pell::Ptr<Vanta::EntityManager>& entityManager,
                                    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface)
-    : EntryLogBase(tableId, entityManager, groupLogInterface) {
+    : Typed(tableId, entityManager, groupLogInterface) {
   handleInitialized();
 }
 
 FecTableEntryLog::~FecTableEntryLog() {
-  hasNotificationActiveIs(false);
   tableConfigGlintDelAll();
   tableEntryLog_ = nullptr;
 }
@@ -60,12 +59,10 @@ Pell::Ptr<FecTableEntryLog> fecTableEntryLogFactory(
   return FecTableEntryLog::FecTableEntryLogIs(tableId, entityManager, groupLogInterface);
 }
 
-const Zev::TypeRecord& FecTableEntryLog::fwkType() const {
-  static const Zev::TypeRecord record{
-      kTypeName,
-      {{"tableEntryLog", 1}, {"tableConfigGlint", 2}, {"prevTableVersion", 3}},
-      {{"FecTableEntryLogIs", {"tableId", "entityManager", "groupLogInterface"}}}};
-  return record;
+Zev::TypeRecord FecTableEntryLog::typeRecord() {
+  return {kTypeName,
+          {{"tableEntryLog", 1}, {"tableConfigGlint", 2}, {"prevTableVersion", 3}},
+          {{"FecTableEntryLogIs", {"tableId", "entityManager", "groupLogInterface"}}}};
 }
 
 // Mounts.

@@ -30,18 +30,14 @@ FecTableEntryWrapper::FecTableEntryWrapper(
     const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle)
     : entry_(entry), entryHandle_(entryHandle) {}
 
-FecTableEntryWrapper::~FecTableEntryWrapper() { hasNotificationActiveIs(false); }
-
 FecTableEntryWrapper::Ptr FecTableEntryWrapper::FecTableEntryWrapperIs(
     const FecTableDataModelEntry& entry,
     const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle) {
   return Zev::makeObject<FecTableEntryWrapper>(entry, entryHandle);
 }
 
-const Zev::TypeRecord& FecTableEntryWrapper::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName,
-                                      {{"entry", 1}, {"entryHandle", 2}, {"intfIdResPtr", 3}}};
-  return record;
+Zev::TypeRecord FecTableEntryWrapper::typeRecord() {
+  return {kTypeName, {{"entry", 1}, {"entryHandle", 2}, {"intfIdResPtr", 3}}};
 }
 
 FecTableEntryWrapper::DestId FecTableEntryWrapper::destId() const {
@@ -86,9 +82,7 @@ FecTableResolverEntry::FecTableResolverEntry(
     const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
     Asic::EntryFlags flags, FecTableSwTable* swTable,
     const Pell::Ptr<FecTableEntryWrapper>& swTableEntry)
-    : ResolverEntry(dependantEntryHandle, flags), swTable_(swTable), swTableEntry_(swTableEntry) {}
-
-FecTableResolverEntry::~FecTableResolverEntry() { hasNotificationActiveIs(false); }
+    : Typed(dependantEntryHandle, flags), swTable_(swTable), swTableEntry_(swTableEntry) {}
 
 Pell::Ptr<FecTableResolverEntry> FecTableResolverEntry::FecTableResolverEntryIs(
     const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
@@ -97,10 +91,9 @@ Pell::Ptr<FecTableResolverEntry> FecTableResolverEntry::FecTableResolverEntryIs(
   return Zev::makeObject<FecTableResolverEntry>(dependantEntryHandle, flags, swTable, swTableEntry);
 }
 
-const Zev::TypeRecord& FecTableResolverEntry::fwkType() const {
-  static const Zev::TypeRecord record{
-      kTypeName, {{"dependantEntryHandle", 1}, {"flags", 2}, {"swTable", 3}, {"swTableEntry", 4}}};
-  return record;
+Zev::TypeRecord FecTableResolverEntry::typeRecord() {
+  return {kTypeName,
+          {{"dependantEntryHandle", 1}, {"flags", 2}, {"swTable", 3}, {"swTableEntry", 4}}};
 }
 
 bool FecTableResolverEntry::isResolved() {
@@ -121,21 +114,17 @@ Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
                                                         swTableEntry);
 }
 
-FecTableSwTableHelperBase::~FecTableSwTableHelperBase() { hasNotificationActiveIs(false); }
-
 Pell::Ptr<FecTableSwTableHelperBase> FecTableSwTableHelperBase::FecTableSwTableHelperBaseIs() {
   return Zev::makeObject<FecTableSwTableHelperBase>();
 }
 
-const Zev::TypeRecord& FecTableSwTableHelperBase::fwkType() const {
-  static const Zev::TypeRecord record{
-      kTypeName,
-      {},
-      {{"finalizeOnSuccess", {"entry", "isDelete"}},
-       {"finalizeOnFailure", {"entry", "isDelete", "swTable"}},
-       {"finalizeOnResourceUpdate", {"entry", "swTable", "someResourceHasFailed"}},
-       {"handleHwError", {"entry", "errorCode"}}}};
-  return record;
+Zev::TypeRecord FecTableSwTableHelperBase::typeRecord() {
+  return {kTypeName,
+          {},
+          {{"finalizeOnSuccess", {"entry", "isDelete"}},
+           {"finalizeOnFailure", {"entry", "isDelete", "swTable"}},
+           {"finalizeOnResourceUpdate", {"entry", "swTable", "someResourceHasFailed"}},
+           {"handleHwError", {"entry", "errorCode"}}}};
 }
 
 void FecTableSwTableHelperBase::finalizeOnSuccess(Pell::Ptr<FecTableEntryWrapper> const& entry,

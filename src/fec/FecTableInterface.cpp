@@ -72,7 +72,7 @@ Pell::Ptr<FecTableInterface> FecTableInterface::getIntf(
 }
 
 FecTableInterface::FecTableInterface(Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf)
-    : TableInterfaceBase(orderedTableIntf),
+    : Typed(orderedTableIntf),
       tableName_(FecTableConstants::kTableName),
       groupName_(FecTableConstants::kGroupName),
       agentName_(FecTableConstants::kAgentName) {
@@ -80,21 +80,19 @@ FecTableInterface::FecTableInterface(Pell::Ptr<Asic::OrderedTableInterface> cons
 }
 
 FecTableInterface::~FecTableInterface() {
-  hasNotificationActiveIs(false);
   entryLog_ = nullptr;
   swTableStatus_ = nullptr;
   swTable_.clear();
 }
 
-const Zev::TypeRecord& FecTableInterface::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName,
-                                      {{"tableName", 1},
-                                       {"groupName", 2},
-                                       {"agentName", 3},
-                                       {"entryLog", 4},
-                                       {"swTableStatus", 5},
-                                       {"swTable", 6}}};
-  return record;
+Zev::TypeRecord FecTableInterface::typeRecord() {
+  return {kTypeName,
+          {{"tableName", 1},
+           {"groupName", 2},
+           {"agentName", 3},
+           {"entryLog", 4},
+           {"swTableStatus", 5},
+           {"swTable", 6}}};
 }
 
 void FecTableInterface::handleInitialized() {

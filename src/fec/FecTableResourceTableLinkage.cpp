@@ -46,7 +46,6 @@ LocalUsageUpdateSm::LocalUsageUpdateSm(const Pell::Ptr<ResourceHandle const>& re
 }
 
 LocalUsageUpdateSm::~LocalUsageUpdateSm() {
-  hasNotificationActiveIs(false);
   zevDoZombieReactors(true);
   if (subscribed_) {
     resourceHandle_->publisher().subscriberRemove(resPtr_);
@@ -66,11 +65,10 @@ Pell::Ptr<LocalUsageUpdateSm> localUsageUpdateSmFactory(
   return LocalUsageUpdateSm::LocalUsageUpdateSmIs(resourceHandle, parent);
 }
 
-const Zev::TypeRecord& LocalUsageUpdateSm::fwkType() const {
-  static const Zev::TypeRecord record{
+Zev::TypeRecord LocalUsageUpdateSm::typeRecord() {
+  return {
       kTypeName,
       {{"resourceHandle", 1}, {"resPtr", 2}, {"parent", 3}, {"entryUsage", kEntryUsageAttribute}}};
-  return record;
 }
 
 void LocalUsageUpdateSm::entryUsageIs(const FecTableDataModelEntryKey& key) {
@@ -116,10 +114,7 @@ FecTableIntfIdToDestIdLinkage::FecTableIntfIdToDestIdLinkage(
     FecTableSwTable* swTable, const Pell::Ptr<ClientInstance>& resTblClient)
     : swTable_(swTable), resTblClient_(resTblClient) {}
 
-FecTableIntfIdToDestIdLinkage::~FecTableIntfIdToDestIdLinkage() {
-  hasNotificationActiveIs(false);
-  end();
-}
+FecTableIntfIdToDestIdLinkage::~FecTableIntfIdToDestIdLinkage() { end(); }
 
 // The client may outlive the linkage.
 void FecTableIntfIdToDestIdLinkage::end() {
@@ -135,13 +130,12 @@ Pell::Ptr<FecTableIntfIdToDestIdLinkage> fecTableIntfIdToDestIdLinkageFactory(
   return Zev::makeObject<FecTableIntfIdToDestIdLinkage>(swTable, resTblClient);
 }
 
-const Zev::TypeRecord& FecTableIntfIdToDestIdLinkage::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName,
-                                      {{"swTable", 1},
-                                       {"resTblClient", 2},
-                                       {"entryUsageSm", kEntryUsageSmAttribute},
-                                       {"resolvesEntries", 4}}};
-  return record;
+Zev::TypeRecord FecTableIntfIdToDestIdLinkage::typeRecord() {
+  return {kTypeName,
+          {{"swTable", 1},
+           {"resTblClient", 2},
+           {"entryUsageSm", kEntryUsageSmAttribute},
+           {"resolvesEntries", 4}}};
 }
 
 void FecTableIntfIdToDestIdLinkage::resolveEntry(const Pell::Ptr<FecTableEntryWrapper>& entry) {

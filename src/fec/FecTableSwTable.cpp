@@ -638,7 +638,7 @@ FecTableSwTable::FecTableSwTable(Pell::Ptr<Asic::CanonicalTableName const> const
                                  Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
                                  Pell::Ptr<FecTableEntryLog> const& entryLog,
                                  Pell::Ptr<Asic::GroupResolver> const& groupResolver)
-    : FecTableDataModelSwTableBase(tableName, tableId, unitId, status),
+    : Typed(tableName, tableId, unitId, status),
       entryLog_(entryLog),
       groupResolver_(groupResolver) {
   handleInitialized();
@@ -648,7 +648,6 @@ FecTableSwTable::FecTableSwTable(Pell::Ptr<Asic::CanonicalTableName const> const
 // linkage first and the helper last. What waits in the resolver's queue points at the table, and
 // goes with it.
 FecTableSwTable::~FecTableSwTable() {
-  hasNotificationActiveIs(false);
   intfIdToDestIdLinkage_ = nullptr;
   entryHandleInLog_.doClear(false);
   if (groupResolver_) {
@@ -687,20 +686,18 @@ Pell::Ptr<FecTableSwTable::EntryHandle> FecTableSwTable::entryHandleFactory(
 
 const Pell::Publisher* FecTableSwTable::notifieeList() const { return &publisher_; }
 
-const Zev::TypeRecord& FecTableSwTable::fwkType() const {
-  static const Zev::TypeRecord record{
-      kTypeName,
-      {{"swTableHelper", kSwTableHelperAttribute},
-       {"transientAddEntry", kTransientAddEntryAttribute},
-       {"transientRemoveEntry", kTransientRemoveEntryAttribute},
-       {"transientVersionForKey", kTransientVersionForKeyAttribute},
-       {"transientRemoveAllVersion", kTransientRemoveAllVersionAttribute},
-       {"entryLog", kEntryLogAttribute},
-       {"groupResolver", kGroupResolverAttribute},
-       {"entryHandleInLog", kEntryHandleInLogAttribute},
-       {"intfIdToDestIdLinkage", kIntfIdToDestIdLinkageAttribute}},
-      {{"transientVersionForKeyDelAll", {}}, {"getTableEntries_py", {}}}};
-  return record;
+Zev::TypeRecord FecTableSwTable::typeRecord() {
+  return {kTypeName,
+          {{"swTableHelper", kSwTableHelperAttribute},
+           {"transientAddEntry", kTransientAddEntryAttribute},
+           {"transientRemoveEntry", kTransientRemoveEntryAttribute},
+           {"transientVersionForKey", kTransientVersionForKeyAttribute},
+           {"transientRemoveAllVersion", kTransientRemoveAllVersionAttribute},
+           {"entryLog", kEntryLogAttribute},
+           {"groupResolver", kGroupResolverAttribute},
+           {"entryHandleInLog", kEntryHandleInLogAttribute},
+           {"intfIdToDestIdLinkage", kIntfIdToDestIdLinkageAttribute}},
+          {{"transientVersionForKeyDelAll", {}}, {"getTableEntries_py", {}}}};
 }
 
 void FecTableSwTable::doCreateHwTable() {}
@@ -1108,8 +1105,6 @@ FecTableSwTableIteratorState::FecTableSwTableIteratorState(
     const Pell::Ptr<FecTableSwTable const>& swTable)
     : swTable_(swTable) {}
 
-FecTableSwTableIteratorState::~FecTableSwTableIteratorState() { hasNotificationActiveIs(false); }
-
 Pell::Ptr<FecTableSwTableIteratorState>
 FecTableSwTableIteratorState::FecTableSwTableIteratorStateIs(
     const Pell::Ptr<FecTableSwTable const>& swTable) {
@@ -1121,22 +1116,12 @@ Pell::Ptr<FecTableSwTableIteratorState> fecTableSwTableIteratorStateFactory(
   return FecTableSwTableIteratorState::FecTableSwTableIteratorStateIs(swTable);
 }
 
-const Zev::TypeRecord& FecTableSwTableIteratorState::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 FecTableDataModelEntry FecTableSwTableIteratorState::maybeUpdateCurrentEntry() {
   ZEV_TRACE(iteratorTrace, 9, kIteratorClass, "");
   return Asic::IterStateAccessor<FecTableSwTableIteratorState>(*this).maybeUpdateCurrentEntry();
 }
 
-SwTableEntries_py::~SwTableEntries_py() { hasNotificationActiveIs(false); }
-
-const Zev::TypeRecord& SwTableEntries_py::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName, {{"tableEntries", 1}}};
-  return record;
-}
+Zev::TypeRecord SwTableEntries_py::typeRecord() { return {kTypeName, {{"tableEntries", 1}}}; }
 
 void SwTableEntries_py::tableEntriesIs(const FecTableDataModelEntry& entry) {
   ZEV_TRACE(snapshotTrace, 9, kSnapshotClass, "key: {}", entry.key);

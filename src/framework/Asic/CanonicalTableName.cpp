@@ -10,9 +10,4 @@ CanonicalTableName::CanonicalTableName(OrderedTableType type, Pell::String first
                                        Pell::String second)
     : type_(type), first_(std::move(first)), second_(std::move(second)) {}
 
-const Zev::TypeRecord& CanonicalTableName::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 }  // namespace Asic

@@ -24,13 +24,7 @@ GroupInterface::GroupInterface(Zev::EventLoop& loop,
       groupLog_(Zev::makeObject<GroupLog>(entityManager, agentName, groupName)) {}
 
 GroupInterface::~GroupInterface() {
-  hasNotificationActiveIs(false);
   groupResolver_->resolverQueueDelIf([](const ResolverEntry&) { return true; });
-}
-
-const Zev::TypeRecord& GroupInterface::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
 }
 
 Pell::Ptr<OrderedSwTableSet> GroupInterface::swTableSetIs(SwTableId tableId) {

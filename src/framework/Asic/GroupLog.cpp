@@ -48,20 +48,10 @@ const bool kEntityTypesRegistered = [] {
 }  // namespace
 
 GroupLogGlint::GroupLogGlint(const ZevGlint::MountSite& site)
-    : Entity(site.path()), groupLog_(site) {}
-
-const Zev::TypeRecord& GroupLogGlint::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
+    : Typed(site.path()), groupLog_(site) {}
 
 GroupVersionsGlint::GroupVersionsGlint(const ZevGlint::MountSite& site)
-    : Entity(site.path()), appliedVersions_(site) {}
-
-const Zev::TypeRecord& GroupVersionsGlint::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
+    : Typed(site.path()), appliedVersions_(site) {}
 
 GroupLog::GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager,
                    const Pell::String& agentName, const Pell::String& groupName)
@@ -78,13 +68,9 @@ GroupLog::GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager,
   ZEV_TRACE(trace, 2, kClass, "rows: {} lastSequence: {}", logMap().rowCount(), lastSequence_);
 }
 
-GroupLog::~GroupLog() { hasNotificationActiveIs(false); }
-
-const Zev::TypeRecord& GroupLog::fwkType() const {
-  static const Zev::TypeRecord record{
-      kTypeName,
-      {{"groupLog", kGroupLogAttribute}, {"appliedVersions", kAppliedVersionsAttribute}}};
-  return record;
+Zev::TypeRecord GroupLog::typeRecord() {
+  return {kTypeName,
+          {{"groupLog", kGroupLogAttribute}, {"appliedVersions", kAppliedVersionsAttribute}}};
 }
 
 void GroupLog::readApplied() {

@@ -66,14 +66,8 @@ GroupResolver::GroupResolver(Zev::EventLoop& loop) : turn_(loop, [this] { walk()
 
 // The entries go while the queue is still in order: what their release sets off may look at it.
 GroupResolver::~GroupResolver() {
-  hasNotificationActiveIs(false);
   length_ = 0;
   const std::vector<Waiting> dropped = std::exchange(queue_, {});
-}
-
-const Zev::TypeRecord& GroupResolver::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
 }
 
 void GroupResolver::resolverQueueEnq(Pell::Ptr<ResolverEntry> const& entry) {

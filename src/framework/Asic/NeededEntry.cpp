@@ -9,11 +9,6 @@
 
 namespace Asic {
 
-const Zev::TypeRecord& NeededEntry::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 void NeededEntry::add(TableVersion tableVersion) {
   TableVersion* held = find(tableVersion.tableId());
   if (held == nullptr) {

@@ -15,11 +15,6 @@ Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 }  // namespace
 
-const Zev::TypeRecord& OrderedSwTableSet::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 void OrderedSwTableSet::swTableIs(Pell::Ptr<OrderedSwTable> const& table) {
   ZEV_TRACE(trace, 8, kClass, "tableId: {} unitId: {}", tableId_, table->unitId());
   tables_.insertOrAssign(table->unitId(), table);

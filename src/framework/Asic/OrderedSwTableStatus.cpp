@@ -15,12 +15,11 @@ Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 }  // namespace
 
-const Zev::TypeRecord& OrderedSwTableStatus::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName,
-                                      {{"pendingHwWrites", kPendingHwWritesAttribute},
-                                       {"suspend", kSuspendAttribute},
-                                       {"hwWriteAsked", kHwWriteAskedAttribute}}};
-  return record;
+Zev::TypeRecord OrderedSwTableStatus::typeRecord() {
+  return {kTypeName,
+          {{"pendingHwWrites", kPendingHwWritesAttribute},
+           {"suspend", kSuspendAttribute},
+           {"hwWriteAsked", kHwWriteAskedAttribute}}};
 }
 
 void OrderedSwTableStatus::pendingHwWritesIs(bool pending) {

@@ -19,11 +19,6 @@ OrderedTableInterface::OrderedTableInterface(Zev::EventLoop& loop,
                                              const Pell::Ptr<Vanta::EntityManager>& entityManager)
     : loop_(loop), entityManager_(entityManager) {}
 
-const Zev::TypeRecord& OrderedTableInterface::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 void OrderedTableInterface::makeGroupIntf(Pell::String const& agentName,
                                           Pell::String const& groupName,
                                           unsigned short agentAndGroupId) {

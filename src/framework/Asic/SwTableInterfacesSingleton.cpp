@@ -22,11 +22,6 @@ Pell::Ptr<SwTableInterfacesSingleton> SwTableInterfacesSingleton::instance() {
   return Pell::dynamicPtrCast<SwTableInterfacesSingleton>(Zev::Entity::singleton(kTypeName));
 }
 
-const Zev::TypeRecord& SwTableInterfacesSingleton::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 void SwTableInterfacesSingleton::swTableIntfIs(Pell::String const& name,
                                                Pell::Ptr<TableInterfaceBase> const& tableIntf) {
   ZEV_TRACE(trace, 8, kClass, "name: {}", name);

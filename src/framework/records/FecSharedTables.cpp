@@ -25,19 +25,9 @@ Pell::Ptr<Zev::Entity> makeEntity(const ZevGlint::MountSite& site) {
 }  // namespace
 
 FecTableDataModelEntryLogGlint::FecTableDataModelEntryLogGlint(const ZevGlint::MountSite& site)
-    : Entity(site.path()), entryLogConfig_(site) {}
-
-const Zev::TypeRecord& FecTableDataModelEntryLogGlint::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
+    : Typed(site.path()), entryLogConfig_(site) {}
 
 FecTableDataModelConfigGlint::FecTableDataModelConfigGlint(const ZevGlint::MountSite& site)
-    : Entity(site.path()), swTableEntries_(site) {}
-
-const Zev::TypeRecord& FecTableDataModelConfigGlint::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
+    : Typed(site.path()), swTableEntries_(site) {}
 
 }  // namespace LoamFec

@@ -25,11 +25,4 @@ FecTableDataModelSwTableBase::EntryHandle::EntryHandle(Asic::EntryVersion const&
       key_(key),
       table_(table) {}
 
-FecTableDataModelSwTableBase::FecEntryHandle::~FecEntryHandle() { hasNotificationActiveIs(false); }
-
-const Zev::TypeRecord& FecTableDataModelSwTableBase::FecEntryHandle::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
-}
-
 }  // namespace LoamFec

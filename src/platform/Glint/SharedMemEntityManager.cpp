@@ -33,14 +33,7 @@ void entityTypeIs(const Pell::String& typeName, EntityFactory factory) {
 EntityManager::EntityManager(const Pell::String& rootFolder)
     : root_(std::make_shared<Glint::RootFolder>(rootFolder)) {}
 
-EntityManager::~EntityManager() { hasNotificationActiveIs(false); }
-
 const Pell::String& EntityManager::rootFolder() const { return root_->path(); }
-
-const Zev::TypeRecord& EntityManager::fwkType() const {
-  static const Zev::TypeRecord record{.name = kTypeName};
-  return record;
-}
 
 void EntityManager::doMount(const Pell::String& path, const Pell::String& typeName,
                             const ZevGlint::MountInfo& mountInfo) {

@@ -67,11 +67,8 @@ void raise(std::vector<Asic::TableVersion>& versions,
 
 }  // namespace
 
-ResourceTable::ResourceHandle::~ResourceHandle() { hasNotificationActiveIs(false); }
-
-const Zev::TypeRecord& ResourceTable::ResourceHandle::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName, {{"change", kChangeAttribute}}};
-  return record;
+Zev::TypeRecord ResourceTable::ResourceHandle::typeRecord() {
+  return {kTypeName, {{"change", kChangeAttribute}}};
 }
 
 void ResourceTable::ResourceHandle::contentsIs(Asic::EntryState state, const DestId& destId,
@@ -85,10 +82,7 @@ void ResourceTable::ResourceHandle::contentsIs(Asic::EntryState state, const Des
 ResourceTable::ClientInstance::ClientInstance(const Pell::Ptr<ResourceTable>& resourceTable)
     : resourceTable_(resourceTable) {}
 
-ResourceTable::ClientInstance::~ClientInstance() {
-  hasNotificationActiveIs(false);
-  end();
-}
+ResourceTable::ClientInstance::~ClientInstance() { end(); }
 
 void ResourceTable::ClientInstance::end() {
   ZEV_TRACE(trace, 8, kClientClass, "");
@@ -97,11 +91,6 @@ void ResourceTable::ClientInstance::end() {
   if (resourceTable_) {
     resourceTable_->clientGone(this);
   }
-}
-
-const Zev::TypeRecord& ResourceTable::ClientInstance::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
 }
 
 Pell::Ptr<ResourceTable::ResourceHandle const> ResourceTable::ClientInstance::request(
@@ -163,13 +152,7 @@ ResourceTable::IntfIdToDestIdResourceTableResourceTable(
 }
 
 ResourceTable::~IntfIdToDestIdResourceTableResourceTable() {
-  hasNotificationActiveIs(false);
   groupLog_->publisher().subscriberRemove(appliedSubscriber_);
-}
-
-const Zev::TypeRecord& ResourceTable::fwkType() const {
-  static const Zev::TypeRecord record{kTypeName};
-  return record;
 }
 
 Pell::Ptr<ResourceTable::ClientInstance> ResourceTable::makeClientInstance() {

@@ -5,13 +5,10 @@
 
 #include "Vanta/EntityManager.h"
 
+#include <utility>
+
 namespace Vanta {
 
-EntityManager::~EntityManager() { hasNotificationActiveIs(false); }
-
-const Zev::TypeRecord& EntityManager::fwkType() const {
-  static const Zev::TypeRecord record{.name = kTypeName};
-  return record;
-}
+EntityManager::EntityManager(Pell::String rootFolder) : rootFolder_(std::move(rootFolder)) {}
 
 }  // namespace Vanta

@@ -2,6 +2,7 @@
 
 #include "Zev/PtrInterface.h"
 
+#include "Pell/Assert.h"
 #include "Pell/Publisher.h"
 
 namespace Zev {
@@ -14,12 +15,14 @@ const Pell::Publisher* PtrInterface::notifieeList() const { return nullptr; }
 
 void PtrInterface::zeroReferencesIs(bool zero) {
   if (zero) {
+    notificationActive_ = false;
     beingDestroyed_ = true;
     delete this;
   }
 }
 
 PtrInterface::~PtrInterface() {
+  PELL_ASSERT(!notificationActive_, "!notificationActive_");
   if (tracker_ != nullptr) {
     tracker_->released();
   }

@@ -43,7 +43,6 @@ class RecordingResourceClient : public ResourceTable::ClientInstance {
   };
 
   RecordingResourceClient() : ClientInstance(nullptr) {}
-  ~RecordingResourceClient() override { hasNotificationActiveIs(false); }
 
   Pell::Ptr<ResourceTable::ResourceHandle const> request(
       const ResourceTable::Key& key, const ResourceTable::Dependency& dependency) override;
@@ -75,7 +74,7 @@ class RecordingResourceClient : public ResourceTable::ClientInstance {
 };
 
 // Dependency of another table, in whatever state and under whatever version a test wants.
-class FakeDependency : public Asic::DependencyEntryHandle {
+class FakeDependency : public Zev::Typed<FakeDependency, Asic::DependencyEntryHandle> {
  public:
   static constexpr const char* kTypeName = "testing_support::FakeDependency";
 
@@ -83,7 +82,6 @@ class FakeDependency : public Asic::DependencyEntryHandle {
                               Asic::TableVersion(Asic::SwTableId(0x03010806), Asic::LogVersion(1)))
       : version_(version) {}
 
-  const Zev::TypeRecord& fwkType() const override;
   Asic::TableVersion entryTableVersion() const override { return version_; }
   void tableVersionIs(Asic::TableVersion version) { version_ = version; }
   void stateIs(Asic::EntryState state) { entryStateSet(state); }

@@ -107,15 +107,13 @@ class StepRecorder {
 // handle at that moment.
 //
 // Ownership: refers to the recorder.
-class StepHelper : public LoamFec::FecTableSwTableHelperBase {
+class StepHelper : public Zev::Typed<StepHelper, LoamFec::FecTableSwTableHelperBase> {
  public:
   static constexpr const char* kTypeName = "testing_support::StepHelper";
   using Wrapper = Pell::Ptr<LoamFec::FecTableEntryWrapper>;
 
   explicit StepHelper(StepRecorder& recorder) : recorder_(&recorder) {}
-  ~StepHelper() override { hasNotificationActiveIs(false); }
 
-  const Zev::TypeRecord& fwkType() const override;
   void finalizeOnSuccess(Wrapper const& entry, bool isDelete) override;
   bool finalizeOnFailure(Wrapper const& entry, bool isDelete,
                          Pell::Ptr<LoamFec::FecTableSwTable> const& swTable) override;

@@ -29,7 +29,7 @@ class FecTableLogRoomException : public std::runtime_error {
 // written in the order configuration rows, log row, scratchpad, group log, so whoever sees a
 // version in the scratchpad finds its rows. A deleted entry keeps its row, marked, until the log is
 // cleaned up past its deletion.
-class FecTableEntryLog : public Asic::EntryLogBase {
+class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableEntryLog";
 
@@ -62,7 +62,7 @@ class FecTableEntryLog : public Asic::EntryLogBase {
       Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
       const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface);
 
-  const Zev::TypeRecord& fwkType() const override;
+  static Zev::TypeRecord typeRecord();
   ~FecTableEntryLog() override;
 
   void handleInitialized();

@@ -16,7 +16,7 @@ class FecTableSwTable;
 // Ownership: held by the table's transient maps while it is the newest of its key, and by its
 // resolver entry until that is committed.
 // Threads: the event loop's.
-class FecTableEntryWrapper : public Zev::PtrInterface {
+class FecTableEntryWrapper : public Zev::Typed<FecTableEntryWrapper> {
  public:
   using Ptr = Pell::Ptr<FecTableEntryWrapper>;
   using ResourceHandle = LoamAdjLib::IntfIdToDestIdResourceTableResourceTable::ResourceHandle;
@@ -38,8 +38,7 @@ class FecTableEntryWrapper : public Zev::PtrInterface {
       const FecTableDataModelEntry& entry,
       const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle);
 
-  const Zev::TypeRecord& fwkType() const override;
-  ~FecTableEntryWrapper() override;
+  static Zev::TypeRecord typeRecord();
 
   const FecTableDataModelEntry& entry() const { return entry_; }
   void entryIs(const FecTableDataModelEntry& entry) { entry_ = entry; }
@@ -79,7 +78,7 @@ Pell::Ptr<FecTableEntryWrapper> fecTableEntryWrapperFactory(
 //
 // Ownership: held by the queue; holds wrapper and dependency. The table is not held: one that ends
 // takes its entries out of the queue.
-class FecTableResolverEntry : public Asic::ResolverEntry {
+class FecTableResolverEntry : public Zev::Typed<FecTableResolverEntry, Asic::ResolverEntry> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableResolverEntry";
 
@@ -91,8 +90,7 @@ class FecTableResolverEntry : public Asic::ResolverEntry {
       Asic::EntryFlags flags, FecTableSwTable* swTable,
       const Pell::Ptr<FecTableEntryWrapper>& swTableEntry);
 
-  const Zev::TypeRecord& fwkType() const override;
-  ~FecTableResolverEntry() override;
+  static Zev::TypeRecord typeRecord();
   bool isResolved() override;
   void commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) override;
 
@@ -116,14 +114,13 @@ Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
 // Threads: the event loop's. The first two are called inside a commit, before the entry is logged:
 // they may make requests, which wait for a later turn. A hook that throws there refuses the write:
 // it is answered as failed, and the exception then passes on to the event loop.
-class FecTableSwTableHelperBase : public Zev::PtrInterface {
+class FecTableSwTableHelperBase : public Zev::Typed<FecTableSwTableHelperBase> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTableHelperBase";
 
   static Pell::Ptr<FecTableSwTableHelperBase> FecTableSwTableHelperBaseIs();
 
-  const Zev::TypeRecord& fwkType() const override;
-  ~FecTableSwTableHelperBase() override;
+  static Zev::TypeRecord typeRecord();
 
   // A write is about to be logged. isDelete is always false: removes have no hook.
   virtual void finalizeOnSuccess(Pell::Ptr<FecTableEntryWrapper> const& entry, bool isDelete);

@@ -28,7 +28,7 @@ class FecTableUnitsException : public std::runtime_error {
 // table interfaces.
 // Ownership: held by the registry; holds the entry log, the status and the table of each unit.
 // Threads: the event loop's.
-class FecTableInterface : public Asic::TableInterfaceBase {
+class FecTableInterface : public Zev::Typed<FecTableInterface, Asic::TableInterfaceBase> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableInterface";
 
@@ -40,7 +40,7 @@ class FecTableInterface : public Asic::TableInterfaceBase {
   // getIntf(). Throws ZevGlint::MountException.
   explicit FecTableInterface(Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf);
 
-  const Zev::TypeRecord& fwkType() const override;
+  static Zev::TypeRecord typeRecord();
   ~FecTableInterface() override;
 
   void handleInitialized();

@@ -19,7 +19,8 @@ class FecTableSwTable;
 // goes on using its destinations.
 // Threads: the event loop's. Changes of a resource arrive in turns of their own.
 // Invariants: the usage records mirror what is committed, never what is queued.
-class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
+class FecTableIntfIdToDestIdLinkage
+    : public Zev::Typed<FecTableIntfIdToDestIdLinkage, Zev::NotifyingObject> {
  public:
   using ResourceTable = LoamAdjLib::IntfIdToDestIdResourceTableResourceTable;
   using ResourceHandle = ResourceTable::ResourceHandle;
@@ -38,7 +39,7 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
   // Invariants: filed in the linkage under its handle's key (the null key without a handle), and,
   // outside the linkage's own steps, exactly while an entry uses it. Hears nothing once its
   // notifications are off.
-  class LocalUsageUpdateSm : public Zev::NotifyingObject {
+  class LocalUsageUpdateSm : public Zev::Typed<LocalUsageUpdateSm, Zev::NotifyingObject> {
    public:
     static constexpr const char* kTypeName =
         "LoamFec::FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm";
@@ -53,7 +54,7 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
         const Pell::Ptr<ResourceHandle const>& resourceHandle,
         FecTableIntfIdToDestIdLinkage* parent);
 
-    const Zev::TypeRecord& fwkType() const override;
+    static Zev::TypeRecord typeRecord();
     ~LocalUsageUpdateSm() override;
 
     const Pell::Ptr<ResourceHandle const>& resourceHandle() const { return resourceHandle_; }
@@ -84,7 +85,7 @@ class FecTableIntfIdToDestIdLinkage : public Zev::NotifyingObject {
   FecTableIntfIdToDestIdLinkage(FecTableSwTable* swTable,
                                 const Pell::Ptr<ClientInstance>& resTblClient);
 
-  const Zev::TypeRecord& fwkType() const override;
+  static Zev::TypeRecord typeRecord();
   ~FecTableIntfIdToDestIdLinkage() override;
 
   FecTableSwTable* swTable() const { return swTable_; }

@@ -41,7 +41,7 @@ class SwTableEntries_py;
 // passes on to the event loop. Answers come in the order of their versions, also when an observer
 // or a handler reports again.
 // Invariants: a mutator publishes its attribute only when the value has changed, after it has.
-class FecTableSwTable : public FecTableDataModelSwTableBase {
+class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTableBase> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTable";
 
@@ -88,7 +88,7 @@ class FecTableSwTable : public FecTableDataModelSwTableBase {
                                                    FecTableDataModelSwTableBase* table);
 
   const Pell::Publisher* notifieeList() const override;
-  const Zev::TypeRecord& fwkType() const override;
+  static Zev::TypeRecord typeRecord();
   ~FecTableSwTable() override;
   // The FEC software table has no hardware table of its own.
   void doCreateHwTable() override;
@@ -236,7 +236,8 @@ Pell::Ptr<FecTableSwTable> fecTableSwTableFactory(
 // A walk over one software table.
 //
 // Ownership: holds the table.
-class FecTableSwTableIteratorState : public FecTableDataModelSwTableIteratorState {
+class FecTableSwTableIteratorState
+    : public Zev::Typed<FecTableSwTableIteratorState, FecTableDataModelSwTableIteratorState> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTableIteratorState";
   using ConfigIterator = Glint::GlintMap<FecTableDataModelConfigGlintEntry>::Iterator;
@@ -245,8 +246,6 @@ class FecTableSwTableIteratorState : public FecTableDataModelSwTableIteratorStat
   static Pell::Ptr<FecTableSwTableIteratorState> FecTableSwTableIteratorStateIs(
       const Pell::Ptr<FecTableSwTable const>& swTable);
 
-  const Zev::TypeRecord& fwkType() const override;
-  ~FecTableSwTableIteratorState() override;
   FecTableDataModelEntry maybeUpdateCurrentEntry() override;
 
   // The current entry is that of a pending write.
@@ -277,14 +276,13 @@ Pell::Ptr<FecTableSwTableIteratorState> fecTableSwTableIteratorStateFactory(
     const Pell::Ptr<FecTableSwTable const>& swTable);
 
 // Snapshot of a table for scripts: every entry that an iteration yields, by key.
-class SwTableEntries_py : public Zev::PtrInterface {
+class SwTableEntries_py : public Zev::Typed<SwTableEntries_py> {
  public:
   static constexpr const char* kTypeName = "LoamFec::SwTableEntries_py";
   using Entries =
       Pell::HashMap<FecTableDataModelEntryKey, FecTableDataModelEntry, FecKeyHash<0x71c8e35b>>;
 
-  const Zev::TypeRecord& fwkType() const override;
-  ~SwTableEntries_py() override;
+  static Zev::TypeRecord typeRecord();
 
   const Entries& tableEntries() const { return tableEntries_; }
   // Inserts or replaces the entry under its key.

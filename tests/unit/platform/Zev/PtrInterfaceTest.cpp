@@ -118,6 +118,62 @@ TEST_F(PtrInterfaceTest, NotificationsAreOffUntilConstructionIsComplete) {
   EXPECT_FALSE(subject->hasNotificationActive());
 }
 
+// Hands its last reader a look at the object it was a part of.
+class Part {
+ public:
+  explicit Part(std::function<void()> atEnd) : atEnd_(std::move(atEnd)) {}
+  Part(const Part&) = delete;
+  Part& operator=(const Part&) = delete;
+  ~Part() { atEnd_(); }
+
+ private:
+  std::function<void()> atEnd_;
+};
+
+// Has no destructor of its own.
+class Whole : public Zev::Typed<Whole> {
+ public:
+  static constexpr std::string_view kTypeName = "PtrInterfaceTest.Whole";
+  explicit Whole(bool& active) : part_([this, &active] { active = hasNotificationActive(); }) {}
+
+ private:
+  Part part_;
+};
+
+TEST_F(PtrInterfaceTest, NotificationsAreOffWhenTheFirstDestructorBegins) {
+  bool during = true;
+  Ptr<Subject> subject = makeObject<Subject>(
+      Subject::Step(), [&during](Subject* self) { during = self->hasNotificationActive(); });
+  subject = nullptr;
+  EXPECT_EQ(Subject::ended, 1);
+  EXPECT_FALSE(during);
+}
+
+TEST_F(PtrInterfaceTest, NotificationsAreOffBeforeAMemberGoes) {
+  bool during = true;
+  Ptr<Whole> whole = makeObject<Whole>(during);
+  whole = nullptr;
+  EXPECT_FALSE(during);
+}
+
+TEST_F(PtrInterfaceTest, AnObjectThatNeverTookNotificationsMayEndWithoutAReference) {
+  bool during = true;
+  { const Whole whole(during); }
+  EXPECT_FALSE(during);
+}
+
+using PtrInterfaceDeathTest = PtrInterfaceTest;
+
+// Nothing could turn them off in time.
+TEST_F(PtrInterfaceDeathTest, AnObjectThatEndsWithNotificationsOnStopsTheProcess) {
+  bool during = false;
+  const auto endInItsBlock = [&during] {
+    Whole whole(during);
+    whole.hasNotificationActiveIs(true);
+  };
+  EXPECT_DEATH(endInItsBlock(), "!notificationActive_");
+}
+
 // Notes each report of the runtime.
 class Reported : public Subject {
  public:

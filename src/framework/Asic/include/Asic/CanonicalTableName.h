@@ -12,14 +12,12 @@ namespace Asic {
 // Kind: immutable object.
 // The framework keys its maps by the strings that it is given; name() belongs to the system whose
 // tables are named, and is defined there.
-class CanonicalTableName : public Zev::PtrInterface {
+class CanonicalTableName : public Zev::Typed<CanonicalTableName> {
  public:
   static constexpr const char* kTypeName = "Asic::CanonicalTableName";
 
   // first: the group part, used by orderedSwTable only; second: the table part.
   CanonicalTableName(OrderedTableType type, Pell::String first, Pell::String second);
-
-  const Zev::TypeRecord& fwkType() const override;
 
   // A new string: "OrderedSwTable.<first>.<second>", "PartiallyOrderedSwTable.<second>" or
   // "ResourceTable.<second>". Any other type stops the process.

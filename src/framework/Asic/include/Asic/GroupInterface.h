@@ -14,7 +14,7 @@ namespace Asic {
 // One group of ordered tables: its resolver, its log, and the software tables in it.
 //
 // Ownership: holds all three.
-class GroupInterface : public Zev::PtrInterface {
+class GroupInterface : public Zev::Typed<GroupInterface> {
  public:
   static constexpr const char* kTypeName = "Asic::GroupInterface";
 
@@ -23,8 +23,6 @@ class GroupInterface : public Zev::PtrInterface {
                  std::uint16_t agentAndGroupId);
   // Empties the resolver's queue first: what waits there points at tables that go now.
   ~GroupInterface() override;
-
-  const Zev::TypeRecord& fwkType() const override;
 
   std::uint16_t agentAndGroupId() const { return agentAndGroupId_; }
   const Pell::Ptr<GroupResolver>& groupResolver() const { return groupResolver_; }

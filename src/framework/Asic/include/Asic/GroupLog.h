@@ -13,7 +13,7 @@
 namespace Asic {
 
 // The rows of a group of tables in shared memory, in group order. Rows go when they are applied.
-class GroupLogGlint : public Zev::Entity {
+class GroupLogGlint : public Zev::Typed<GroupLogGlint, Zev::Entity> {
  public:
   static constexpr const char* kTypeName = "Asic::GroupLogGlint";
   static constexpr const char* kCollectionName = "groupLog";
@@ -21,7 +21,6 @@ class GroupLogGlint : public Zev::Entity {
   static constexpr std::uint32_t kCapacity = 100000;
 
   explicit GroupLogGlint(const ZevGlint::MountSite& site);
-  const Zev::TypeRecord& fwkType() const override;
   Glint::GlintMap<GroupLogRow>& groupLog() { return groupLog_; }
 
  private:
@@ -32,14 +31,13 @@ class GroupLogGlint : public Zev::Entity {
 //
 // Which tables a group has is fixed when its agent is built; a report for more than its slots hold
 // (twice the capacity) stops the process.
-class GroupVersionsGlint : public Zev::Entity {
+class GroupVersionsGlint : public Zev::Typed<GroupVersionsGlint, Zev::Entity> {
  public:
   static constexpr const char* kTypeName = "Asic::GroupVersionsGlint";
   static constexpr const char* kCollectionName = "appliedVersions";
   static constexpr std::uint32_t kCapacity = 64;
 
   explicit GroupVersionsGlint(const ZevGlint::MountSite& site);
-  const Zev::TypeRecord& fwkType() const override;
   Glint::GlintMap<GroupVersionRow>& appliedVersions() { return appliedVersions_; }
 
  private:
@@ -56,7 +54,7 @@ class GroupVersionsGlint : public Zev::Entity {
 // one throws goes to the caller, who must not count on the call having been without effect.
 // Cost: an announcement and a report cost the rows that they add or drop; a start costs the slots
 // in use and one sort of the rows, whatever the number of tables.
-class GroupLog : public GroupLogInterface {
+class GroupLog : public Zev::Typed<GroupLog, GroupLogInterface> {
  public:
   static constexpr const char* kTypeName = "Asic::GroupLog";
   // Published when the rows of an operation have been added.
@@ -67,9 +65,8 @@ class GroupLog : public GroupLogInterface {
   // Mounts (creates, if there are none) the two tables. Throws ZevGlint::MountException.
   GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager, const Pell::String& agentName,
            const Pell::String& groupName);
-  ~GroupLog() override;
 
-  const Zev::TypeRecord& fwkType() const override;
+  static Zev::TypeRecord typeRecord();
 
   // Adds one row, or as many as the needed versions take (GroupLogRow::rowsFor); room() must be as
   // large, or the process stops.

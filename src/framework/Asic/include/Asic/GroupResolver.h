@@ -26,7 +26,7 @@ namespace Asic {
 // throws ends the turn and goes to the loop, and the walk goes on behind that entry in the
 // next turn: an entry that threw in isResolved() waits on; one that threw in commitEntry() leaves
 // the queue, because its commit has begun and a second one could log and answer it twice.
-class GroupResolver : public Zev::NotifyingObject {
+class GroupResolver : public Zev::Typed<GroupResolver, Zev::NotifyingObject> {
  public:
   static constexpr const char* kTypeName = "Asic::GroupResolver";
   static constexpr std::uint32_t kEntriesPerTurn = 1024;
@@ -36,8 +36,6 @@ class GroupResolver : public Zev::NotifyingObject {
   // Drops the entries that wait. What their release sets off finds an empty queue, and what it
   // appends is dropped.
   ~GroupResolver() override;
-
-  const Zev::TypeRecord& fwkType() const override;
 
   // Appends the entry. While the operation it depends on is not yet resolved, a change of that
   // operation's state starts a new generation.

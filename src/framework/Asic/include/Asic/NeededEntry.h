@@ -27,11 +27,9 @@ using TableVersions = boost::container::small_vector<TableVersion, kInlineTableV
 // Layout: up to kInlineTableVersions stand in the object itself and are found by a scan; beyond
 // that they move to the heap, where an index is made that finds them. So adding a table costs the
 // same however many there are, and a set that stands inline pays for no index.
-class NeededEntry : public Zev::PtrInterface {
+class NeededEntry : public Zev::Typed<NeededEntry> {
  public:
   static constexpr const char* kTypeName = "Asic::NeededEntry";
-
-  const Zev::TypeRecord& fwkType() const override;
 
   // Of two versions of one table the higher is kept: it needs the lower one too.
   void add(TableVersion tableVersion);

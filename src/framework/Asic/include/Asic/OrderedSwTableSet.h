@@ -10,13 +10,11 @@ namespace Asic {
 // The software tables of all units of one table id.
 //
 // Ownership: holds a reference to each table.
-class OrderedSwTableSet : public Zev::PtrInterface {
+class OrderedSwTableSet : public Zev::Typed<OrderedSwTableSet> {
  public:
   static constexpr const char* kTypeName = "Asic::OrderedSwTableSet";
 
   explicit OrderedSwTableSet(SwTableId tableId) : tableId_(tableId) {}
-
-  const Zev::TypeRecord& fwkType() const override;
 
   SwTableId tableId() const { return tableId_; }
 

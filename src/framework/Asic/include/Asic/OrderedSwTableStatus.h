@@ -14,7 +14,7 @@ namespace Asic {
 // Invariants: an observer hears of a flag when it has its new value. Observers may drop the last
 // reference to the status. What one throws goes to whoever set the flag, and keeps the observers
 // behind it from hearing of that attribute.
-class OrderedSwTableStatus : public Zev::NotifyingObject {
+class OrderedSwTableStatus : public Zev::Typed<OrderedSwTableStatus, Zev::NotifyingObject> {
  public:
   static constexpr const char* kTypeName = "Asic::OrderedSwTableStatus";
   // Published when the flag has changed.
@@ -27,7 +27,7 @@ class OrderedSwTableStatus : public Zev::NotifyingObject {
 
   explicit OrderedSwTableStatus(SwTableId tableId) : tableId_(tableId) {}
 
-  const Zev::TypeRecord& fwkType() const override;
+  static Zev::TypeRecord typeRecord();
 
   SwTableId tableId() const { return tableId_; }
 

@@ -13,13 +13,11 @@ namespace Asic {
 //
 // Ownership: holds the groups, the resource tables and the state database's entity manager;
 // refers to the loop, which outlives it.
-class OrderedTableInterface : public Zev::PtrInterface {
+class OrderedTableInterface : public Zev::Typed<OrderedTableInterface> {
  public:
   static constexpr const char* kTypeName = "Asic::OrderedTableInterface";
 
   OrderedTableInterface(Zev::EventLoop& loop, const Pell::Ptr<Vanta::EntityManager>& entityManager);
-
-  const Zev::TypeRecord& fwkType() const override;
 
   Zev::EventLoop& eventLoop() const { return loop_; }
   const Pell::Ptr<Vanta::EntityManager>& entityManager() const { return entityManager_; }

@@ -10,9 +10,6 @@ namespace Asic {
 //
 // Ownership: held by the queue until it has been committed; holds the operation that it depends on.
 class ResolverEntry : public Zev::PtrInterface {
- public:
-  const Zev::TypeRecord& fwkType() const override = 0;
-
  protected:
   // A null dependency: the operation depends on none.
   ResolverEntry(const Pell::Ptr<DependencyEntryHandle const>& dependantEntryHandle,

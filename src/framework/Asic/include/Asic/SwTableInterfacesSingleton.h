@@ -13,16 +13,14 @@ namespace Asic {
 //
 // Kind: process singleton, registered under kTypeName.
 // Ownership: holds a reference to each interface.
-class SwTableInterfacesSingleton : public Zev::Entity {
+class SwTableInterfacesSingleton : public Zev::Typed<SwTableInterfacesSingleton, Zev::Entity> {
  public:
   static constexpr const char* kTypeName = "Asic::SwTableInterfacesSingleton";
 
-  explicit SwTableInterfacesSingleton(const Pell::String& name) : Entity(name) {}
+  explicit SwTableInterfacesSingleton(const Pell::String& name) : Typed(name) {}
   static Pell::Ptr<Zev::Entity> make(const Pell::String& name);
   // The process's registry; null when there is none yet.
   static Pell::Ptr<SwTableInterfacesSingleton> instance();
-
-  const Zev::TypeRecord& fwkType() const override;
 
   // Adds the interface, replacing one of the same name.
   void swTableIntfIs(Pell::String const& name, Pell::Ptr<TableInterfaceBase> const& tableIntf);

@@ -14,13 +14,13 @@ namespace LoamFec {
 // The entry log: one row a version that is not applied yet.
 //
 // Ownership: the mount lives as long as this object.
-class FecTableDataModelEntryLogGlint : public Zev::Entity {
+class FecTableDataModelEntryLogGlint
+    : public Zev::Typed<FecTableDataModelEntryLogGlint, Zev::Entity> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableDataModelEntryLogGlint";
   static constexpr const char* kCollectionName = "entryLogConfig";
 
   explicit FecTableDataModelEntryLogGlint(const ZevGlint::MountSite& site);
-  const Zev::TypeRecord& fwkType() const override;
 
   // Inserts or replaces the row of that version.
   void entryLogConfigIs(const FecTableDataModelLogGlintEntry& row) { entryLogConfig_.rowIs(row); }
@@ -35,13 +35,12 @@ class FecTableDataModelEntryLogGlint : public Zev::Entity {
 // One unit's configuration table: one row an entry, and one a deletion that is not cleaned up.
 //
 // Ownership: the mount lives as long as this object.
-class FecTableDataModelConfigGlint : public Zev::Entity {
+class FecTableDataModelConfigGlint : public Zev::Typed<FecTableDataModelConfigGlint, Zev::Entity> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableDataModelConfigGlint";
   static constexpr const char* kCollectionName = "swTableEntries";
 
   explicit FecTableDataModelConfigGlint(const ZevGlint::MountSite& site);
-  const Zev::TypeRecord& fwkType() const override;
 
   // Inserts or replaces the row of that key.
   void swTableEntriesIs(const FecTableDataModelConfigGlintEntry& row) {

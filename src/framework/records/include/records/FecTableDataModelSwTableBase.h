@@ -75,13 +75,11 @@ class FecTableDataModelSwTableBase : public Asic::OrderedSwTable {
   };
 
   // The handle that FEC tables hand out: fixes the type, adds nothing.
-  class FecEntryHandle : public EntryHandle {
+  class FecEntryHandle : public Zev::Typed<FecEntryHandle, EntryHandle> {
    public:
     static constexpr const char* kTypeName = "LoamFec::FecTableSwTable::EntryHandle";
 
-    using EntryHandle::EntryHandle;
-    ~FecEntryHandle() override;
-    const Zev::TypeRecord& fwkType() const override;
+    using Typed::Typed;
   };
 
   // Requests. The dependency is the operation of another table that must be resolved first; null:

@@ -36,12 +36,11 @@ void entityTypeIs(const Pell::String& typeName, EntityFactory factory);
 // Threads: one.
 // Invariants: while anything is mounted for writing, this process is the only writer below the
 // root folder.
-class EntityManager : public Zev::PtrInterface {
+class EntityManager : public Zev::Typed<EntityManager> {
  public:
   static constexpr std::string_view kTypeName = "ZevSharedMem::EntityManager";
 
   explicit EntityManager(const Pell::String& rootFolder);
-  ~EntityManager() override;
 
   // Mounts the entity of that path; an entity mounted there is replaced, and whoever holds the old
   // one can go on using it. Throws ZevGlint::MountException; then everything is as it was.
@@ -51,8 +50,6 @@ class EntityManager : public Zev::PtrInterface {
   Pell::Ptr<Zev::Entity> getEntity(const Pell::String& path) const;
 
   const Pell::String& rootFolder() const;
-
-  const Zev::TypeRecord& fwkType() const override;
 
  private:
   struct TableKey {

@@ -55,7 +55,8 @@ struct DestId {
 // update after the other; a turn begins no further step when its rows or its steps are used up. So
 // one subscriber that touches many rows has its turn for itself. A report of the hardware costs
 // what it settles, not what waits.
-class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase {
+class IntfIdToDestIdResourceTableResourceTable
+    : public Zev::Typed<IntfIdToDestIdResourceTableResourceTable, Asic::ResourceTableBase> {
  public:
   static constexpr const char* kTypeName = "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable";
   // Rows of shared memory that a turn touches before it leaves the rest to the next one, and steps
@@ -74,7 +75,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   // Invariants: changes only in a turn of the table's own. Subscribers are told in turns that
   // follow, and find it as it is shown by then; the next change waits until all have been told. Who
   // subscribes meanwhile is not told and acknowledges by itself.
-  class ResourceHandle : public Zev::NotifyingObject {
+  class ResourceHandle : public Zev::Typed<ResourceHandle, Zev::NotifyingObject> {
    public:
     static constexpr const char* kTypeName =
         "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable::ResourceHandle";
@@ -84,9 +85,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     static constexpr short kChangeAttribute = 517;
 
     explicit ResourceHandle(const Key& key) : key_(key) {}
-    ~ResourceHandle() override;
-
-    const Zev::TypeRecord& fwkType() const override;
+    static Zev::TypeRecord typeRecord();
 
     const Key& key() const { return key_; }
     // notResolved: no destination known; done: there is one; resourceFailed: there cannot be one.
@@ -115,7 +114,7 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
   // One client's access to the table.
   //
   // Ownership: held by the client; holds the table. When it goes, the client uses nothing any more.
-  class ClientInstance : public Zev::PtrInterface {
+  class ClientInstance : public Zev::Typed<ClientInstance> {
    public:
     static constexpr const char* kTypeName =
         "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable::ClientInstance";
@@ -124,8 +123,6 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
     explicit ClientInstance(
         const Pell::Ptr<IntfIdToDestIdResourceTableResourceTable>& resourceTable);
     ~ClientInstance() override;
-
-    const Zev::TypeRecord& fwkType() const override;
 
     // The handle of the key: always the same object, never null. May be called any number of
     // times; it is not counted, and asks nothing of the client. The dependency is not used.
@@ -162,8 +159,6 @@ class IntfIdToDestIdResourceTableResourceTable : public Asic::ResourceTableBase 
                                            const Pell::Ptr<Asic::GroupResolver>& groupResolver,
                                            const Pell::Ptr<Asic::GroupLog>& groupLog);
   ~IntfIdToDestIdResourceTableResourceTable() override;
-
-  const Zev::TypeRecord& fwkType() const override;
 
   virtual Pell::Ptr<ClientInstance> makeClientInstance();
 

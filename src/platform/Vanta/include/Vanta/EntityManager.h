@@ -3,7 +3,6 @@
 #pragma once
 
 #include <string_view>
-#include <utility>
 
 #include "Pell/Ptr.h"
 #include "Pell/String.h"
@@ -16,12 +15,11 @@ namespace Vanta {
 // Kind: object, compared by identity.
 // Ownership: holds the manager that is attached to it.
 // Threads: one.
-class EntityManager : public Zev::PtrInterface {
+class EntityManager : public Zev::Typed<EntityManager> {
  public:
   static constexpr std::string_view kTypeName = "Vanta::EntityManager";
 
-  explicit EntityManager(Pell::String rootFolder) : rootFolder_(std::move(rootFolder)) {}
-  ~EntityManager() override;
+  explicit EntityManager(Pell::String rootFolder);
 
   const Pell::String& rootFolder() const { return rootFolder_; }
 
@@ -31,8 +29,6 @@ class EntityManager : public Zev::PtrInterface {
   void attachmentIs(const Pell::Ptr<Zev::PtrInterface>& attachment) const {
     attachment_ = attachment;
   }
-
-  const Zev::TypeRecord& fwkType() const override;
 
  private:
   Pell::String rootFolder_;

@@ -19,6 +19,7 @@ class Publisher;
 namespace Zev {
 
 // Base of every object of the platform: counted, typed, and able to tell whether it is live.
+// Classes that objects are made of derive from it through Typed, below.
 //
 // Kind: object with identity, made by makeObject<T>() only.
 // Ownership: lives while a Pell::Ptr holds it. It is born with one construction reference, so its
@@ -26,6 +27,9 @@ namespace Zev {
 // pointer it returns.
 // Threads: counts are plain increments unless thread-safe-pointer mode is on.
 // Invariants: once being destroyed it stays so; counted pointers made by a destructor do no harm.
+// An object that has taken notifications ends with its last reference and in no other way: they are
+// off before the first of its destructors begins, so that no destructor has to see to it. One that
+// ends with notifications on stops the process.
 class PtrInterface {
  public:
   PtrInterface(const PtrInterface&) = delete;
@@ -33,7 +37,8 @@ class PtrInterface {
 
   // The publisher that announces this object's changes; null for a class that announces none.
   virtual const Pell::Publisher* notifieeList() const;
-  // Called by the runtime with true when the last reference has gone: ends the object.
+  // Called by the runtime with true when the last reference has gone: turns notifications off and
+  // ends the object.
   virtual void zeroReferencesIs(bool zero);
   virtual const TypeRecord& fwkType() const = 0;
 
@@ -56,8 +61,8 @@ class PtrInterface {
   }
   std::uint32_t references() const noexcept { return references_.value(); }
 
-  // Set by makeObject() once construction is complete, cleared first thing by a destructor: while
-  // it is off, no change notification reaches the object.
+  // Set by makeObject() once construction is complete, cleared before destruction begins: while it
+  // is off, no change notification reaches the object.
   bool hasNotificationActive() const { return notificationActive_; }
   void hasNotificationActiveIs(bool active) { notificationActive_ = active; }
 
@@ -71,6 +76,29 @@ class PtrInterface {
   mutable Count<std::uint32_t> references_{1};
   bool notificationActive_ = false;
   bool beingDestroyed_ = false;
+};
+
+// What a class that objects are made of derives from, in place of Base: gives it the hook that
+// tells its type record. The record holds the name alone, unless the class has a typeRecord() of
+// its own.
+//
+//   class Door : public Zev::Typed<Door, Zev::NotifyingObject> {
+//    public:
+//     static constexpr const char* kTypeName = "Door";
+//
+// A class that derives from Door without a Typed of its own counts as a Door.
+template <typename Derived, typename Base = PtrInterface>
+class Typed : public Base {
+ public:
+  static TypeRecord typeRecord() { return {.name = Derived::kTypeName}; }
+
+  const TypeRecord& fwkType() const override {
+    static const TypeRecord record = Derived::typeRecord();
+    return record;
+  }
+
+ protected:
+  using Base::Base;
 };
 
 // The allocation tracker of T, which names itself in T::kTypeName.
