@@ -11,7 +11,6 @@
 
 #include "Asic/CanonicalTableName.h"
 #include "Asic/Constants.h"
-#include "Glint/Guarded.h"
 #include "Vanta/EntityManager.h"
 
 namespace Agent {
@@ -46,51 +45,26 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
     hardware_ = makeHardware(stateFolder, unitIds, Asic::Writer::onThisThread);
   }
   for (const Asic::UnitId unitId : unitIds) {
-    sweepOrphans(unitId);
+    fec_->entryLog()->sweepOrphans(unitId, hardware_->appliedVersion(FecTableConstants::kTableId));
   }
   hardwareTurns_ =
       std::make_unique<Hardware::HardwareTurns>(loop_, group_, fec_->swTableStatus(), *hardware_);
   hardwareTurns_->resume();
 }
 
-// A deletion's log row may be cleaned up while its unit's configuration table is not mounted, or
-// just before the process dies: the row it marked then has nothing left that would remove it. The
-// hardware has taken it, though perhaps nobody lived to record that. When damage hides whether
-// there is a log row, the marked one stays.
-void FecAgent::sweepOrphans(Asic::UnitId unitId) {
-  const auto unit = fec_->entryLog()->tableConfigGlint(unitId);
-  auto& entries = unit->swTableEntries();
-  auto& log = fec_->entryLog()->tableEntryLog()->entryLogConfig();
-  const Asic::LogVersion applied = hardware_->appliedVersion(FecTableConstants::kTableId);
-  (void)Glint::walkOverDamage(entries, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
-    if (!row.isDeleted() || row.version() > applied) {
-      return;
-    }
-    bool hasLogRow = true;
-    Glint::guarded(log, [&] { hasLogRow = log.has(row.version()); });
-    if (!hasLogRow) {
-      unit->swTableEntriesDel(row.key());
-    }
-  });
-}
-
 bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {
-  auto& entries = fec_->entryLog()->tableConfigGlint(unitId)->swTableEntries();
-  std::uint32_t live = 0;
+  std::uint32_t committed = 0;
   bool equal = true;
-  const auto compare = [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
-    if (row.isDeleted()) {
-      return;
-    }
-    ++live;
+  const auto compare = [&](const LoamFec::FecTableSwTable::Row& row) {
+    ++committed;
     LoamFec::FecTableDataModelLogEntry held;
     equal = equal &&
             hardware_->entry(FecTableConstants::kTableId, unitId, row.key().fecId(),
                              std::as_writable_bytes(std::span(&held, 1))) &&
             LoamFec::FecTableDataModelLogEntry::isEq(held, row.logEntry());
   };
-  const bool sawAll = Glint::walkOverDamage(entries, compare);
-  return sawAll && equal && live == hardware_->entries(FecTableConstants::kTableId, unitId);
+  const bool sawAll = fec_->swTable(unitId)->forEachCommitted(compare);
+  return sawAll && equal && committed == hardware_->entries(FecTableConstants::kTableId, unitId);
 }
 
 }  // namespace Agent

@@ -4,8 +4,6 @@
 
 #include <utility>
 
-#include "Glint/Guarded.h"
-
 namespace Agent {
 
 namespace {
@@ -32,11 +30,10 @@ FecClient::~FecClient() {
 }
 
 bool FecClient::write(const Key& key, const Entry& entry, AnswerHandler handler) {
-  auto& rows = table_->entryLog()->tableConfigGlint(table_->unitId())->swTableEntries();
-  const auto row = Glint::guardedRow(rows, key);
+  const auto row = table_->row(key);
   const auto slot = slots_.find(key.fecId());
   const bool isCounted = slot != slots_.end() && slot->second.isNewKey;
-  if (!row && !isCounted && rows.rowCount() + newKeys_ >= kCapacity) {
+  if (!row && !isCounted && table_->rows() + newKeys_ >= kCapacity) {
     return false;
   }
   const bool isBeingRemoved = slot != slots_.end() && slot->second.isBeingRemoved();

@@ -24,7 +24,6 @@
 
 #include <fmt/format.h>
 
-#include "Glint/Guarded.h"
 #include "Glint/MountInfo.h"
 #include "captures/NextHopEntry.h"
 
@@ -213,10 +212,9 @@ std::uint64_t answersIn(const std::vector<ObservedRequest>& observed) {
 
 // Whether the tables hold what the answer promised, or what a later request of the key, which had
 // no answer yet, has made of it.
-bool isFound(const LoamFec::FecTableEntryLog& log, const ObservedRequest& answer,
+bool isFound(const LoamFec::FecTableInterface& fec, const ObservedRequest& answer,
              bool removeAskedSince) {
-  auto& rows = log.tableConfigGlint(answer.unit)->swTableEntries();
-  const auto row = Glint::guardedRow(rows, answer.key);
+  const auto row = fec.swTable(answer.unit)->row(answer.key);
   const bool isThere = row && !row->isDeleted();
   if (isThere && row->version() > answer.version) {
     return true;
@@ -229,7 +227,7 @@ bool isFound(const LoamFec::FecTableEntryLog& log, const ObservedRequest& answer
 }
 
 // Keys whose last answer does not hold: what came before it is not to be seen any more.
-std::uint64_t lostAnswers(const LoamFec::FecTableEntryLog& log,
+std::uint64_t lostAnswers(const LoamFec::FecTableInterface& fec,
                           const std::vector<ObservedRequest>& observed) {
   std::uint64_t lost = 0;
   std::set<std::pair<Asic::UnitId, std::uint32_t>> judged;
@@ -238,7 +236,7 @@ std::uint64_t lostAnswers(const LoamFec::FecTableEntryLog& log,
     const std::pair key(request.unit, request.key.fecId());
     if (request.moment == ObservedRequest::Moment::carriedOut) {
       const bool isLast = judged.insert(key).second;
-      lost += isLast && !isFound(log, request, removeAsked.contains(key)) ? 1U : 0U;
+      lost += isLast && !isFound(fec, request, removeAsked.contains(key)) ? 1U : 0U;
     } else if (!request.entry) {
       removeAsked.insert(key);
     }
@@ -279,7 +277,7 @@ std::unique_ptr<Agent::FecAgent> restart(const std::string& stateFolder,
   report.time = std::chrono::steady_clock::now() - started;
   const LoamFec::FecTableEntryLog& log = *agent->fec().entryLog();
   report.answered = answersIn(killed.observed);
-  report.lost = lostAnswers(log, killed.observed);
+  report.lost = lostAnswers(agent->fec(), killed.observed);
   for (const ObservedRequest& request : killed.observed) {
     report.versionAnswered = std::max(report.versionAnswered, request.version.value());
   }

@@ -10,7 +10,6 @@
 #include <set>
 #include <unordered_set>
 
-#include "Glint/Guarded.h"
 #include "captures/NextHopEntry.h"
 #include "replay/Progress.h"
 
@@ -181,11 +180,11 @@ Redrive Replayer::redrive(Change&& change) {
 std::uint64_t Replayer::entriesAbove(Asic::LogVersion version) const {
   std::uint64_t count = 0;
   for (const Unit& unit : units_) {
-    auto& rows = agent_.fec().entryLog()->tableConfigGlint(unit.id)->swTableEntries();
     // A damaged row is no entry any more.
-    (void)Glint::walkOverDamage(rows, [&](const LoamFec::FecTableDataModelConfigGlintEntry& row) {
-      count += !row.isDeleted() && row.version() > version ? 1U : 0U;
-    });
+    (void)agent_.fec().swTable(unit.id)->forEachCommitted(
+        [&](const LoamFec::FecTableSwTable::Row& row) {
+          count += row.version() > version ? 1U : 0U;
+        });
   }
   return count;
 }

@@ -142,7 +142,7 @@ std::string found(const LoamFec::FecTableEntryWrapper& wrapper) {
       destination.first, destination.second, destination.third, StepRecorder::describe(&handle),
       table.transientAddEntry().has(key), table.transientRemoveEntry().has(key),
       version == nullptr ? "none" : valueToStrep(*version), table.entryLog()->tableVersion(),
-      table.entryLog()->tableConfigGlint(table.unitId())->swTableEntries().has(key));
+      table.hasRow(key));
 }
 
 }  // namespace

@@ -47,18 +47,6 @@ FecTableEntryLog::~FecTableEntryLog() {
   tableEntryLog_ = nullptr;
 }
 
-Pell::Ptr<FecTableEntryLog> FecTableEntryLog::FecTableEntryLogIs(
-    Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
-    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface) {
-  return Zev::makeObject<FecTableEntryLog>(tableId, entityManager, groupLogInterface);
-}
-
-Pell::Ptr<FecTableEntryLog> fecTableEntryLogFactory(
-    Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
-    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface) {
-  return FecTableEntryLog::FecTableEntryLogIs(tableId, entityManager, groupLogInterface);
-}
-
 Zev::TypeRecord FecTableEntryLog::typeRecord() {
   return {kTypeName,
           {{"tableEntryLog", 1}, {"tableConfigGlint", 2}, {"prevTableVersion", 3}},
@@ -306,6 +294,24 @@ void FecTableEntryLog::cleanupConfigTable(FecTableDataModelConfigGlint& unit,
                                   unit.swTableEntriesDel(row.key());
                                 }
                               });
+}
+
+// A deletion's log row may be cleaned up while its unit's configuration table is not mounted, or
+// just before the process dies: the row it marked then has nothing left that would remove it. The
+// hardware has taken it, though perhaps nobody lived to record that.
+void FecTableEntryLog::sweepOrphans(Asic::UnitId unitId, Asic::LogVersion applied) const {
+  FecTableDataModelConfigGlint& unit = configGlint(unitId);
+  const auto sweep = [&](const FecTableDataModelConfigGlintEntry& row) {
+    if (!row.isDeleted() || row.version() > applied) {
+      return;
+    }
+    bool hasLogRow = true;
+    Glint::guarded(log(), [&] { hasLogRow = log().has(row.version()); });
+    if (!hasLogRow) {
+      unit.swTableEntriesDel(row.key());
+    }
+  };
+  (void)Glint::walkOverDamage(unit.swTableEntries(), sweep);
 }
 
 // Queries.

@@ -30,12 +30,6 @@ FecTableEntryWrapper::FecTableEntryWrapper(
     const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle)
     : entry_(entry), entryHandle_(entryHandle) {}
 
-FecTableEntryWrapper::Ptr FecTableEntryWrapper::FecTableEntryWrapperIs(
-    const FecTableDataModelEntry& entry,
-    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle) {
-  return Zev::makeObject<FecTableEntryWrapper>(entry, entryHandle);
-}
-
 Zev::TypeRecord FecTableEntryWrapper::typeRecord() {
   return {kTypeName, {{"entry", 1}, {"entryHandle", 2}, {"intfIdResPtr", 3}}};
 }
@@ -72,24 +66,11 @@ bool FecTableEntryWrapper::finalizeOnFailure(const Pell::Ptr<FecTableSwTable>& s
   return retVal;
 }
 
-FecTableEntryWrapper::Ptr fecTableEntryWrapperFactory(
-    const FecTableDataModelEntry& entry,
-    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle) {
-  return FecTableEntryWrapper::FecTableEntryWrapperIs(entry, entryHandle);
-}
-
 FecTableResolverEntry::FecTableResolverEntry(
     const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
     Asic::EntryFlags flags, FecTableSwTable* swTable,
     const Pell::Ptr<FecTableEntryWrapper>& swTableEntry)
     : Typed(dependantEntryHandle, flags), swTable_(swTable), swTableEntry_(swTableEntry) {}
-
-Pell::Ptr<FecTableResolverEntry> FecTableResolverEntry::FecTableResolverEntryIs(
-    const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
-    Asic::EntryFlags flags, FecTableSwTable* swTable,
-    const Pell::Ptr<FecTableEntryWrapper>& swTableEntry) {
-  return Zev::makeObject<FecTableResolverEntry>(dependantEntryHandle, flags, swTable, swTableEntry);
-}
 
 Zev::TypeRecord FecTableResolverEntry::typeRecord() {
   return {kTypeName,
@@ -104,18 +85,6 @@ bool FecTableResolverEntry::isResolved() {
 void FecTableResolverEntry::commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry) {
   ZEV_TRACE(resolverEntryTrace, 8, kResolverEntryClass, "key: {}", swTableEntry_->key());
   swTable_->commitEntry(resolverEntry);
-}
-
-Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
-    const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
-    Asic::EntryFlags flags, FecTableSwTable* swTable,
-    const Pell::Ptr<FecTableEntryWrapper>& swTableEntry) {
-  return FecTableResolverEntry::FecTableResolverEntryIs(dependantEntryHandle, flags, swTable,
-                                                        swTableEntry);
-}
-
-Pell::Ptr<FecTableSwTableHelperBase> FecTableSwTableHelperBase::FecTableSwTableHelperBaseIs() {
-  return Zev::makeObject<FecTableSwTableHelperBase>();
 }
 
 Zev::TypeRecord FecTableSwTableHelperBase::typeRecord() {
@@ -150,10 +119,6 @@ bool FecTableSwTableHelperBase::finalizeOnResourceUpdate(
 void FecTableSwTableHelperBase::handleHwError(Pell::Ptr<FecTableEntryWrapper> const& entry,
                                               unsigned int errorCode) {
   ZEV_TRACE(helperTrace, 8, kHelperClass, "key: {}, errorCode: {}", entry->key(), errorCode);
-}
-
-Pell::Ptr<FecTableSwTableHelperBase> fecTableSwTableHelperBaseFactory() {
-  return FecTableSwTableHelperBase::FecTableSwTableHelperBaseIs();
 }
 
 }  // namespace LoamFec

@@ -54,17 +54,6 @@ LocalUsageUpdateSm::~LocalUsageUpdateSm() {
   resourceHandle_ = nullptr;
 }
 
-Pell::Ptr<LocalUsageUpdateSm> LocalUsageUpdateSm::LocalUsageUpdateSmIs(
-    const Pell::Ptr<ResourceHandle const>& resourceHandle, FecTableIntfIdToDestIdLinkage* parent) {
-  return Zev::makeObject<LocalUsageUpdateSm>(resourceHandle, parent);
-}
-
-Pell::Ptr<LocalUsageUpdateSm> localUsageUpdateSmFactory(
-    const Pell::Ptr<FecTableIntfIdToDestIdLinkage::ResourceHandle const>& resourceHandle,
-    FecTableIntfIdToDestIdLinkage* parent) {
-  return LocalUsageUpdateSm::LocalUsageUpdateSmIs(resourceHandle, parent);
-}
-
 Zev::TypeRecord LocalUsageUpdateSm::typeRecord() {
   return {
       kTypeName,
@@ -122,12 +111,6 @@ void FecTableIntfIdToDestIdLinkage::end() {
   if (resTblClient_) {
     resTblClient_->end();
   }
-}
-
-Pell::Ptr<FecTableIntfIdToDestIdLinkage> fecTableIntfIdToDestIdLinkageFactory(
-    FecTableSwTable* swTable,
-    const Pell::Ptr<FecTableIntfIdToDestIdLinkage::ClientInstance>& resTblClient) {
-  return Zev::makeObject<FecTableIntfIdToDestIdLinkage>(swTable, resTblClient);
 }
 
 Zev::TypeRecord FecTableIntfIdToDestIdLinkage::typeRecord() {

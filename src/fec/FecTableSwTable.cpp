@@ -2,9 +2,9 @@
 
 // The software table itself: construction, the elementary operations on its transient state, and
 // its public operations, which hold what they need for the duration of the call and run the generic
-// algorithms of the accessors. The accessors come first: they use nothing but the table's public
-// operations, the entry log (what is committed), the linkage (resources) and the group resolver
-// (what waits).
+// algorithms of the accessors. The accessors come first: they read the table's members and change
+// them by its operations, and use the entry log (what is committed), the linkage (resources) and
+// the group resolver (what waits).
 //
 //   request -> transient maps, resolver queue -> isResolved -> commit -> entry log, in-log queue
 //           -> status version -> response handler
@@ -13,7 +13,6 @@
 
 #include <utility>
 
-#include "Glint/Guarded.h"
 #include "Pell/Assert.h"
 #include "Zev/Exceptions.h"
 #include "Zev/FirstException.h"
@@ -108,7 +107,7 @@ class OrderedSwTableAccessor {
   void maybeUpdateSuspend() {
     ZEV_TRACE(trace, 8, kClass, "");
     const std::uint32_t waiting =
-        table_.groupResolver() ? table_.groupResolver()->resolverQueueLength() : 0;
+        table_.groupResolver_ ? table_.groupResolver_->resolverQueueLength() : 0;
     const Pell::Ptr<OrderedSwTableStatus>& status = table_.status();
     if (status->suspend()) {
       if (waiting <= Constants::kResumeAtOrBelow) {
@@ -128,12 +127,12 @@ class OrderedSwTableAccessor {
                                const Linkages&... linkages) {
     const auto& wrapper = resolverEntry->swTableEntry();
     const bool isEntryDeleted = resolverEntry->isEntryDeleted();
-    if (table_.entryLog()->entryLogConfigRows() >= Constants::kEntryLogCapacity) {
+    if (table_.entryLog_->entryLogConfigRows() >= Constants::kEntryLogCapacity) {
       ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in entryLog!",
                 wrapper->key(), isEntryDeleted);
       return false;
     }
-    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {
+    if (!table_.entryLog_->groupLogInterface()->requestsFit()) {
       ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in the group log!",
                 wrapper->key(), isEntryDeleted);
       return false;
@@ -200,11 +199,11 @@ class OrderedSwTableAccessor {
 
   Entry entryReadGeneric(const Key& key) const {
     ZEV_TRACE(trace, 8, kClass, "key: {}", key);
-    if (const auto* pending = table_.transientAddEntry().find(key)) {
+    if (const auto* pending = table_.transientAddEntry_.find(key)) {
       return (*pending)->entry();
     }
-    if (!table_.transientRemoveEntry().has(key) &&
-        table_.entryLog()->entryHas(key, table_.unitId())) {
+    if (!table_.transientRemoveEntry_.has(key) &&
+        table_.entryLog_->entryHas(key, table_.unitId())) {
       return table_.entryFromConfig(key);
     }
     ZEV_TRACE(trace, 1, kClass, "Failed to find entry for key: {}", key);
@@ -213,7 +212,7 @@ class OrderedSwTableAccessor {
 
   Entry entryFromConfig(const Key& key) const {
     ZEV_TRACE(trace, 8, kClass, "key: {}", key);
-    return entryFromLook(table_.entryLog()->look(key, table_.unitId()));
+    return entryFromLook(table_.entryLog_->look(key, table_.unitId()));
   }
 
   // Shared memory.
@@ -253,12 +252,12 @@ class OrderedSwTableAccessor {
         linkage->updateLocalUsage(entryWrapperFromConfig<Wrapper>(row.key(), false), true);
       });
     }
-    table_.entryLog()->tableDel(neededEntry, table_.unitId());
+    table_.entryLog_->tableDel(neededEntry, table_.unitId());
   }
 
   template <typename Wrapper, typename Linkage>
   Pell::Ptr<OrderedSwTable::EntryHandle const> updateEntry(const Key& key, const Linkage& linkage) {
-    const auto& log = table_.entryLog();
+    const auto& log = table_.entryLog_;
     const auto committed = log->look(key, table_.unitId());
     if (!committed.entryHas()) {
       ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist ", key);
@@ -290,6 +289,14 @@ class OrderedSwTableAccessor {
       handle->entryStateIs(EntryState::hwWritePending);
     }
     return handle;
+  }
+
+  // Calls a copy of the handle's handler, if it has one: the handler may replace it.
+  static void respond(const Pell::Ptr<Handle>& entryHandle) {
+    const ResponseHandler handler = entryHandle->responseHandler();
+    if (handler) {
+      handler(entryHandle);
+    }
   }
 
  private:
@@ -327,19 +334,21 @@ class OrderedSwTableAccessor {
   // step of the request, as the next one is.
   EntryVersion nextVersion(const Key& key, const char* request) {
     EntryVersion version;
-    if (const EntryVersion* currEntryVersion = table_.transientVersionForKey().find(key)) {
+    if (const EntryVersion* currEntryVersion = table_.transientVersionForKey_.find(key)) {
       PELL_ASSERT(currEntryVersion->valid(), "currEntryVersion.valid()");
       version = EntryVersion(currEntryVersion->major() + 1, currEntryVersion->minor());
     } else {
       ZEV_TRACE_AS(trace, 8, kClass, request, " Key: {} not found in entry version collection",
                    key);
     }
-    table_.transientVersionForKeyIs(key, version);
+    // It differs from what is held: no need to look at that again.
+    table_.elementStore(table_.transientVersionForKey_, key, version,
+                        Table::kTransientVersionForKeyAttribute);
     return version;
   }
 
   void raiseRemoveAllVersion(const char* request) {
-    const MajorVersion current = table_.transientRemoveAllVersion();
+    const MajorVersion current = table_.transientRemoveAllVersion_;
     if (current.valid()) {
       ZEV_TRACE_AS(trace, 8, kClass, request, "Found valid table remove all version: {}", current);
       table_.transientRemoveAllVersionIs(current + 1);
@@ -368,8 +377,8 @@ class OrderedSwTableAccessor {
     enqueue(newResolverEntry<TableResolverEntry>(dependency, flags, wrapper));
   }
   void enqueue(const Pell::Ptr<ResolverEntry>& resolverEntry) {
-    table_.groupResolver()->resolverQueueEnq(resolverEntry);
-    table_.groupResolver()->updateGenId();
+    table_.groupResolver_->resolverQueueEnq(resolverEntry);
+    table_.groupResolver_->updateGenId();
   }
 
   template <typename Wrapper, typename Linkage>
@@ -395,7 +404,7 @@ class OrderedSwTableAccessor {
     (linkages->updateLocalUsage(wrapper, false), ...);
     addDependency(needed, dependency);
     cleanAddSide(wrapper->key(), entryHandle->version());
-    const LogVersion logVersion = table_.entryLog()->entryIs(
+    const LogVersion logVersion = table_.entryLog_->entryIs(
         wrapper->entry().logEntry(), wrapper->entry().resourceKeys(), needed, table_.unitId());
     enterLog(entryHandle, logVersion);
     return true;
@@ -409,14 +418,14 @@ class OrderedSwTableAccessor {
     addDependency(needed, dependency);
     const Key key = wrapper->key();
     cleanRemoveSide(key, entryHandle->version());
-    enterLog(entryHandle, table_.entryLog()->entryDel(key, needed, table_.unitId()));
+    enterLog(entryHandle, table_.entryLog_->entryDel(key, needed, table_.unitId()));
   }
 
   // The handle of a table delete goes neither into the log queue nor to its handler.
   template <typename Wrapper, typename... Linkages>
   void commitTableDelete(const Pell::Ptr<Wrapper>& wrapper, const Dependency& dependency,
                          const Linkages&... linkages) {
-    const MajorVersion currRemoveAllVersion = table_.transientRemoveAllVersion();
+    const MajorVersion currRemoveAllVersion = table_.transientRemoveAllVersion_;
     PELL_ASSERT(currRemoveAllVersion.valid(), "currRemoveAllVersion.valid()");
     ZEV_TRACE_AS(trace, 8, kClass, "commitEntry", "Committing table delete for version: {}",
                  currRemoveAllVersion);
@@ -440,13 +449,13 @@ class OrderedSwTableAccessor {
 
   // A newer request of the key, still in flight, keeps its records.
   void cleanAddSide(Key key, const EntryVersion& version) {
-    if (isNewest(table_.transientAddEntry(), key, version)) {
+    if (isNewest(table_.transientAddEntry_, key, version)) {
       table_.transientAddEntryDel(key);
       table_.transientVersionForKeyDel(key);
     }
   }
   void cleanRemoveSide(Key key, const EntryVersion& version) {
-    if (isNewest(table_.transientRemoveEntry(), key, version)) {
+    if (isNewest(table_.transientRemoveEntry_, key, version)) {
       table_.transientRemoveEntryDel(key);
       table_.transientVersionForKeyDel(key);
     }
@@ -484,19 +493,9 @@ class OrderedSwTableAccessor {
     respond(entryHandle);
   }
 
- public:
-  // Calls a copy of the handle's handler, if it has one: the handler may replace it.
-  static void respond(const Pell::Ptr<Handle>& entryHandle) {
-    const ResponseHandler handler = entryHandle->responseHandler();
-    if (handler) {
-      handler(entryHandle);
-    }
-  }
-
- private:
   // Null when the table has no entry log or the unit no configuration table.
   auto unitConfig() const {
-    const auto& log = table_.entryLog();
+    const auto& log = table_.entryLog_;
     return log ? log->tableConfigGlint(table_.unitId()) : nullptr;
   }
 
@@ -661,29 +660,6 @@ FecTableSwTable::~FecTableSwTable() {
   swTableHelper_ = nullptr;
 }
 
-Pell::Ptr<FecTableSwTable> FecTableSwTable::FecTableSwTableIs(
-    Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
-    Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
-    Pell::Ptr<FecTableEntryLog> const& entryLog,
-    Pell::Ptr<Asic::GroupResolver> const& groupResolver) {
-  return Zev::makeObject<FecTableSwTable>(tableName, tableId, unitId, status, entryLog,
-                                          groupResolver);
-}
-
-Pell::Ptr<FecTableSwTable> fecTableSwTableFactory(
-    Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
-    Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
-    Pell::Ptr<FecTableEntryLog> const& entryLog,
-    Pell::Ptr<Asic::GroupResolver> const& groupResolver) {
-  return FecTableSwTable::FecTableSwTableIs(tableName, tableId, unitId, status, entryLog,
-                                            groupResolver);
-}
-
-Pell::Ptr<FecTableSwTable::EntryHandle> FecTableSwTable::entryHandleFactory(
-    Asic::EntryVersion const& version, Key const& key, FecTableDataModelSwTableBase* table) {
-  return Zev::makeObject<EntryHandle>(version, key, table);
-}
-
 const Pell::Publisher* FecTableSwTable::notifieeList() const { return &publisher_; }
 
 Zev::TypeRecord FecTableSwTable::typeRecord() {
@@ -729,96 +705,81 @@ void FecTableSwTable::intfIdToDestIdLinkageIs(
 // what goes. Where more is to do after a publication, the table is held: an observer may drop the
 // last other reference to it.
 
-namespace {
+template <typename Map, typename Value>
+void FecTableSwTable::elementStore(Map& map, Key key, Value const& value, short attributeId) {
+  map.insertOrAssign(key, value);
+  publisher_.attributeElementChange(attributeId, &key);
+}
 
-// Stores the wrapper under its key; true when that changed something.
 template <typename Entries>
-bool storeWrapper(Entries& entries, Pell::Ptr<FecTableEntryWrapper> const& wrapper,
-                  const char* attributeName) {
+void FecTableSwTable::wrapperIs(Entries& entries, Pell::Ptr<FecTableEntryWrapper> const& wrapper,
+                                const char* attributeName, short attributeId) {
   if (!wrapper) {
     Zev::throwMutatorArgNullPointerException(kClass, attributeName);
   }
-  if (const auto* held = entries.find(wrapper->key()); held != nullptr && *held == wrapper) {
-    return false;
+  const Key& key = wrapper->key();
+  if (const auto* held = entries.find(key); held != nullptr && *held == wrapper) {
+    return;
   }
-  entries.insertOrAssign(wrapper->key(), wrapper);
-  return true;
+  elementStore(entries, key, wrapper, attributeId);
 }
 
-}  // namespace
+template <typename Map>
+void FecTableSwTable::elementDel(Map& map, Key const& key, short attributeId) {
+  const Key removed = key;
+  if (map.erase(removed)) {
+    publisher_.attributeElementChange(attributeId, &removed);
+  }
+}
+
+template <typename Map>
+void FecTableSwTable::elementDelAll(Map& map, short attributeId) {
+  const Pell::Ptr<FecTableSwTable> self(this);
+  if (publisher_.idle()) {
+    map.clear();
+  } else {
+    map.forEach([&](Key const& key, const auto&) { elementDel(map, key, attributeId); });
+  }
+}
 
 void FecTableSwTable::transientAddEntryIs(Pell::Ptr<FecTableEntryWrapper> const& wrapper) {
-  if (storeWrapper(transientAddEntry_, wrapper, "transientAddEntry")) {
-    const Key key = wrapper->key();
-    publisher_.attributeElementChange(kTransientAddEntryAttribute, &key);
-  }
+  wrapperIs(transientAddEntry_, wrapper, "transientAddEntry", kTransientAddEntryAttribute);
 }
 
 void FecTableSwTable::transientAddEntryDel(Key const& key) {
-  const Key removed = key;
-  if (transientAddEntry_.erase(removed)) {
-    publisher_.attributeElementChange(kTransientAddEntryAttribute, &removed);
-  }
+  elementDel(transientAddEntry_, key, kTransientAddEntryAttribute);
 }
 
 void FecTableSwTable::transientAddEntryDelAll() {
-  const Pell::Ptr<FecTableSwTable> self(this);
-  if (publisher_.idle()) {
-    transientAddEntry_.clear();
-  } else {
-    transientAddEntry_.forEach([this](Key const& key, const auto&) { transientAddEntryDel(key); });
-  }
+  elementDelAll(transientAddEntry_, kTransientAddEntryAttribute);
 }
 
 void FecTableSwTable::transientRemoveEntryIs(Pell::Ptr<FecTableEntryWrapper> const& wrapper) {
-  if (storeWrapper(transientRemoveEntry_, wrapper, "transientRemoveEntry")) {
-    const Key key = wrapper->key();
-    publisher_.attributeElementChange(kTransientRemoveEntryAttribute, &key);
-  }
+  wrapperIs(transientRemoveEntry_, wrapper, "transientRemoveEntry", kTransientRemoveEntryAttribute);
 }
 
 void FecTableSwTable::transientRemoveEntryDel(Key const& key) {
-  const Key removed = key;
-  if (transientRemoveEntry_.erase(removed)) {
-    publisher_.attributeElementChange(kTransientRemoveEntryAttribute, &removed);
-  }
+  elementDel(transientRemoveEntry_, key, kTransientRemoveEntryAttribute);
 }
 
 void FecTableSwTable::transientRemoveEntryDelAll() {
-  const Pell::Ptr<FecTableSwTable> self(this);
-  if (publisher_.idle()) {
-    transientRemoveEntry_.clear();
-  } else {
-    transientRemoveEntry_.forEach(
-        [this](Key const& key, const auto&) { transientRemoveEntryDel(key); });
-  }
+  elementDelAll(transientRemoveEntry_, kTransientRemoveEntryAttribute);
 }
 
 void FecTableSwTable::transientVersionForKeyIs(Key const& key, Asic::EntryVersion const& version) {
-  const Key stored = key;
-  if (const Asic::EntryVersion* held = transientVersionForKey_.find(stored);
+  if (const Asic::EntryVersion* held = transientVersionForKey_.find(key);
       held != nullptr && Asic::EntryVersion::isEq(*held, version)) {
     return;
   }
-  transientVersionForKey_.insertOrAssign(stored, version);
-  publisher_.attributeElementChange(kTransientVersionForKeyAttribute, &stored);
+  elementStore(transientVersionForKey_, key, version, kTransientVersionForKeyAttribute);
 }
 
 void FecTableSwTable::transientVersionForKeyDel(Key const& key) {
-  const Key removed = key;
-  if (transientVersionForKey_.erase(removed)) {
-    publisher_.attributeElementChange(kTransientVersionForKeyAttribute, &removed);
-  }
+  elementDel(transientVersionForKey_, key, kTransientVersionForKeyAttribute);
 }
 
 void FecTableSwTable::transientVersionForKeyDelAll() {
-  const Pell::Ptr<FecTableSwTable> self(this);
-  if (publisher_.idle()) {
-    transientVersionForKey_.clear();
-  } else {
-    transientVersionForKey_.forEach(
-        [this](Key const& key, const auto&) { transientVersionForKeyDel(key); });
-  }
+  elementDelAll(transientVersionForKey_, kTransientVersionForKeyAttribute);
 }
 
 void FecTableSwTable::transientRemoveAllVersionIs(Asic::MajorVersion version) {
@@ -1029,6 +990,10 @@ bool FecTableSwTable::entryHas(Key const& key) const {
          entryLog_->entryHas(key, unitId());
 }
 
+std::optional<FecTableSwTable::Row> FecTableSwTable::row(Key const& key) const {
+  return Glint::guardedRow(config()->swTableEntries(), key);
+}
+
 FecTableDataModelEntry FecTableSwTable::entryFromConfig(Key const& key) const {
   return ReadAccessor(*this).entryFromConfig(key);
 }
@@ -1104,17 +1069,6 @@ Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> FecTableSwTable::updateEntry(
 FecTableSwTableIteratorState::FecTableSwTableIteratorState(
     const Pell::Ptr<FecTableSwTable const>& swTable)
     : swTable_(swTable) {}
-
-Pell::Ptr<FecTableSwTableIteratorState>
-FecTableSwTableIteratorState::FecTableSwTableIteratorStateIs(
-    const Pell::Ptr<FecTableSwTable const>& swTable) {
-  return Zev::makeObject<FecTableSwTableIteratorState>(swTable);
-}
-
-Pell::Ptr<FecTableSwTableIteratorState> fecTableSwTableIteratorStateFactory(
-    const Pell::Ptr<FecTableSwTable const>& swTable) {
-  return FecTableSwTableIteratorState::FecTableSwTableIteratorStateIs(swTable);
-}
 
 FecTableDataModelEntry FecTableSwTableIteratorState::maybeUpdateCurrentEntry() {
   ZEV_TRACE(iteratorTrace, 9, kIteratorClass, "");

@@ -131,7 +131,22 @@ MUTANTS = [
      '      PELL_ASSERT(currEntryVersion->valid(), "currEntryVersion.valid()");\n', "",
      {"by": "FecTableRequestTest"}),
     ("version of a key is not kept",
-     "    table_.transientVersionForKeyIs(key, version);\n    return version;\n", "    return version;\n"),
+     "    table_.elementStore(table_.transientVersionForKey_, key, version,\n"
+     "                        Table::kTransientVersionForKeyAttribute);\n", ""),
+    ("stored element is not published",
+     "  map.insertOrAssign(key, value);\n"
+     "  publisher_.attributeElementChange(attributeId, &key);\n",
+     "  map.insertOrAssign(key, value);\n"),
+    ("element is published before it is stored",
+     "  map.insertOrAssign(key, value);\n"
+     "  publisher_.attributeElementChange(attributeId, &key);\n",
+     "  publisher_.attributeElementChange(attributeId, &key);\n"
+     "  map.insertOrAssign(key, value);\n"),
+    ("element that goes is not published",
+     "  if (map.erase(removed)) {\n    publisher_.attributeElementChange(attributeId, &removed);\n  }\n",
+     "  map.erase(removed);\n"),
+    ("element that is not there is published as gone",
+     "  if (map.erase(removed)) {\n", "  map.erase(removed);\n  {\n"),
     ("remove-all's version does not count",
      "table_.transientRemoveAllVersionIs(current + 1);", "table_.transientRemoveAllVersionIs(current);"),
     ("remove-all's version begins at one",
@@ -143,14 +158,14 @@ MUTANTS = [
      "handle->entryStateIs(EntryState::notResolved);", "handle->entryStateIs(EntryState::hwWritePending);",
      {"by": "FecTableCommitStepsTest"}),
     ("request starts no generation",
-     "    table_.groupResolver()->resolverQueueEnq(resolverEntry);\n"
-     "    table_.groupResolver()->updateGenId();\n",
-     "    table_.groupResolver()->resolverQueueEnq(resolverEntry);\n"),
+     "    table_.groupResolver_->resolverQueueEnq(resolverEntry);\n"
+     "    table_.groupResolver_->updateGenId();\n",
+     "    table_.groupResolver_->resolverQueueEnq(resolverEntry);\n"),
     ("request starts the generation before it is queued",
-     "    table_.groupResolver()->resolverQueueEnq(resolverEntry);\n"
-     "    table_.groupResolver()->updateGenId();\n",
-     "    table_.groupResolver()->updateGenId();\n"
-     "    table_.groupResolver()->resolverQueueEnq(resolverEntry);\n"),
+     "    table_.groupResolver_->resolverQueueEnq(resolverEntry);\n"
+     "    table_.groupResolver_->updateGenId();\n",
+     "    table_.groupResolver_->updateGenId();\n"
+     "    table_.groupResolver_->resolverQueueEnq(resolverEntry);\n"),
     # Resolution.
     ("log is full one row late",
      "entryLogConfigRows() >= Constants::kEntryLogCapacity", "entryLogConfigRows() > Constants::kEntryLogCapacity"),
@@ -158,7 +173,7 @@ MUTANTS = [
      "entryLogConfigRows() >= Constants::kEntryLogCapacity",
      "entryLogConfigRows() + 1 >= Constants::kEntryLogCapacity"),
     ("full log holds up writes alone",
-     "if (table_.entryLog()->entryLogConfigRows() >=", "if (!isEntryDeleted && table_.entryLog()->entryLogConfigRows() >="),
+     "if (table_.entryLog_->entryLogConfigRows() >=", "if (!isEntryDeleted && table_.entryLog_->entryLogConfigRows() >="),
     ("request does not wait for its dependency",
      "      if (dependency->entryState() == EntryState::notResolved) {\n", "      if (false) {\n"),
     ("request waits for its dependency to be done",
@@ -227,20 +242,20 @@ MUTANTS = [
     ("usage of a write is updated after it is logged",
      "    (linkages->updateLocalUsage(wrapper, false), ...);\n    addDependency(needed, dependency);\n"
      "    cleanAddSide(wrapper->key(), entryHandle->version());\n"
-     "    const LogVersion logVersion = table_.entryLog()->entryIs(\n"
+     "    const LogVersion logVersion = table_.entryLog_->entryIs(\n"
      "        wrapper->entry().logEntry(), wrapper->entry().resourceKeys(), needed, table_.unitId());\n",
      "    addDependency(needed, dependency);\n"
      "    cleanAddSide(wrapper->key(), entryHandle->version());\n"
-     "    const LogVersion logVersion = table_.entryLog()->entryIs(\n"
+     "    const LogVersion logVersion = table_.entryLog_->entryIs(\n"
      "        wrapper->entry().logEntry(), wrapper->entry().resourceKeys(), needed, table_.unitId());\n"
      "    (linkages->updateLocalUsage(wrapper, false), ...);\n"),
     ("write leaves its pending records",
      "    cleanAddSide(wrapper->key(), entryHandle->version());\n", ""),
     ("write's records are cleaned after it is logged",
      "    cleanAddSide(wrapper->key(), entryHandle->version());\n"
-     "    const LogVersion logVersion = table_.entryLog()->entryIs(\n"
+     "    const LogVersion logVersion = table_.entryLog_->entryIs(\n"
      "        wrapper->entry().logEntry(), wrapper->entry().resourceKeys(), needed, table_.unitId());\n",
-     "    const LogVersion logVersion = table_.entryLog()->entryIs(\n"
+     "    const LogVersion logVersion = table_.entryLog_->entryIs(\n"
      "        wrapper->entry().logEntry(), wrapper->entry().resourceKeys(), needed, table_.unitId());\n"
      "    cleanAddSide(wrapper->key(), entryHandle->version());\n"),
     ("write is logged without what it needs",
@@ -260,8 +275,8 @@ MUTANTS = [
      "    (linkages->updateLocalUsage(wrapper, true), ...);\n",
      "    (linkages->updateLocalUsage(wrapper, false), ...);\n"),
     ("delete has a null needed set",
-     "enterLog(entryHandle, table_.entryLog()->entryDel(key, needed, table_.unitId()));",
-     "enterLog(entryHandle, table_.entryLog()->entryDel(key, dependency ? needed : nullptr, table_.unitId()));"),
+     "enterLog(entryHandle, table_.entryLog_->entryDel(key, needed, table_.unitId()));",
+     "enterLog(entryHandle, table_.entryLog_->entryDel(key, dependency ? needed : nullptr, table_.unitId()));"),
     ("delete does not need its dependency",
      "    addDependency(needed, dependency);\n    const Key key = wrapper->key();\n",
      "    const Key key = wrapper->key();\n"),
@@ -269,8 +284,8 @@ MUTANTS = [
      "    cleanRemoveSide(key, entryHandle->version());\n", ""),
     ("delete is cleaned after it is logged",
      "    cleanRemoveSide(key, entryHandle->version());\n"
-     "    enterLog(entryHandle, table_.entryLog()->entryDel(key, needed, table_.unitId()));\n",
-     "    enterLog(entryHandle, table_.entryLog()->entryDel(key, needed, table_.unitId()));\n"
+     "    enterLog(entryHandle, table_.entryLog_->entryDel(key, needed, table_.unitId()));\n",
+     "    enterLog(entryHandle, table_.entryLog_->entryDel(key, needed, table_.unitId()));\n"
      "    cleanRemoveSide(key, entryHandle->version());\n"),
     ("usage of a delete is updated after its records are cleaned",
      "    (linkages->updateLocalUsage(wrapper, true), ...);\n"
@@ -284,11 +299,11 @@ MUTANTS = [
      "    cleanRemoveSide(key, entryHandle->version());\n"
      "    (linkages->updateLocalUsage(wrapper, true), ...);\n"),
     ("delete is always of unit 0",
-     "table_.entryLog()->entryDel(key, needed, table_.unitId())",
-     "table_.entryLog()->entryDel(key, needed, UnitId())"),
+     "table_.entryLog_->entryDel(key, needed, table_.unitId())",
+     "table_.entryLog_->entryDel(key, needed, UnitId())"),
     ("delete's key is cut to 16 bits",
-     "table_.entryLog()->entryDel(key, needed, table_.unitId())",
-     "table_.entryLog()->entryDel(Key(key.fecId() & 0xFFFF), needed, table_.unitId())"),
+     "table_.entryLog_->entryDel(key, needed, table_.unitId())",
+     "table_.entryLog_->entryDel(Key(key.fecId() & 0xFFFF), needed, table_.unitId())"),
     ("table delete does not need its dependency",
      "    addDependency(needed, dependency);\n    (delAllEntries<", "    (delAllEntries<"),
     ("table delete keeps resources",
@@ -323,12 +338,12 @@ MUTANTS = [
      "      table_.transientRemoveEntryDel(key);\n      table_.transientVersionForKeyDel(key);\n",
      "      table_.transientRemoveEntryDel(key);\n"),
     ("commit cleans the records of a newer write",
-     "    if (isNewest(table_.transientAddEntry(), key, version)) {\n", "    {\n"),
+     "    if (isNewest(table_.transientAddEntry_, key, version)) {\n", "    {\n"),
     ("commit cleans the records of a newer remove",
-     "    if (isNewest(table_.transientRemoveEntry(), key, version)) {\n", "    {\n"),
+     "    if (isNewest(table_.transientRemoveEntry_, key, version)) {\n", "    {\n"),
     ("write cleans the remove side",
-     "    if (isNewest(table_.transientAddEntry(), key, version)) {\n",
-     "    if (isNewest(table_.transientRemoveEntry(), key, version)) {\n"),
+     "    if (isNewest(table_.transientAddEntry_, key, version)) {\n",
+     "    if (isNewest(table_.transientRemoveEntry_, key, version)) {\n"),
     ("failed handle is in state 5",
      "    entryHandle->entryStateIs(EntryState::commitFailed);\n",
      "    entryHandle->entryStateIs(EntryState::resourceFailed);\n"),
@@ -429,10 +444,10 @@ MUTANTS = [
      "    if (!configGlint || !configGlint->swTableEntries().isReady()) {\n", "    if (!configGlint) {\n",
      {"by": "FecTableRestoreTest"}),
     ("clear deletes nothing",
-     "    table_.entryLog()->tableDel(neededEntry, table_.unitId());\n", ""),
+     "    table_.entryLog_->tableDel(neededEntry, table_.unitId());\n", ""),
     ("table is deleted before its resources are released too",
      "    if (releaseResources) {\n",
-     "    if (releaseResources) {\n      table_.entryLog()->tableDel(neededEntry, table_.unitId());\n"
+     "    if (releaseResources) {\n      table_.entryLog_->tableDel(neededEntry, table_.unitId());\n"
      "    }\n    if (releaseResources) {\n"),
     ("update of what is not committed answers with a handle",
      '      ZEV_TRACE(trace, 3, kClass, " key: {} entry does not exist ", key);\n      return nullptr;\n',
@@ -487,7 +502,7 @@ MUTANTS = [
      "  return !transientRemoveEntry_.has(key) && !transientRemoveAllVersion_.valid() &&\n",
      "  return !transientRemoveAllVersion_.valid() &&\n", {"by": "FecTableReadsTest"}),
     ("null wrapper is taken",
-     "    Zev::throwMutatorArgNullPointerException(kClass, attributeName);\n", "    return false;\n",
+     "    Zev::throwMutatorArgNullPointerException(kClass, attributeName);\n", "    return;\n",
      {"by": "FecTableSwTableTest"}),
     ("equal version is published again",
      "      held != nullptr && Asic::EntryVersion::isEq(*held, version)) {\n",
@@ -574,23 +589,11 @@ MUTANTS = [
 """,
      """Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> FecTableSwTable::updateEntry(Key const& key) {
 """, {"by": "FecTableRestoreTest"}),
-    ("table is not held while its writes are dropped",
-     """void FecTableSwTable::transientAddEntryDelAll() {
+    ("table is not held while what is pending is dropped",
+     """void FecTableSwTable::elementDelAll(Map& map, short attributeId) {
   const Pell::Ptr<FecTableSwTable> self(this);
 """,
-     """void FecTableSwTable::transientAddEntryDelAll() {
-""", {"by": "FecTableReentrancyTest"}),
-    ("table is not held while its removes are dropped",
-     """void FecTableSwTable::transientRemoveEntryDelAll() {
-  const Pell::Ptr<FecTableSwTable> self(this);
-""",
-     """void FecTableSwTable::transientRemoveEntryDelAll() {
-""", {"by": "FecTableReentrancyTest"}),
-    ("table is not held while its versions are dropped",
-     """void FecTableSwTable::transientVersionForKeyDelAll() {
-  const Pell::Ptr<FecTableSwTable> self(this);
-""",
-     """void FecTableSwTable::transientVersionForKeyDelAll() {
+     """void FecTableSwTable::elementDelAll(Map& map, short attributeId) {
 """, {"by": "FecTableReentrancyTest"}),
     ("table is not held while its handles are dropped",
      """void FecTableSwTable::entryHandleInLogDelAll() {
@@ -600,14 +603,14 @@ MUTANTS = [
 """, {"by": "FecTableInLogQueueTest"}),
     # What waits for the group log, what throws, and the end of a unit.
     ("full group log lets requests through",
-     "    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {\n", "    if (false) {\n",
+     "    if (!table_.entryLog_->groupLogInterface()->requestsFit()) {\n", "    if (false) {\n",
      {"by": "FecTableResolutionTest"}),
     ("full group log holds up writes alone",
-     "    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {\n",
-     "    if (!isEntryDeleted && !table_.entryLog()->groupLogInterface()->requestsFit()) {\n",
+     "    if (!table_.entryLog_->groupLogInterface()->requestsFit()) {\n",
+     "    if (!isEntryDeleted && !table_.entryLog_->groupLogInterface()->requestsFit()) {\n",
      {"by": "FecTableResolutionTest"}),
     ("full group log is asked of after the dependency",
-     """    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {
+     """    if (!table_.entryLog_->groupLogInterface()->requestsFit()) {
       ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in the group log!",
                 wrapper->key(), isEntryDeleted);
       return false;
@@ -624,7 +627,7 @@ MUTANTS = [
         return false;
       }
     }
-    if (!table_.entryLog()->groupLogInterface()->requestsFit()) {
+    if (!table_.entryLog_->groupLogInterface()->requestsFit()) {
       ZEV_TRACE(trace, 1, kClass, "key: {}, isEntryDeleted: {} : no space in the group log!",
                 wrapper->key(), isEntryDeleted);
       return false;

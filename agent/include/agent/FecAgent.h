@@ -67,8 +67,6 @@ class FecAgent {
     ~Registrations() { Zev::Entity::singletonDelAll(); }
   };
 
-  void sweepOrphans(Asic::UnitId unitId);
-
   AsioEventLoop loop_;
   Registrations registrations_;  // goes right before the loop, also when the constructor throws
   Pell::Ptr<Asic::OrderedTableInterface> orderedTables_;

@@ -81,6 +81,52 @@ TEST_F(FecTableLogCleanup, ACleanupUpToVersion0RemovesNothingAndStaysTheFirst) {
   EXPECT_EQ(log().prevTableVersion(), LogVersion(0));
 }
 
+// ---- Deletions that no log row speaks for.
+
+class FecTableSweep : public FecTableLogCleanup {
+ protected:
+  // The key's row is marked deleted under the version of its write, which no log row has any more.
+  void orphan(std::uint32_t fecId, UnitId unit = kUnit) {
+    const auto row = configRows(unit).row(Key(fecId)).value();
+    configRows(unit).rowIs({row.logEntry(), row.rsrcKeys(), row.version(), true});
+    logRows().rowDel(row.version());
+  }
+};
+
+TEST_F(FecTableSweep, OrphansAreSweptUpToTheAppliedVersionAndNotOneBesideIt) {
+  for (std::uint32_t fecId = 1; fecId <= 3; ++fecId) {
+    write(fecId);
+    orphan(fecId);
+  }
+  log().sweepOrphans(kUnit, LogVersion(2));
+  EXPECT_THAT(configuredKeys(), ElementsAre(3));
+}
+
+TEST_F(FecTableSweep, OnlyDeletionsOfTheUnitThatNoLogRowSpeaksForAreSwept) {
+  write(1);
+  orphan(1);
+  write(2);
+  logRows().rowDel(LogVersion(2));  // an entry
+  write(3);
+  remove(3);  // its log row, of version 4, is there
+  write(4, 0, kOtherUnit);
+  orphan(4, kOtherUnit);
+  log().sweepOrphans(kUnit, LogVersion(5));
+  EXPECT_THAT(configuredKeys(), ElementsAre(2, 3));
+  EXPECT_THAT(configuredKeys(kOtherUnit), ElementsAre(4));
+}
+
+TEST_F(FecTableSweep, OrphansBehindADamagedRowAreSwept) {
+  for (std::uint32_t fecId = 1; fecId <= 3; ++fecId) {
+    write(fecId);
+    orphan(fecId);
+  }
+  RowFile(configRows()).damageRow(Key(2));
+  log().sweepOrphans(kUnit, LogVersion(3));
+  EXPECT_EQ(configRows().corruptionCount(), 1U);
+  EXPECT_THAT(configuredKeys(), IsEmpty());
+}
+
 // ---- Later cleanups.
 
 // Hardware that has applied nothing yet says so in each of its reports.

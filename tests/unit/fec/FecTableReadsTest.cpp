@@ -551,6 +551,72 @@ TEST_F(ReadsTest, ADamagedRowReadsAsAbsent) {
   EXPECT_EQ(rows().corruptionCount(), 1U);
 }
 
+// What is committed alone.
+
+TEST_F(ReadsTest, AKeyHasARowFromItsCommitUntilTheHardwareHasAppliedItsRemove) {
+  write(1, "", 7);
+  EXPECT_FALSE(table().hasRow(key(1))) << "pending alone";
+  EXPECT_EQ(table().rows(), 0U);
+  agent_.run();
+  ASSERT_TRUE(table().hasRow(key(1)));
+  EXPECT_EQ(table().row(key(1))->logEntry().opaqueA, 7U);
+  EXPECT_FALSE(table().row(key(1))->isDeleted());
+  EXPECT_EQ(table().rows(), 1U);
+  remove(1);
+  EXPECT_FALSE(table().row(key(1))->isDeleted()) << "the remove is pending";
+  agent_.run();
+  ASSERT_TRUE(table().hasRow(key(1)));
+  EXPECT_TRUE(table().row(key(1))->isDeleted());
+  EXPECT_EQ(table().rows(), 1U);
+  agent_.reportAll();
+  EXPECT_FALSE(table().hasRow(key(1)));
+  EXPECT_EQ(table().rows(), 0U);
+}
+
+TEST_F(ReadsTest, ADamagedRowIsNoRow) {
+  commitAll({1, 2});
+  RowFile<ConfigRow>(rows()).damageRow(key(1));
+  EXPECT_FALSE(table().hasRow(key(1)));
+  EXPECT_EQ(rows().corruptionCount(), 1U);
+  EXPECT_FALSE(table().hasRow(key(1)));
+  EXPECT_EQ(rows().corruptionCount(), 1U) << "it is out of use";
+  EXPECT_TRUE(table().hasRow(key(2)));
+}
+
+TEST_F(ReadsTest, EachCommittedEntryIsVisitedAndNothingThatIsPendingOrDeleted) {
+  commitAll({1, 2, 3});
+  remove(2);
+  agent_.run();
+  remove(3);
+  write(4, "", 4);
+  Ids met;
+  EXPECT_TRUE(
+      table().forEachCommitted([&met](const ConfigRow& row) { met.push_back(row.key().fecId()); }));
+  EXPECT_EQ(met, (Ids{1, 3}));
+}
+
+TEST_F(ReadsTest, TheCommittedEntriesBehindADamagedRowAreVisitedAndTheCallerIsTold) {
+  commitAll({1, 2, 3});
+  RowFile<ConfigRow>(rows()).damageRow(key(2));
+  Ids met;
+  const auto visit = [&met](const ConfigRow& row) { met.push_back(row.key().fecId()); };
+  EXPECT_FALSE(table().forEachCommitted(visit)) << "an entry that was not met may be there";
+  EXPECT_EQ(met, (Ids{1, 3}));
+  EXPECT_EQ(rows().corruptionCount(), 1U);
+  EXPECT_TRUE(table().forEachCommitted(visit)) << "the damaged row is out of use";
+  EXPECT_EQ(met, (Ids{1, 3, 1, 3}));
+}
+
+TEST_F(ReadsTest, AVisitOfCommittedEntriesMayUnmountThem) {
+  commitAll({1, 2});
+  Ids met;
+  EXPECT_TRUE(table().forEachCommitted([&](const ConfigRow& row) {
+    met.push_back(row.key().fecId());
+    log().tableConfigGlintDel(table().unitId());
+  }));
+  EXPECT_EQ(met, (Ids{1, 2}));
+}
+
 // Snapshot.
 
 TEST_F(ReadsTest, AWalkYieldsWholeEntriesTheirInterfaceIncluded) {

@@ -60,7 +60,9 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
                    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface);
   static Pell::Ptr<FecTableEntryLog> FecTableEntryLogIs(
       Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
-      const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface);
+      const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface) {
+    return Zev::makeObject<FecTableEntryLog>(tableId, entityManager, groupLogInterface);
+  }
 
   static Zev::TypeRecord typeRecord();
   ~FecTableEntryLog() override;
@@ -108,6 +110,10 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
   // Removes the log rows up to the version, and the configuration rows that the deletions among
   // them marked. A version below the last one removes nothing and moves the cursor back.
   void cleanupEntryLog(Asic::LogVersion version);
+  // Removes the rows of the unit that a deletion up to the version has marked and that no log row
+  // speaks for: nothing else would remove them. Where damage hides whether there is a log row, the
+  // marked one stays. Linear in the unit's rows.
+  void sweepOrphans(Asic::UnitId unitId, Asic::LogVersion applied) const;
   // Argument of the last cleanup; 0: none has run in this process.
   Asic::LogVersion prevTableVersion() const { return prevTableVersion_; }
 
@@ -165,8 +171,10 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
   Asic::LogVersion prevTableVersion_;
 };
 
-Pell::Ptr<FecTableEntryLog> fecTableEntryLogFactory(
+inline Pell::Ptr<FecTableEntryLog> fecTableEntryLogFactory(
     Asic::SwTableId tableId, const Pell::Ptr<Vanta::EntityManager>& entityManager,
-    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface);
+    const Pell::Ptr<Asic::GroupLogInterface>& groupLogInterface) {
+  return FecTableEntryLog::FecTableEntryLogIs(tableId, entityManager, groupLogInterface);
+}
 
 }  // namespace LoamFec

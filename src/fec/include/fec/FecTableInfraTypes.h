@@ -36,7 +36,9 @@ class FecTableEntryWrapper : public Zev::Typed<FecTableEntryWrapper> {
                        const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle);
   static Ptr FecTableEntryWrapperIs(
       const FecTableDataModelEntry& entry,
-      const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle);
+      const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle) {
+    return Zev::makeObject<FecTableEntryWrapper>(entry, entryHandle);
+  }
 
   static Zev::TypeRecord typeRecord();
 
@@ -69,9 +71,11 @@ class FecTableEntryWrapper : public Zev::Typed<FecTableEntryWrapper> {
   Pell::Ptr<ResourceHandle const> intfIdResPtr_;
 };
 
-Pell::Ptr<FecTableEntryWrapper> fecTableEntryWrapperFactory(
+inline Pell::Ptr<FecTableEntryWrapper> fecTableEntryWrapperFactory(
     const FecTableDataModelEntry& entry,
-    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle);
+    const Pell::Ptr<Asic::OrderedSwTable::EntryHandle>& entryHandle) {
+  return FecTableEntryWrapper::FecTableEntryWrapperIs(entry, entryHandle);
+}
 
 // What stands in the group resolver's queue for one request: its wrapper, its table and its
 // dependency.
@@ -88,7 +92,10 @@ class FecTableResolverEntry : public Zev::Typed<FecTableResolverEntry, Asic::Res
   static Pell::Ptr<FecTableResolverEntry> FecTableResolverEntryIs(
       const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
       Asic::EntryFlags flags, FecTableSwTable* swTable,
-      const Pell::Ptr<FecTableEntryWrapper>& swTableEntry);
+      const Pell::Ptr<FecTableEntryWrapper>& swTableEntry) {
+    return Zev::makeObject<FecTableResolverEntry>(dependantEntryHandle, flags, swTable,
+                                                  swTableEntry);
+  }
 
   static Zev::TypeRecord typeRecord();
   bool isResolved() override;
@@ -102,10 +109,13 @@ class FecTableResolverEntry : public Zev::Typed<FecTableResolverEntry, Asic::Res
   Pell::Ptr<FecTableEntryWrapper> swTableEntry_;
 };
 
-Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
+inline Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
     const Pell::Ptr<Asic::DependencyEntryHandle const>& dependantEntryHandle,
     Asic::EntryFlags flags, FecTableSwTable* swTable,
-    const Pell::Ptr<FecTableEntryWrapper>& swTableEntry);
+    const Pell::Ptr<FecTableEntryWrapper>& swTableEntry) {
+  return FecTableResolverEntry::FecTableResolverEntryIs(dependantEntryHandle, flags, swTable,
+                                                        swTableEntry);
+}
 
 // Hooks of the hardware platform. A platform derives from this class and overrides what it needs;
 // an instance of the class itself does nothing.
@@ -118,7 +128,9 @@ class FecTableSwTableHelperBase : public Zev::Typed<FecTableSwTableHelperBase> {
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTableHelperBase";
 
-  static Pell::Ptr<FecTableSwTableHelperBase> FecTableSwTableHelperBaseIs();
+  static Pell::Ptr<FecTableSwTableHelperBase> FecTableSwTableHelperBaseIs() {
+    return Zev::makeObject<FecTableSwTableHelperBase>();
+  }
 
   static Zev::TypeRecord typeRecord();
 
@@ -136,6 +148,8 @@ class FecTableSwTableHelperBase : public Zev::Typed<FecTableSwTableHelperBase> {
   virtual void handleHwError(Pell::Ptr<FecTableEntryWrapper> const& entry, unsigned int errorCode);
 };
 
-Pell::Ptr<FecTableSwTableHelperBase> fecTableSwTableHelperBaseFactory();
+inline Pell::Ptr<FecTableSwTableHelperBase> fecTableSwTableHelperBaseFactory() {
+  return FecTableSwTableHelperBase::FecTableSwTableHelperBaseIs();
+}
 
 }  // namespace LoamFec

@@ -52,7 +52,9 @@ class FecTableIntfIdToDestIdLinkage
                        FecTableIntfIdToDestIdLinkage* parent);
     static Pell::Ptr<LocalUsageUpdateSm> LocalUsageUpdateSmIs(
         const Pell::Ptr<ResourceHandle const>& resourceHandle,
-        FecTableIntfIdToDestIdLinkage* parent);
+        FecTableIntfIdToDestIdLinkage* parent) {
+      return Zev::makeObject<LocalUsageUpdateSm>(resourceHandle, parent);
+    }
 
     static Zev::TypeRecord typeRecord();
     ~LocalUsageUpdateSm() override;
@@ -159,12 +161,17 @@ class FecTableIntfIdToDestIdLinkage
 };
 
 // Allocates, constructs and marks notification-active.
-Pell::Ptr<FecTableIntfIdToDestIdLinkage> fecTableIntfIdToDestIdLinkageFactory(
+inline Pell::Ptr<FecTableIntfIdToDestIdLinkage> fecTableIntfIdToDestIdLinkageFactory(
     FecTableSwTable* swTable,
-    const Pell::Ptr<FecTableIntfIdToDestIdLinkage::ClientInstance>& resTblClient);
-Pell::Ptr<FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm> localUsageUpdateSmFactory(
+    const Pell::Ptr<FecTableIntfIdToDestIdLinkage::ClientInstance>& resTblClient) {
+  return Zev::makeObject<FecTableIntfIdToDestIdLinkage>(swTable, resTblClient);
+}
+inline Pell::Ptr<FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm> localUsageUpdateSmFactory(
     const Pell::Ptr<FecTableIntfIdToDestIdLinkage::ResourceHandle const>& resourceHandle,
-    FecTableIntfIdToDestIdLinkage* parent);
+    FecTableIntfIdToDestIdLinkage* parent) {
+  return FecTableIntfIdToDestIdLinkage::LocalUsageUpdateSm::LocalUsageUpdateSmIs(resourceHandle,
+                                                                                 parent);
+}
 
 }  // namespace LoamFec
 

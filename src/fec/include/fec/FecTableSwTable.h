@@ -2,7 +2,10 @@
 
 #pragma once
 
+#include <optional>
+
 #include "Asic/GroupResolver.h"
+#include "Glint/Guarded.h"
 #include "Pell/HashMap.h"
 #include "Pell/Publisher.h"
 #include "Pell/RQueue.h"
@@ -46,6 +49,7 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   static constexpr const char* kTypeName = "LoamFec::FecTableSwTable";
 
   using EntryHandle = FecTableDataModelSwTableBase::FecEntryHandle;
+  using Row = FecTableDataModelConfigGlintEntry;
   // NOLINTNEXTLINE(readability-identifier-naming): the element tag's fixed name
   struct QE_EntryHandleInLog {};
 
@@ -62,6 +66,121 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   static constexpr short kEntryHandleInLogAttribute = 8;
   static constexpr short kIntfIdToDestIdLinkageAttribute = 9;
 
+ public:
+  // What a client may call, beside status() and unitId() of the base.
+
+  Pell::Ptr<EntryHandle const> entryWrite(Key const& key, Entry const& entry,
+                                          Dependency const& dependency) override;
+  Pell::Ptr<EntryHandle const> entryWriteWithResponseHandler(
+      Key const& key, Entry const& entry, Dependency const& dependency,
+      ResponseHandler const& handler) override;
+  Pell::Ptr<EntryHandle const> entryRemove(Key const& key, Dependency const& dependency) override;
+  Pell::Ptr<EntryHandle const> entryRemoveWithResponseHandler(
+      Key const& key, Dependency const& dependency, ResponseHandler const& handler) override;
+  // A remove-all that succeeds answers nobody: its handle reaches the handler only on failure.
+  void entryRemoveAll(Dependency const& dependency) override;
+  void entryRemoveAllWithResponseHandler(Dependency const& dependency,
+                                         ResponseHandler const& handler) override;
+
+  // Reads of the table as it will be. A key that is not found gives the default entry.
+  Entry entryRead(Key const& key) const override;
+  Entry entry(Key const& key) const override;
+  bool entryHas(Key const& key) const override;
+  // Linear in the unit's rows.
+  unsigned entrys() const override;
+  FecTableDataModelEntryIteratorConst entryIteratorConst(Key const& key) const override;
+  FecTableDataModelEntryIteratorConst entryIteratorConst() const override;
+  // Pending writes first, then committed entries that nothing pending shadows. Stable while
+  // requests and commits run between two steps. Starting at a pending write's key skips the
+  // pending writes before it; starting at a committed key yields committed entries from there on;
+  // starting at any other key the walk is at its end.
+  Pell::Ptr<FecTableDataModelSwTableIteratorState> initIterState() const override;
+  Pell::Ptr<FecTableDataModelSwTableIteratorState> initIterStateFromKey(
+      Key const& key) const override;
+  Pell::Ptr<SwTableEntries_py> getTableEntries_py() const;
+
+  // Reads of what is committed alone: the unit's rows in shared memory. Damage that they meet is
+  // handed to the map of the rows; a damaged row counts as absent.
+  // The key's row; a deleted entry keeps its row, marked, until the hardware has applied that.
+  std::optional<Row> row(Key const& key) const;
+  bool hasRow(Key const& key) const { return row(key).has_value(); }
+  // Marked ones too. Constant time.
+  std::uint32_t rows() const { return config()->swTableEntries().rowCount(); }
+  // Calls visit(row) for each committed entry, with a copy, in the order of the rows; visit may
+  // call any operation. True: it has met every entry that stayed committed. False: damage has
+  // hidden some, so an entry that was not met need not be absent.
+  template <typename Visit>
+  [[nodiscard]] bool forEachCommitted(Visit&& visit) const {
+    const Pell::Ptr<FecTableDataModelConfigGlint> held = config();
+    return Glint::walkOverDamage(held->swTableEntries(), [&](const Row& row) {
+      if (!row.isDeleted()) {
+        visit(row);
+      }
+    });
+  }
+
+  // Observing does not change the table.
+  Pell::Publisher& publisher() const { return publisher_; }
+
+ public:
+  // What the framework calls: the table interface, the resolver, the linkage and the reports of the
+  // hardware.
+
+  FecTableSwTable(Pell::Ptr<Asic::CanonicalTableName const> const& tableName,
+                  Asic::SwTableId tableId, Asic::UnitId unitId,
+                  Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+                  Pell::Ptr<FecTableEntryLog> const& entryLog,
+                  Pell::Ptr<Asic::GroupResolver> const& groupResolver);
+  // Allocates, constructs, installs the default helper and marks notification-active.
+  static Pell::Ptr<FecTableSwTable> FecTableSwTableIs(
+      Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
+      Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
+      Pell::Ptr<FecTableEntryLog> const& entryLog,
+      Pell::Ptr<Asic::GroupResolver> const& groupResolver) {
+    return Zev::makeObject<FecTableSwTable>(tableName, tableId, unitId, status, entryLog,
+                                            groupResolver);
+  }
+  static Zev::TypeRecord typeRecord();
+  const Pell::Publisher* notifieeList() const override;
+  ~FecTableSwTable() override;
+  // The FEC software table has no hardware table of its own.
+  void doCreateHwTable() override;
+  void handleInitialized();
+
+  const Pell::Ptr<FecTableEntryLog>& entryLog() const { return entryLog_; }
+  const Pell::Ptr<Asic::GroupResolver>& groupResolver() const { return groupResolver_; }
+  // A null helper is refused with an exception.
+  const Pell::Ptr<FecTableSwTableHelperBase>& swTableHelper() const { return swTableHelper_; }
+  void swTableHelperIs(Pell::Ptr<FecTableSwTableHelperBase> const& helper);
+  // A linkage must be there before the first write.
+  const Pell::Ptr<FecTableIntfIdToDestIdLinkage>& intfIdToDestIdLinkage() const {
+    return intfIdToDestIdLinkage_;
+  }
+  void intfIdToDestIdLinkageIs(Pell::Ptr<FecTableIntfIdToDestIdLinkage> const& linkage);
+
+  bool isResolverEntryResolved(const Pell::Ptr<FecTableResolverEntry>& resolverEntry);
+  void commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry);
+  void tableStatusVersion(Asic::LogVersion version) override;
+  // Drops the table's entries from the resolver's queue. They are never answered. The suspend flag
+  // is looked at again.
+  void waitingRequestsDel();
+
+  // After a restart: rebuilds the usage of resources from the committed entries and brings each in
+  // line with its resource's present state. Throws FecTableLogRoomException when that fills the
+  // log; what was logged by then stays.
+  void restoreEntries();
+  // Logs a deletion of the whole table. Pending requests stay.
+  void clearTable(bool releaseResources);
+  // Logs the committed entry again if its resource has changed what it would log. Null when the
+  // key is not committed; otherwise a handle with the version that carries the entry. Throws
+  // FecTableLogRoomException when there is no room to log it.
+  Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> updateEntry(Key const& key);
+  // The committed entry alone; of a key without a live row the default log entry's fields.
+  Entry entryFromConfig(Key const& key) const;
+
+ public:
+  // What only the generic algorithms and tests use.
+
   static constexpr std::uint32_t kTransientAddEntrySalt = 0xaead84da;
   static constexpr std::uint32_t kTransientRemoveEntrySalt = 0x1f3dfceb;
   static constexpr std::uint32_t kTransientVersionForKeySalt = 0x4554b525;
@@ -73,40 +192,11 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   using TransientVersions =
       Pell::HashMap<Key, Asic::EntryVersion, FecKeyHash<kTransientVersionForKeySalt>>;
 
-  FecTableSwTable(Pell::Ptr<Asic::CanonicalTableName const> const& tableName,
-                  Asic::SwTableId tableId, Asic::UnitId unitId,
-                  Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
-                  Pell::Ptr<FecTableEntryLog> const& entryLog,
-                  Pell::Ptr<Asic::GroupResolver> const& groupResolver);
-  static Pell::Ptr<FecTableSwTable> FecTableSwTableIs(
-      Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
-      Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
-      Pell::Ptr<FecTableEntryLog> const& entryLog,
-      Pell::Ptr<Asic::GroupResolver> const& groupResolver);
   static Pell::Ptr<EntryHandle> entryHandleFactory(Asic::EntryVersion const& version,
                                                    Key const& key,
-                                                   FecTableDataModelSwTableBase* table);
-
-  const Pell::Publisher* notifieeList() const override;
-  static Zev::TypeRecord typeRecord();
-  ~FecTableSwTable() override;
-  // The FEC software table has no hardware table of its own.
-  void doCreateHwTable() override;
-
-  void handleInitialized();
-  // Observing does not change the table.
-  Pell::Publisher& publisher() const { return publisher_; }
-
-  // Wiring, done by the table interface. A null helper is refused with an exception. A linkage must
-  // be there before the first write.
-  const Pell::Ptr<FecTableSwTableHelperBase>& swTableHelper() const { return swTableHelper_; }
-  void swTableHelperIs(Pell::Ptr<FecTableSwTableHelperBase> const& helper);
-  const Pell::Ptr<FecTableIntfIdToDestIdLinkage>& intfIdToDestIdLinkage() const {
-    return intfIdToDestIdLinkage_;
+                                                   FecTableDataModelSwTableBase* table) {
+    return Zev::makeObject<EntryHandle>(version, key, table);
   }
-  void intfIdToDestIdLinkageIs(Pell::Ptr<FecTableIntfIdToDestIdLinkage> const& linkage);
-  const Pell::Ptr<FecTableEntryLog>& entryLog() const { return entryLog_; }
-  const Pell::Ptr<Asic::GroupResolver>& groupResolver() const { return groupResolver_; }
 
   // Transient state: the newest write, remove and version of each key that is not committed yet,
   // and the newest remove-all. A null wrapper is refused with an exception; deleting an absent key
@@ -142,28 +232,6 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   void entryHandleInLogDelAll();
   std::uint32_t entryHandlesInLog() const { return entryHandleInLog_.size(); }
 
-  // Requests.
-  Pell::Ptr<EntryHandle const> entryWrite(Key const& key, Entry const& entry,
-                                          Dependency const& dependency) override;
-  Pell::Ptr<EntryHandle const> entryWriteWithResponseHandler(
-      Key const& key, Entry const& entry, Dependency const& dependency,
-      ResponseHandler const& handler) override;
-  Pell::Ptr<EntryHandle const> entryRemove(Key const& key, Dependency const& dependency) override;
-  Pell::Ptr<EntryHandle const> entryRemoveWithResponseHandler(
-      Key const& key, Dependency const& dependency, ResponseHandler const& handler) override;
-  // A remove-all that succeeds answers nobody: its handle reaches the handler only on failure.
-  void entryRemoveAll(Dependency const& dependency) override;
-  void entryRemoveAllWithResponseHandler(Dependency const& dependency,
-                                         ResponseHandler const& handler) override;
-
-  // Called by the framework.
-  bool isResolverEntryResolved(const Pell::Ptr<FecTableResolverEntry>& resolverEntry);
-  void commitEntry(const Pell::Ptr<Asic::ResolverEntry>& resolverEntry);
-  void tableStatusVersion(Asic::LogVersion version) override;
-  // Drops the table's entries from the resolver's queue. They are never answered. The suspend flag
-  // is looked at again.
-  void waitingRequestsDel();
-
   // Gives the wrapper its resource handle: a fresh request with refresh, the one that the entry's
   // usage record holds without.
   void setRsrcPtrs(const Pell::Ptr<FecTableEntryWrapper>& wrapper, bool refresh);
@@ -172,38 +240,11 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   Pell::Ptr<Asic::NeededEntry> getNeededEntrySet(
       const Pell::Ptr<FecTableEntryWrapper const>& wrapper) const;
 
-  // Reads. A key that is not found gives the default entry.
-  Entry entryRead(Key const& key) const override;
-  Entry entry(Key const& key) const override;
-  bool entryHas(Key const& key) const override;
-  // The committed entry alone; of a key without a live row the default log entry's fields.
-  Entry entryFromConfig(Key const& key) const;
-  // Linear in the unit's rows.
-  unsigned entrys() const override;
-  FecTableDataModelEntryIteratorConst entryIteratorConst(Key const& key) const override;
-  FecTableDataModelEntryIteratorConst entryIteratorConst() const override;
-  // Pending writes first, then committed entries that nothing pending shadows. Stable while
-  // requests and commits run between two steps. Starting at a pending write's key skips the
-  // pending writes before it; starting at a committed key yields committed entries from there on;
-  // starting at any other key the walk is at its end.
-  Pell::Ptr<FecTableDataModelSwTableIteratorState> initIterState() const override;
-  Pell::Ptr<FecTableDataModelSwTableIteratorState> initIterStateFromKey(
-      Key const& key) const override;
-  Pell::Ptr<SwTableEntries_py> getTableEntries_py() const;
-
-  // From shared memory.
-  // After a restart: rebuilds the usage of resources from the committed entries and brings each in
-  // line with its resource's present state. Throws FecTableLogRoomException when that fills the
-  // log; what was logged by then stays.
-  void restoreEntries();
-  // Logs a deletion of the whole table. Pending requests stay.
-  void clearTable(bool releaseResources);
-  // Logs the committed entry again if its resource has changed what it would log. Null when the
-  // key is not committed; otherwise a handle with the version that carries the entry. Throws
-  // FecTableLogRoomException when there is no room to log it.
-  Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> updateEntry(Key const& key);
-
  private:
+  // The generic algorithms read the table's members directly, and change them by its operations.
+  template <typename Table>
+  friend class Asic::OrderedSwTableAccessor;
+
   // What a report has taken off the in-log queue and not answered yet; null: nothing.
   struct Release {
     Pell::Ptr<EntryHandle> handle;
@@ -212,6 +253,22 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   };
 
   void finishRelease();
+  // The unit's configuration table must be mounted.
+  Pell::Ptr<FecTableDataModelConfigGlint> config() const {
+    return entryLog_->tableConfigGlint(unitId());
+  }
+
+  // The elementary operations on a map of transient state; each publishes the attribute for every
+  // key whose element has changed. elementStore() is for a value that differs from what is held.
+  template <typename Map, typename Value>
+  void elementStore(Map& map, Key key, Value const& value, short attributeId);
+  template <typename Entries>
+  void wrapperIs(Entries& entries, Pell::Ptr<FecTableEntryWrapper> const& wrapper,
+                 const char* attributeName, short attributeId);
+  template <typename Map>
+  void elementDel(Map& map, Key const& key, short attributeId);
+  template <typename Map>
+  void elementDelAll(Map& map, short attributeId);
 
   mutable Pell::Publisher publisher_;
   Pell::Ptr<FecTableSwTableHelperBase> swTableHelper_;
@@ -226,12 +283,15 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   Pell::Ptr<FecTableIntfIdToDestIdLinkage> intfIdToDestIdLinkage_;
 };
 
-// Allocates, constructs, installs the default helper and marks notification-active.
-Pell::Ptr<FecTableSwTable> fecTableSwTableFactory(
+// FecTableSwTableIs() by another name.
+inline Pell::Ptr<FecTableSwTable> fecTableSwTableFactory(
     Pell::Ptr<Asic::CanonicalTableName const> const& tableName, Asic::SwTableId tableId,
     Asic::UnitId unitId, Pell::Ptr<Asic::OrderedSwTableStatus> const& status,
     Pell::Ptr<FecTableEntryLog> const& entryLog,
-    Pell::Ptr<Asic::GroupResolver> const& groupResolver);
+    Pell::Ptr<Asic::GroupResolver> const& groupResolver) {
+  return FecTableSwTable::FecTableSwTableIs(tableName, tableId, unitId, status, entryLog,
+                                            groupResolver);
+}
 
 // A walk over one software table.
 //
@@ -244,7 +304,9 @@ class FecTableSwTableIteratorState
 
   explicit FecTableSwTableIteratorState(const Pell::Ptr<FecTableSwTable const>& swTable);
   static Pell::Ptr<FecTableSwTableIteratorState> FecTableSwTableIteratorStateIs(
-      const Pell::Ptr<FecTableSwTable const>& swTable);
+      const Pell::Ptr<FecTableSwTable const>& swTable) {
+    return Zev::makeObject<FecTableSwTableIteratorState>(swTable);
+  }
 
   FecTableDataModelEntry maybeUpdateCurrentEntry() override;
 
@@ -272,8 +334,10 @@ class FecTableSwTableIteratorState
   bool removeAllPending_ = false;
 };
 
-Pell::Ptr<FecTableSwTableIteratorState> fecTableSwTableIteratorStateFactory(
-    const Pell::Ptr<FecTableSwTable const>& swTable);
+inline Pell::Ptr<FecTableSwTableIteratorState> fecTableSwTableIteratorStateFactory(
+    const Pell::Ptr<FecTableSwTable const>& swTable) {
+  return FecTableSwTableIteratorState::FecTableSwTableIteratorStateIs(swTable);
+}
 
 // Snapshot of a table for scripts: every entry that an iteration yields, by key.
 class SwTableEntries_py : public Zev::Typed<SwTableEntries_py> {
