@@ -159,14 +159,15 @@ void lookUp(benchmark::State& state) {
   table.put(rows[0]);
   double nanoseconds = 0;
   for ([[maybe_unused]] const auto iteration : state) {
-    const crash_test::Shared<Board> board;
-    crash_test::Child reader([&] { return lookUpAll(table, *board, keys, writerIsBusy); });
+    const testing_support::Shared<Board> board;
+    testing_support::ForkedChild reader(
+        [&] { return lookUpAll(table, *board, keys, writerIsBusy); });
     std::uint64_t puts = 0;
     for (std::size_t at = 0; writerIsBusy && !board->over; at = (at + 1) % rows[0].size()) {
       table.put(std::span(rows[puts / rows[0].size() % 2]).subspan(at, 1));
       board->puts.store(++puts, std::memory_order_relaxed);
     }
-    if (reader.wait() != 0 || board->missed != 0) {
+    if (reader.wait() != testing_support::Ending::exited(0) || board->missed != 0) {
       state.SkipWithError(fmt::format("{} rows were missed", board->missed.load()).c_str());
       return;
     }

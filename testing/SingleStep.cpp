@@ -29,11 +29,12 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
-#include <new>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
+
+#include "testing/ChildProcess.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define LOAMFEC_SANITIZED 1
@@ -66,7 +67,6 @@ constexpr bool kSanitized = false;
 constexpr std::uint64_t kPageBytes = FolderImage::kPageBytes;
 constexpr std::uint64_t kSystemCallInstruction = 0x050F;
 constexpr int kSystemCallStop = SIGTRAP | 0x80;
-constexpr int kUncaught = 99;
 
 [[noreturn]] void fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -378,10 +378,8 @@ class Tracer {
   }
 
   void wait() {
-    while (::waitpid(child_, &status_, 0) < 0) {
-      if (errno != EINTR) {
-        fail("waitpid");
-      }
+    if (waitForChild(child_, &status_) != child_) {
+      fail("waitpid");
     }
   }
 
@@ -389,12 +387,12 @@ class Tracer {
 
   SteppedRun ended(const std::string& fault) {
     run_.fault = fault;
-    if (WIFEXITED(status_) && WEXITSTATUS(status_) != 0) {
-      run_.fault += ", exit code " + std::to_string(WEXITSTATUS(status_));
-    } else if (WIFSIGNALED(status_)) {
-      run_.fault += ", signal " + std::to_string(WTERMSIG(status_));
-    } else {
+    if (WIFSTOPPED(status_)) {
       kill();
+    } else if (const Ending ending = Ending::ofStatus(status_); ending != Ending::exited(0)) {
+      std::ostringstream how;
+      how << ", " << ending;
+      run_.fault += how.str();
     }
     return run_;
   }
@@ -415,51 +413,19 @@ class Tracer {
   SteppedRun run_;
 };
 
-[[noreturn]] void runChild(SteppedWork::Progress& progress,
-                           const std::function<int(SteppedWork&)>& work) {
+// The child's side: stops once so that its tracer can set it up, and then works.
+int workTraced(SteppedWork::Progress& progress, const std::function<int(SteppedWork&)>& work) {
   if (::ptrace(PTRACE_TRACEME, 0, 0, 0) != 0) {
-    ::_exit(kUncaught);
+    return kUncaught;
   }
   ::raise(SIGSTOP);
-  int result = kUncaught;
-  try {
-    SteppedWork stepped(progress);
-    result = work(stepped);
-  } catch (const std::exception& error) {
-    ::dprintf(STDERR_FILENO, "the stepped work threw: %s\n", error.what());
-  }
-  ::_exit(result);
+  SteppedWork stepped(progress);
+  return work(stepped);
 }
 
-// Counters that both processes see.
-class SharedProgress {
- public:
-  SharedProgress()
-      : page_(::mmap(nullptr, sizeof(SteppedWork::Progress), PROT_READ | PROT_WRITE,
-                     MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
-    if (page_ == MAP_FAILED) {
-      fail("mmap");
-    }
-    progress_ = new (page_) SteppedWork::Progress;
-  }
-  SharedProgress(const SharedProgress&) = delete;
-  SharedProgress& operator=(const SharedProgress&) = delete;
-  ~SharedProgress() { ::munmap(page_, sizeof(SteppedWork::Progress)); }
-
-  SteppedWork::Progress& operator*() const { return *progress_; }
-
- private:
-  void* page_;
-  SteppedWork::Progress* progress_;
-};
-
 bool canTrace() {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::_exit(::ptrace(PTRACE_TRACEME, 0, 0, 0) == 0 ? 0 : 1);
-  }
-  int status = 1;
-  return child > 0 && ::waitpid(child, &status, 0) == child && status == 0;
+  ForkedChild child([] { return ::ptrace(PTRACE_TRACEME, 0, 0, 0) == 0 ? 0 : 1; });
+  return child.wait() == Ending::exited(0);
 }
 
 }  // namespace
@@ -474,14 +440,8 @@ std::string whyNoStepping() {
 SteppedRun stepThrough(const std::string& folder, Stepping stepping,
                        const std::function<int(SteppedWork&)>& work,
                        const std::function<bool(const SteppedState&)>& look) {
-  const SharedProgress progress;
-  const pid_t child = ::fork();
-  if (child < 0) {
-    fail("fork");
-  }
-  if (child == 0) {
-    runChild(*progress, work);
-  }
+  const Shared<SteppedWork::Progress> progress;
+  const pid_t child = forkChild([&] { return workTraced(*progress, work); });
   Tracer tracer(child, folder, stepping, *progress, look);
   try {
     return tracer.run();

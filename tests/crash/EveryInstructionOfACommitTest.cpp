@@ -515,7 +515,7 @@ class EveryInstructionOfACommit : public testing_support::LeakCheckedTest {
                     const std::function<bool(const SteppedState&, const Killed&)>& look) {
     const std::vector<Model> models = modelsOf(requests, modelsOf(before, {}).back());
     const TemporaryRoot root;
-    const crash_test::Shared<Board> board;
+    const testing_support::Shared<Board> board;
     std::optional<FolderImage> settled;
     std::uint64_t settledRequests = 0;
     step(

@@ -135,7 +135,7 @@ class KilledWriterTest : public ::testing::Test {
   // more of this process's, and the writer dies.
   void killOnce(std::uint64_t changes, std::uint64_t idleTurns) {
     const std::uint64_t goal = progress_->acknowledged + changes;
-    crash_test::Child writer([&] { return write(root_.path(), *progress_); });
+    testing_support::ForkedChild writer([&] { return write(root_.path(), *progress_); });
     ASSERT_TRUE(writer.waitUntil([&] { return progress_->acknowledged >= goal; }));
     for (std::atomic<std::uint64_t> turn = 0; turn < idleTurns; ++turn) {
     }
@@ -174,7 +174,7 @@ class KilledWriterTest : public ::testing::Test {
   }
 
   testing_support::TemporaryRoot root_;
-  crash_test::Shared<Progress> progress_;
+  testing_support::Shared<Progress> progress_;
   Model model_;
   std::uint64_t applied_ = 0;  // changes in the model
   int changesInFlight_ = 0;

@@ -108,7 +108,7 @@ class ReadersTest : public ::testing::Test {
     RecordProperty("seed", static_cast<int>(kSeed));
     for (unsigned life = 0; life < lives; ++life) {
       SCOPED_TRACE("life " + std::to_string(life));
-      crash_test::Child writer(write);
+      testing_support::ForkedChild writer(write);
       const std::uint64_t goal = board.changes + 1 + random() % longest;
       const auto there = [&] { return board.changes >= goal || board.complained; };
       if (life == 0) {
@@ -125,7 +125,8 @@ class ReadersTest : public ::testing::Test {
     }
     board.over = true;
     for (std::size_t number = 0; number < kReaders; ++number) {
-      EXPECT_EQ(readers_[number]->wait(), 0) << board.complaints[number].data();
+      EXPECT_EQ(readers_[number]->wait(), testing_support::Ending::exited(0))
+          << board.complaints[number].data();
     }
     std::printf("seed %u: %u lives of the writer, %llu changes, %llu and %llu passes\n", kSeed,
                 lives, as(board.changes), as(board.passes[0]), as(board.passes[1]));
@@ -142,7 +143,7 @@ class ReadersTest : public ::testing::Test {
     }
   }
 
-  std::array<std::optional<crash_test::Child>, kReaders> readers_;
+  std::array<std::optional<testing_support::ForkedChild>, kReaders> readers_;
 };
 
 // ---- rows that stay, and rows that come and go
@@ -242,7 +243,7 @@ class RowsReader : public Reader {
 
 TEST_F(ReadersTest, SeeOnlyWholeRowsWhileTheWriterRunsDiesAndComesBack) {
   const testing_support::TemporaryRoot root;
-  const crash_test::Shared<Board> board;
+  const testing_support::Shared<Board> board;
   liveAndDie(
       *board, [&] { return write(root.path(), *board); },
       [&](std::size_t number) { return std::make_unique<RowsReader>(root.path(), *board, number); },
@@ -386,7 +387,7 @@ class LogReader : public Reader {
 
 TEST_F(ReadersTest, FollowALogAndMissNoVersionThatStayed) {
   const testing_support::TemporaryRoot root;
-  const crash_test::Shared<LogBoard> board;
+  const testing_support::Shared<LogBoard> board;
   liveAndDie(
       *board, [&] { return writeLog(root.path(), *board); },
       [&](std::size_t number) { return std::make_unique<LogReader>(root.path(), *board, number); },
@@ -580,7 +581,7 @@ class GrowthReader : public Reader {
 
 TEST_F(ReadersTest, MissNoRowWhileTheTableGrowsAndItsIndexIsRebuilt) {
   const testing_support::TemporaryRoot root;
-  const crash_test::Shared<GrowthBoard> board;
+  const testing_support::Shared<GrowthBoard> board;
   liveAndDie(
       *board, [&] { return GrowingWriter(root.path(), *board).run(); },
       [&](std::size_t number) {

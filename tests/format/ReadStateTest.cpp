@@ -18,16 +18,16 @@
 
 #include "GoldenState.h"
 #include "SparseText.h"
-#include "testing/Program.h"
+#include "testing/ChildProcess.h"
 #include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 
 namespace {
 
 using format_test::FecTables;
-using integration::Outcome;
 using nlohmann::json;
 using ::testing::HasSubstr;
+using testing_support::Outcome;
 using ZevGlint::ZevGlintType;
 
 const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
@@ -46,7 +46,7 @@ class ReadStateTest : public ::testing::Test {
     std::vector<std::string> all = {PYTHON3, std::string(EXAMPLES_DIR) + "/read-state.py",
                                     "--state", state, "--json"};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    return integration::run(all, files_.path());
+    return testing_support::runProgram(all, files_.path());
   }
   json pythonRows(const std::vector<std::string>& arguments, const std::string& state) const {
     const Outcome outcome = python(arguments, state);
@@ -54,7 +54,7 @@ class ReadStateTest : public ::testing::Test {
     return json::parse(outcome.out);
   }
   json fecctl(const std::string& state, const std::string& unit) const {
-    const Outcome outcome = integration::run(
+    const Outcome outcome = testing_support::runProgram(
         {FECCTL, "show", "fec", "--state", state, "--unit", unit, "--json"}, files_.path());
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     return json::parse(outcome.out);
@@ -68,7 +68,7 @@ class ReadStateTest : public ::testing::Test {
             "--json"};
   }
   void replay(const std::string& moment, const std::string& units) const {
-    const Outcome outcome = integration::run(replayOf(moment, units), files_.path());
+    const Outcome outcome = testing_support::runProgram(replayOf(moment, units), files_.path());
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
   }
   // Row by row, so that a difference is shown and not only told.
@@ -109,7 +109,7 @@ TEST_F(ReadStateTest, BesideAWorkingAgentNothingLooksDamaged) {
                                        "--nexthops", kCaptures + "nexthops-" + moment + ".json"});
   }
   const testing_support::TemporaryRoot output;
-  integration::Program agent(arguments, output.path());
+  testing_support::Program agent(arguments, output.path());
   Outcome outcome;
   do {
     outcome = python({"fec", "log", "group-log", "applied"}, state_);
@@ -380,7 +380,7 @@ TEST_F(ReadStateTest, TheStateOfAKilledAgentIsAsFecctlAndTheLibraryReadIt) {
     std::size_t logged = 0;
     while (logged == 0 && lives < 30) {
       ++lives;
-      integration::Program agent(replayOf(moment, "0," + golden), files_.path());
+      testing_support::Program agent(replayOf(moment, "0," + golden), files_.path());
       while (agent.running() && tables.log().rowCount() == 0) {
       }
       agent.kill();

@@ -14,16 +14,16 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "testing/Program.h"
+#include "testing/ChildProcess.h"
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using integration::Outcome;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using testing_support::Outcome;
 using testing_support::TablePlaces;
 
 const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
@@ -43,7 +43,8 @@ class FecctlCheckTest : public ::testing::Test {
     left_ = new testing_support::TemporaryRoot;
     const testing_support::TemporaryRoot files;
     ASSERT_EQ(
-        integration::run(replayOf(left_->path() + "/state", {"a-before"}), files.path()).exitCode,
+        testing_support::runProgram(replayOf(left_->path() + "/state", {"a-before"}), files.path())
+            .exitCode,
         0);
   }
   static void TearDownTestSuite() {
@@ -68,7 +69,7 @@ class FecctlCheckTest : public ::testing::Test {
 
   Outcome fecctl(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), FECCTL);
-    return integration::run(arguments, files_.path());
+    return testing_support::runProgram(arguments, files_.path());
   }
   Outcome check(std::vector<std::string> options = {}) const {
     options.insert(options.begin(), {"check", "--state", state_});
@@ -107,7 +108,8 @@ class FecctlCheckTest : public ::testing::Test {
 
   // fecd starts on it, makes it equal to a capture, and hardware and table are equal.
   void expectFecdGoesOn() const {
-    const Outcome again = integration::run(replayOf(state_, {"c-links-back"}), files_.path());
+    const Outcome again =
+        testing_support::runProgram(replayOf(state_, {"c-links-back"}), files_.path());
     ASSERT_EQ(again.exitCode, 0) << again.out << again.err;
     EXPECT_EQ(nlohmann::json::parse(again.out)["snapshots"][0]["hardware_equal"], true);
     const Outcome compared =
@@ -214,7 +216,7 @@ class FecdBesideTest : public FecctlCheckTest {
   // was at work on the tables in at least one of them.
   bool wasCheckedAtWork() {
     fs::remove_all(state_);
-    integration::Program fecd(
+    testing_support::Program fecd(
         replayOf(state_, {"a-before", "b-four-links-down", "c-links-back", "a-before"}),
         parent_.path());
     bool atWork = false;
@@ -274,13 +276,13 @@ TEST_F(FecctlCheckTest, AnUnknownWordIsNamed) {
     EXPECT_THAT(unknown.err, HasSubstr("not expected: frobnicate")) << words.front();
   }
   EXPECT_THAT(fecctl({}).err, HasSubstr("subcommand is required"));
-  const Outcome fecd = integration::run({FECD, "frobnicate"}, files_.path());
+  const Outcome fecd = testing_support::runProgram({FECD, "frobnicate"}, files_.path());
   EXPECT_EQ(fecd.exitCode, 2);
   EXPECT_THAT(fecd.err, HasSubstr("not expected: frobnicate"));
 }
 
 TEST_F(FecctlCheckTest, OutputThatIsLostIsNoSuccess) {
-  const Outcome full = integration::run(
+  const Outcome full = testing_support::runProgram(
       {"/bin/sh", "-c", fmt::format("{} check --state {} > /dev/full", FECCTL, state_)},
       files_.path());
   EXPECT_EQ(full.exitCode, kCannot);

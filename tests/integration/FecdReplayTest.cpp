@@ -11,14 +11,14 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "testing/Program.h"
+#include "testing/ChildProcess.h"
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
 #include "tools/TableRole.h"
 
 namespace {
 
-using integration::Outcome;
+using testing_support::Outcome;
 
 const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
 const char* const kMoments[] = {"a-before", "b-four-links-down", "c-links-back"};
@@ -32,11 +32,11 @@ class FecdReplayTest : public ::testing::Test {
  protected:
   Outcome fecd(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), FECD);
-    return integration::run(arguments, files_.path());
+    return testing_support::runProgram(arguments, files_.path());
   }
   Outcome fecctl(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), FECCTL);
-    return integration::run(arguments, files_.path());
+    return testing_support::runProgram(arguments, files_.path());
   }
   Outcome replay(const std::string& links, const std::string& nextHops) const {
     return fecd({"replay", "--state", state_, "--links", links, "--nexthops", nextHops, "--json"});
@@ -234,7 +234,7 @@ TEST_F(FecdReplayTest, ASecondFecdIsToldWhoRunsAndChangesNothing) {
     arguments.insert(arguments.end(),
                      {"--links", linksFile(moment), "--nexthops", nextHopsFile(moment)});
   }
-  integration::Program first(arguments, output.path());
+  testing_support::Program first(arguments, output.path());
   const std::string log = state_ + "/" + Tools::fileNameOf(Tools::TableRole::log);
   while (first.running() && !std::filesystem::exists(log)) {
     ::sched_yield();

@@ -33,7 +33,6 @@
 #include "records/FecTableConstants.h"
 #include "testing/ChildProcess.h"
 #include "testing/LongForm.h"
-#include "testing/Program.h"
 #include "testing/TemporaryRoot.h"
 #include "tools/StateCheck.h"
 
@@ -232,11 +231,11 @@ class KilledAgainTest : public ::testing::Test {
 
   // Killed at a random moment within the time, if it still runs then; else it has ended well.
   bool liveAndDie(microseconds longest) {
-    integration::Program fecd(replay(anyMoment()), files_.path());
+    testing_support::Program fecd(replay(anyMoment()), files_.path());
     std::this_thread::sleep_for(microseconds(random_() % static_cast<unsigned>(longest.count())));
     const bool killed = fecd.running();
     fecd.kill();
-    const integration::Outcome outcome = fecd.wait();
+    const testing_support::Outcome outcome = fecd.wait();
     if (!killed) {
       EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
     }
@@ -254,7 +253,7 @@ class KilledAgainTest : public ::testing::Test {
     if (reset) {
       arguments.emplace_back("--reset");
     }
-    const auto outcome = integration::run(arguments, files_.path());
+    const auto outcome = testing_support::runProgram(arguments, files_.path());
     ASSERT_EQ(outcome.exitCode, 0) << answers << " answers: " << outcome.out << outcome.err;
     const auto report = nlohmann::json::parse(outcome.out)["restart"];
     EXPECT_EQ(report["answered"], answers);
@@ -272,11 +271,11 @@ class KilledAgainTest : public ::testing::Test {
   // Returns how long it took.
   microseconds expectAWholeRunEndsEqual(const char* moment) const {
     const auto started = std::chrono::steady_clock::now();
-    const auto outcome = integration::run(replay(moment), files_.path());
+    const auto outcome = testing_support::runProgram(replay(moment), files_.path());
     const auto took = std::chrono::steady_clock::now() - started;
     EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
     for (const std::uint16_t unit : kUnits) {
-      const auto compared = integration::run(
+      const auto compared = testing_support::runProgram(
           {FECCTL, "show", "fec", "--state", state_, "--unit", std::to_string(unit), "--limit", "1",
            "--compare-links", capture("links", moment), "--compare-nexthops",
            capture("nexthops", moment)},
@@ -305,12 +304,13 @@ class KilledAgainTest : public ::testing::Test {
   void endReaders() {
     board_->over = true;
     for (std::size_t number = 0; number < kReaders; ++number) {
-      EXPECT_EQ(readers_[number]->wait(), 0) << board_->complaint[number].data();
+      EXPECT_EQ(readers_[number]->wait(), testing_support::Ending::exited(0))
+          << board_->complaint[number].data();
     }
   }
 
-  crash_test::Shared<Board> board_;
-  std::array<std::optional<crash_test::Child>, kReaders> readers_;
+  testing_support::Shared<Board> board_;
+  std::array<std::optional<testing_support::ForkedChild>, kReaders> readers_;
   testing_support::TemporaryRoot files_;
   testing_support::TemporaryRoot parent_;
   std::string state_ = parent_.path() + "/state";

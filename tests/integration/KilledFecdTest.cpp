@@ -12,7 +12,7 @@
 #include "Vanta/EntityManager.h"
 #include "records/FecSharedTables.h"
 #include "records/FecTableConstants.h"
-#include "testing/Program.h"
+#include "testing/ChildProcess.h"
 #include "testing/TemporaryRoot.h"
 #include "tools/StateCheck.h"
 
@@ -61,7 +61,7 @@ class KilledFecdTest : public ::testing::TestWithParam<std::uint64_t> {
 TEST_P(KilledFecdTest, LeavesTablesThatVerifyAndTheNextReplayEndsEqual) {
   const std::uint64_t killAt = GetParam();
   {
-    integration::Program victim(replayOfTheThreeCaptures(state_), files_.path());
+    testing_support::Program victim(replayOfTheThreeCaptures(state_), files_.path());
     while (victim.running() && visibleLogVersion(state_) < killAt) {
       ::sched_yield();
     }
@@ -73,14 +73,14 @@ TEST_P(KilledFecdTest, LeavesTablesThatVerifyAndTheNextReplayEndsEqual) {
   EXPECT_TRUE(found.clean()) << Tools::reportText(found, 0);
   EXPECT_GE(found.tables.size(), 3U);
   EXPECT_EQ(found.writer, std::nullopt) << "the lock went with fecd";
-  const auto again = integration::run(replayOfTheThreeCaptures(state_), files_.path());
+  const auto again = testing_support::runProgram(replayOfTheThreeCaptures(state_), files_.path());
   ASSERT_EQ(again.exitCode, 0) << again.out << again.err;
   EXPECT_GE(visibleLogVersion(state_), left);
   const auto compared =
-      integration::run({FECCTL, "show", "fec", "--state", state_, "--limit", "1", "--compare-links",
-                        kCaptures + "links-c-links-back.json", "--compare-nexthops",
-                        kCaptures + "nexthops-c-links-back.json"},
-                       files_.path());
+      testing_support::runProgram({FECCTL, "show", "fec", "--state", state_, "--limit", "1",
+                                   "--compare-links", kCaptures + "links-c-links-back.json",
+                                   "--compare-nexthops", kCaptures + "nexthops-c-links-back.json"},
+                                  files_.path());
   EXPECT_EQ(compared.exitCode, 0) << compared.out;
   EXPECT_NE(compared.out.find("4225 equal, 0 different"), std::string::npos) << compared.out;
   const Tools::StateReport after = Tools::checkState(state_);

@@ -422,7 +422,7 @@ TEST_F(StateCheckTest, TheFirstLookThatNothingDisturbsCounts) {
 TEST_F(StateCheckTest, BesideAnAgentAtWorkThereAreNoFindings) {
   std::array<int, 2> begun{};
   ASSERT_EQ(::pipe(begun.data()), 0);
-  tools_test::ForkedChild agent([&] {
+  testing_support::ForkedChild agent([&] {
     const RawTables tables(folder());
     for (std::uint32_t change = 0;; ++change) {
       const auto key = FecHarness::key(1000 + change % 50);
@@ -474,7 +474,7 @@ TEST_F(StateCheckTest, WithoutPermissionNothingCanBeTold) {
   }
   fs::permissions(path(TableRole::config), fs::perms::all);
   fs::permissions(path(TableRole::config, 1), fs::perms::all);
-  tools_test::ForkedChild child([&] {
+  testing_support::ForkedChild child([&] {
     if (::geteuid() == 0 && ::seteuid(kNobody) != 0) {
       return 1;
     }
@@ -483,12 +483,12 @@ TEST_F(StateCheckTest, WithoutPermissionNothingCanBeTold) {
                       report.cannotTell.find("no permission") != std::string::npos;
     return told && report.findings.empty() && report.tables.size() == 4 ? 0 : 2;
   });
-  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(child.wait(), testing_support::Ending::exited(0));
 }
 
 // What keeps this process from reading a table is no fault of the table's.
 TEST_F(StateCheckTest, WithoutMemoryNothingCanBeTold) {
-  tools_test::ForkedChild child([&] {
+  testing_support::ForkedChild child([&] {
     if (!tools_test::leaveLittleMemory()) {
       return 1;
     }
@@ -498,7 +498,7 @@ TEST_F(StateCheckTest, WithoutMemoryNothingCanBeTold) {
         report.cannotTell.find("cannot map it") != std::string::npos;
     return told && report.findings.empty() ? 0 : 2;
   });
-  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(child.wait(), testing_support::Ending::exited(0));
 }
 
 // ---- what is shown

@@ -356,13 +356,13 @@ TEST_F(StateRepairTest, CopiesOfSeveralRepairsStandSideBySide) {
 TEST_F(StateRepairTest, ARepairThatIsKilledWhileItCopiesLeavesNoHalfACopy) {
   damageRow(TableRole::config, 9);
   const auto before = testing_support::stateContents(folder());
-  tools_test::ForkedChild killed([&] {
+  testing_support::ForkedChild killed([&] {
     const rlimit limit{1U << 20U, 1U << 20U};
     return ::setrlimit(RLIMIT_FSIZE, &limit) == 0
                ? static_cast<int>(carryOutRepair(folder()).kept.size())
                : 1;
   });
-  EXPECT_EQ(killed.wait(), -1) << "killed by a signal";
+  EXPECT_EQ(killed.wait(), testing_support::Ending::killedBy(SIGXFSZ));
   const auto notes = kindsOf(checkState(folder()).notes);
   EXPECT_THAT(notes, Contains("unfinished_file"));
   EXPECT_THAT(notes, ::testing::Not(Contains("kept_copy")));
@@ -388,7 +388,7 @@ TEST_F(StateRepairTest, IfACopyCannotBeMadeNothingIsDone) {
   damageRow(TableRole::groupLog, 2);
   fs::resize_file(path(TableRole::log), 4096);
   const auto before = testing_support::stateContents(folder());
-  tools_test::ForkedChild child([&] {
+  testing_support::ForkedChild child([&] {
     const rlimit limit{1U << 20U, 1U << 20U};
     if (::signal(SIGXFSZ, SIG_IGN) == SIG_ERR || ::setrlimit(RLIMIT_FSIZE, &limit) != 0) {
       return 1;
@@ -397,7 +397,7 @@ TEST_F(StateRepairTest, IfACopyCannotBeMadeNothingIsDone) {
     const bool told = report.why.find("cannot make a copy") != std::string::npos;
     return told && report.outcome == Outcome::cannot && report.kept.empty() ? 0 : 2;
   });
-  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(child.wait(), testing_support::Ending::exited(0));
   auto after = testing_support::stateContents(folder());
   after[".writer"] = before.at(".writer");
   EXPECT_EQ(after, before) << "but for the lock file's text";
@@ -407,7 +407,7 @@ TEST_F(StateRepairTest, IfACopyCannotBeMadeNothingIsDone) {
 TEST_F(StateRepairTest, WithoutMemoryNothingIsDone) {
   damageRow(TableRole::config, 9);
   const auto before = testing_support::stateContents(folder());
-  tools_test::ForkedChild child([&] {
+  testing_support::ForkedChild child([&] {
     if (!tools_test::leaveLittleMemory()) {
       return 1;
     }
@@ -419,7 +419,7 @@ TEST_F(StateRepairTest, WithoutMemoryNothingIsDone) {
     }
     return 0;
   });
-  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(child.wait(), testing_support::Ending::exited(0));
   auto after = testing_support::stateContents(folder());
   after[".writer"] = before.at(".writer");
   EXPECT_EQ(after, before) << "but for the lock file's text";
@@ -443,7 +443,7 @@ TEST_F(StateRepairTest, AStateInUseIsLeftAloneAndItsUserNamed) {
   damageRow(TableRole::config, 9);
   std::array<int, 2> begun{};
   ASSERT_EQ(::pipe(begun.data()), 0);
-  tools_test::ForkedChild agent([&] {
+  testing_support::ForkedChild agent([&] {
     Glint::RootFolder root(folder());
     const auto lock = root.lockForWriting();
     return ::write(begun[1], "x", 1) == 1 ? ::pause() : 1;
@@ -467,7 +467,7 @@ TEST_F(StateRepairTest, AStateInUseIsLeftAloneAndItsUserNamed) {
 TEST_F(StateRepairTest, ABusyAgentIsNamedAtOnce) {
   std::array<int, 2> begun{};
   ASSERT_EQ(::pipe(begun.data()), 0);
-  tools_test::ForkedChild agent([&] {
+  testing_support::ForkedChild agent([&] {
     const RawTables tables(folder());
     for (std::uint64_t value = 64;; ++value) {
       tables.group->groupLog().control().scratchpadIs(value);

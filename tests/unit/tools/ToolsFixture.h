@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +19,7 @@
 #include "Glint/SharedMemEntityManager.h"
 #include "records/FecSharedTables.h"
 #include "records/FecTableConstants.h"
+#include "testing/ChildProcess.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
 #include "testing/StateFiles.h"
@@ -126,36 +126,5 @@ inline bool leaveLittleMemory() {
   const rlimit limit{bytes, bytes};
   return pages > 0 && ::setrlimit(RLIMIT_AS, &limit) == 0;
 }
-
-// A forked child that runs a function, and is killed and waited for at the latest when this goes.
-class ForkedChild {
- public:
-  template <typename Body>
-  explicit ForkedChild(Body body) : pid_(::fork()) {
-    if (pid_ == 0) {
-      ::_exit(body());
-    }
-  }
-  ForkedChild(const ForkedChild&) = delete;
-  ForkedChild& operator=(const ForkedChild&) = delete;
-  ~ForkedChild() { kill(); }
-
-  void kill() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      wait();
-    }
-  }
-  // What the child returned.
-  int wait() {
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid_;
-};
 
 }  // namespace tools_test

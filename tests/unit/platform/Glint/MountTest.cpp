@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +23,7 @@
 #include "MountFixture.h"
 #include "format/SharedWord.h"
 #include "offline/Verify.h"
+#include "testing/ChildProcess.h"
 
 namespace {
 
@@ -479,15 +479,12 @@ TEST_F(MountTest, TheLockGoesWithTheLastTableOfItsWriter) {
 }
 
 TEST_F(MountTest, TheLockGoesWithAKilledWriter) {
-  const pid_t child = ::fork();
-  if (child == 0) {
+  testing_support::ForkedChild writer([&] {
     State state(root());
     state.mount<SmallRow>("t", kCapacity)->rows().rowIs(smallRow(1, 1));
-    ::raise(SIGKILL);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFSIGNALED(status));
+    return ::raise(SIGKILL);
+  });
+  ASSERT_EQ(writer.wait(), testing_support::Ending::killedBy(SIGKILL));
   State state(root());
   EXPECT_EQ(state.mount<SmallRow>("t", kCapacity)->rows().row(1), smallRow(1, 1));
 }

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "testing/ChildProcess.h"
+#include "testing/TemporaryRoot.h"
+
+namespace {
+
+using testing_support::Ending;
+using testing_support::ForkedChild;
+using testing_support::Shared;
+using testing_support::sweepTemporaryRoots;
+using testing_support::TemporaryRoot;
+namespace fs = std::filesystem;
+
+// Where a child's folder is.
+struct Told {
+  std::array<char, 64> path{};
+  std::atomic<bool> made = false;
+
+  void is(const TemporaryRoot& root) {
+    std::ranges::copy(root.path(), path.begin());
+    made = true;
+  }
+};
+
+[[noreturn]] int hang() {
+  ::alarm(600);  // whatever becomes of its parent
+  for (;;) {
+    ::pause();
+  }
+}
+
+class TemporaryRootTest : public ::testing::Test {
+ protected:
+  // A child that makes a folder with a file in it, and ends without removing it.
+  static std::string leftBehind(const std::string& parent) {
+    const Shared<Told> told;
+    ForkedChild child([&] {
+      const TemporaryRoot root(parent);
+      std::ofstream(root.path() + "/file") << "left";
+      told->is(root);
+      return ::raise(SIGKILL);
+    });
+    EXPECT_EQ(child.wait(), Ending::killedBy(SIGKILL));
+    return told->path.data();
+  }
+  std::size_t sweep() const { return sweepTemporaryRoots(parent_.path(), ::geteuid()); }
+
+  // Other processes of tests sweep what is left in shared memory itself.
+  TemporaryRoot parent_;
+};
+
+TEST_F(TemporaryRootTest, AFolderGoesWithItsObject) {
+  std::string path;
+  {
+    const TemporaryRoot root;
+    path = root.path();
+    std::ofstream(path + "/file") << "text";
+    EXPECT_TRUE(fs::exists(path + "/file"));
+  }
+  EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(TemporaryRootTest, WhatAKilledProcessLeftIsSwept) {
+  const std::string left = leftBehind(parent_.path());
+  ASSERT_TRUE(fs::exists(left + "/file"));
+  EXPECT_EQ(sweep(), 1U);
+  EXPECT_FALSE(fs::exists(left));
+}
+
+TEST_F(TemporaryRootTest, AProcessSweepsSharedMemoryWhenItMakesItsFirstFolder) {
+  const std::string left = leftBehind(TemporaryRoot::kSharedMemory);
+  const testing_support::Outcome outcome = testing_support::runProgram(
+      {"/proc/self/exe", "--gtest_filter=TemporaryRootTest.AFolderGoesWithItsObject"},
+      parent_.path());
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+  EXPECT_FALSE(fs::exists(left));
+}
+
+TEST_F(TemporaryRootTest, WhatALivingProcessHasIsNotSwept) {
+  const Shared<Told> told;
+  const TemporaryRoot own(parent_.path());
+  ForkedChild child([&]() -> int {
+    const TemporaryRoot root(parent_.path());
+    told->is(root);
+    hang();
+  });
+  ASSERT_TRUE(child.waitUntil([&] { return told->made.load(); }));
+  EXPECT_EQ(sweep(), 0U);
+  EXPECT_TRUE(fs::exists(told->path.data()));
+  EXPECT_TRUE(fs::exists(own.path()));
+  child.kill();
+  EXPECT_EQ(sweep(), 1U);
+  EXPECT_FALSE(fs::exists(told->path.data()));
+  EXPECT_TRUE(fs::exists(own.path()));
+}
+
+TEST_F(TemporaryRootTest, AFolderStaysAsLongAsAChildOfItsProcessLives) {
+  const Shared<Told> told;
+  const Shared<std::atomic<pid_t>> grandchild;
+  ForkedChild child([&] {
+    const TemporaryRoot root(parent_.path());
+    *grandchild = testing_support::forkChild(hang);
+    told->is(root);
+    return ::raise(SIGKILL);
+  });
+  EXPECT_EQ(child.wait(), Ending::killedBy(SIGKILL));
+  EXPECT_EQ(sweep(), 0U);
+  EXPECT_TRUE(fs::exists(told->path.data()));
+  EXPECT_EQ(::kill(*grandchild, SIGKILL), 0);
+}
+
+TEST_F(TemporaryRootTest, AForeignUsersFolderIsNotTouched) {
+  const std::string left = leftBehind(parent_.path());
+  EXPECT_EQ(sweepTemporaryRoots(parent_.path(), ::geteuid() + 1), 0U);
+  EXPECT_TRUE(fs::exists(left + "/file"));
+}
+
+TEST_F(TemporaryRootTest, WhatHasAnotherNameOrIsALinkIsNotSwept) {
+  const std::string other = parent_.path() + "/other";
+  const std::string link = parent_.path() + "/loamfec-test.link";
+  fs::create_directory(other);
+  fs::create_directory_symlink(other, link);
+  EXPECT_EQ(sweep(), 0U);
+  EXPECT_TRUE(fs::exists(other));
+  EXPECT_TRUE(fs::is_symlink(link));
+}
+
+TEST_F(TemporaryRootTest, ThereIsNoFolderWhereNoneCanBeMade) {
+  EXPECT_THROW(TemporaryRoot(parent_.path() + "/none"), std::runtime_error);
+}
+
+// A sweeper meets folders between their making and their locking.
+TEST_F(TemporaryRootTest, AFolderThatIsBeingMadeIsNotLostToASweep) {
+  const Shared<std::atomic<bool>> done;
+  const Shared<std::atomic<std::uint64_t>> swept;
+  ForkedChild sweeper([&] {
+    while (!*done) {
+      *swept += sweep();
+    }
+    return 0;
+  });
+  constexpr int kFolders = 10'000;
+  int lost = 0;
+  for (int made = 0; made < kFolders; ++made) {
+    const TemporaryRoot root(parent_.path());
+    std::ofstream file(root.path() + "/file");
+    lost += file.is_open() ? 0 : 1;
+  }
+  *done = true;
+  EXPECT_EQ(sweeper.wait(), Ending::exited(0));
+  EXPECT_EQ(lost, 0);
+  std::printf("%llu of them were swept while they were made\n",
+              static_cast<unsigned long long>(swept->load()));
+}
+
+}  // namespace
