@@ -14,6 +14,7 @@
 #include "GoldenState.h"
 #include "SparseText.h"
 #include "offline/Verify.h"
+#include "testing/Printers.h"
 #include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
 
@@ -74,7 +75,7 @@ void expectEntry(const FecTableDataModelLogEntry& entry, std::uint32_t fecId, st
 }
 
 void expectDefaultEntry(const FecTableDataModelLogEntry& entry) {
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(entry, FecTableDataModelLogEntry()));
+  EXPECT_THAT(entry, testing_support::IsEq(FecTableDataModelLogEntry()));
 }
 
 void expectConfigRow(const FecTables& tables, std::uint32_t fecId, const char* interface,

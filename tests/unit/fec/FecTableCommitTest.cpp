@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "FecTableFixture.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -148,9 +149,9 @@ TEST_F(FecTableCommitTest, AWriteIsLoggedWithItsContentsAndItsResolvedDestinatio
   ASSERT_TRUE(logRow(1));
   EXPECT_EQ(logRow(1)->operation(), FecTableDataModelLogGlintEntry::kEntryWritten);
   EXPECT_EQ(logRow(1)->unitId(), table().unitId());
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(logRow(1)->logEntry(), expected));
+  EXPECT_THAT(logRow(1)->logEntry(), IsEq(expected));
   ASSERT_TRUE(configRow(5));
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(configRow(5)->logEntry(), expected));
+  EXPECT_THAT(configRow(5)->logEntry(), IsEq(expected));
   EXPECT_EQ(configRow(5)->rsrcKeys().intfId, Wirex::IntfId::fromName("eth1"));
   EXPECT_EQ(configRow(5)->version(), Asic::LogVersion(1));
   EXPECT_FALSE(configRow(5)->isDeleted());
@@ -164,8 +165,8 @@ TEST_F(FecTableCommitTest, ACommittedWriteWaitsInTheLogQueueForTheHardware) {
   EXPECT_EQ(first->entryState(), State::hwWritePending);
   EXPECT_EQ(second->logVersion(), Asic::LogVersion(2));
   EXPECT_EQ(table().entryHandlesInLog(), 2U);
-  EXPECT_TRUE(table().entryHandleInLogFront() == first);
-  EXPECT_TRUE(table().entryHandleInLogBack() == second);
+  EXPECT_EQ(table().entryHandleInLogFront(), first);
+  EXPECT_EQ(table().entryHandleInLogBack(), second);
   EXPECT_TRUE(status().pendingHwWrites());
   EXPECT_TRUE(nothingPending(5));
   EXPECT_THAT(responses(), IsEmpty());
@@ -252,7 +253,7 @@ TEST_F(FecTableCommitTest, CommittingTheFirstOfTwoWritesLeavesTheSecondPending) 
   agent_.run();
   EXPECT_EQ(first->entryState(), State::hwWritePending);
   ASSERT_NE(pendingWrite(5), nullptr);
-  EXPECT_TRUE(pendingWrite(5)->entryHandle() == second);
+  EXPECT_EQ(pendingWrite(5)->entryHandle(), second);
   EXPECT_EQ(pendingVersion(5), 1U);
   EXPECT_EQ(committedMark(5), 1U);
   other->stateIs(State::done);
@@ -269,7 +270,7 @@ TEST_F(FecTableCommitTest, CommittingTheFirstOfTwoRemovesLeavesTheSecondPending)
   agent_.run();
   EXPECT_FALSE(committed(5));
   ASSERT_NE(pendingRemove(5), nullptr);
-  EXPECT_TRUE(pendingRemove(5)->entryHandle() == second);
+  EXPECT_EQ(pendingRemove(5)->entryHandle(), second);
   EXPECT_EQ(pendingVersion(5), 1U);
 }
 
@@ -291,7 +292,7 @@ TEST_F(FecTableCommitTest, CommittingARemoveThatANewerWriteReplacedTouchesNeithe
   agent_.run();
   EXPECT_FALSE(committed(5));
   ASSERT_NE(pendingWrite(5), nullptr);
-  EXPECT_TRUE(pendingWrite(5)->entryHandle() == newer);
+  EXPECT_EQ(pendingWrite(5)->entryHandle(), newer);
   EXPECT_EQ(pendingVersion(5), 1U);
 }
 
@@ -309,7 +310,7 @@ TEST_F(FecTableCommitTest, ARemoveIsLoggedAsTheDeletionOfItsEntry) {
   EXPECT_TRUE(configRow(5)->isDeleted());
   EXPECT_EQ(removed->logVersion(), Asic::LogVersion(2));
   EXPECT_EQ(removed->entryState(), State::hwWritePending);
-  EXPECT_TRUE(table().entryHandleInLogBack() == removed);
+  EXPECT_EQ(table().entryHandleInLogBack(), removed);
   EXPECT_TRUE(status().pendingHwWrites());
   EXPECT_TRUE(nothingPending(5));
 }
@@ -349,7 +350,7 @@ TEST_F(FecTableCommitTest, ARemoveReleasesItsResourceBeforeItIsLogged) {
       {"FecTableSwTable", "FecTableEntryLog", "FecTableIntfIdToDestIdLinkage"}, 1U << 8);
   agent_.run();
   ASSERT_THAT(agent_.client().releases, SizeIs(1));
-  EXPECT_TRUE(agent_.client().releases.front().dependency == removed);
+  EXPECT_EQ(agent_.client().releases.front().dependency, removed);
   EXPECT_THAT(steps(traces, {"commitEntry", "updateLocalUsage", "deleteResKeyMapping", "entryDel",
                              "maybeUpdateSuspend"}),
               ElementsAre("commitEntry", "updateLocalUsage", "deleteResKeyMapping", "entryDel",
@@ -363,7 +364,7 @@ TEST_F(FecTableCommitTest, ARemoveOfAKeyWithoutRowIsAnsweredAtVersionZeroByTheNe
   EXPECT_EQ(log().entryLogConfigRows(), 0U);
   EXPECT_EQ(removed->logVersion(), Asic::LogVersion(0));
   EXPECT_EQ(removed->entryState(), State::hwWritePending);
-  EXPECT_TRUE(table().entryHandleInLogFront() == removed);
+  EXPECT_EQ(table().entryHandleInLogFront(), removed);
   EXPECT_TRUE(status().pendingHwWrites()) << "though nothing was logged";
   EXPECT_THAT(responses(), IsEmpty());
   agent_.report(0);
@@ -400,7 +401,7 @@ TEST_F(FecTableCommitTest, ARemoveAllIsLoggedAsOneTableDelete) {
   EXPECT_EQ(traces.find("Committing table delete for version: 0")->function, "commitEntry");
   ASSERT_TRUE(logRow(3));
   EXPECT_EQ(logRow(3)->operation(), FecTableDataModelLogGlintEntry::kTableDeleted);
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(logRow(3)->logEntry(), FecTableDataModelLogEntry()));
+  EXPECT_THAT(logRow(3)->logEntry(), IsEq(FecTableDataModelLogEntry()));
   EXPECT_TRUE(configRow(5)->isDeleted());
   EXPECT_TRUE(configRow(6)->isDeleted());
   EXPECT_EQ(logVersion(), 3U);
@@ -441,7 +442,7 @@ TEST_F(FecTableCommitTest, ARemoveAllReleasesEachResourceOnce) {
 
 TEST_F(FecTableCommitTest, ARemoveAllAtVersionZeroLeavesNoneValid) {
   removeAll();
-  ASSERT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(0));
+  ASSERT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(0));
   agent_.run();
   EXPECT_EQ(table().transientRemoveAllVersion().value(), kInvalid);
 }
@@ -450,9 +451,9 @@ TEST_F(FecTableCommitTest, EachCommittedRemoveAllLowersTheVersionByOne) {
   const auto other = dependency(State::notResolved);
   removeAll();
   removeAll(other);
-  ASSERT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(1));
+  ASSERT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(1));
   agent_.run();
-  EXPECT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(0));
+  EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(0));
   other->stateIs(State::done);
   agent_.run();
   EXPECT_FALSE(table().transientRemoveAllVersion().valid());
@@ -468,7 +469,7 @@ TEST_F(FecTableCommitTest, TheHandleOfASuccessfulRemoveAllIsNeverAnswered) {
   const auto held = lastQueuedHandle();
   agent_.run();
   EXPECT_EQ(table().entryHandlesInLog(), 1U) << "the queue is as it was";
-  EXPECT_TRUE(table().entryHandleInLogBack() == written);
+  EXPECT_EQ(table().entryHandleInLogBack(), written);
   EXPECT_EQ(held->logVersion(), Asic::LogVersion());
   EXPECT_EQ(held->entryState(), State::notResolved);
   agent_.reportAll();
@@ -658,14 +659,14 @@ TEST_F(FecTableCommitTest, AFailedRemoveAllHidesEveryCommittedEntryForGood) {
   writeCommitted(5);
   removeAll(dependency(State::commitFailed));
   agent_.run();
-  EXPECT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(0));
+  EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(0));
   EXPECT_FALSE(table().entryHas(key(5)));
   EXPECT_EQ(table().entrys(), 0U);
   writeCommitted(5);
   EXPECT_FALSE(table().entryHas(key(5)));
   removeAll();
   agent_.run();
-  EXPECT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(0))
+  EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(0))
       << "a successful one lowers only what it raised itself";
 }
 
@@ -709,7 +710,7 @@ TEST_F(FecTableCommitTest, AVersionThatIsGivenTwiceLetsTheOlderWriteCleanTheNewe
   agent_.run();
   ASSERT_TRUE(nothingPending(5)) << "the second write was the newest of the key";
   const Handle newest = write(5, "eth3", 3);
-  EXPECT_TRUE(Asic::EntryVersion::isEq(stuck->version(), newest->version()));
+  EXPECT_THAT(stuck->version(), IsEq(newest->version()));
   agent_.run();
   ASSERT_NE(pendingWrite(5), nullptr);
   resourceIs("eth1", State::done, 100);

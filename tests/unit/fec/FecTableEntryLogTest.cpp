@@ -17,6 +17,7 @@
 
 #include "EntryLogFixture.h"
 #include "fec/FecTableEntryLog.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -36,8 +37,8 @@ Pell::Ptr<Asic::NeededEntry> neededEntry() {
 void expectRow(const std::optional<ConfigRow>& row, const LogEntry& entry, const ResourceKeys& keys,
                LogVersion version, bool isDeleted) {
   ASSERT_TRUE(row.has_value());
-  EXPECT_TRUE(LogEntry::isEq(row->logEntry(), entry)) << valueToStrep(row->logEntry());
-  EXPECT_TRUE(ResourceKeys::isEq(row->rsrcKeys(), keys));
+  EXPECT_THAT(row->logEntry(), IsEq(entry)) << valueToStrep(row->logEntry());
+  EXPECT_THAT(row->rsrcKeys(), IsEq(keys));
   EXPECT_EQ(row->version(), version);
   EXPECT_EQ(row->isDeleted(), isDeleted);
 }
@@ -48,7 +49,7 @@ void expectRow(const std::optional<LogRow>& row, LogVersion version, std::uint16
   EXPECT_EQ(row->version(), version);
   EXPECT_EQ(row->operation(), operation);
   EXPECT_EQ(row->unitId(), unit);
-  EXPECT_TRUE(LogEntry::isEq(row->logEntry(), entry)) << valueToStrep(row->logEntry());
+  EXPECT_THAT(row->logEntry(), IsEq(entry)) << valueToStrep(row->logEntry());
 }
 
 // ---- Mounts.
@@ -654,8 +655,8 @@ class FecTableEntryLogQueries : public EntryLogTest {};
 TEST_F(FecTableEntryLogQueries, ACommittedEntryIsAnsweredWithItsContentsAndResourceKeys) {
   write(5, 50);
   EXPECT_TRUE(log().entryHas(Key(5), kUnit));
-  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(5), kUnit), logEntry(5, 50)));
-  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), resourceKeys("eth1")));
+  EXPECT_THAT(log().entry(Key(5), kUnit), IsEq(logEntry(5, 50)));
+  EXPECT_THAT(log().entryRsrcKeys(Key(5), kUnit), IsEq(resourceKeys("eth1")));
   EXPECT_EQ(log().entrys(kUnit), 1U);
   EXPECT_EQ(log().entrysInDeletion(kUnit), 0U);
 }
@@ -663,8 +664,8 @@ TEST_F(FecTableEntryLogQueries, ACommittedEntryIsAnsweredWithItsContentsAndResou
 TEST_F(FecTableEntryLogQueries, AnAbsentKeyIsAnsweredWithDefaults) {
   write(5, 50, kOtherUnit);
   EXPECT_FALSE(log().entryHas(Key(5), kUnit));
-  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(5), kUnit), LogEntry()));
-  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), ResourceKeys()));
+  EXPECT_THAT(log().entry(Key(5), kUnit), IsEq(LogEntry()));
+  EXPECT_THAT(log().entryRsrcKeys(Key(5), kUnit), IsEq(ResourceKeys()));
   EXPECT_EQ(log().entrys(kUnit), 0U);
 }
 
@@ -673,8 +674,8 @@ TEST_F(FecTableEntryLogQueries, ADeletedEntryThatIsNotCleanedUpStillTellsItsReso
   write(6, 60);
   remove(5);
   EXPECT_FALSE(log().entryHas(Key(5), kUnit));
-  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(5), kUnit), LogEntry()));
-  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), resourceKeys("eth1")));
+  EXPECT_THAT(log().entry(Key(5), kUnit), IsEq(LogEntry()));
+  EXPECT_THAT(log().entryRsrcKeys(Key(5), kUnit), IsEq(resourceKeys("eth1")));
   EXPECT_EQ(log().entrysInDeletion(kUnit), 1U);
   EXPECT_EQ(log().entrys(kUnit), 1U);
 }
@@ -692,8 +693,8 @@ TEST_F(FecTableEntryLogQueries, ALookAnswersAsTheQueriesByKeyDoAndIsTracedLikeTh
     const auto look = log().look(Key(fecId), kUnit);
     EXPECT_THAT(byLook.records(), IsEmpty());
     EXPECT_EQ(look.entryHas(), has);
-    EXPECT_TRUE(LogEntry::isEq(look.entry(), entry));
-    EXPECT_TRUE(ResourceKeys::isEq(look.entryRsrcKeys(), keys));
+    EXPECT_THAT(look.entry(), IsEq(entry));
+    EXPECT_THAT(look.entryRsrcKeys(), IsEq(keys));
     ASSERT_EQ(byLook.records().size(), 3U);
     for (std::size_t at = 0; at < 3; ++at) {
       EXPECT_EQ(byLook.records()[at].function, byKey.records()[at].function);
@@ -708,7 +709,7 @@ TEST_F(FecTableEntryLogQueries, WithoutRoomInTheGroupLogThereIsNoneInTheLog) {
   groupLog().hasRoom = false;
   EXPECT_THROW(log().throwWithoutRoom(needed, kUnit), LoamFec::FecTableLogRoomException);
   ASSERT_EQ(groupLog().askedRoomFor.size(), 2U);
-  EXPECT_TRUE(groupLog().askedRoomFor[1] == needed);
+  EXPECT_EQ(groupLog().askedRoomFor[1], needed);
 }
 
 TEST_F(FecTableEntryLogQueries, ALookStaysAsItWas) {
@@ -733,7 +734,7 @@ TEST_F(FecTableEntryLogQueries, AfterCleanupADeletedKeyHasNoRow) {
   write(5, 50);
   log().cleanupEntryLog(remove(5));
   EXPECT_FALSE(configRows().has(Key(5)));
-  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(5), kUnit), ResourceKeys()));
+  EXPECT_THAT(log().entryRsrcKeys(Key(5), kUnit), IsEq(ResourceKeys()));
   EXPECT_EQ(log().entrysInDeletion(kUnit), 0U);
 }
 
@@ -793,10 +794,10 @@ class FecTableEntryLogDamage : public EntryLogTest {
 TEST_F(FecTableEntryLogDamage, ADamagedRowReadsAsTheDefaultEntryAndTheMapIsTold) {
   damage(2);
   TraceRecorder traces({"GlintMapBase"});
-  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(2), kUnit), LogEntry()));
+  EXPECT_THAT(log().entry(Key(2), kUnit), IsEq(LogEntry()));
   expectTold(traces, 1);
   EXPECT_THAT(traces.texts(1), ElementsAre(HasSubstr("the row of key 2")));
-  EXPECT_TRUE(LogEntry::isEq(log().entry(Key(1), kUnit), logEntry(1, 10)));
+  EXPECT_THAT(log().entry(Key(1), kUnit), IsEq(logEntry(1, 10)));
 }
 
 TEST_F(FecTableEntryLogDamage, ADamagedRowIsNotThere) {
@@ -810,7 +811,7 @@ TEST_F(FecTableEntryLogDamage, ADamagedRowIsNotThere) {
 TEST_F(FecTableEntryLogDamage, ADamagedRowHasTheDefaultResourceKeys) {
   damage(2);
   TraceRecorder traces({"GlintMapBase"});
-  EXPECT_TRUE(ResourceKeys::isEq(log().entryRsrcKeys(Key(2), kUnit), ResourceKeys()));
+  EXPECT_THAT(log().entryRsrcKeys(Key(2), kUnit), IsEq(ResourceKeys()));
   expectTold(traces, 1);
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "FecTableFixture.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -258,7 +259,7 @@ TEST_F(FecTableExceptionTest, ANullHelperIsRefusedAndTheOneThatIsThereStays) {
   const auto helper = helperIs();
   const TableObserver observer(table());
   EXPECT_THROW(table().swTableHelperIs(nullptr), std::exception);
-  EXPECT_TRUE(table().swTableHelper() == helper);
+  EXPECT_EQ(table().swTableHelper(), helper);
   EXPECT_THAT(observer.changes(), IsEmpty());
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "FecTestNames.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ TEST_F(FecTableInfraTypesTest, AWrapperCopiesTheEntryAndHoldsTheHandle) {
   FecTableDataModelEntry entry = someEntry();
   const auto wrapper = fecTableEntryWrapperFactory(entry, handle);
   entry.opaqueA = 0;
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper->entry(), someEntry()));
+  EXPECT_THAT(wrapper->entry(), IsEq(someEntry()));
   EXPECT_EQ(wrapper->key(), FecHarness::key(5));
   EXPECT_EQ(wrapper->entryHandle(), handle);
   EXPECT_EQ(handle->references(), 2U);
@@ -124,7 +125,7 @@ TEST_F(FecTableInfraTypesTest, TheResolvedFieldsAreSetAndNothingElseChanges) {
   wrapper->setResolvedFields();
   FecTableDataModelEntry expected = someEntry();
   expected.resolvedDest = {.first = 0xFFFFFFFF, .second = 0xFFFF, .third = 9};
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper->entry(), expected));
+  EXPECT_THAT(wrapper->entry(), IsEq(expected));
 }
 
 TEST_F(FecTableInfraTypesTest, WithoutAResourceTheResolvedFieldsBecomeTheUnsetOnes) {
@@ -132,19 +133,19 @@ TEST_F(FecTableInfraTypesTest, WithoutAResourceTheResolvedFieldsBecomeTheUnsetOn
   wrapper->setResolvedFields();
   FecTableDataModelEntry expected = someEntry();
   expected.resolvedDest = FecDestination();
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper->entry(), expected));
+  EXPECT_THAT(wrapper->entry(), IsEq(expected));
 }
 
 TEST_F(FecTableInfraTypesTest, RetrievingClientDataDoesNothing) {
   const auto wrapper = fecTableEntryWrapperFactory(someEntry(), nullptr);
   wrapper->retrieveClientData();
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper->entry(), someEntry()));
+  EXPECT_THAT(wrapper->entry(), IsEq(someEntry()));
 }
 
 TEST_F(FecTableInfraTypesTest, AWrappersEntryCanBeReplaced) {
   const auto wrapper = fecTableEntryWrapperFactory(someEntry(), nullptr);
   wrapper->entryIs(FecTableDataModelEntry());
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper->entry(), FecTableDataModelEntry()));
+  EXPECT_THAT(wrapper->entry(), IsEq(FecTableDataModelEntry()));
 }
 
 TEST_F(FecTableInfraTypesTest, TheRecordsNumberTheirAttributesInOrder) {
@@ -197,7 +198,7 @@ TEST_F(FinalizeTest, SuccessOfAWriteSetsTheResolvedFieldsAndThenTellsTheHelper) 
 TEST_F(FinalizeTest, SuccessOfARemoveLeavesTheDestinationFieldsUnchanged) {
   wrapper_->finalizeOnSuccess(table_, true);
   EXPECT_THAT(helper_->calls, ElementsAre(Call("success", 5, true)));
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper_->entry(), someEntry()));
+  EXPECT_THAT(wrapper_->entry(), IsEq(someEntry()));
 }
 
 TEST_F(FinalizeTest, FailureLeavesTheDestinationFieldsAndReturnsTheHelpersAnswer) {
@@ -209,7 +210,7 @@ TEST_F(FinalizeTest, FailureLeavesTheDestinationFieldsAndReturnsTheHelpersAnswer
       EXPECT_THAT(helper_->calls, ElementsAre(Call("failure", 5, isDeleted)));
       EXPECT_EQ(helper_->table, table_.get());
       EXPECT_EQ(helper_->wrapper, wrapper_.get());
-      EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper_->entry(), someEntry()));
+      EXPECT_THAT(wrapper_->entry(), IsEq(someEntry()));
     }
   }
 }
@@ -324,7 +325,7 @@ TEST_F(FecTableInfraTypesTest, TheDefaultHooksDoNothing) {
     EXPECT_TRUE(helper->finalizeOnResourceUpdate(wrapper, table, flag));
     helper->handleHwError(wrapper, flag ? 1 : 0);
   }
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper->entry(), someEntry()));
+  EXPECT_THAT(wrapper->entry(), IsEq(someEntry()));
 }
 
 TEST_F(FecTableInfraTypesTest, TheHooksStandInTheirSlotsBehindTheDestructor) {

@@ -14,6 +14,7 @@
 
 #include "EntryLogFixture.h"
 #include "LinkageFixture.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -85,8 +86,8 @@ TEST_F(ReadsTest, ACommittedEntryReadsWithTheInterfaceOfItsResourceKeys) {
   const Entry read = table().entryRead(key(5));
   EXPECT_EQ(read.intfId, Wirex::IntfId::fromName("eth1"));
   EXPECT_EQ(read.resolvedDest.first, 100U);
-  EXPECT_TRUE(Entry::isEq(read, table().entryFromConfig(key(5))));
-  EXPECT_TRUE(Entry::isEq(read, table().entry(key(5))));
+  EXPECT_THAT(read, IsEq(table().entryFromConfig(key(5))));
+  EXPECT_THAT(read, IsEq(table().entry(key(5))));
 }
 
 TEST_F(ReadsTest, AKeyWithAPendingRemoveReadsAsTheDefaultAlthoughTheLogHoldsIt) {
@@ -624,7 +625,7 @@ TEST_F(ReadsTest, AWalkYieldsWholeEntriesTheirInterfaceIncluded) {
   writeCommitted(0xFFFF'0001, "eth1", 7);
   const auto at = table().entryIteratorConst();
   ASSERT_TRUE(static_cast<bool>(at));
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(*at, table().entryRead(key(0xFFFF'0001))));
+  EXPECT_THAT(*at, IsEq(table().entryRead(key(0xFFFF'0001))));
   EXPECT_EQ(at->intfId, Wirex::IntfId::fromName("eth1"));
 }
 
@@ -635,7 +636,7 @@ TEST_F(ReadsTest, TheSnapshotHoldsWhatAWalkYields) {
   const auto snapshot = table().getTableEntries_py();
   const auto& entries = snapshot->tableEntries();
   ASSERT_EQ(entries.size(), 2U);
-  EXPECT_TRUE(Entry::isEq(*entries.find(key(1)), table().entryRead(key(1))));
+  EXPECT_THAT(*entries.find(key(1)), IsEq(table().entryRead(key(1))));
   EXPECT_EQ(entries.find(key(2))->opaqueA, 22U);
   agent_.run();
   writeCommitted(4);

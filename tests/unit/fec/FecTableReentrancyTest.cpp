@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "FecTableFixture.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -350,7 +351,7 @@ TEST_F(FecTableReentrancyTest, AHookThatWritesTheSameKeyLeavesTheNewerVersionPen
   ASSERT_TRUE(newer);
   EXPECT_EQ(newer->version().major(), 1U);
   ASSERT_NE(pendingWrite(5), nullptr);
-  EXPECT_TRUE(pendingWrite(5)->entryHandle() == newer) << "the cleaning left it";
+  EXPECT_EQ(pendingWrite(5)->entryHandle(), newer) << "the cleaning left it";
   EXPECT_EQ(pendingVersion(5), 1U);
 }
 
@@ -475,8 +476,8 @@ TEST_F(FecTableReentrancyTest, AnObserverMayWriteTheKeyWhoseVersionIsBeingStored
   const Handle outer = write(5, "", 1);
   EXPECT_EQ(outer->version().major(), 0U);
   EXPECT_EQ(inner->version().major(), 1U);
-  EXPECT_TRUE(pendingWrite(5)->entryHandle() == outer) << "it was stored last";
-  EXPECT_TRUE(queued()[0]->swTableEntry()->entryHandle() == inner) << "and queued last";
+  EXPECT_EQ(pendingWrite(5)->entryHandle(), outer) << "it was stored last";
+  EXPECT_EQ(queued()[0]->swTableEntry()->entryHandle(), inner) << "and queued last";
   agent_.run();
   EXPECT_EQ(committedMark(5), 1U);
   EXPECT_TRUE(nothingPending(5));
@@ -526,7 +527,7 @@ TEST_F(FecTableReentrancyTest, AnObserverMayRemoveAllInTheMiddleOfARemoveAll) {
     }
   });
   removeAll();
-  EXPECT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(1)) << "two are pending";
+  EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(1)) << "two are pending";
   agent_.run();
   EXPECT_FALSE(table().transientRemoveAllVersion().valid());
   EXPECT_EQ(logVersion(), 2U);

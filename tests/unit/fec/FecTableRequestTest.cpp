@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "FecTableFixture.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -92,16 +93,16 @@ TEST_F(FecTableRequestTest, AWriteIsQueuedWithItsWrapperAndDependency) {
       table().entryWriteWithResponseHandler(key(5), entry, other, agent_.recordResponse());
   ASSERT_EQ(queued().size(), 1U);
   const QueuedEntry queuedEntry = queued().front();
-  EXPECT_TRUE(queuedEntry->dependantEntryHandle() == other);
+  EXPECT_EQ(queuedEntry->dependantEntryHandle(), other);
   EXPECT_EQ(queuedEntry->flags(), Asic::EntryFlags(0));
   EXPECT_EQ(queuedEntry->swTable(), &table());
   EXPECT_TRUE(queuedEntry->hasNotificationActive());
   const auto& wrapper = queuedEntry->swTableEntry();
   EXPECT_EQ(wrapper.get(), pendingWrite(5));
   EXPECT_TRUE(wrapper->hasNotificationActive());
-  EXPECT_TRUE(wrapper->entryHandle() == handle);
+  EXPECT_EQ(wrapper->entryHandle(), handle);
   entry.key = key(5);
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(wrapper->entry(), entry));
+  EXPECT_THAT(wrapper->entry(), IsEq(entry));
   EXPECT_EQ(logVersion(), 0U) << "a request does not touch the log";
 }
 
@@ -127,7 +128,7 @@ TEST_F(FecTableRequestTest, AWriteAsksForItsInterfaceOnce) {
   write(5, "eth1");
   ASSERT_EQ(agent_.client().requests.size(), 1U);
   EXPECT_EQ(agent_.client().requests.front().intfId(), Wirex::IntfId::fromName("eth1"));
-  EXPECT_TRUE(pendingWrite(5)->intfIdResPtr() == agent_.client().handle("eth1"));
+  EXPECT_EQ(pendingWrite(5)->intfIdResPtr(), agent_.client().handle("eth1"));
 }
 
 TEST_F(FecTableRequestTest, AWriteIsQueuedWhateverTheResourceTableAnswers) {
@@ -168,12 +169,12 @@ TEST_F(FecTableRequestTest, RemoveAfterWriteLeavesOnlyTheRemovePending) {
   const Handle removed = remove(5);
   EXPECT_EQ(pendingWrite(5), nullptr);
   ASSERT_NE(pendingRemove(5), nullptr);
-  EXPECT_TRUE(pendingRemove(5)->entryHandle() == removed);
+  EXPECT_EQ(pendingRemove(5)->entryHandle(), removed);
   EXPECT_EQ(major(removed), major(written) + 1);
   EXPECT_EQ(pendingVersion(5), 1U);
   ASSERT_EQ(queued().size(), 2U) << "both stay queued";
-  EXPECT_TRUE(queued()[0]->swTableEntry()->entryHandle() == written);
-  EXPECT_TRUE(queued()[1]->swTableEntry()->entryHandle() == removed);
+  EXPECT_EQ(queued()[0]->swTableEntry()->entryHandle(), written);
+  EXPECT_EQ(queued()[1]->swTableEntry()->entryHandle(), removed);
 }
 
 TEST_F(FecTableRequestTest, WriteAfterRemoveLeavesOnlyTheWritePending) {
@@ -189,9 +190,9 @@ TEST_F(FecTableRequestTest, ANewerWriteReplacesTheOlderOneInTheMapOnly) {
   const Handle older = write(5, "eth1");
   const Handle newer = write(5, "eth1");
   EXPECT_EQ(table().transientAddEntry().size(), 1U);
-  EXPECT_TRUE(pendingWrite(5)->entryHandle() == newer);
+  EXPECT_EQ(pendingWrite(5)->entryHandle(), newer);
   ASSERT_EQ(queued().size(), 2U);
-  EXPECT_TRUE(queued()[0]->swTableEntry()->entryHandle() == older);
+  EXPECT_EQ(queued()[0]->swTableEntry()->entryHandle(), older);
 }
 
 TEST_F(FecTableRequestTest, ARemoveOfAKeyThatWasNeverWrittenIsQueuedLikeAnyOther) {
@@ -207,13 +208,13 @@ TEST_F(FecTableRequestTest, ARemoveCarriesItsKeyAndDefaultsAndAsksForNoInterface
   const auto other = dependency(State::notResolved);
   const Handle removed = remove(5, other);
   const QueuedEntry queuedEntry = queued().at(0);
-  EXPECT_TRUE(queuedEntry->dependantEntryHandle() == other);
+  EXPECT_EQ(queuedEntry->dependantEntryHandle(), other);
   EXPECT_EQ(queuedEntry->flags(), Asic::EntryFlags(1));
   EXPECT_EQ(queuedEntry->swTable(), &table());
   FecTableDataModelEntry expected;
   expected.key = key(5);
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(queuedEntry->swTableEntry()->entry(), expected));
-  EXPECT_TRUE(queuedEntry->swTableEntry()->entryHandle() == removed);
+  EXPECT_THAT(queuedEntry->swTableEntry()->entry(), IsEq(expected));
+  EXPECT_EQ(queuedEntry->swTableEntry()->entryHandle(), removed);
   EXPECT_EQ(removed->entryState(), State::notResolved);
   EXPECT_THAT(agent_.client().requests, IsEmpty());
 }
@@ -247,7 +248,7 @@ TEST_F(FecTableRequestTest, ARequestMayBeGivenAKeyThatItsOwnStepsRemove) {
 TEST_F(FecTableRequestTest, TheFirstRemoveAllSetsItsVersionToZeroAndTracesItsSteps) {
   const TraceRecorder traces({"FecTableSwTable"});
   table().entryRemoveAll(nullptr);
-  EXPECT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(0));
+  EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(0));
   EXPECT_THAT(lines(traces),
               ElementsAre("8 entryRemoveAll||", "8 entryRemoveAllWithResponseHandler||",
                           "8 entryRemoveAllGeneric||",
@@ -261,10 +262,10 @@ TEST_F(FecTableRequestTest, TheNextRemoveAllCountsOn) {
   const TraceRecorder traces({"FecTableSwTable"});
   removeAll();
   EXPECT_TRUE(traces.has(8, "Found valid table remove all version: 0"));
-  EXPECT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(1));
+  EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(1));
   removeAll();
   EXPECT_TRUE(traces.has(8, "Found valid table remove all version: 1"));
-  EXPECT_TRUE(table().transientRemoveAllVersion() == Asic::MajorVersion(2));
+  EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(2));
   EXPECT_FALSE(traces.has(8, "No remove all operation currently enqueued"));
 }
 
@@ -290,15 +291,14 @@ TEST_F(FecTableRequestTest, ARemoveAllIsQueuedWithADefaultEntryAndTheZeroVersion
   const auto other = dependency(State::notResolved);
   removeAll(other);
   const QueuedEntry queuedEntry = queued().at(0);
-  EXPECT_TRUE(queuedEntry->dependantEntryHandle() == other);
+  EXPECT_EQ(queuedEntry->dependantEntryHandle(), other);
   EXPECT_EQ(queuedEntry->flags(), Asic::EntryFlags(2));
   EXPECT_EQ(queuedEntry->swTable(), &table());
-  EXPECT_TRUE(
-      FecTableDataModelEntry::isEq(queuedEntry->swTableEntry()->entry(), FecTableDataModelEntry()));
+  EXPECT_THAT(queuedEntry->swTableEntry()->entry(), IsEq(FecTableDataModelEntry()));
   const auto handle = Pell::dynamicPtrCast<FecTableSwTable::EntryHandle>(
       queuedEntry->swTableEntry()->entryHandle());
   ASSERT_TRUE(handle);
-  EXPECT_TRUE(Asic::EntryVersion::isEq(handle->version(), Asic::EntryVersion()));
+  EXPECT_THAT(handle->version(), IsEq(Asic::EntryVersion()));
   EXPECT_EQ(handle->key(), key(0));
   EXPECT_EQ(handle->table(), &table());
   EXPECT_EQ(handle->entryState(), State::notResolved);

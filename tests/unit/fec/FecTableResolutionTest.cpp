@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "FecTableFixture.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -308,13 +309,13 @@ TEST_F(FecTableResolutionTest, ResourcePointersAreRefreshedOnlyOnDemand) {
   const TraceRecorder traces({"FecTableSwTable"});
   const auto user = wrapper(6, "eth1");
   table().setRsrcPtrs(user, false);
-  EXPECT_TRUE(user->intfIdResPtr() == agent_.client().handle("eth1"));
+  EXPECT_EQ(user->intfIdResPtr(), agent_.client().handle("eth1"));
   EXPECT_THAT(agent_.client().requests, IsEmpty()) << "the handle of the usage record";
   const auto stranger = wrapper(7, "eth2");
   table().setRsrcPtrs(stranger, false);
   EXPECT_FALSE(stranger->intfIdResPtr()) << "nobody uses that interface";
   table().setRsrcPtrs(stranger, true);
-  EXPECT_TRUE(stranger->intfIdResPtr() == agent_.client().handle("eth2"));
+  EXPECT_EQ(stranger->intfIdResPtr(), agent_.client().handle("eth2"));
   EXPECT_THAT(lines(traces), ElementsAre("8 setRsrcPtrs|key: 6, refresh: false|",
                                          "8 setRsrcPtrs|key: 7, refresh: false|",
                                          "8 setRsrcPtrs|key: 7, refresh: true|"));
@@ -332,7 +333,7 @@ TEST_F(FecTableResolutionTest, TheNeededSetIsAFreshCopyOfWhatTheLinkageReports) 
   const auto needed = table().getNeededEntrySet(user);
   EXPECT_THAT(lines(traces), ElementsAre("8 getNeededEntrySet|key: 5|"));
   ASSERT_TRUE(needed);
-  EXPECT_FALSE(needed == own);
+  EXPECT_NE(needed, own);
   EXPECT_TRUE(needed->hasNotificationActive());
   EXPECT_EQ(Zev::trackerOf<Asic::NeededEntry>().live(), before + 1);
   EXPECT_THAT(std::vector<Asic::TableVersion>(needed->tableVersions().begin(),

@@ -10,6 +10,7 @@
 
 #include "EntryLogFixture.h"
 #include "LinkageFixture.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -535,7 +536,7 @@ TEST_F(UpdateTest, WhatTheClientWroteStaysAsItIs) {
   const auto updated = table().entryFromConfig(key(5));
   written.key = key(5);
   written.resolvedDest.first = 101;
-  EXPECT_TRUE(LoamFec::FecTableDataModelEntry::isEq(updated, written));
+  EXPECT_THAT(updated, IsEq(written));
 }
 
 }  // namespace

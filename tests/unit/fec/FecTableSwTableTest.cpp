@@ -11,6 +11,7 @@
 
 #include "FecTableFixture.h"
 #include "Zev/Exceptions.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -68,12 +69,12 @@ TEST_F(FecTableSwTableTest, ANewTableHasADefaultHelperNoLinkageAndNothingPending
 
 TEST_F(FecTableSwTableTest, ATableKeepsWhatItWasMadeOf) {
   const auto made = looseTable();
-  EXPECT_TRUE(made->tableName() == name_);
+  EXPECT_EQ(made->tableName(), name_);
   EXPECT_EQ(made->tableId(), tableId_);
   EXPECT_EQ(made->unitId(), Asic::UnitId(7));
-  EXPECT_TRUE(made->status() == status_);
-  EXPECT_TRUE(made->entryLog() == agent_.fec().entryLog());
-  EXPECT_TRUE(made->groupResolver() == table().groupResolver());
+  EXPECT_EQ(made->status(), status_);
+  EXPECT_EQ(made->entryLog(), agent_.fec().entryLog());
+  EXPECT_EQ(made->groupResolver(), table().groupResolver());
 }
 
 TEST_F(FecTableSwTableTest, BothFactoriesCountTheTableAndMakeItNotificationActive) {
@@ -116,7 +117,7 @@ TEST_F(FecTableSwTableTest, AConstructionThatFailsReleasesWhatItTook) {
 TEST_F(FecTableSwTableTest, AnEntryHandleIsMadeOfVersionKeyAndTable) {
   const auto handle =
       FecTableSwTable::entryHandleFactory(Asic::EntryVersion(3, 9), key(5), &table());
-  EXPECT_TRUE(Asic::EntryVersion::isEq(handle->version(), Asic::EntryVersion(3, 9)));
+  EXPECT_THAT(handle->version(), IsEq(Asic::EntryVersion(3, 9)));
   EXPECT_EQ(handle->key(), key(5));
   EXPECT_EQ(handle->table(), &table());
   EXPECT_EQ(handle->entryState(), State::notResolved);
@@ -237,7 +238,7 @@ TEST_F(FecTableSwTableTest, SettingTheSameHelperTwicePublishesOneChange) {
   const TableObserver observer(table());
   table().swTableHelperIs(helper);
   table().swTableHelperIs(helper);
-  EXPECT_TRUE(table().swTableHelper() == helper);
+  EXPECT_EQ(table().swTableHelper(), helper);
   EXPECT_THAT(observer.changes(), ElementsAre(TableChange{kHelper}));
 }
 
@@ -247,7 +248,7 @@ TEST_F(FecTableSwTableTest, SettingTheSameLinkageTwicePublishesOneChange) {
   const TableObserver observer(table());
   table().intfIdToDestIdLinkageIs(linkage);
   table().intfIdToDestIdLinkageIs(linkage);
-  EXPECT_TRUE(table().intfIdToDestIdLinkage() == linkage);
+  EXPECT_EQ(table().intfIdToDestIdLinkage(), linkage);
   EXPECT_THAT(observer.changes(), ElementsAre(TableChange{kLinkage}));
 }
 
@@ -461,7 +462,7 @@ TEST_F(FecTableSwTableTest, DestructionReleasesEachPartInItsTurn) {
     // Another table's name, so that its log is mounted beside the agent's.
     const TemporaryRoot root;
     const auto elsewhere = Zev::makeObject<Vanta::EntityManager>(root.path());
-    EXPECT_FALSE(elsewhere == entityManager);
+    EXPECT_NE(elsewhere, entityManager);
     auto made = LoamFec::fecTableSwTableFactory(
         Zev::makeObject<Farewell<Asic::CanonicalTableName>>(
             said("name"), Asic::OrderedTableType::orderedSwTable, "LoamAdj", "FecTable"),

@@ -10,6 +10,7 @@
 
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
+#include "testing/Printers.h"
 #include "testing/TemporaryRoot.h"
 #include "testing/TraceRecorder.h"
 #include "testing/VirtualSlot.h"
@@ -43,6 +44,7 @@ using ::testing::UnorderedElementsAre;
 
 using testing_support::FakeDependency;
 using testing_support::FecHarness;
+using testing_support::IsEq;
 using testing_support::LeakCheck;
 using testing_support::LeakCheckedTest;
 using testing_support::RecordingResourceClient;

@@ -9,6 +9,7 @@
 
 #include "Asic/SwTableBase.h"
 #include "Asic/Versions.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -97,8 +98,8 @@ TEST(TableVersionTest, HoldsATableAndItsVersion) {
   EXPECT_EQ(version.logVersion(), LogVersion(77));
   EXPECT_EQ(text(version), "03:01:0805@77");
   EXPECT_EQ(version, TableVersion(SwTableId(0x03010805), LogVersion(77)));
-  EXPECT_FALSE(version == TableVersion(SwTableId(0x03010805), LogVersion(78)));
-  EXPECT_FALSE(version == TableVersion(SwTableId(0x03010806), LogVersion(77)));
+  EXPECT_NE(version, TableVersion(SwTableId(0x03010805), LogVersion(78)));
+  EXPECT_NE(version, TableVersion(SwTableId(0x03010806), LogVersion(77)));
 }
 
 TEST(UnitIdTest, IsA16BitNumberThatPrintsDecimal) {

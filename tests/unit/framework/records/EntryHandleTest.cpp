@@ -6,6 +6,7 @@
 
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ TEST_F(FecEntryHandleTest, KnowsItsVersionItsKeyAndItsTable) {
   const auto table = harness.makeTable();
   const auto handle =
       Zev::makeObject<Handle>(Asic::EntryVersion(4, 5), FecTableDataModelEntryKey(6), table.get());
-  EXPECT_TRUE(Asic::EntryVersion::isEq(handle->version(), {4, 5}));
+  EXPECT_THAT(handle->version(), testing_support::IsEq(Asic::EntryVersion{4, 5}));
   EXPECT_EQ(handle->key(), FecTableDataModelEntryKey(6));
   EXPECT_EQ(handle->table(), table.get());
   EXPECT_EQ(handle->entryTableVersion(),

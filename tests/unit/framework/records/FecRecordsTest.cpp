@@ -14,6 +14,7 @@
 
 #include "fec/FecTableSwTable.h"
 #include "records/FecRecords.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ TEST(FecKeyTest, KeysOfOneIdentifierAreEqualAndPrintAlike) {
   const FecTableDataModelEntryKey a(4000000000);
   const FecTableDataModelEntryKey b(4000000000);
   EXPECT_TRUE(FecTableDataModelEntryKey::isEq(a, b));
-  EXPECT_TRUE(a == b);
+  EXPECT_EQ(a, b);
   EXPECT_FALSE(FecTableDataModelEntryKey::isEq(a, FecTableDataModelEntryKey(4000000001)));
   EXPECT_EQ(valueToStrep(a), "4000000000");
   EXPECT_EQ(fmt::format("{}", b), valueToStrep(a));
@@ -55,7 +56,8 @@ TEST(FecKeyTest, KeysAreOrderedByTheNumberOfTheIdentifier) {
     inOrder.push_back(key.fecId());
   }
   EXPECT_THAT(inOrder, ::testing::ElementsAre(2U, 10U, 0x80000000U, 0xFFFFFFFFU));
-  EXPECT_FALSE(FecTableDataModelEntryKey(2) < FecTableDataModelEntryKey(2));
+  EXPECT_THAT(FecTableDataModelEntryKey(2),
+              ::testing::Not(::testing::Lt(FecTableDataModelEntryKey(2))));
 }
 
 template <typename Map>
@@ -235,9 +237,9 @@ TEST(FecResourceTableKeyTest, IsOneInterfaceThatComparesOrdersPrintsAndHashes) {
   const Key eth2(Wirex::IntfId::fromName("eth2"));
   EXPECT_TRUE(Key::isEq(eth1, Key(Wirex::IntfId::fromName("eth1"))));
   EXPECT_FALSE(Key::isEq(eth1, eth2));
-  EXPECT_TRUE(eth1 < eth2);
-  EXPECT_FALSE(eth2 < eth1);
-  EXPECT_FALSE(eth1 < eth1);
+  EXPECT_LT(eth1, eth2);
+  EXPECT_THAT(eth2, ::testing::Not(::testing::Lt(eth1)));
+  EXPECT_THAT(eth1, ::testing::Not(::testing::Lt(eth1)));
   EXPECT_TRUE(Key().isNull());
   EXPECT_FALSE(eth1.isNull());
   EXPECT_EQ(valueToStrep(eth1), "eth1");

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "records/FecSharedRows.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -71,7 +72,7 @@ TEST(LogRowTest, GivesBackWhatItWasMadeOf) {
   EXPECT_EQ(row.version(), LogVersion(9));
   EXPECT_EQ(row.operation(), 0);
   EXPECT_EQ(row.unitId(), UnitId(65535));
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(row.logEntry(), logEntry(4)));
+  EXPECT_THAT(row.logEntry(), testing_support::IsEq(logEntry(4)));
 }
 
 TEST(LogRowTest, IsKeyedByItsVersionAndRisesWithIt) {
@@ -114,7 +115,7 @@ TEST(ConfigRowTest, ADefaultRowIsALiveDefaultEntryWithoutAnInterface) {
   EXPECT_FALSE(ConfigRow().isDeleted());
   EXPECT_EQ(ConfigRow().version(), LogVersion());
   EXPECT_TRUE(ConfigRow().rsrcKeys().intfId.isNull());
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(ConfigRow().logEntry(), {}));
+  EXPECT_THAT(ConfigRow().logEntry(), testing_support::IsEq(FecTableDataModelLogEntry{}));
 }
 
 TEST(ConfigRowTest, IsKeyedByTheEntrysKey) {

@@ -13,6 +13,7 @@
 #include "records/FecTableConstants.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -98,7 +99,7 @@ TEST_F(FecSharedTablesTest, ATableDeleteIsLoggedWithTheDefaultLogEntry) {
   harness_.run();
   const auto row = log().entryLogConfig().row(LogVersion(2)).value();
   EXPECT_EQ(row.operation(), FecTableDataModelLogGlintEntry::kTableDeleted);
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(row.logEntry(), FecTableDataModelLogEntry()));
+  EXPECT_THAT(row.logEntry(), testing_support::IsEq(FecTableDataModelLogEntry()));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "LoamAdjLib/IntfIdToDestIdResourceTableEntryKey.h"
 #include "Zev/Hash.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -22,16 +23,16 @@ TEST(ResourceKeyTest, TheDefaultKeyIsThatOfTheEmptyNameAndMeansNoResource) {
 TEST(ResourceKeyTest, KeysOfOneInterfaceAreEqualAndOthersAreNot) {
   EXPECT_TRUE(Key::isEq(key("eth1"), key("eth1")));
   EXPECT_FALSE(Key::isEq(key("eth1"), key("eth2")));
-  EXPECT_TRUE(key("eth1") == key("eth1"));
-  EXPECT_TRUE(key("eth1") != key("eth2"));
+  EXPECT_EQ(key("eth1"), key("eth1"));
+  EXPECT_NE(key("eth1"), key("eth2"));
 }
 
 TEST(ResourceKeyTest, KeysAreOrderedByTheirIdentifiersValues) {
   const Key low(Wirex::IntfId::fromValue(1));
   const Key high(Wirex::IntfId::fromValue(std::uint64_t{1} << 63));
-  EXPECT_TRUE(low < high);
-  EXPECT_FALSE(high < low);
-  EXPECT_FALSE(low < Key(Wirex::IntfId::fromValue(1)));
+  EXPECT_LT(low, high);
+  EXPECT_THAT(high, ::testing::Not(::testing::Lt(low)));
+  EXPECT_THAT(low, ::testing::Not(::testing::Lt(Key(Wirex::IntfId::fromValue(1)))));
 }
 
 TEST(ResourceKeyTest, AKeyPrintsAsTheNameOfItsInterface) {

@@ -12,6 +12,7 @@
 #include "Pell/Ptr.h"
 #include "Probe.h"
 #include "testing/LeakCheck.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -32,9 +33,9 @@ using PtrDeathTest = PtrTest;
 TEST_F(PtrTest, IsNullByDefault) {
   const Ptr<Probe> pointer;
   EXPECT_FALSE(pointer);
-  EXPECT_TRUE(pointer == nullptr);
+  EXPECT_EQ(pointer, nullptr);
   EXPECT_EQ(pointer.get(), nullptr);
-  EXPECT_TRUE(Ptr<Probe>(nullptr) == Ptr<const Probe>());
+  EXPECT_EQ(Ptr<Probe>(nullptr), Ptr<const Probe>());
 }
 
 TEST_F(PtrTest, TheLastCopyEndsTheObject) {
@@ -55,7 +56,7 @@ TEST_F(PtrTest, APointerFromThePlainOneTakesAReferenceOfItsOwn) {
   {
     const Ptr<Probe> again(held.get());
     EXPECT_EQ(held->references(), 2U);
-    EXPECT_TRUE(again == held);
+    EXPECT_EQ(again, held);
   }
   EXPECT_EQ(held->references(), 1U);
 }
@@ -100,8 +101,8 @@ TEST_F(PtrTest, ConvertsFromDerivedAndToConst) {
   Ptr<const Probe> constant;
   constant = special;
   EXPECT_EQ(special->references(), 3U);
-  EXPECT_TRUE(special == copied);
-  EXPECT_TRUE(copied == constant);
+  EXPECT_EQ(special, copied);
+  EXPECT_EQ(copied, constant);
   EXPECT_FALSE(copied != special);
   Ptr<Probe> moved;
   moved = std::move(special);
@@ -164,12 +165,12 @@ TEST_F(PtrTest, TheDynamicCastGivesNullForAnotherClassAndForNull) {
   const Ptr<Probe> special = makeObject<SpecialProbe>(1);
   const Ptr<Probe> plain = makeObject<Probe>(2);
   const Ptr<SpecialProbe> cast = Pell::dynamicPtrCast<SpecialProbe>(special);
-  EXPECT_TRUE(cast == special);
+  EXPECT_EQ(cast, special);
   EXPECT_EQ(special->references(), 2U);
-  EXPECT_TRUE(Pell::dynamicPtrCast<SpecialProbe>(plain) == nullptr);
+  EXPECT_EQ(Pell::dynamicPtrCast<SpecialProbe>(plain), nullptr);
   EXPECT_EQ(plain->references(), 1U);
-  EXPECT_TRUE(Pell::dynamicPtrCast<SpecialProbe>(Ptr<Probe>()) == nullptr);
-  EXPECT_TRUE(Pell::dynamicPtrCast<const SpecialProbe>(Ptr<const Probe>(special)) == special);
+  EXPECT_EQ(Pell::dynamicPtrCast<SpecialProbe>(Ptr<Probe>()), nullptr);
+  EXPECT_EQ(Pell::dynamicPtrCast<const SpecialProbe>(Ptr<const Probe>(special)), special);
 }
 
 TEST_F(PtrTest, EqualPointersHashEqual) {

@@ -6,6 +6,7 @@
 
 #include "Zev/Entity.h"
 #include "testing/LeakCheck.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ TEST_F(EntityTest, ASingletonIsMadeOnceAndKept) {
 TEST_F(EntityTest, SingletonsOfDifferentNamesAreDifferentObjects) {
   const auto one = Entity::singletonIs(&Registry::registryIs, "one");
   const auto two = Entity::singletonIs(&Registry::registryIs, "two");
-  EXPECT_FALSE(one == two);
+  EXPECT_NE(one, two);
   EXPECT_FALSE(Entity::singletonExists("three"));
 }
 

@@ -12,6 +12,7 @@
 
 #include "Zev/PtrInterface.h"
 #include "testing/LeakCheck.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -78,7 +79,7 @@ TEST_F(PtrInterfaceTest, AConstructorMayRegisterItsObject) {
   Ptr<Subject> registered;
   Ptr<Subject> subject =
       makeObject<Subject>([&registered](Subject* self) { registered = Ptr<Subject>(self); });
-  EXPECT_TRUE(registered == subject);
+  EXPECT_EQ(registered, subject);
   EXPECT_EQ(subject->references(), 2U);
   subject = nullptr;
   EXPECT_EQ(Subject::ended, 0);
