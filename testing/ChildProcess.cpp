@@ -35,6 +35,7 @@ std::string contents(const std::string& path) {
 pid_t spawn(const std::vector<std::string>& arguments, const std::string& outPath,
             const std::string& errPath) {
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
