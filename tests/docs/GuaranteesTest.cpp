@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// docs/guarantees.md names the tests that hold the library to each of its promises: every promise
-// has some, and every one that is named is there.
+// docs/guarantees.md numbers its promises, and names behind them the tests that hold the library to
+// each number: every promise has some, and every test that is named is there.
 
 #include <filesystem>
 #include <fstream>
@@ -61,39 +61,83 @@ Names definedTests() {
   return names;
 }
 
-// The items of the document's lists that begin with a promise in bold, each to its blank line.
+// The items of a list that begin with `mark`, each without it and up to its blank line or the end.
+Texts itemsOf(const std::string& text, const std::string& mark) {
+  const std::string begin = "\n" + mark;
+  Texts items;
+  for (std::size_t at = text.find(begin); at != std::string::npos; at = text.find(begin, at + 1)) {
+    const std::size_t from = at + begin.size();
+    items.push_back(text.substr(from, text.find("\n\n", at) - from));
+    items.back().erase(items.back().find_last_not_of('\n') + 1);
+  }
+  return items;
+}
+
+// The number that a text begins with: a capital and digits. Empty if there is none before `end`.
+std::string numberOf(const std::string& text, char end) {
+  const std::size_t digits = text.find_first_not_of("0123456789", 1);
+  const bool good = digits != std::string::npos && digits > 1 && text[digits] == end &&
+                    text[0] >= 'A' && text[0] <= 'Z';
+  return good ? text.substr(0, digits) : "";
+}
+
+// What stands between back quotes.
+Texts codeIn(const std::string& text) {
+  Texts code;
+  for (std::size_t at = text.find('`'); at != std::string::npos;) {
+    const std::size_t end = text.find('`', at + 1);
+    code.push_back(text.substr(at + 1, end - at - 1));
+    at = end == std::string::npos ? end : text.find('`', end + 1);
+  }
+  return code;
+}
+
+// The promises come first, and behind this title each number's tests.
+const std::string kTestsTitle = "\n## Tests\n";
+
+// The document's promises: the items of its lists that begin in bold.
 Texts promisesIn(const std::string& document) {
-  Texts promises;
-  for (std::size_t at = document.find("\n- **"); at != std::string::npos;
-       at = document.find("\n- **", at + 1)) {
-    promises.push_back(document.substr(at + 1, document.find("\n\n", at) - at - 1));
-  }
-  return promises;
+  return itemsOf(document.substr(0, document.find(kTestsTitle)), "- **");
 }
 
-// The code that stands between back quotes behind the promise's "Tests:".
-Texts testsNamedBy(const std::string& promise) {
-  Texts names;
-  for (std::size_t at = promise.find('`', promise.find("Tests: ")); at != std::string::npos;) {
-    const std::size_t end = promise.find('`', at + 1);
-    names.push_back(promise.substr(at + 1, end - at - 1));
-    at = end == std::string::npos ? end : promise.find('`', end + 1);
-  }
-  return names;
+// The items that name the tests of a number.
+Texts testItemsIn(const std::string& document) {
+  const std::size_t at = document.find(kTestsTitle);
+  return at == std::string::npos ? Texts() : itemsOf(document.substr(at), "- ");
 }
 
-// One line for each promise without a test, and for each test that is not defined.
+// One line for each promise without a number of its own or without a test, for each item of tests
+// that is no promise's, and for each test that is not defined.
 Texts complaints(const std::string& document, const Names& defined) {
   Texts found;
+  Names promised;
   for (const std::string& promise : promisesIn(document)) {
-    const Texts named = testsNamedBy(promise);
-    if (named.empty()) {
-      found.push_back("no test: " + promise);
+    const std::string number = numberOf(promise, '.');
+    if (number.empty()) {
+      found.push_back("no number: " + promise);
+    } else if (!promised.insert(number).second) {
+      found.push_back("promised twice: " + number);
+    }
+  }
+  Names tested;
+  for (const std::string& item : testItemsIn(document)) {
+    const std::string number = numberOf(item, ':');
+    if (!promised.contains(number)) {
+      found.push_back("no promise: " + item);
+    }
+    const Texts named = codeIn(item);
+    if (!named.empty() && !tested.insert(number).second) {
+      found.push_back("tested twice: " + number);
     }
     for (const std::string& name : named) {
       if (!defined.contains(name)) {
         found.push_back("not defined: " + name);
       }
+    }
+  }
+  for (const std::string& number : promised) {
+    if (!tested.contains(number)) {
+      found.push_back("no test: " + number);
     }
   }
   return found;
@@ -109,11 +153,26 @@ TEST(GuaranteesTest, EveryPromiseNamesTestsAndEachOfThemIsThere) {
 
 TEST(GuaranteesTest, WhatIsMissingIsFound) {
   const std::string document =
-      "# Title\n\n- **Kept.** Words, and\n  more. Tests: `A.One`,\n  `B.Two`\n\n"
-      "- **Empty.** `A.One` is no test here.\n\n"
-      "- **Broken.**\n  Tests: `A.One`, `A.Gone`\n";
-  EXPECT_THAT(complaints(document, {"A.One", "B.Two"}),
-              ElementsAre("no test: - **Empty.** `A.One` is no test here.", "not defined: A.Gone"));
+      "# Title\n\n- **A1. Kept.** Words, and\n  more.\n\n- **A2. Untested.** `A.One` is no test "
+      "here.\n\n- **A3. Empty.**\n\n- **B10. Broken.**\n\n## Tests\n\n- A1: `A.One`,\n  `B.Two`\n"
+      "\n- A3:\n\n- B10: `A.One`, `A.Gone`\n\n- C1: `A.One`\n";
+  EXPECT_THAT(
+      complaints(document, {"A.One", "B.Two"}),
+      ElementsAre("not defined: A.Gone", "no promise: C1: `A.One`", "no test: A2", "no test: A3"));
+}
+
+TEST(GuaranteesTest, APromiseHasANumberOfItsOwn) {
+  const std::string document =
+      "# Title\n\n- **A1. One.**\n\n- **A1. Another.**\n\n- **None.**\n\n- **A. None.**\n\n"
+      "- **a2. None.**\n\n## Tests\n\n- A1: `A.One`\n\n- A1: `A.One`\n\n- `A.One`\n";
+  EXPECT_THAT(complaints(document, {"A.One"}),
+              ElementsAre("promised twice: A1", "no number: None.**", "no number: A. None.**",
+                          "no number: a2. None.**", "tested twice: A1", "no promise: `A.One`"));
+}
+
+TEST(GuaranteesTest, WithoutAPartOfTestsNoPromiseIsKept) {
+  EXPECT_THAT(complaints("# Title\n\n- **A1. Kept.**\n  Tests: `A.One`\n", {"A.One"}),
+              ElementsAre("no test: A1"));
 }
 
 TEST(GuaranteesTest, TestsOfEachKindAreFoundAcrossLines) {
