@@ -106,8 +106,8 @@ class InputFile {
   void elementTaken() { elementBytes_ = 0; }
 
   [[noreturn]] void fail(Position position, std::string_view what) const {
-    throw InputError(fmt::format("{}:{}:{}: {}; give what `{}` prints, whole and unchanged", name_,
-                                 position.line, position.column, what, printedBy_));
+    throw InputError(fmt::format("{}:{}:{}: {}; give the output of `{}`, whole and unchanged",
+                                 name_, position.line, position.column, what, printedBy_));
   }
 
   // Fails at what the parser has just read. `complaint` is the parser's.
@@ -127,8 +127,9 @@ class InputFile {
 
  private:
   [[noreturn]] void failToRead() const {
-    throw InputError(fmt::format("{}: cannot be read: {}; give a file that holds what `{}` prints",
-                                 name_, std::generic_category().message(errno), printedBy_));
+    throw InputError(
+        fmt::format("{}: cannot be read: {}; give a file that holds the output of `{}`", name_,
+                    std::generic_category().message(errno), printedBy_));
   }
 
   std::string name_;
@@ -297,11 +298,11 @@ class ElementHandler : public nlohmann::json_sax<nlohmann::json> {
     const Value value{kind, file_.tokenStart(), text, number};
     file_.tokenTaken();
     if (depth_ == 0 && value.kind != Value::Kind::kArray) {
-      file_.fail(value.position, fmt::format("an array is wanted, not {}", value.describe()));
+      file_.fail(value.position, fmt::format("this must be an array, not {}", value.describe()));
     }
     if (depth_ == kOuterDepth) {
       if (value.kind != Value::Kind::kObject) {
-        file_.fail(value.position, fmt::format("an object is wanted, not {}", value.describe()));
+        file_.fail(value.position, fmt::format("this must be an object, not {}", value.describe()));
       }
       if (++elements_ > file_.limits.maxElements) {
         file_.fail(value.position, fmt::format("more than {} elements", file_.limits.maxElements));
@@ -317,8 +318,8 @@ class ElementHandler : public nlohmann::json_sax<nlohmann::json> {
 
   void enter() {
     if (++depth_ > file_.limits.maxDepth) {
-      file_.fail(position_, fmt::format("more than {} arrays and objects within each other",
-                                        file_.limits.maxDepth));
+      file_.fail(position_,
+                 fmt::format("more than {} nested arrays and objects", file_.limits.maxDepth));
     }
   }
 
@@ -565,8 +566,8 @@ class NextHopSink : public Sink {
       return;
     }
     if (!element_.dev) {
-      file_.fail(position, fmt::format("next hop {} has no \"dev\", and is no group, blackhole "
-                                       "or fdb",
+      file_.fail(position, fmt::format("next hop {} has no \"dev\", and is not a group, "
+                                       "blackhole or fdb",
                                        *element_.id));
     }
     NextHop nextHop;
@@ -653,7 +654,7 @@ class NextHopSink : public Sink {
     in_addr address{};
     if (inet_pton(AF_INET, gateway.text.c_str(), &address) != 1) {
       file_.fail(gateway.position,
-                 fmt::format("\"gateway\" is {}, which is no address", quote(gateway.text)));
+                 fmt::format("\"gateway\" is {}, which is not an address", quote(gateway.text)));
     }
     nextHop.hasGateway = true;
     nextHop.gateway = ntohl(address.s_addr);

@@ -49,43 +49,50 @@ constexpr const char* kShowFecFooter =
     "  fecctl show fec\n"
     "  fecctl show fec --limit 0 --json\n"
     "  fecctl show fec --compare-links links.json --compare-nexthops nexthops.json\n\n"
-    "Exit codes: 0 done, and equal if compared; 1 different; 2 bad input or usage, or output that\n"
-    "cannot be written; 3 the state folder cannot be read.";
+    "Exit codes:\n"
+    "  0  It is done, and the table is equal if it was compared.\n"
+    "  1  The table is different.\n"
+    "  2  The input or the usage was wrong, or the output cannot be written.\n"
+    "  3  The state folder cannot be read.";
 
 constexpr const char* kCheckFooter =
-    "Looks at every table for itself (header, slots, chains, checksums, counts) and at the tables\n"
-    "together: configuration rows against the log, the log against its last version, the group "
-    "log\n"
-    "and the applied versions against the log. Nothing is changed, and a running agent does not\n"
-    "notice.\n\n"
-    "A finding is what no kill of an agent leaves: damage, or a fault in a program. A note is "
-    "what\n"
-    "a kill may leave, or what was damaged once and is out of use: nothing is wrong, and the next\n"
-    "start deals with it.\n\n"
+    "The check looks at every table alone (header, slots, chains, checksums, counts) and at the\n"
+    "tables together: it compares the configuration rows with the log, the log with its last\n"
+    "version, and the group log and the applied versions with the log. It changes nothing, and a\n"
+    "running agent does not notice it.\n\n"
+    "A finding is a state that no kill of an agent leaves: damage, or a fault in a program. A\n"
+    "note is a state that a kill may leave, or damage that is out of use already. If there are\n"
+    "only notes, nothing is wrong, and the next start deals with them.\n\n"
     "Examples:\n"
     "  fecctl check\n"
     "  fecctl check --state /dev/shm/loam-fec --json | jq -r .verdict\n\n"
-    "Exit codes: 0 clean (there may be notes); 1 findings; 2 it cannot be told: there is no state\n"
-    "folder, or no permission or no memory to read it, or an agent changed the tables during\n"
-    "every look; also usage, and output that cannot be written.";
+    "Exit codes:\n"
+    "  0  The state is clean. There may be notes.\n"
+    "  1  There are findings.\n"
+    "  2  The state could not be checked: there is no state folder, there is no permission or no\n"
+    "     memory to read it, or an agent changed the tables during every look. The usage was\n"
+    "     wrong, or the output cannot be written.";
 
 constexpr const char* kRepairFooter =
-    "Without --yes it shows what it would do and changes nothing. With --yes it takes the writer\n"
-    "lock, so that no agent can start meanwhile, and\n"
+    "Without --yes, the repair shows its steps and changes nothing. With --yes, it takes the\n"
+    "writer lock, so that no agent can start meanwhile. It then\n"
     "  - keeps a copy of each damaged file beside it, as <file>.damaged-1, and tells its name;\n"
-    "  - drops rows whose checksum does not match and tells their key and version;\n"
+    "  - drops rows whose checksum does not match, and tells their key and version;\n"
     "  - builds damaged indexes anew from the rows;\n"
-    "  - sets aside a file whose header cannot be used: an empty table takes its place;\n"
-    "  - finishes what a kill has left, and removes deleted rows that no log row speaks for;\n"
+    "  - sets aside each file whose header cannot be used: an empty table takes its place;\n"
+    "  - finishes changes that a kill cut short; removes deleted rows that have no log row;\n"
     "  - drops log rows that contradict the configuration.\n"
-    "The next start of fecd brings the hardware in line with what is left: an entry whose row was\n"
-    "dropped leaves the hardware then, until its client writes it again.\n\n"
+    "The next start of fecd brings the hardware in line with the remaining rows. An entry whose\n"
+    "row was dropped leaves the hardware then, until its client writes it again.\n\n"
     "Examples:\n"
-    "  fecctl repair            # what would be done\n"
+    "  fecctl repair            # shows the steps\n"
     "  fecctl repair --yes && fecctl check\n\n"
-    "Exit codes: 0 there was nothing to do, or it is done; 1 there is something to do, --yes does\n"
-    "it; 2 it cannot be done: an agent uses the folder (which one is told), no permission, no\n"
-    "memory, no such folder; also usage, and output that cannot be written.";
+    "Exit codes:\n"
+    "  0  There was nothing to repair, or the repair is done.\n"
+    "  1  There is something to repair; --yes repairs it.\n"
+    "  2  The repair is not possible: an agent uses the folder (the message names it), there is\n"
+    "     no such folder, or there is no permission or no memory. The usage was wrong, or the\n"
+    "     output cannot be written.";
 
 int check(const Options& options) {
   const Tools::StateReport report = Tools::checkState(options.stateFolder);
@@ -107,7 +114,7 @@ int repair(const Options& options) {
   return report.outcome == Outcome::planned ? kToDo : kDone;
 }
 
-// What should not happen has the exit code of what cannot be told or done, not that of show.
+// Whatever check or repair throws ends with kCannot, not with an exit code of show.
 int upkeep(int (*command)(const Options&), const Options& options) {
   try {
     return command(options);
@@ -152,12 +159,12 @@ CLI::App* addShowFec(CLI::App& show, Options& options) {
   fec->footer(kShowFecFooter);
   addStateOption(*fec, options);
   fec->add_option("--unit", options.unit, "Unit (ASIC) number")->capture_default_str();
-  fec->add_option("--limit", options.limit, "Rows to show; 0 for all")->capture_default_str();
+  fec->add_option("--limit", options.limit, "Rows to show; 0 shows all")->capture_default_str();
   CLI::Option* links =
-      fec->add_option("--compare-links", options.linksFile, "What `ip -j link` printed")
+      fec->add_option("--compare-links", options.linksFile, "Output of `ip -j link`")
           ->type_name("FILE");
   CLI::Option* nextHops =
-      fec->add_option("--compare-nexthops", options.nextHopsFile, "What `ip -j nexthop` printed")
+      fec->add_option("--compare-nexthops", options.nextHopsFile, "Output of `ip -j nexthop`")
           ->type_name("FILE");
   links->needs(nextHops);
   nextHops->needs(links);
@@ -172,7 +179,7 @@ CLI::App* addUpkeep(CLI::App& app, Options& options, const char* name, const cha
   CLI::App* command = app.add_subcommand(name, help);
   command->footer(footer);
   addStateOption(*command, options);
-  command->add_option("--limit", options.lines, "Lines to show of each kind; 0 for all")
+  command->add_option("--limit", options.lines, "Lines to show of each kind; 0 shows all")
       ->capture_default_str();
   command->add_flag("--json", options.json, "Print everything as JSON");
   return command;
@@ -180,7 +187,8 @@ CLI::App* addUpkeep(CLI::App& app, Options& options, const char* name, const cha
 
 int run(int argc, char** argv) {
   Options options;
-  CLI::App app("fecctl: looks into a FEC table's state, whether its agent runs or not.", "fecctl");
+  CLI::App app("fecctl: looks into the state of a FEC table, whether its agent runs or not.",
+               "fecctl");
   app.require_subcommand(1);
   app.set_version_flag("--version", LOAMFEC_VERSION);
   CLI::App* show = app.add_subcommand("show", "Show what is in the state folder");
@@ -190,7 +198,7 @@ int run(int argc, char** argv) {
       app, options, "check", "Verify a state folder, whether its agent runs or not", kCheckFooter);
   CLI::App* repairCommand =
       addUpkeep(app, options, "repair", "Repair a state folder that no agent uses", kRepairFooter);
-  repairCommand->add_flag("--yes", options.yes, "Carry it out");
+  repairCommand->add_flag("--yes", options.yes, "Carry the repair out");
   if (const auto exitCode = Programs::parseCommandLine(app, argc, argv, kBadInput)) {
     return *exitCode;
   }

@@ -43,23 +43,26 @@ struct Options {
 
 constexpr const char* kReplayHelp =
     "Make the FEC table equal to snapshots of a Linux router.\n\n"
-    "Each link that is up is given a destination; each next hop becomes an entry: key = its id,\n"
-    "interface = its dev, gateway kept in the entry's opaque fields. Next hops that are no FEC\n"
-    "entries (groups, blackholes, ...) are counted by kind. A next hop whose interface is down or\n"
-    "not among the links waits, and is reported so. Several snapshots are applied one after the\n"
-    "other: give --links and --nexthops once for each, in order.\n\n"
-    "What an earlier fecd left in the state folder is restored first. With --flap, links go down\n"
-    "and up between the snapshots, and every entry that uses them is driven again. With\n"
-    "--kill-after, fecd is killed in the middle of its work and started again, and what it had\n"
-    "answered is compared with what is found.";
+    "Each link that is up gets a destination. Each next hop becomes an entry: its id is the key,\n"
+    "its dev is the interface, and its gateway is kept in the entry's opaque fields. Next hops\n"
+    "that are no FEC entries (groups, blackholes, ...) are counted by kind. A next hop waits if\n"
+    "its interface is down or not among the links, and the report says so. Several snapshots are\n"
+    "applied one after the other: give --links and --nexthops once for each snapshot, in order.\n\n"
+    "fecd first restores the entries that an earlier fecd left in the state folder. With --flap,\n"
+    "links go down and up between the snapshots, and every entry that uses them is driven again.\n"
+    "With --kill-after, fecd is killed in the middle of its work and started again, and its\n"
+    "answers are compared with the entries that it then finds.";
 
 constexpr const char* kReplayFooter =
     "Example:\n"
     "  ip -j link > links.json; ip -j nexthop > nexthops.json\n"
     "  fecd replay --links links.json --nexthops nexthops.json\n"
     "  fecctl show fec\n\n"
-    "Exit codes: 0 done; 1 a request failed, something answered was lost, or hardware and table\n"
-    "differ; 2 bad input or usage, nothing changed; 3 the state folder cannot be used.";
+    "Exit codes:\n"
+    "  0  It is done.\n"
+    "  1  A request failed, an answered request was lost, or hardware and table differ.\n"
+    "  2  The input or the usage was wrong. Nothing was changed.\n"
+    "  3  The state folder cannot be used.";
 
 // Bad input that is found before anything is changed.
 [[noreturn]] void refuse(const std::string& what) { throw Captures::InputError(what); }
@@ -69,7 +72,7 @@ std::vector<Asic::UnitId> unitsOf(const Options& options) {
   for (const std::uint16_t number : options.units) {
     const Asic::UnitId unit(number);
     if (std::find(units.begin(), units.end(), unit) != units.end()) {
-      refuse(fmt::format("--units: {} is there twice; name each unit once", number));
+      refuse(fmt::format("--units: {} is given twice; name each unit once", number));
     }
     units.push_back(unit);
   }
@@ -134,13 +137,14 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", LOAMFEC_VERSION);
   CLI::App* command = app.add_subcommand("replay", kReplayHelp);
   command->footer(kReplayFooter);
-  command->add_option("--links", options.linkFiles, "What `ip -j link` printed")
+  command->add_option("--links", options.linkFiles, "Output of `ip -j link`")
       ->required()
       ->type_name("FILE");
-  command->add_option("--nexthops", options.nextHopFiles, "What `ip -j nexthop` printed")
+  command->add_option("--nexthops", options.nextHopFiles, "Output of `ip -j nexthop`")
       ->required()
       ->type_name("FILE");
-  command->add_option("--state", options.stateFolder, "State folder, made if there is none")
+  command
+      ->add_option("--state", options.stateFolder, "State folder; it is made if it does not exist")
       ->type_name("DIR")
       ->capture_default_str();
   command->add_option("--units", options.units, "Unit (ASIC) numbers; each gets the same entries")
@@ -153,7 +157,7 @@ int run(int argc, char** argv) {
                    "Take these links down and up again after each snapshot but the last")
       ->delimiter(',')
       ->type_name("IFNAME[,...]");
-  command->add_option("--kill-after", options.killAfter, "Kill fecd after that many answers")
+  command->add_option("--kill-after", options.killAfter, "Kill fecd after this many answers")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 32U))
       ->type_name("ANSWERS");
   command->add_flag("--json", options.json, "Print the report as JSON");

@@ -258,7 +258,7 @@ KilledAgent runUntilKilled(const std::string& stateFolder, const std::vector<Asi
   KilledAgent killed = follow(pipe, stateFolder, units, makeHardware);
   if (const int status = child.wait(); !WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
     throw std::runtime_error(
-        fmt::format("the agent was to be killed after {} answers, but all was done after {}; give "
+        fmt::format("the agent could not be killed after {} answers: it was done after {}; give "
                     "a smaller number",
                     answers, answersIn(killed.observed)));
   }

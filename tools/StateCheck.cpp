@@ -87,7 +87,7 @@ class Check {
       const bool isThere = image_.table(role) != nullptr;
       if (laterIsThere && !isThere) {
         report_.findings.push_back({"missing_table", fileNameOf(role),
-                                    "it is missing, and tables that are made after it are there"});
+                                    "it is missing, but tables that are made after it exist"});
       }
       laterIsThere = laterIsThere || isThere;
     }
@@ -95,7 +95,8 @@ class Check {
 
   void noteOtherFiles() {
     for (const std::string& name : image_.unfinished()) {
-      report_.notes.push_back({"unfinished_file", name, "a file whose making was cut short"});
+      report_.notes.push_back(
+          {"unfinished_file", name, "a kill cut the making of this file short"});
     }
     for (const std::string& name : image_.kept()) {
       report_.notes.push_back(
@@ -163,7 +164,7 @@ std::string reportText(const StateReport& report, std::size_t limit) {
                         table.retiredSlots, table.corruptions, table.scratchpad);
   }
   if (!report.cannotTell.empty()) {
-    text += fmt::format("cannot tell: {}\n", report.cannotTell);
+    text += fmt::format("cannot check: {}\n", report.cannotTell);
   }
   if (report.looks > 0) {
     text += fmt::format(

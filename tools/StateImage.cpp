@@ -144,7 +144,7 @@ StateImage::StateImage(std::string folder, const std::function<void()>& whileLoo
   }
   if (tables_.empty() && names_.unfinished.empty() && !names_.lockFile) {
     throw CannotTell(fmt::format(
-        "{}: there is no table in it; name the state folder of an agent with --state", folder_));
+        "{}: it holds no table; name the state folder of an agent with --state", folder_));
   }
 }
 

@@ -150,7 +150,7 @@ class Planner {
       }
     }
     for (const std::string& name : image_.unfinished()) {
-      step("unfinished_file", name, "a file whose making was cut short", "remove it");
+      step("unfinished_file", name, "a kill cut the making of this file short", "remove it");
     }
     plan_.unfinished = image_.unfinished();
     return std::move(plan_);
@@ -190,8 +190,8 @@ class Planner {
   }
 
   static const char* remedyOf(std::string_view kind) {
-    return kind == "damaged_row"         ? "drop the row and put its slot out of use"
-           : kind == "damaged_structure" ? "keep the rows that check out and build the index anew"
+    return kind == "damaged_row"         ? "drop the row and take its slot out of use"
+           : kind == "damaged_structure" ? "keep the good rows and build the index anew"
                                          : "count anew";
   }
 
@@ -215,7 +215,7 @@ class Planner {
       const bool isThere = image_.table(role) != nullptr;
       if (laterIsThere && !isThere) {
         step("missing_table", fileNameOf(role),
-             "it is missing, and tables that are made after it are there",
+             "it is missing, but tables that are made after it exist",
              "put an empty table in its place");
         lost(role);
       }
@@ -269,7 +269,7 @@ RepairReport reportOf(const std::string& folder, const Plan& plan) {
     report.why = plan.unreadable;
   } else if (plan.steps.empty() && !plan.left.empty()) {
     report.outcome = Outcome::cannot;
-    report.why = "what is the matter is in tables that this program does not know";
+    report.why = "the faults are in tables that this program does not know";
   }
   return report;
 }
@@ -430,7 +430,7 @@ void carryOut(const std::shared_ptr<Glint::RootFolder>& root, const StateImage& 
 // Before anything is looked at: a busy agent would spoil every look.
 void refuseIfInUse(const std::string& folder) {
   if (const auto writer = Glint::currentWriter(folder)) {
-    throw CannotTell(fmt::format("the state folder is in use by {}; stop that one first", *writer));
+    throw CannotTell(fmt::format("the state folder is in use by {}; stop it first", *writer));
   }
 }
 
@@ -511,7 +511,7 @@ std::string repairText(const RepairReport& report, std::size_t limit) {
       break;
     case Outcome::done:
       text +=
-          "repaired, and checks clean; the next start of fecd brings the hardware in line with it";
+          "repaired, and a check finds nothing; the next start of fecd brings the hardware in line";
       break;
     case Outcome::cannot:
       text += "cannot repair: " + report.why;

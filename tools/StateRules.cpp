@@ -96,7 +96,7 @@ class Judge {
   }
   void aboveLog(const std::string& file, const std::string& what, std::uint64_t version) {
     finding("above_log", file,
-            fmt::format("{} has version {}, and the log's last is {}", what, version, *last_),
+            fmt::format("{} has version {}, but the log's last is {}", what, version, *last_),
             {{Mend::What::raiseLogVersion, version}}, "raise the log's last version");
   }
 
@@ -145,13 +145,13 @@ class Judge {
     }
     if (ahead.any()) {
       note("unlogged_change", file,
-           fmt::format("{} rows are one version ahead of the log, by a change that was cut short; "
+           fmt::format("{} rows are one version ahead of the log: a change was cut short, and "
                        "the version is given again",
                        ahead.text()));
     }
     if (orphans.any()) {
       note("orphan", file,
-           fmt::format("{} deleted rows that no log row speaks for; they take room until fecd "
+           fmt::format("{} deleted rows that have no log row; they take room until fecd "
                        "sweeps them at a start",
                        orphans.text()),
            std::move(orphanMends), "remove them");
@@ -204,7 +204,7 @@ class Judge {
         aboveLog(file, "a log row", version);
       } else if (last_ && version == *last_ + 1) {
         note("unfinished_log_row", file,
-             fmt::format("version {} is logged and not yet the log's last: a change was cut short, "
+             fmt::format("version {} is logged but not yet the log's last: a change was cut short, "
                          "and the next one replaces the row",
                          version));
       } else if (!rows_.hasUnit(unit)) {
@@ -221,7 +221,7 @@ class Judge {
       const std::size_t count = drops.size();
       finding(
           "missing_table", file,
-          fmt::format("{} rows are about unit {}, which has no configuration table", count, unit),
+          fmt::format("{} rows belong to unit {}, which has no configuration table", count, unit),
           std::move(drops), "drop the rows");
     }
     if (appliedRows.any()) {
@@ -251,11 +251,11 @@ class Judge {
 
   static std::string tableDeletionDifference(std::uint64_t version, const UnitFacts& facts) {
     if (facts.lowestVersion < version) {
-      return fmt::format("the table was deleted, and a row of version {} is there",
+      return fmt::format("the table was deleted, but it has a row of version {}",
                          facts.lowestVersion);
     }
     return facts.liveVersions.contains(version)
-               ? "the table was deleted, and a row of that version is not marked"
+               ? "the table was deleted, but a row of that version is not marked"
                : "";
   }
 
@@ -276,8 +276,7 @@ class Judge {
       return {};
     }
     if (config.isDeleted() != (row.operation() == LogRow::kEntryDeleted)) {
-      return fmt::format("FEC {} is deleted in one of log and configuration and not in the other",
-                         fecId);
+      return fmt::format("FEC {} is deleted in log or configuration, but not in both", fecId);
     }
     return FecTableDataModelLogEntry::isEq(config.logEntry(), row.logEntry())
                ? ""
@@ -312,7 +311,7 @@ class Judge {
       judgeSequence(file, row, goesOn);
       if (!goesOn && version <= lastOfTable[table]) {
         finding("group_order", file,
-                fmt::format("sequence {} has version {} of table {}, and an earlier one has {}",
+                fmt::format("sequence {} has version {} of table {}, but an earlier one has {}",
                             sequence, version, tableIdText(table), lastOfTable[table]),
                 {drop}, "drop the row");
         continue;
@@ -326,8 +325,8 @@ class Judge {
         appliedMends.push_back(drop);
       } else if (headless) {
         finding("broken_announcement", file,
-                fmt::format("sequence {} goes on with version {} of table {}, and a row before "
-                            "it is not there",
+                fmt::format("sequence {} continues version {} of table {}, but the row before "
+                            "it is missing",
                             sequence, version, tableIdText(table)),
                 {drop}, "drop the row; readers do so as well");
       }
@@ -341,7 +340,7 @@ class Judge {
     }
     if (rows_.groupScratchpad == 0U && last_ && *last_ > 1) {
       finding("lost_group_log", file,
-              fmt::format("nothing has ever been announced, and the log is at version {}", *last_),
+              fmt::format("nothing has ever been announced, but the log is at version {}", *last_),
               {{Mend::What::raiseGroupSequence, *last_}}, "go on with a sequence above that");
     }
   }
@@ -373,11 +372,11 @@ class Judge {
       }
     }
     if (cutShort.any()) {
-      note(
-          "cut_short_announcement", file,
-          fmt::format("{} last of the rows of an operation that was cut short, which readers drop; "
-                      "they go when its version is reported",
-                      cutShort.text()));
+      note("cut_short_announcement", file,
+           fmt::format(
+               "{} last rows of operations that were cut short; readers drop these operations, "
+               "and a report of their versions removes the rows",
+               cutShort.text()));
     }
   }
 
@@ -390,12 +389,12 @@ class Judge {
     if (sequence == *rows_.groupScratchpad + 1 || (goesOn && unfinished_ == sequence - 1)) {
       unfinished_ = sequence;
       note("unfinished_group_row", file,
-           fmt::format("sequence {} is written and not yet the last: a change was cut short there; "
+           fmt::format("sequence {} is written but not yet the last: a change was cut short there; "
                        "the row counts",
                        sequence));
     } else {
       finding("above_group_log", file,
-              fmt::format("a row has sequence {}, and the last is {}", sequence,
+              fmt::format("a row has sequence {}, but the last is {}", sequence,
                           *rows_.groupScratchpad),
               {{Mend::What::raiseGroupSequence, sequence}}, "raise the last sequence");
     }
@@ -423,7 +422,7 @@ class Judge {
     if (const std::uint64_t gap = *last_ - applied_ - inLog; gap > 0) {
       note("unfinished_cleanup", fileNameOf(TableRole::log),
            fmt::format("{} versions above the applied version {} have no row: a clean-up was cut "
-                       "short, and the next report goes on with it",
+                       "short, and the next report continues it",
                        gap, applied_));
     }
   }
@@ -443,7 +442,7 @@ class Judge {
     }
     if (missing.any()) {
       note("unannounced", fileNameOf(TableRole::groupLog),
-           fmt::format("{} logged and not announced to the group: a change was cut short there; it "
+           fmt::format("{} logged but not announced to the group: a change was cut short there; it "
                        "is applied with the next one, or by the next start",
                        missing.text()));
     }

@@ -151,7 +151,7 @@ TEST_F(FecdReplayTest, EveryUnitReadsBackEqual) {
 
 TEST_F(FecdReplayTest, OptionsThatCannotBeMeantAreOneErrorAndNothingChanges) {
   const std::pair<std::vector<std::string>, const char*> cases[] = {
-      {{"--units", "0,1,0"}, "--units: 0 is there twice"},
+      {{"--units", "0,1,0"}, "--units: 0 is given twice"},
       {{"--units", "0,one"}, "--units"},
       {{"--units", "65536"}, "--units"},
       {{"--units", "0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16"},

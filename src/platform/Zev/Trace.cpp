@@ -82,7 +82,7 @@ std::vector<Setting> parseSettings(std::string_view text) {
   for (const std::string_view part : split(text, ',')) {
     const std::size_t equals = part.find('=');
     if (equals == std::string_view::npos || equals == 0) {
-      badSetting(part, "no name and '='");
+      badSetting(part, "a name or '=' is missing");
     }
     settings.push_back(
         {Pell::String(part.substr(0, equals)), parseLevels(part.substr(equals + 1), part)});

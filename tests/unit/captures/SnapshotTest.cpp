@@ -24,9 +24,9 @@ using ::testing::Not;
 using ::testing::Pair;
 using ::testing::StartsWith;
 
-constexpr std::string_view kLinksAdvice = "; give what `ip -j link` prints, whole and unchanged";
+constexpr std::string_view kLinksAdvice = "; give the output of `ip -j link`, whole and unchanged";
 constexpr std::string_view kNextHopsAdvice =
-    "; give what `ip -j nexthop` prints, whole and unchanged";
+    "; give the output of `ip -j nexthop`, whole and unchanged";
 
 std::uint32_t ipv4(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
   return a << 24 | b << 16 | c << 8 | d;
@@ -280,16 +280,16 @@ INSTANTIATE_TEST_SUITE_P(Captures, ReplayCaptureTest,
 TEST_F(ReplayInputTest, AMissingFileIsAnError) {
   std::filesystem::remove(linksFile_);
   EXPECT_EQ(error(),
-            "links.json: cannot be read: No such file or directory; give a file that holds what "
-            "`ip -j link` prints");
+            "links.json: cannot be read: No such file or directory; give a file that holds the "
+            "output of `ip -j link`");
 }
 
 TEST_F(ReplayInputTest, AFolderIsAnError) {
   std::filesystem::remove(nextHopsFile_);
   std::filesystem::create_directory(nextHopsFile_);
   EXPECT_EQ(error(),
-            "nexthops.json: cannot be read: Is a directory; give a file that holds what "
-            "`ip -j nexthop` prints");
+            "nexthops.json: cannot be read: Is a directory; give a file that holds the "
+            "output of `ip -j nexthop`");
 }
 
 TEST_F(ReplayInputTest, AnEmptyFileIsAnError) {
@@ -302,7 +302,7 @@ TEST_F(ReplayInputTest, AFileOfWhiteSpaceIsAnError) {
 
 TEST_F(ReplayInputTest, TextThatIsNotJsonIsAnErrorAtItsFirstWrongByte) {
   EXPECT_EQ(linksError("1: lo: <LOOPBACK,UP,LOWER_UP> mtu 65536"),
-            links("1:1: an array is wanted, not 1"));
+            links("1:1: this must be an array, not 1"));
   EXPECT_EQ(linksError("Device \"x\" does not exist."),
             links("1:1: this is not JSON: invalid literal"));
   EXPECT_EQ(linksError("[\n  {\"ifname\": eth0}]"),
@@ -344,12 +344,12 @@ TEST_F(ReplayInputTest, ANumberThatIsTooLargeForAnyTypeIsAnError) {
 }
 
 TEST_F(ReplayInputTest, AnythingButAnArrayOfObjectsIsAnError) {
-  EXPECT_EQ(linksError("{}"), links("1:1: an array is wanted, not an object"));
-  EXPECT_EQ(linksError("\n null"), links("2:2: an array is wanted, not null"));
+  EXPECT_EQ(linksError("{}"), links("1:1: this must be an array, not an object"));
+  EXPECT_EQ(linksError("\n null"), links("2:2: this must be an array, not null"));
   EXPECT_EQ(linksError("[{\"ifname\":\"a\"},\n true]"),
-            links("2:2: an object is wanted, not true"));
-  EXPECT_EQ(linksError("[-5]"), links("1:2: an object is wanted, not -5"));
-  EXPECT_EQ(linksError("[[]]"), links("1:2: an object is wanted, not an array"));
+            links("2:2: this must be an object, not true"));
+  EXPECT_EQ(linksError("[-5]"), links("1:2: this must be an object, not -5"));
+  EXPECT_EQ(linksError("[[]]"), links("1:2: this must be an object, not an array"));
 }
 
 TEST_F(ReplayInputTest, AWrongTypeIsAnErrorAtTheValue) {
@@ -420,9 +420,9 @@ TEST_F(ReplayInputTest, AMissingFieldIsAnErrorWhereTheElementBegins) {
   EXPECT_EQ(nextHopsError("[{\"group\":[{\"id\":1}]}]"),
             nextHops("1:2: this next hop has no \"id\""));
   EXPECT_EQ(nextHopsError("[\n{\"id\":5,\"gateway\":\"192.0.2.1\"}]"),
-            nextHops("2:1: next hop 5 has no \"dev\", and is no group, blackhole or fdb"));
+            nextHops("2:1: next hop 5 has no \"dev\", and is not a group, blackhole or fdb"));
   EXPECT_EQ(nextHopsError("[{\"id\":5,\"blackhole\":false}]"),
-            nextHops("1:2: next hop 5 has no \"dev\", and is no group, blackhole or fdb"));
+            nextHops("1:2: next hop 5 has no \"dev\", and is not a group, blackhole or fdb"));
 }
 
 TEST_F(ReplayInputTest, AnEmptyNameIsAnError) {
@@ -432,12 +432,13 @@ TEST_F(ReplayInputTest, AnEmptyNameIsAnError) {
 
 TEST_F(ReplayInputTest, AGatewayThatIsNoAddressIsAnError) {
   EXPECT_EQ(nextHopsError("[{\"id\":5,\"dev\":\"a\",\"gateway\":\"10.0.0.256\"}]"),
-            nextHops("1:30: \"gateway\" is \"10.0.0.256\", which is no address"));
+            nextHops("1:30: \"gateway\" is \"10.0.0.256\", which is not an address"));
 }
 
 TEST_F(ReplayInputTest, ErrorsShowTextFromTheFileEscapedAndShortened) {
-  EXPECT_EQ(nextHopsError(fmt::format(R"([{{"id":5,"dev":"a","gateway":"{:x>1000}"}}])", "")),
-            nextHops(fmt::format("1:30: \"gateway\" is \"{:x>40}\"..., which is no address", "")));
+  EXPECT_EQ(
+      nextHopsError(fmt::format(R"([{{"id":5,"dev":"a","gateway":"{:x>1000}"}}])", "")),
+      nextHops(fmt::format("1:30: \"gateway\" is \"{:x>40}\"..., which is not an address", "")));
   EXPECT_THAT(nextHopsError("[{\"id\":\"\\u001b[2J\"}]"),
               HasSubstr("\"id\" is the text \"\\x1b[2J\", not"));
 }
@@ -453,14 +454,14 @@ TEST_F(ReplayInputTest, NestingIsReadUpToItsLimitAndNoFurther) {
   EXPECT_EQ(nextHopsError(nested(limits.maxDepth - 1)), "");
   EXPECT_EQ(nextHopsError(nested(limits.maxDepth)), "");
   EXPECT_EQ(nextHopsError(nested(limits.maxDepth + 1)),
-            nextHops("1:54: more than 32 arrays and objects within each other"));
+            nextHops("1:54: more than 32 nested arrays and objects"));
 }
 
 TEST_F(ReplayInputTest, AFileOfNothingButOpeningBracketsIsAnError) {
   EXPECT_EQ(nextHopsError(std::string(1'000'000, '[')),
-            nextHops("1:2: an object is wanted, not an array"));
+            nextHops("1:2: this must be an object, not an array"));
   EXPECT_EQ(nextHopsError(fmt::format("[{{\"x\":{:[>1000000}", "")),
-            nextHops("1:37: more than 32 arrays and objects within each other"));
+            nextHops("1:37: more than 32 nested arrays and objects"));
 }
 
 TEST_F(ReplayInputTest, ElementsAreReadUpToTheirLimitAndNoFurther) {

@@ -129,7 +129,7 @@ TEST_F(ReplayRunTest, EveryUnitsAnswersSurviveAKill) {
 TEST_F(ReplayRunTest, AReplayThatEndsBeforeTheKillSaysSo) {
   plan_.killAfter = 201;
   EXPECT_EQ(errorOf(),
-            "the agent was to be killed after 201 answers, but all was done after 200; give a "
+            "the agent could not be killed after 201 answers: it was done after 200; give a "
             "smaller number");
 }
 

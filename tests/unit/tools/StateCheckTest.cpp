@@ -127,7 +127,7 @@ TEST_F(StateCheckTest, ADamagedHeaderIsAFinding) {
 
 TEST_F(StateCheckTest, ATruncatedFileIsAFinding) {
   fs::resize_file(path(TableRole::log), 4096 * 3);
-  expectFinding("unusable_table", TableRole::log, "it has 12288 bytes and its header says");
+  expectFinding("unusable_table", TableRole::log, "it has 12288 bytes, but its header says");
   fs::resize_file(path(TableRole::log), 10);
   expectFinding("unusable_table", TableRole::log, "it is too short for a shared table");
 }
@@ -177,7 +177,7 @@ TEST_F(StateCheckTest, EachTableThatIsMissingIsAFinding) {
 
 TEST_F(StateCheckTest, AConfigurationTableThatTheLogSpeaksOfIsMissed) {
   fs::remove(path(TableRole::config));
-  expectFinding("missing_table", TableRole::log, "3 rows are about unit 0");
+  expectFinding("missing_table", TableRole::log, "3 rows belong to unit 0");
 }
 
 TEST_F(StateCheckTest, AnAgentThatDiedWhileItMadeItsTablesLeavesNoFinding) {
@@ -458,7 +458,7 @@ TEST_F(StateCheckTest, WithoutAFolderNothingCanBeTold) {
   EXPECT_THAT(checkState(folder() + "/none").cannotTell, HasSubstr("cannot read the state folder"));
   EXPECT_FALSE(fs::exists(folder() + "/none"));
   fs::create_directory(parent_.path() + "/empty");
-  EXPECT_THAT(checkState(parent_.path() + "/empty").cannotTell, HasSubstr("there is no table"));
+  EXPECT_THAT(checkState(parent_.path() + "/empty").cannotTell, HasSubstr("it holds no table"));
   std::ofstream(parent_.path() + "/file") << "text";
   EXPECT_NE(checkState(parent_.path() + "/file").cannotTell, "");
   fs::create_symlink(folder(), parent_.path() + "/link");

@@ -152,7 +152,7 @@ TEST_F(StateRulesTest, ARowOneAheadOfTheLogIsWhatAKillLeaves) {
 
 TEST_F(StateRulesTest, ARowTwoAheadOfTheLogIsAFinding) {
   config(5, 12);
-  expectFinding("above_log", "FEC 5 has version 12, and the log's last is 10");
+  expectFinding("above_log", "FEC 5 has version 12, but the log's last is 10");
   EXPECT_EQ(rows_.logScratchpad, 12U);
 }
 
@@ -236,7 +236,7 @@ TEST_F(StateRulesTest, AnEntryThatDiffersFromItsLogRowIsAFinding) {
 
 TEST_F(StateRulesTest, ADeletionOnOneSideOnlyIsAFinding) {
   config(2, 9, false);
-  expectFinding("log_and_configuration", "FEC 2 is deleted in one of log and configuration");
+  expectFinding("log_and_configuration", "FEC 2 is deleted in log or configuration");
 }
 
 TEST_F(StateRulesTest, AConfigurationRowThatIsOlderThanItsLogRowIsAFinding) {
@@ -266,7 +266,7 @@ TEST_F(StateRulesTest, ATableDeletionLeavesMarkedAndNewerRowsOnly) {
 TEST_F(StateRulesTest, ARowThatATableDeletionHasLeftOutIsAFinding) {
   log(8, LogRow::kTableDeleted);
   config(1, 8, true);
-  expectFinding("log_and_configuration", "the table was deleted, and a row of version 5 is there");
+  expectFinding("log_and_configuration", "the table was deleted, but it has a row of version 5");
 }
 
 TEST_F(StateRulesTest, ARowThatATableDeletionHasNotMarkedIsAFinding) {
@@ -288,7 +288,7 @@ TEST_F(StateRulesTest, ATableDeletionIsOfItsUnitAlone) {
 TEST_F(StateRulesTest, ALogRowOfAUnitWithoutATableIsAFinding) {
   log(9, LogRow::kEntryWritten, entry(2), 5);
   rows_.units[0]->erase(2);
-  expectFinding("missing_table", "1 rows are about unit 5");
+  expectFinding("missing_table", "1 rows belong to unit 5");
 }
 
 TEST_F(StateRulesTest, AnUnknownOperationIsAFinding) {
@@ -326,14 +326,14 @@ TEST_F(StateRulesTest, AGroupRowOneAheadOfItsScratchpadIsWhatAKillLeaves) {
 TEST_F(StateRulesTest, AGroupRowTwoAheadOfItsScratchpadIsAFinding) {
   rows_.group->erase(20);
   group(22, 10);
-  expectFinding("above_group_log", "a row has sequence 22, and the last is 20");
+  expectFinding("above_group_log", "a row has sequence 22, but the last is 20");
   EXPECT_EQ(rows_.groupScratchpad, 22U);
 }
 
 TEST_F(StateRulesTest, AnAnnouncementOfWhatIsNotLoggedIsAFinding) {
   rows_.groupScratchpad = 21;
   group(21, 11);
-  expectFinding("above_log", "sequence 21 has version 11, and the log's last is 10");
+  expectFinding("above_log", "sequence 21 has version 11, but the log's last is 10");
 }
 
 TEST_F(StateRulesTest, VersionsOfATableRiseInTheGroupLog) {

@@ -115,7 +115,7 @@ Pell::String keepCopy(const Pell::String& folder, const Pell::String& fileName) 
   // A copy has its name only when it is whole.
   const Pell::String copyPath = fmt::format("{}/{}{}", folder, kUnfinishedPrefix, name);
   if (::unlink(copyPath.c_str()) != 0 && errno != ENOENT) {
-    failErrno(copyPath, "cannot remove what an earlier repair left", errno);
+    failErrno(copyPath, "cannot remove a file that an earlier repair left", errno);
   }
   const UniqueFd target(
       ::open(copyPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode));

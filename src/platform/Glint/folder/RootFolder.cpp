@@ -42,8 +42,7 @@ constexpr const char* kLockName = ".writer";
     case ELOOP:
       fail(path, fmt::format("{}: it is a symbolic link; remove it", doing));
     case ENOTDIR:
-      fail(path,
-           fmt::format("{}: it, or what leads to it, is no folder or a symbolic link", doing));
+      fail(path, fmt::format("{}: a part of the path is a symbolic link or not a folder", doing));
     case ENOSPC:
       fail(path, fmt::format("{}: the file system is full; make room or enlarge it", doing));
     default:
@@ -155,7 +154,7 @@ const std::shared_ptr<WriterLock>& RootFolder::lockForWriting() {
   whole.l_whence = SEEK_SET;
   if (::fcntl(file.get(), F_OFD_SETLK, &whole) != 0) {
     if (errno == EAGAIN || errno == EACCES) {
-      fail(path_, fmt::format("the state folder is in use by another writer, {}; stop that one or "
+      fail(path_, fmt::format("the state folder is in use by another writer, {}; stop it or "
                               "choose another folder",
                               readHolder(file.get())));
     }
@@ -193,7 +192,7 @@ RootFolder::File RootFolder::open(const Pell::String& fileName, Access access) c
 UniqueFd RootFolder::create(const Pell::String& fileName) const {
   const Pell::String name = temporaryName(fileName);
   if (::unlinkat(folder_.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
-    failErrno(filePath(name), "cannot remove what an earlier writer left", errno);
+    failErrno(filePath(name), "cannot remove a file that an earlier writer left", errno);
   }
   UniqueFd file(::openat(folder_.get(), name.c_str(),
                          O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode));
@@ -234,7 +233,7 @@ Pell::String fileNameOfEntity(const Pell::String& entityPath) {
     const char c = entityPath[i];
     if (c == '/' ? atStart : !allowedInName(c) || (atStart && c == '.')) {
       refuse(
-          "its components are of letters, digits and \"_-:.\", do not begin with '.' and are "
+          "its components have letters, digits and \"_-:.\" only, do not begin with '.' and are "
           "separated by one '/'");
     }
     atStart = c == '/';

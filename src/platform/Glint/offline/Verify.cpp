@@ -33,7 +33,7 @@ class Mapping {
       return;
     }
     if (!S_ISREG(status.st_mode) || status.st_size < static_cast<off_t>(sizeof(Header))) {
-      fault_ = "it is no regular file or too short for a shared table";
+      fault_ = "it is not a regular file, or too short for a shared table";
       return;
     }
     bytes_ = static_cast<std::size_t>(status.st_size);
@@ -93,15 +93,15 @@ void report(const Inspection& found, const TableView& view, Verification& result
   const std::uint32_t accounted =
       found.liveSlots + result.freeSlots + found.retiredSlots + found.deadInFlight;
   if (accounted != found.slotsInUse) {
-    add(fmt::format("{} live, {} free and {} retired slots do not make {} in use", found.liveSlots,
-                    result.freeSlots, found.retiredSlots, found.slotsInUse));
+    add(fmt::format("{} live, {} free and {} retired slots do not add up to {} in use",
+                    found.liveSlots, result.freeSlots, found.retiredSlots, found.slotsInUse));
   }
   // A kill can fall between a row's publication and the count of it.
   const std::uint32_t counted = Counter(loadRelaxed(view.header().rowCount)).value();
   const std::uint32_t apart =
       counted > found.liveSlots ? counted - found.liveSlots : found.liveSlots - counted;
   if (apart > 1) {
-    add(fmt::format("the header counts {} rows, there are {}", counted, found.liveSlots));
+    add(fmt::format("the header counts {} rows, but there are {}", counted, found.liveSlots));
   }
 }
 

@@ -250,7 +250,7 @@ class Inspector {
   void sayHowManyMore() {
     if (structureFindings_ > kMaxFindings) {
       result_.structure.push_back(
-          fmt::format("and {} findings more", structureFindings_ - kMaxFindings));
+          fmt::format("and {} more findings", structureFindings_ - kMaxFindings));
     }
   }
 
@@ -289,7 +289,7 @@ Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBy
     return "it is not a shared table (wrong magic)";
   }
   if (header.formatVersion != kFormatVersion) {
-    return fmt::format("it has format version {}, this program knows version {}",
+    return fmt::format("it has format version {}, but this program knows version {}",
                        header.formatVersion, kFormatVersion);
   }
   if (XXH3_64bits(&header, offsetof(FixedHeader, checksum)) != header.checksum) {
@@ -301,7 +301,7 @@ Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBy
   const std::uint64_t expected =
       Geometry::of(header.bucketCount, header.slotCount, header.slotBytes).fileBytes;
   if (fileBytes != expected) {
-    return fmt::format("it has {} bytes and its header says {}", fileBytes, expected);
+    return fmt::format("it has {} bytes, but its header says {}", fileBytes, expected);
   }
   return {};
 }

@@ -94,7 +94,7 @@ Pell::String layoutFault(const TableLayout& layout, bool capacityGiven) {
   }
   if (capacityGiven && (layout.nominalCapacity < 1 || layout.slotCount > Link::kMaxSlots ||
                         layout.slotCount < layout.nominalCapacity)) {
-    return fmt::format("a capacity of {} rows in {} slots cannot be", layout.nominalCapacity,
+    return fmt::format("a capacity of {} rows in {} slots is not possible", layout.nominalCapacity,
                        layout.slotCount);
   }
   return {};

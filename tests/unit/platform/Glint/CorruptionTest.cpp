@@ -439,12 +439,12 @@ TEST_F(CorruptionTest, TheVerifierSeesAnAltogetherWrongRowCount) {
   glint_test::wordAtIs(file(), offsetof(Glint::Header, rowCount),
                        Glint::Counter::of(kRows + 2).word());
   EXPECT_THAT(Glint::verifyTable(file()).findings,
-              ::testing::ElementsAre("the header counts 14 rows, there are 12"));
+              ::testing::ElementsAre("the header counts 14 rows, but there are 12"));
 }
 
 TEST_F(CorruptionTest, TheVerifierTellsWhatItCannotRead) {
   EXPECT_THAT(Glint::verifyTable(root() + "/none").findings.front(), HasSubstr("cannot open it"));
-  EXPECT_THAT(Glint::verifyTable(root()).findings.front(), HasSubstr("no regular file"));
+  EXPECT_THAT(Glint::verifyTable(root()).findings.front(), HasSubstr("not a regular file"));
 }
 
 }  // namespace

@@ -213,10 +213,10 @@ TEST_P(TraceSettingErrors, AreToldAndChangeNothing) {
 INSTANTIATE_TEST_SUITE_P(
     Texts, TraceSettingErrors,
     ::testing::Values(
-        BadSetting{"", R"("": no name and '=')"},
-        BadSetting{"Errors", R"("Errors": no name and '=')"},
-        BadSetting{"=1", R"("=1": no name and '=')"},
-        BadSetting{"Errors=1,", R"("": no name and '=')"},
+        BadSetting{"", R"("": a name or '=' is missing)"},
+        BadSetting{"Errors", R"("Errors": a name or '=' is missing)"},
+        BadSetting{"=1", R"("=1": a name or '=' is missing)"},
+        BadSetting{"Errors=1,", R"("": a name or '=' is missing)"},
         BadSetting{"Errors=", R"("Errors=": "" is not a level from 0 to 9)"},
         BadSetting{"Errors=10", R"("Errors=10": "10" is not a level from 0 to 9)"},
         BadSetting{"Errors=-1", R"("Errors=-1": "" is not a level from 0 to 9)"},
