@@ -24,7 +24,7 @@ using FecEntry = LoamFec::FecTableDataModelLogEntry;
 // What the agent has committed for each unit; the mounts are held.
 using ConfigTables = std::map<Asic::UnitId, Pell::Ptr<LoamFec::FecTableDataModelConfigGlint>>;
 
-// Nothing when it is damaged; the writer's next change makes it whole.
+// Nothing when it is damaged; the writer's next change repairs it.
 template <typename Map>
 std::optional<std::uint64_t> guardedScratchpad(Map& map) {
   std::optional<std::uint64_t> value;

@@ -13,7 +13,7 @@
 
 namespace Hardware {
 
-// Up to where a resynchronisation may go.
+// The versions up to which a resynchronisation may go.
 struct ResynchronisationRange {
   // The log rows up to it have been applied, or are known to be gone.
   Asic::LogVersion applied;
@@ -27,20 +27,21 @@ struct ResynchronisationRange {
   bool writerAtRest = false;
 };
 
-// Makes the hardware of all units what it was to be once the operations up to the limit had been
-// applied, in steps between which the writer may go on.
+// Brings the hardware of all units to the state after all operations up to the limit, in steps
+// between which the writer may go on.
 //
 // First each configuration row is looked at once. One whose version is not above the limit decides:
-// the hardware is made equal to it, or the key is taken off. Of the other keys the log is asked:
-// its rows between applied and limit are applied to them in order, and nothing later. Last, what
-// the hardware holds and no row was seen for is taken off, unless damage has hidden rows of the
+// the hardware is made equal to it, or the key is taken off. For the other keys the log decides:
+// its rows between applied and limit are applied to them in order, and no later ones. Last, entries
+// of the hardware for which no row was seen are taken off, unless damage has hidden rows of the
 // unit.
 //
 // Kind: object with identity, for one resynchronisation.
 // Ownership: refers to the units, the log and the ASIC.
 // Threads: one; the writer may be another process.
-// Invariants: nobody applies operations to the units meanwhile. What was decided about a key stays
-// so, whatever happens to its row later: that has a version above the limit and comes from the log.
+// Invariants: nobody applies operations to the units meanwhile. A decision about a key is final,
+// whatever happens to its row later: a later change has a version above the limit and comes from
+// the log.
 class Resynchroniser {
  public:
   Resynchroniser(const ConfigTables& units, LogMap& log, FecAsic& asic,

@@ -8,9 +8,9 @@
 
 namespace Programs {
 
-// Parses what a program was called with. Returns the exit code when it ends with that: 0 after help
-// or version, `badUsage` after what cannot be parsed, which has been said then. An unknown word is
-// named before what is missing, as it may be what was meant for it.
+// Parses the arguments of a program. Returns the exit code if the program must end: 0 after help or
+// version, `badUsage` after arguments that cannot be parsed and an error message. The message names
+// an unknown word rather than a missing option, because the word may be meant for it.
 inline std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv, int badUsage) {
   try {
     app.parse(argc, argv);

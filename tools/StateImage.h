@@ -16,8 +16,8 @@
 
 namespace Tools {
 
-// Why nothing can be said of a state folder: there is none, it may not be read, or its agent did
-// not leave it alone for long enough.
+// Why a state folder cannot be judged: it does not exist, it may not be read, or its agent did not
+// leave it unchanged for long enough.
 class CannotTell : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -28,15 +28,15 @@ struct TableFile {
   std::string name;
   TableRole role = TableRole::other;
   Asic::UnitId unit;  // of a configuration table
-  // Why it cannot be looked into: a symbolic link, a damaged header, rows of another kind. Empty if
-  // it can.
+  // Why it cannot be read: a symbolic link, a damaged header, rows of another kind. Empty if it
+  // can.
   std::string fault;
   // The fault is not the file's: this process has no permission, memory or descriptor to read it.
   bool unreadable = false;
   std::unique_ptr<Glint::TableImage> image;  // null with a fault
 };
 
-// The layout that the agent asks for when it mounts a table of that role; nothing for others.
+// The layout with which the agent mounts a table of that role; nothing for other roles.
 std::optional<Glint::TableLayout> layoutOf(TableRole role);
 
 // All tables of a state folder as they stood at one moment. Changes nothing, and makes no agent
@@ -49,7 +49,8 @@ class StateImage {
   // during the look. Throws CannotTell. `whileLooking` is called within each look, when everything
   // has been copied and nothing compared yet: for tests.
   explicit StateImage(const std::string& folder, const std::function<void()>& whileLooking = {});
-  // The same for who holds the writer lock: what is unfinished was left by a kill, and stays so.
+  // The same for a process that holds the writer lock: unfinished changes were left by a kill and
+  // stay unfinished.
   static StateImage underOwnLock(const std::string& folder) { return {folder, {}, true}; }
   static constexpr int kMaxLooks = 120;
 

@@ -19,8 +19,8 @@ namespace Tools {
 using ConfigRow = LoamFec::FecTableDataModelConfigGlintEntry;
 using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
 
-// The rows of a state folder, every one with a good checksum. A table that cannot be looked into,
-// or whose slots cannot be told, has no value here.
+// The rows of a state folder that have a good checksum. A table that cannot be read, or whose slots
+// in use are not known, has no value here.
 //
 // Kind: value type.
 struct StateRows {
@@ -39,7 +39,7 @@ struct StateRows {
 
 StateRows readRows(const StateImage& image);
 
-// One thing that the verifier found in a table.
+// One finding of the verifier in a table.
 struct TableFinding {
   const char* kind;  // damaged_row, damaged_structure or damaged_counter
   std::string text;  // of a slot with key and version of its row, as far as they can be read

@@ -25,16 +25,17 @@ struct Mend {
   std::uint16_t unit = 0;
 };
 
-// What the rows of a state say about each other.
+// A finding or a note about the rows of a state, compared with each other.
 //
-// A finding is what no kill of an agent leaves. A note is what a kill may leave, or what is on its
-// way: nothing is wrong, and the next start or the next report of the hardware deals with it.
+// A finding is a state that no kill of an agent leaves. A note is a state that a kill may leave, or
+// an unfinished change: nothing is wrong, and the next start or the next report of the hardware
+// deals with it.
 struct Judgement {
   bool isFinding = false;
   std::string kind;  // stable, for machines
   std::string file;
   std::string text;
-  // What a repair does about it; empty: nothing needs to be done.
+  // The steps by which a repair mends it; empty: none is needed.
   std::vector<Mend> mends;
   std::string remedy;  // the same in words
 };
@@ -58,7 +59,7 @@ struct Judgement {
 // Parts that could not be read are left out.
 std::vector<Judgement> judge(const StateRows& rows);
 
-// Carries the step out on the rows in memory.
+// Carries out the step on the rows in memory.
 void apply(const Mend& mend, StateRows& rows);
 
 }  // namespace Tools

@@ -18,7 +18,7 @@ namespace Agent {
 
 // How an agent begins.
 struct AgentStart {
-  // Begin with empty tables: what the state folder holds of the units is deleted, as an operation
+  // Begin with empty tables: the units' entries in the state folder are deleted, by an operation
   // like any other.
   bool reset = false;
   // The hardware that an agent before this one has left as it stood, which is brought in line
@@ -29,9 +29,9 @@ struct AgentStart {
 // The forwarding agent's inside: the loop, the state folder, the FEC table of each unit, the
 // resource table and the hardware side, made and wired in the order in which they need each other.
 //
-// Kind: object with identity, one a process.
-// Ownership: holds everything; its end is the process's orderly end: what is in the state folder
-// stays. With it, and when it cannot be made, every singleton of the process goes.
+// Kind: object with identity, one per process.
+// Ownership: holds everything; its end is the process's orderly end, and the contents of the state
+// folder stay. Every singleton of the process ends with it, and also when it cannot be made.
 // Threads: one.
 class FecAgent {
  public:
@@ -54,12 +54,12 @@ class FecAgent {
   // How the hardware that was handed over differed from the tables; zeros without one.
   const Asic::Resynchronisation& resynchronisation() const { return resynchronisation_; }
 
-  // Whether the unit's hardware table holds exactly what is committed for the unit.
+  // Whether the unit's hardware table holds exactly the unit's committed entries.
   bool hardwareEqualsTable(Asic::UnitId unitId) const;
 
  private:
-  // The process's registry holds the tables, and they hold the loop: nothing may find them there
-  // when the loop has gone.
+  // The process's registry holds the tables, and the tables refer to the loop: nothing may find
+  // them there when the loop has ended.
   struct Registrations {
     Registrations() = default;
     Registrations(const Registrations&) = delete;

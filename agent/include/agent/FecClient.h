@@ -22,15 +22,16 @@ enum class Answer {
   superseded,  // a later request of the key took its place before it was passed on
 };
 
-// Where clients of the agent put their requests to one unit's FEC table.
+// Takes the requests of the agent's clients to one unit's FEC table.
 //
-// The table commits what is resolved first, so two operations of one key could overtake each other
-// in it. This class passes on at most one operation a key at a time; a later request of the key
-// waits, and takes the place of one that waits already. While the table is suspended nothing new is
-// passed on. A write that the table's configuration rows might not hold is refused.
+// The table commits operations in the order in which they are resolved, so two operations of one
+// key could overtake each other in it. This class passes on at most one operation per key at a
+// time; a later request of the key waits, and replaces one that waits already. While the table is
+// suspended nothing new is passed on. A write for which the table might have no configuration row
+// is refused.
 //
 // Kind: object with identity.
-// Ownership: holds the table; one that dies answers nobody any more.
+// Ownership: holds the table; a client that ends answers nobody any more.
 // Threads: the event loop's. Answers come from turns of the loop, or inside the call for
 // Answer::superseded and for a refused write.
 // Invariants: every accepted request is answered once, or is still waiting.
@@ -49,14 +50,14 @@ class FecClient {
   FecClient& operator=(const FecClient&) = delete;
   ~FecClient();
 
-  // Writes the entry under the key, whatever key stands in the entry. False, with no answer to
-  // come: the unit's table might not hold another entry. A write of a key whose row is about to go
-  // keeps that place, and until it is answered may count as one entry more.
+  // Writes the entry under the key, whatever key is in the entry. False, and no answer follows, if
+  // the unit's table might have no room for another entry. A write of a key whose row is about to
+  // be removed keeps the row's place, and may count as one entry more until it is answered.
   [[nodiscard]] bool write(const Key& key, const Entry& entry, AnswerHandler handler);
-  // Removing what is not there succeeds.
+  // Removing an absent key succeeds.
   void remove(const Key& key, AnswerHandler handler);
 
-  // What the key will hold once every accepted request is done; nothing: it will be absent.
+  // The entry of the key once every accepted request is done; nothing: it will be absent.
   std::optional<Entry> intended(const Key& key) const;
   // Visits every entry that will be there then, once; visit may not make requests.
   void forEachIntended(const std::function<void(const Entry&)>& visit) const;

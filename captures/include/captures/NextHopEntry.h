@@ -7,15 +7,15 @@
 
 namespace Captures {
 
-// The FEC entry of a next hop: its key is the next hop's id, its interface the next hop's, and what
-// the table only carries stands in the opaque fields:
+// The FEC entry of a next hop. Its key is the next hop's id, its interface is the next hop's, and
+// the opaque fields hold the rest:
 //
 //   flagA    1 with a gateway, 0 without
 //   opaqueA  the gateway, an IPv4 address in host byte order; 0 without one
 //   opaqueB  protocol (bits 7 to 0), scope (15 to 8), flags (23 to 16)
 LoamFec::FecTableDataModelEntry entryOf(const NextHop& nextHop);
 
-// Whether two entries ask for the same; where the interface leads is not part of it.
+// Whether two entries request the same; the destination of the interface does not count.
 bool asksTheSame(const LoamFec::FecTableDataModelEntry& a,
                  const LoamFec::FecTableDataModelEntry& b);
 

@@ -20,7 +20,7 @@ class InputError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// What one file may ask of the reader; more is an InputError.
+// The limits of one file; a file beyond them is an InputError.
 struct InputLimits {
   // Links or next hops in a file.
   std::size_t maxElements = std::size_t{1} << 20;
@@ -82,11 +82,11 @@ struct Snapshot {
   std::map<std::string, std::uint64_t> skippedByKind;  // next hops, by the kinds above
 };
 
-// Reads what `ip -j link` and `ip -j nexthop` print. Fields beside those used are ignored.
-// Throws InputError at the first thing in either file that is not JSON, or not what ip prints:
-// a wrong type, a missing "id", "ifname" or "dev" (a next hop without an interface must be a
-// group, a blackhole or fdb), an id that is not 1 to 4294967295, a link or id given twice.
-// Columns count bytes.
+// Reads the output of `ip -j link` and `ip -j nexthop`. Unused fields are ignored. Throws
+// InputError at the first place in either file that is not JSON, or that ip does not print: a wrong
+// type, a missing "id", "ifname" or "dev" (a next hop without an interface must be a group, a
+// blackhole or fdb), an id that is not 1 to 4294967295, a link or id given twice. Columns count
+// bytes.
 Snapshot readSnapshot(const std::string& linksFile, const std::string& nextHopsFile,
                       const InputLimits& limits = {});
 

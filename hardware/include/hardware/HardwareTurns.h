@@ -14,13 +14,13 @@ namespace Hardware {
 
 // Runs a hardware side on the agent's event loop: one turn applies, another reports.
 //
-// A turn that applies does the work of kRowsPerTurn rows. A turn that reports tells of every table,
-// of each at most kVersionsPerReport versions more than it was told of before, and leaves the rest
-// to the next turn: so the rows that a report cleans up, and the requests that it answers, are
-// bounded as well. One deletion of a whole table, and the clean-up behind it, is one turn each
-// however many rows the unit has: a report ends at the first one. The first report of a table of
-// which the agent has nothing on record goes all the way in one turn; the log is then cleaned up by
-// one walk over it, whatever the version.
+// A turn that applies does the work of kRowsPerTurn rows. A turn that reports covers every table.
+// For each it reports at most kVersionsPerReport versions more than before, and leaves the rest to
+// the next turn. So the rows that a report cleans up, and the requests that it answers, are bounded
+// as well. The deletion of a whole table takes one turn, and so does the clean-up behind it,
+// however many rows the unit has: a report ends at the first such deletion. The first report of a
+// table for which the agent has nothing on record is made in one turn; one walk then cleans up the
+// log, whatever the version.
 //
 // Kind: object with identity.
 // Ownership: refers to the hardware side and the loop, which outlive it; holds the group and the
@@ -34,8 +34,8 @@ class HardwareTurns {
  public:
   // About the work of one turn that applies, in rows; see Asic::HardwareSide::step().
   static constexpr std::uint32_t kRowsPerTurn = 8192;
-  // Versions of one table that one turn reports: as many as have a clean-up of that work, if each
-  // is a deletion, and are looked at before.
+  // Versions of one table that one turn reports. If all of them are deletions, looking at them and
+  // cleaning them up is as much work.
   static constexpr std::uint64_t kVersionsPerReport =
       kRowsPerTurn /
       (1 + Asic::HardwareSide::kRowsOfACleanup + Asic::HardwareSide::kRowsOfADeletion);

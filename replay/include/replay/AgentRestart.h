@@ -14,7 +14,7 @@
 
 namespace Replay {
 
-// What an agent found that was started on the state folder of one that had been killed.
+// The findings of an agent that was started on the state folder of a killed one.
 struct RestartReport {
   std::uint64_t answered = 0;         // requests that the killed agent had answered
   std::uint64_t lost = 0;             // keys whose last answer does not hold any more
@@ -31,22 +31,23 @@ struct RestartReport {
 // An agent in a child process that is going to kill itself, seen from the process that will take
 // its place.
 //
-// The parent hears of every request and answer through a pipe, and its hardware follows the state
-// folder: it outlives the agent with the content that it has at that moment.
+// The parent hears of every request and answer through a pipe. Its hardware follows the state
+// folder, and outlives the agent with the content that it has at the kill.
 struct KilledAgent {
   std::vector<ObservedRequest> observed;  // in their order
   std::size_t stage = 0;                  // that the last of them belongs to
   std::unique_ptr<Asic::HardwareSide> hardware;
 };
 
-// What the child does. It passes each request and answer on to `tell`, with the stage of the work
-// that it is at; `tell` does not return from the answer at which the child is killed.
+// The work of the child. It passes each request and answer to `tell`, with the present stage of the
+// work; `tell` does not return from the answer at which the child is killed.
 using ChildWork =
     std::function<void(const std::function<void(std::size_t stage, const ObservedRequest&)>& tell)>;
 
 // Runs `work` in a child process, which SIGKILL ends at the answer of that number. Nothing may be
-// mounted for writing in this process meanwhile. What the work throws is thrown here, as
-// ZevGlint::MountException or std::runtime_error; so is std::runtime_error if the work ends before.
+// mounted for writing in this process meanwhile. An exception of the work is thrown here, as
+// ZevGlint::MountException or std::runtime_error. If the work ends before that answer,
+// std::runtime_error is thrown.
 KilledAgent runUntilKilled(const std::string& stateFolder, const std::vector<Asic::UnitId>& units,
                            std::uint64_t answers, const Asic::HardwareMaker& makeHardware,
                            const ChildWork& work);

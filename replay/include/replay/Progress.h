@@ -12,7 +12,7 @@ namespace Replay {
 
 // One line on a terminal that shows how far a long job is; writes nothing to anything else.
 //
-// Kind: object, one a job.
+// Kind: object, one per job.
 // Ownership: borrows the stream, which must outlive it.
 // Threads: one.
 // Invariants: the line is drawn at most once in kRedrawInterval, apart from the last time, and

@@ -17,7 +17,7 @@
 
 namespace Replay {
 
-// What came of one snapshot, over all units.
+// The result of one snapshot, over all units.
 struct Report {
   std::uint64_t nextHops = 0;    // of the snapshot that are FEC entries
   std::uint64_t unchanged = 0;   // entries already as the snapshot wants them
@@ -38,7 +38,7 @@ struct Report {
   std::uint64_t asked() const { return writes + removes; }
 };
 
-// What a change of destinations set off, over all units.
+// The effects of a change of destinations, over all units.
 struct Redrive {
   std::uint64_t entries = 0;      // that were logged again
   std::uint64_t logVersions = 0;  // handed out meanwhile
@@ -64,18 +64,18 @@ struct ObservedRequest {
 // Threads: one; runs the agent's loop.
 class Replayer {
  public:
-  // The units are the agent's. With a progress bar on standard error if that is a terminal and
-  // showProgress says so.
+  // The units are the agent's. Shows a progress bar on standard error if that is a terminal and
+  // showProgress is true.
   Replayer(Agent::FecAgent& agent, const std::vector<Asic::UnitId>& units, bool showProgress);
 
-  // Returns when nothing moves any more: every request is answered or waits for an interface.
+  // Returns when every request is answered or waits for an interface.
   Report apply(const Captures::Snapshot& snapshot, const std::string& label);
 
   // The links' destinations fail, and the entries that use them lose theirs in the hardware.
   Redrive takeDown(const std::vector<Wirex::IntfId>& links);
   // The links have new destinations.
   Redrive bringUp(const std::vector<Wirex::IntfId>& links);
-  // Whether each unit's hardware table holds exactly what is committed.
+  // Whether each unit's hardware table holds exactly the committed entries.
   bool hardwareEqual() const;
 
   // Called with each request before it is made, and again from a turn of the agent's loop when the

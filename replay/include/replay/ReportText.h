@@ -17,7 +17,7 @@ struct LabelledReport {
   Report report;
 };
 
-// The sum of the reports; waiting, entries and hardwareEqual are those of the last one.
+// The sum of the reports; waiting, entries and hardwareEqual are those of the last report.
 Report total(const std::vector<LabelledReport>& reports);
 
 // Links that were taken down and up again after a snapshot.
@@ -29,7 +29,7 @@ struct LinkChangeReport {
   bool hardwareEqual = false;  // after each of the two
 };
 
-// What came of a whole replay.
+// The result of a whole replay.
 struct Outcome {
   std::optional<RestartReport> restart;
   std::vector<LinkChangeReport> linkChanges;
@@ -40,8 +40,8 @@ struct Outcome {
   bool good() const;
 };
 
-// For people: a table with one column a snapshot and, of more than one, the total; before it what a
-// restart found, behind it what changes of links set off.
+// For people: a table with one column per snapshot, and a total if there is more than one. Before
+// it stands what a restart found, and after it what changes of links caused.
 std::string outcomeText(const Outcome& outcome);
 
 // The same for machines: one JSON object with stable keys, {"restart": {...}, "link_changes":

@@ -13,7 +13,7 @@
 
 namespace Replay {
 
-// What `fecd replay` is asked to do.
+// The plan of one `fecd replay`.
 struct Plan {
   struct LabelledSnapshot {
     std::string label;
@@ -33,7 +33,7 @@ struct Plan {
 };
 
 // Carries the plan out. With killAfter the first agent is a child process; `snapshots` of the
-// outcome begin with the one that it was killed in then. Throws ZevGlint::MountException, and
+// outcome then begin with the one in which it was killed. Throws ZevGlint::MountException, and
 // std::runtime_error if the plan ends before that many answers.
 Outcome carryOut(const Plan& plan);
 

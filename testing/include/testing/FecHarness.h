@@ -15,7 +15,7 @@
 
 namespace testing_support {
 
-// What a response handler was told, in the order of the calls.
+// A call of a response handler, in the order of the calls.
 struct Response {
   LoamFec::FecTableDataModelEntryKey key;
   Asic::EntryState state = Asic::EntryState::notResolved;

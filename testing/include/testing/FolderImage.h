@@ -14,7 +14,8 @@
 
 namespace testing_support {
 
-// What the files of one folder hold at one moment: names, sizes, and the pages with data in them.
+// The contents of the files of one folder at one moment: names, sizes, and the pages with data in
+// them.
 //
 // Kind: move-only value. A page that is all zero and one that is not there are the same.
 class FolderImage {
@@ -37,8 +38,8 @@ class FolderImage {
 
   // Writes the files to an existing empty folder: sparse, mode 0640. Throws std::system_error.
   void copyTo(const std::string& folder) const;
-  // Changes a folder that holds `held` into this image, in place: who has mapped a file that stays
-  // sees the new bytes. Throws std::system_error.
+  // Changes a folder that holds `held` into this image, in place: a process that has mapped a file
+  // that stays sees the new bytes. Throws std::system_error.
   void rewrite(const std::string& folder, const FolderImage& held) const;
 
  private:
@@ -58,7 +59,7 @@ class LiveFolder {
 
   const std::string& path() const { return path_; }
 
-  // Looks again which files there are; what was mapped before may have gone.
+  // Looks again which files there are; earlier mappings may be gone.
   void rescan();
   // Both of what the last rescan found.
   FolderImage capture() const;

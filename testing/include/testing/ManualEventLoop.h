@@ -12,12 +12,12 @@ namespace testing_support {
 // Event loop whose turns a test runs by hand, so that what happens between two turns can be seen.
 //
 // Kind: object with identity.
-// Ownership: owns the tasks posted to it; those still there when it dies are dropped unrun.
+// Ownership: owns the tasks posted to it; tasks that have not run when it ends are dropped.
 // Threads: one.
 // Invariants: tasks run in the order in which they were posted, and turns do not nest.
 class ManualEventLoop : public Zev::EventLoop {
  public:
-  // What runUntilIdle() allows when the caller names no bound: far more than any test needs.
+  // The bound of runUntilIdle() when the caller names none: far more turns than any test needs.
   static constexpr std::size_t kDefaultMaxTurns = 100'000;
 
   ManualEventLoop() = default;

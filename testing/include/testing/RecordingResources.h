@@ -27,9 +27,9 @@ class ScriptedResourceHandle : public ResourceTable::ResourceHandle {
   void publish(short attributeId = kChangeAttribute) { publisher().attributeChange(attributeId); }
 };
 
-// Client of no resource table: hands out scripted handles and records what it is told.
+// A client without a resource table: hands out scripted handles and records the calls that it gets.
 //
-// Invariants: one handle a key, made on its first request or by handle().
+// Invariants: one handle per key, made on its first request or by handle().
 class RecordingResourceClient : public ResourceTable::ClientInstance {
  public:
   struct Ack {

@@ -52,7 +52,7 @@ enum class Stepping {
                      // states some hundred times faster, but for what only the first way can show
 };
 
-// What a run found about itself.
+// The statistics of one run.
 struct SteppedRun {
   std::uint64_t instructions = 0;  // stepped one by one; 0 with everyStore
   std::uint64_t states = 0;        // distinct ones, each differing from the one before

@@ -13,7 +13,7 @@
 
 namespace testing_support {
 
-// What is in each file of the folder, by name; holes are left out, the lock file is not.
+// The contents of each file of the folder, by name. Holes are left out; the lock file is included.
 std::map<std::string, std::string> stateContents(const std::string& folder);
 
 // Copies every file of a folder that no agent uses to another one, which is made. Holes stay holes.

@@ -56,10 +56,11 @@ class StepRecorder {
   // Heard after those who have subscribed before.
   void watch(ScriptedResourceHandle& resource);
   void watch(const Pell::Ptr<Asic::SwTableBase::EntryHandle const>& handle);
-  // The handles of all that waits in the group's queue, which need not stand in transient state.
+  // The handles of all entries in the group's queue, which need not be in transient state.
   void watchQueued();
 
-  // What is watched is about to end: releases the handles, and takes no leave of the rest.
+  // Call when the watched objects are about to end: releases the handles, and does not unsubscribe
+  // from the rest.
   void letGo();
 
   // A handler that puts its call into a line.

@@ -12,7 +12,7 @@
 
 namespace Tools {
 
-// What a state folder says about one unit's FEC table, read as any process may read it.
+// One unit's FEC table as it is in a state folder, read as any process may read it.
 struct FecTableView {
   std::vector<LoamFec::FecTableDataModelConfigGlintEntry> rows;  // not deleted, by key
   std::uint64_t deletedRows = 0;                                 // deletions not cleaned up yet

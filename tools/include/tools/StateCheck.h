@@ -14,14 +14,14 @@ namespace Tools {
 
 class StateImage;
 
-// One thing that a check has to say, about one file.
+// One finding or note of a check, about one file.
 struct Remark {
   std::string kind;  // stable, for machines
   std::string file;
   std::string text;
 };
 
-// One table of a state folder in figures.
+// The figures of one table of a state folder.
 struct TableFigures {
   std::string file;
   std::uint32_t rows = 0;
@@ -38,35 +38,37 @@ struct TableFigures {
 // Kind: value type.
 struct StateReport {
   std::string folder;
-  // Why something cannot be told; empty if all was seen.
+  // Why something could not be checked; empty if everything was seen.
   std::string cannotTell;
   std::optional<std::string> writer;  // who holds the writer lock
   int looks = 0;
   std::vector<TableFigures> tables;  // those that can be looked into
-  // What no kill of an agent leaves.
+  // States that no kill of an agent leaves.
   std::vector<Remark> findings;
-  // What a kill may leave, and what a next start or report deals with; nothing is wrong.
+  // States that a kill may leave and that the next start or report deals with; nothing is wrong.
   std::vector<Remark> notes;
 
   bool clean() const { return findings.empty() && cannotTell.empty(); }
 };
 
 // Verifies every table of a state folder, each for itself (structure, checksums, counts) and
-// against the others (see StateRules.h), agent running or dead. Changes nothing. Never throws for
-// what is in the folder.
+// against the others (see StateRules.h), whether the agent runs or is dead. Changes nothing. Never
+// throws because of the contents of the folder.
 StateReport checkState(const std::string& folder);
 
-// The same of what has been taken already.
+// The same for an image that was taken already.
 StateReport checkState(const StateImage& image);
 
-// One line a finding and a note, at most `limit` of each (0: all), then the tables and a summary.
+// One line per finding and per note, at most `limit` of each (0: all), then the tables and a
+// summary.
 std::string reportText(const StateReport& report, std::size_t limit);
 // One JSON object with stable keys, everything in it.
 std::string reportJson(const StateReport& report);
 
 // "1 finding", "2 findings".
 std::string counted(std::size_t count, const char* what);
-// The JSON as it is printed: bytes of names that are no UTF-8 are replaced, as JSON has none.
+// The JSON as it is printed: bytes of names that are not UTF-8 are replaced, because JSON cannot
+// hold them.
 std::string jsonText(const nlohmann::ordered_json& json);
 
 }  // namespace Tools

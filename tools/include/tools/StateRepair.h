@@ -10,20 +10,20 @@
 
 namespace Tools {
 
-// One thing that a repair does, or would do.
+// One step that a repair takes, or would take.
 struct RepairStep {
   std::string kind;  // stable, for machines
   std::string file;
-  std::string text;         // what is the matter
-  std::string remedy;       // what is done about it
+  std::string text;         // what is wrong
+  std::string remedy;       // how it is repaired
   bool losesTable = false;  // every row of the table is lost
 };
 
-// What a repair has done, or would do.
+// The steps that a repair has taken, or would take, and their outcome.
 //
 // Kind: value type.
 struct RepairReport {
-  // How a state folder came out of it.
+  // The outcome for a state folder.
   enum class Outcome : std::uint8_t {
     nothingToDo,
     planned,  // nothing has been changed
@@ -39,21 +39,21 @@ struct RepairReport {
   std::vector<Remark> left;       // findings that a repair does not mend
 };
 
-// What a repair would do. Changes nothing, and takes no lock.
+// Finds the steps that a repair would take. Changes nothing, and takes no lock.
 RepairReport planRepair(const std::string& folder);
 
 // Repairs a state folder under its writer lock: keeps a copy of each damaged file, drops damaged
-// rows, rebuilds damaged indexes, finishes what a kill has left, brings the tables back into
-// agreement. A file whose header says nothing is set aside, and an empty table takes its place;
-// versions go on where the rest of the folder shows them to be.
+// rows, rebuilds damaged indexes, finishes changes that a kill cut short, brings the tables back
+// into agreement. A file without a usable header is set aside, and an empty table takes its place;
+// versions go on above those that the rest of the folder shows.
 //
-// Configuration rows count: where a log row contradicts them it is dropped, and the next start of
-// the agent brings the hardware in line with the configuration.
+// Configuration rows decide: a log row that contradicts them is dropped, and the next start of the
+// agent brings the hardware in line with the configuration.
 //
 // May be killed at any moment, and run again.
 RepairReport carryOutRepair(const std::string& folder);
 
-// For people: at most `limit` steps (0: all), then what became of it.
+// For people: at most `limit` steps (0: all), then the outcome.
 std::string repairText(const RepairReport& report, std::size_t limit);
 // One JSON object with stable keys, everything in it.
 std::string repairJson(const RepairReport& report);

@@ -9,7 +9,7 @@
 
 namespace Tools {
 
-// What a table file is for, by its name.
+// The purpose of a table file, by its name.
 enum class TableRole : std::uint8_t { log, groupLog, applied, config, other };
 
 // The name of the file that has the role; `unit` counts for configuration tables. Empty for other.

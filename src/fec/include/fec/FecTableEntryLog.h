@@ -13,7 +13,8 @@
 
 namespace LoamFec {
 
-// The log cannot take what a restart has to log again: the hardware has not applied what it holds.
+// The log has no room for the changes that a restart must log again, because the hardware has not
+// applied its rows.
 class FecTableLogRoomException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -22,8 +23,8 @@ class FecTableLogRoomException : public std::runtime_error {
 // The FEC table's log of committed changes, and the configuration table of each unit, in shared
 // memory.
 //
-// Kind: object with identity, one a table interface.
-// Ownership: holds its mounts; what stands in them outlives it.
+// Kind: object with identity, one per table interface.
+// Ownership: holds its mounts; their contents outlive it.
 // Threads: the event loop's; other processes read the tables.
 // Invariants: every change gets a version one above the last, across all units. A change is
 // written in the order configuration rows, log row, scratchpad, group log, so whoever sees a
@@ -33,8 +34,8 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableEntryLog";
 
-  // What is committed for one key, as one look has found it. Each question answers as the log's
-  // query of that name does, and is traced like it.
+  // The committed state of one key at one moment. Each question answers as the log's query of that
+  // name does, and is traced like it.
   //
   // Kind: value type; later changes of the row do not show.
   class Look {
@@ -87,9 +88,9 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
   Pell::Ptr<FecTableDataModelConfigGlint> tableConfigGlint(Asic::UnitId unitId) const;
   bool tableConfigGlintHas(Asic::UnitId unitId) const;
 
-  // The group knows of changes up to that version, applied or still to be: a log that stands below
-  // it, because its file was removed, goes on above it, also in the next process. Raises only; does
-  // nothing without a log.
+  // Tells the log that the group knows of changes up to that version, applied or not. If the log is
+  // below it, because its file was removed, the log goes on above it, also in the next process.
+  // Only raises the version; does nothing without a log.
   void versionsGoOnAbove(Asic::LogVersion announced);
 
   // Logs the write of an entry and returns its version. The unit's configuration table must be
@@ -117,7 +118,7 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
   // Argument of the last cleanup; 0: none has run in this process.
   Asic::LogVersion prevTableVersion() const { return prevTableVersion_; }
 
-  // The key's entry will be read or written soon: has its row fetched meanwhile. A hint only.
+  // A hint that the key's entry will be read or written soon: starts to fetch its row.
   void fetchAhead(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
 
   // What is committed. The unit's configuration table must be mounted.

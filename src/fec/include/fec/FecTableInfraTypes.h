@@ -53,12 +53,12 @@ class FecTableEntryWrapper : public Zev::Typed<FecTableEntryWrapper> {
 
   // The resource's destination; without a resource the unset value (0xFFFF, 0, 0).
   DestId destId() const;
-  // Stores destId() as the entry's resolved destination; what the client wrote stays.
+  // Stores destId() as the entry's resolved destination; the client's fields stay.
   void setResolvedFields();
 
   // Called by the commit-to-log check, before anything is logged. On success the resolved fields
-  // are set, unless isDeleted, and the platform helper is told. On failure the helper decides: its
-  // answer says whether the entry is logged all the same.
+  // are set, unless isDeleted, and the platform helper is told. On failure the helper decides
+  // whether the entry is still logged.
   void finalizeOnSuccess(const Pell::Ptr<FecTableSwTable>& swTable, bool isDeleted);
   bool finalizeOnFailure(const Pell::Ptr<FecTableSwTable>& swTable, bool isDeleted);
 
@@ -77,7 +77,7 @@ inline Pell::Ptr<FecTableEntryWrapper> fecTableEntryWrapperFactory(
   return FecTableEntryWrapper::FecTableEntryWrapperIs(entry, entryHandle);
 }
 
-// What stands in the group resolver's queue for one request: its wrapper, its table and its
+// The entry of one request in the group resolver's queue: its wrapper, its table and its
 // dependency.
 //
 // Ownership: held by the queue; holds wrapper and dependency. The table is not held: one that ends
@@ -117,8 +117,8 @@ inline Pell::Ptr<FecTableResolverEntry> fecTableResolverEntryFactory(
                                                         swTableEntry);
 }
 
-// Hooks of the hardware platform. A platform derives from this class and overrides what it needs;
-// an instance of the class itself does nothing.
+// Hooks of the hardware platform. A platform derives from this class and overrides the hooks that
+// it needs; an instance of the class itself does nothing.
 //
 // Ownership: each software table holds exactly one helper.
 // Threads: the event loop's. The first two are called inside a commit, before the entry is logged:
@@ -136,8 +136,8 @@ class FecTableSwTableHelperBase : public Zev::Typed<FecTableSwTableHelperBase> {
 
   // A write is about to be logged. isDelete is always false: removes have no hook.
   virtual void finalizeOnSuccess(Pell::Ptr<FecTableEntryWrapper> const& entry, bool isDelete);
-  // The resource of a write has failed. True: log it all the same, with the destination fields as
-  // they are; false (the default): the write fails.
+  // The resource of a write has failed. True: log it with the destination fields as they are; false
+  // (the default): the write fails.
   virtual bool finalizeOnFailure(Pell::Ptr<FecTableEntryWrapper> const& entry, bool isDelete,
                                  Pell::Ptr<FecTableSwTable> const& swTable);
   // Offered to the platform, which calls the next two itself: a resource of the entry has changed

@@ -12,7 +12,7 @@
 
 namespace LoamFec {
 
-// A unit more than the logs have room for.
+// There are more units than the logs have room for.
 class FecTableUnitsException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -24,7 +24,7 @@ class FecTableUnitsException : public std::runtime_error {
 //   auto table = fec->makeSwTable(unitId, platformHelper, false);
 //   table->entryWriteWithResponseHandler(key, entry, nullptr, handler);
 //
-// Kind: one a process, registered as "LoamFec::FecTableInterface" with the platform's registry of
+// Kind: one per process, registered as "LoamFec::FecTableInterface" with the platform's registry of
 // table interfaces.
 // Ownership: held by the registry; holds the entry log, the status and the table of each unit.
 // Threads: the event loop's.
@@ -32,7 +32,7 @@ class FecTableInterface : public Zev::Typed<FecTableInterface, Asic::TableInterf
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableInterface";
 
-  // The process's interface, made on the first call; the argument is not looked at after that.
+  // The process's interface, made on the first call; later calls ignore the argument.
   static Pell::Ptr<FecTableInterface> getIntf(
       Pell::Ptr<Asic::OrderedTableInterface> const& ordTblIntf);
 
@@ -59,8 +59,8 @@ class FecTableInterface : public Zev::Typed<FecTableInterface, Asic::TableInterf
                                          Pell::Ptr<FecTableSwTableHelperBase> const& swTableHelper,
                                          bool reset);
 
-  // The log of these three; the one that is there if it is theirs, a new one otherwise. Tables
-  // that exist keep the log they have.
+  // The log of these three: the existing log if it is theirs, otherwise a new one. Existing tables
+  // keep their log.
   Pell::Ptr<FecTableEntryLog> entryLogIs(
       Asic::SwTableId tableId, Pell::Ptr<Vanta::EntityManager> const& entityManager,
       Pell::Ptr<Asic::GroupLogInterface> const& groupLogInterface);
@@ -81,11 +81,10 @@ class FecTableInterface : public Zev::Typed<FecTableInterface, Asic::TableInterf
   void swTableDelAll() { swTable_.clear(); }
 
   // Ends the unit, which may be made again: its table leaves this interface and the group's set,
-  // and its requests leave the resolver's queue. Those that wait there or for the hardware are
-  // never answered, and what depends on them waits on. What is committed stays, and goes to the
-  // hardware; its destinations are driven again when the unit is made again, and not before. Who
-  // still holds the table may read it, and makes no more requests. Without a table this does
-  // nothing.
+  // and its requests leave the resolver's queue. Requests that wait there or for the hardware are
+  // never answered, and requests that depend on them go on waiting. Committed entries stay, and go
+  // to the hardware; they are driven again only when the unit is made again. Code that still holds
+  // the table may read it, but must make no more requests. Without a table this does nothing.
   void unitDel(Asic::UnitId unitId);
 
  private:

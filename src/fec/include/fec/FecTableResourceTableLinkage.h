@@ -15,8 +15,8 @@ class FecTableSwTable;
 // of which entries use which destination, and has them driven again when it changes.
 //
 // Ownership: held by its table; holds its client of the resource table and one usage record for
-// each resource in use. Destroying it drops the records and releases nothing: what is committed
-// goes on using its destinations.
+// each resource in use. Destroying it drops the records and releases nothing: committed entries go
+// on using their destinations.
 // Threads: the event loop's. Changes of a resource arrive in turns of their own.
 // Invariants: the usage records mirror what is committed, never what is queued.
 class FecTableIntfIdToDestIdLinkage
@@ -35,7 +35,8 @@ class FecTableIntfIdToDestIdLinkage
 
   // The FEC entries that use one resource, and the subscription to its changes.
   //
-  // Ownership: held by the linkage while an entry uses the resource, and by whoever removed it.
+  // Ownership: held by the linkage while an entry uses the resource, and by code that has removed
+  // it.
   // Invariants: filed in the linkage under its handle's key (the null key without a handle), and,
   // outside the linkage's own steps, exactly while an entry uses it. Hears nothing once its
   // notifications are off.
@@ -142,9 +143,9 @@ class FecTableIntfIdToDestIdLinkage
   void restoreEntry(const Pell::Ptr<FecTableEntryWrapper>& entry);
   // Handles every resource in use as changed once.
   void handleResourceChangeAtInit();
-  // Drives every entry that uses the record's resource again, then acknowledges its update.
-  // What one of them throws (the log without room, say) keeps neither the others nor the
-  // acknowledgement back, and is passed on then.
+  // Drives every entry that uses the record's resource again, then acknowledges its update. An
+  // exception of one of them (if the log has no room, for instance) holds back neither the others
+  // nor the acknowledgement, and is passed on after them.
   void handleResourceChange(const Pell::Ptr<LocalUsageUpdateSm>& record);
 
   // Removes every usage record and ends the client's uses; releases nothing. No change of a

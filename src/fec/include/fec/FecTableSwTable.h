@@ -236,7 +236,7 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   // usage record holds without.
   void setRsrcPtrs(const Pell::Ptr<FecTableEntryWrapper>& wrapper, bool refresh);
   // Versions of other tables that must be applied before the entry; null when no linkage has any
-  // to tell, which the FEC linkage always has.
+  // (the FEC linkage always has).
   Pell::Ptr<Asic::NeededEntry> getNeededEntrySet(
       const Pell::Ptr<FecTableEntryWrapper const>& wrapper) const;
 

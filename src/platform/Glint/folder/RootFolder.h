@@ -47,7 +47,7 @@ class WriterLock {
 //
 // Kind: object. Every path it opens is one name below the folder; nothing is followed out of it.
 // Threads: one.
-// Invariants: nothing is created before the writer lock is held, save the folder and the lock file.
+// Invariants: nothing but the folder and the lock file is created before the writer lock is held.
 // All its operations throw ZevGlint::MountException.
 class RootFolder {
  public:
@@ -56,8 +56,8 @@ class RootFolder {
   const Pell::String& path() const { return path_; }
   Pell::String filePath(const Pell::String& fileName) const { return path_ + "/" + fileName; }
 
-  // Makes the folder (mode 0750) when there is none and takes the writer lock; does nothing when
-  // this object holds it already. A lock that another holds is an error that names the holder.
+  // Makes the folder (mode 0750) if there is none, and takes the writer lock; does nothing if this
+  // object holds the lock already. If another process holds it, the error names that process.
   const std::shared_ptr<WriterLock>& lockForWriting();
 
   enum class Access { read, write };

@@ -11,7 +11,7 @@
 #include "Glint/TableLayout.h"
 
 // The bytes of a shared table file: constants, words and offsets. docs/format/shared-tables.md
-// describes the same for readers in other languages; the golden-bytes tests hold both together.
+// describes the same for readers in other languages; the golden-bytes tests compare the two.
 //
 // Every word that is stored by itself carries a check, so that one flipped bit in it is always
 // seen where the word is read: the check of a word is the top bits of a product, and a flip moves
@@ -157,7 +157,7 @@ struct ScratchpadSlot {
 };
 static_assert(sizeof(ScratchpadSlot) == 40);
 
-// What never changes once the file exists, sealed by a checksum.
+// The part that never changes once the file exists, sealed by a checksum.
 struct FixedHeader {
   std::array<char, 8> magic;
   std::uint32_t formatVersion;

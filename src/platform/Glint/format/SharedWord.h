@@ -41,10 +41,10 @@ void storeRelease(Word& word, Word value) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wtsan"
 #endif
-// Before a writer fills bytes that a reader may still be copying: what was published before is
-// seen no later than the first byte of the filling.
+// Called before a writer fills bytes that a reader may still be copying: everything published
+// before is seen no later than the first byte of the filling.
 inline void fenceBeforeFill() { std::atomic_thread_fence(std::memory_order_release); }
-// Between a reader's copying and its second look at the word that vouches for the copy.
+// Called between a reader's copying and its second look at the word that confirms the copy.
 inline void fenceBeforeSecondLook() { std::atomic_thread_fence(std::memory_order_acquire); }
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
@@ -56,7 +56,7 @@ template <std::size_t kWords>
 struct SealedRow {
   std::array<std::uint64_t, kWords + 1> words;
 
-  // Flattened: with the length known, what the compiler would keep outside falls away.
+  // Flattened: the length is known, so the compiler can leave out the general cases.
   [[gnu::flatten]] std::uint64_t checksum() const {
     return XXH3_64bits(words.data(), sizeof words);
   }

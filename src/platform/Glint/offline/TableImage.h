@@ -18,7 +18,7 @@
 namespace Glint {
 
 // A table file's bytes as they stood at one moment, copied into this process, so that they can be
-// looked at for as long as it takes while a writer works on the file.
+// examined for any length of time while a writer works on the file.
 //
 // Take several tables at one moment like this: copy() each, then ask each unchanged(). If all say
 // yes, every copy stands for the instant between the last copying and the first asking.
@@ -28,19 +28,19 @@ namespace Glint {
 class TableImage {
  public:
   // Opens the file as a reader mount does. Throws ZevGlint::MountException when there is no such
-  // file or it is none that may be opened.
+  // file, or when it may not be opened.
   TableImage(const RootFolder& root, const Pell::String& fileName);
   TableImage(const TableImage&) = delete;
   TableImage& operator=(const TableImage&) = delete;
   ~TableImage();
 
-  // Why the file is no table that can be looked into; empty if it is one. With a fault there is
-  // nothing to copy and nothing to see.
+  // Why the file is not a table that can be read; empty if it is. With a fault there is nothing to
+  // copy and nothing to read.
   const Pell::String& fault() const { return fault_; }
 
   // Copies what is in use, index first.
   void copy();
-  // Whether the writer has changed nothing since the copying but what no reader looks at.
+  // True if, since the copying, the writer has changed at most bytes at which no reader looks.
   bool unchanged() const;
 
   // The copy.

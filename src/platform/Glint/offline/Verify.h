@@ -22,8 +22,8 @@ struct Verification {
   std::vector<Pell::String> findings;  // one text each; none: the file is as a writer left it
   // Slots whose seq is impossible or whose row's checksum does not match, by finding.
   std::vector<DamagedSlot> damagedSlots;
-  // So many findings, the first ones, make a mount as writer refuse the file: its slots or its
-  // index are damaged in a way that no kill explains.
+  // The number of findings, from the first on, for which a mount as writer refuses the file: its
+  // slots or its index are damaged in a way that no kill explains.
   std::size_t structuralFindings = 0;
   // What the file holds; meaningless if its sealed header is damaged.
   std::uint32_t liveRows = 0;
@@ -42,7 +42,7 @@ struct Verification {
 // it. No writer may be working on it (a dead one is fine). A file that cannot be read is a finding.
 Verification verifyTable(const Pell::String& filePath);
 
-// The same of a table that is mapped or copied already, its sealed header checked.
+// The same for a table that is mapped or copied already and whose sealed header was checked.
 Verification verifyTable(const TableView& view);
 
 }  // namespace Glint

@@ -49,8 +49,8 @@ struct GlintMap<Row>::Inside {
 
   static Access access(const GlintMap& map) { return Access(map.table()); }
 
-  // Each attempt that fails retires a slot or mends the index, so there can be no more failures
-  // than slots and one.
+  // Each failed attempt retires a slot or mends the index, so there are at most as many failures as
+  // slots, plus one.
   template <typename Change>
   static void change(GlintMap& map, Change&& change) {
     Table& table = map.table();

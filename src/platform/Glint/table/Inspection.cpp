@@ -23,7 +23,7 @@ enum class SlotKind : std::uint8_t { dead, retired, live, damagedRow, damagedSeq
 struct SlotNote {
   SlotKind kind;
   bool reached;
-  std::uint32_t bucket;  // of the live row; kNoBucket if it cannot be told
+  std::uint32_t bucket;  // of the live row; kNoBucket if it is not known
 };
 
 class Inspector {

@@ -11,7 +11,7 @@
 
 namespace Glint {
 
-// What a look at every slot and every chain of a table finds. A mount and the verifier use it.
+// The result of a look at every slot and every chain of a table. A mount and the verifier use it.
 //
 // Kind: value type.
 struct Inspection {
@@ -46,7 +46,8 @@ struct Inspection {
   std::uint32_t retiredSlots = 0;
   std::uint64_t scratchpad = 0;
   bool scratchpadGood = false;
-  // The index was being rebuilt when its writer was killed: chains say nothing, slots everything.
+  // The index was being rebuilt when its writer was killed: the chains mean nothing, and the slots
+  // say everything.
   bool indexUnfinished = false;
 
   bool changeInFlight() const { return !inFlight.empty() || indexUnfinished; }
@@ -61,12 +62,13 @@ struct Inspection {
 inline constexpr std::size_t kMaxFindings = 100;
 Inspection inspect(const TableView& view);
 
-// Says what is wrong with a file's sealed header, an empty text if nothing is: magic, version,
-// checksum, sizes. `fileBytes` is the file's length; at least sizeof(Header) bytes are readable.
+// Says what is wrong with a file's sealed header (magic, version, checksum, sizes); the text is
+// empty if nothing is. `fileBytes` is the file's length; at least sizeof(Header) bytes are
+// readable.
 Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBytes);
 
-// Says in what a file differs from what a mount of `fileName` with `layout` asks for, an empty text
-// if in nothing. A nominal capacity of 0 takes what the file has.
+// Says how a file differs from the one that a mount of `fileName` with `layout` needs; the text is
+// empty if it does not. A nominal capacity of 0 accepts the capacity of the file.
 Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout,
                               std::string_view fileName);
 

@@ -108,11 +108,11 @@ class RowAccess {
   }
 
  private:
-  // Looks through the index before a reader turns to the slots themselves. One attempt does unless
-  // the writer changes the very chain or row meanwhile.
+  // Looks through the index before a reader turns to the slots themselves. One attempt is enough
+  // unless the writer changes this chain or this row meanwhile.
   static constexpr int kIndexAttempts = 64;
   // Looks at one slot. An attempt fails only if the writer publishes the slot's row twice during
-  // one copy, so a reader that runs at all does not come near.
+  // one copy, so a reader that makes any progress stays far below the bound.
   static constexpr int kSlotAttempts = 1 << 16;
 
   enum class Answer { found, absent, changed };
@@ -173,7 +173,7 @@ class RowAccess {
   }
 
   // A damaged key or a chain led astray would make a row look absent: before a miss is believed,
-  // everything on the chain must check out.
+  // everything on the chain must be sound.
   Answer confirmAbsent(std::uint64_t key, std::uint32_t chain, std::uint64_t generation) const {
     std::uint32_t hops = 0;
     Link link(loadAcquire(view_->head(chain)));
@@ -223,8 +223,8 @@ class RowAccess {
     return seqOf(slot) == seq ? Answer::found : Answer::changed;
   }
 
-  // Without the index: for a reader that the writer, or its death, keeps from using it. A row that
-  // stays is in its slot all the time, so it cannot be missed.
+  // Looks without the index, for a reader that cannot use it because of the writer or of its death.
+  // A row that stays is in its slot all the time, so it is not missed.
   std::optional<std::uint32_t> scan(std::uint64_t key, Row& out) const {
     const std::uint32_t end = table_->slotsInUse();
     for (std::uint32_t slot = 0; slot < end; ++slot) {

@@ -12,11 +12,11 @@
 
 namespace Glint {
 
-// One mapped table file: its life, its free slots, its counters, and what is done about damage.
-// What changes rows is RowAccess, which knows the size of a row at compile time.
+// One mapped table file: its life, its free slots, its counters, and the treatment of damage.
+// RowAccess, which knows the size of a row at compile time, changes the rows.
 //
-// Kind: object, shared by everything in the process that has mounted the file; so a re-mount
-// cannot bring a second opinion about which slots are free.
+// Kind: object, shared by everything in the process that has mounted the file, so that only one
+// object decides which slots are free.
 // Ownership: holds the mapping and, as writer, the root folder's writer lock.
 // Threads: one. Readers in other processes are not part of that: see the protocol in Table.cpp.
 // Invariants: as writer, free + live + retired slots = slots in use, and no change is in flight
@@ -33,10 +33,10 @@ class Table {
                                             const Pell::String& fileName,
                                             const TableLayout& layout);
   // Makes a file whose slots or index are so damaged that a mount refuses it mountable again, in
-  // place: rows that check out keep their slots, what does not is retired and counted, the index is
+  // place: good rows keep their slots, damaged ones are retired and counted, and the index is
   // rebuilt. A scratchpad that cannot be read becomes the larger of the one before it, if that can,
-  // and `scratchpadFloor`. Does nothing to a file that a mount takes, or that is not there. Throws
-  // ZevGlint::MountException: the sealed header must be good and fit the layout.
+  // and `scratchpadFloor`. Does nothing to a file that a mount accepts, or that does not exist.
+  // Throws ZevGlint::MountException: the sealed header must be good and fit the layout.
   static void mend(const std::shared_ptr<RootFolder>& root, const Pell::String& fileName,
                    const TableLayout& layout, std::uint64_t scratchpadFloor);
   ~Table();
@@ -47,10 +47,12 @@ class Table {
   const Pell::String& filePath() const { return filePath_; }
   const TableView& view() const { return view_; }
   std::uint32_t capacity() const { return view_.fixed().nominalCapacity; }
-  // Empty if this table is what a mount with `layout` asks for, else what differs.
+  // Says how this table differs from the one that a mount with `layout` needs; empty if it does
+  // not.
   Pell::String layoutFinding(const TableLayout& layout) const;
 
-  // Rows that exist. A reader takes the header's word for it, or counts if that word is damaged.
+  // Rows that exist. A reader uses the count in the header, or counts the rows if that count is
+  // damaged.
   std::uint32_t rowCount() const { return isWriter() ? rowCount_ : sharedRowCount(); }
   // Slots that may be looked at. Throws corruption if a reader finds the word damaged.
   std::uint32_t slotsInUse() const { return isWriter() ? slotsInUse_ : sharedSlotsInUse(); }
@@ -70,12 +72,12 @@ class Table {
 
   // --- damage
 
-  // Throw Pell::CorruptionDetectedException and remember what is to be put out of use.
+  // Throw Pell::CorruptionDetectedException and remember what must be taken out of use.
   [[noreturn]] void throwDamagedRow(std::uint32_t slot, std::uint64_t keyBits) const;
   [[noreturn]] void throwDamagedSlot(std::uint32_t slot, const char* what) const;
   [[noreturn]] void throwDamagedIndex(std::uint32_t bucket, const char* what) const;
-  // Counts, and as writer puts what was thrown about last out of use: a row's slot is retired, an
-  // index is rebuilt from the slots. Never throws.
+  // Counts the damage that was thrown last. As writer, it takes it out of use: a row's slot is
+  // retired, an index is rebuilt from the slots. Never throws.
   void corruptionDetected() noexcept;
   std::uint64_t corruptionCount() const;
 
@@ -111,7 +113,7 @@ class Table {
   std::size_t bytes_;
   Pell::String filePath_;
 
-  // As writer only: what the shared words say, kept where no other process can spoil it.
+  // As writer only: copies of the shared words, kept where no other process can damage them.
   std::shared_ptr<WriterLock> writerLock_;
   UniqueFd file_;
   std::vector<std::uint32_t> freeSlots_;

@@ -22,9 +22,9 @@ class DependencyEntryHandle : public Zev::NotifyingObject {
   virtual TableVersion entryTableVersion() const = 0;
 
  protected:
-  // An equal state publishes nothing. Observers hear when the state stands; they only mark work,
-  // and nothing reacts inside the call. What one throws goes to the caller, and keeps the observers
-  // behind it from hearing.
+  // An equal state publishes nothing. Observers hear of the state once it is set; they only mark
+  // work, and nothing reacts inside the call. An exception of an observer goes to the caller, and
+  // the observers after it do not hear.
   void entryStateSet(EntryState state);
 
  private:

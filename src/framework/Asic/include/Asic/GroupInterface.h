@@ -21,7 +21,7 @@ class GroupInterface : public Zev::Typed<GroupInterface> {
   GroupInterface(Zev::EventLoop& loop, const Pell::Ptr<Vanta::EntityManager>& entityManager,
                  const Pell::String& agentName, const Pell::String& groupName,
                  std::uint16_t agentAndGroupId);
-  // Empties the resolver's queue first: what waits there points at tables that go now.
+  // Empties the resolver's queue first, because the waiting entries point at tables that end now.
   ~GroupInterface() override;
 
   std::uint16_t agentAndGroupId() const { return agentAndGroupId_; }
@@ -39,13 +39,13 @@ class GroupInterface : public Zev::Typed<GroupInterface> {
   }
 
   // The hardware reports a table applied: tells the table of every unit, then records the version
-  // in the group log. Called in a turn of its own. A version above what was announced of the table
-  // is refused: nobody hears of it, and it is counted and traced at level 1.
+  // in the group log. Called in a turn of its own. A version above the announced versions of the
+  // table is refused: nobody hears of it, and it is counted and traced at level 1.
   //
-  // Handlers that this calls may report again, drop tables, and drop the group. What one throws
-  // reaches the caller when every table has been told and the version is recorded; of several
-  // exceptions the first. A request that the full group log held back is looked at again once the
-  // report has made room.
+  // Handlers that this calls may report again, drop tables, and drop the group. If handlers throw,
+  // the first exception reaches the caller when every table has been told and the version is
+  // recorded. A request that the full group log held back is looked at again once the report has
+  // made room.
   void tableVersionApplied(TableVersion applied);
 
   // Reports refused since construction.

@@ -44,14 +44,14 @@ class GroupVersionsGlint : public Zev::Typed<GroupVersionsGlint, Zev::Entity> {
   Glint::GlintMap<GroupVersionRow> appliedVersions_;
 };
 
-// The group log: takes what the entry logs announce, in the order in which they announce it, and
-// keeps up to where the hardware has applied each table.
+// The group log: takes the announcements of the entry logs in their order, and records up to which
+// version the hardware has applied each table.
 //
 // Ownership: holds its mounts.
 // Threads: the event loop's; other processes read the rows.
 // Invariants: sequences only rise, also across a restart; only this process writes. Rows of one
-// table have rising versions. Observers hear when everything stands; they only mark work, and what
-// one throws goes to the caller, who must not count on the call having been without effect.
+// table have rising versions. Observers hear when everything is done; they only mark work. An
+// exception of an observer goes to the caller, but the call has had its effect.
 // Cost: an announcement and a report cost the rows that they add or drop; a start costs the slots
 // in use and one sort of the rows, whatever the number of tables.
 class GroupLog : public Zev::Typed<GroupLog, GroupLogInterface> {
@@ -73,11 +73,11 @@ class GroupLog : public Zev::Typed<GroupLog, GroupLogInterface> {
   void addGroupLogEntry(SwTableId tableId, LogVersion version,
                         const Pell::Ptr<NeededEntry const>& neededEntry) override;
 
-  // Rows that may still be added. Slots that damage has put out of use are not taken off.
+  // Rows that may still be added. Slots that are out of use because of damage are not subtracted.
   std::uint32_t room() const { return logMap().slotCount() - logMap().rowCount(); }
   bool hasRoomFor(const Pell::Ptr<NeededEntry const>& neededEntry) const override;
-  // The rows are within the nominal capacity. What is above it is kept for re-drives and for the
-  // one operation that passes the bound.
+  // True if the rows are within the nominal capacity. The room above it is kept for re-drives and
+  // for the one operation that passes the bound.
   bool requestsFit() const override { return logMap().rowCount() < logMap().capacity(); }
 
   // The table's log has handed the version out, announced here or not. Raises only.
@@ -101,14 +101,14 @@ class GroupLog : public Zev::Typed<GroupLog, GroupLogInterface> {
 
   // The hardware has applied the table up to the version: records it and drops the rows up to it,
   // those of one operation together, the oldest first. A version below applied() changes nothing:
-  // what has been applied stays applied. Whether it was ever announced is the caller's to ask
-  // before.
+  // what has been applied stays applied. The caller must check first that the version was
+  // announced.
   void tableVersionIs(TableVersion applied);
 
-  // Rows that may come on top of what requests may take, which is the nominal capacity, whether or
-  // not they have taken it. Grows with each report.
+  // Rows that may be added beyond the nominal capacity, which belongs to requests whether or not
+  // they have used it. Grows with each report.
   std::uint32_t redriveRoom() const;
-  // The same when nothing waits for the hardware: it is never more.
+  // The same when nothing waits for the hardware, which is its largest value.
   std::uint32_t redriveRoomAtMost() const { return logMap().slotCount() - logMap().capacity(); }
 
   Glint::GlintMapBase& versionsMap() const { return versions_->appliedVersions(); }

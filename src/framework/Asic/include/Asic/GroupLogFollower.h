@@ -17,9 +17,9 @@ struct Announcement {
   TableVersions needed;  // what must be applied before it, in the order in which it was added
 };
 
-// Puts the rows of a group log together to announcements. A row that goes on with an operation
-// whose earlier rows have not all been taken is dropped, and so are the rows of an operation whose
-// later ones do not follow: a kill in between, or damage, has cost the rest.
+// Assembles the rows of a group log into announcements. A row that continues an operation is
+// dropped if not all earlier rows of the operation were taken. The rows of an operation are also
+// dropped if its later rows do not follow, because a kill or damage has cost them.
 //
 // Kind: value type.
 class AnnouncementCollector {
@@ -34,10 +34,10 @@ class AnnouncementCollector {
   bool open_ = false;  // the last row taken was marked continued
 };
 
-// Reads a group log along with its writer: hands out what has been announced, in group order, each
-// operation once and whole.
+// Reads a group log while its writer works: hands out the announced operations in group order, each
+// once and whole.
 //
-// Kind: object with identity; the place that it has come to is all that it knows.
+// Kind: object with identity; its only state is its place in the log.
 // Ownership: holds the mount, which may be a reader's or the writer's.
 // Threads: one; the writer may be another process.
 // Errors: damage goes to the map and never comes out as an exception. A scratchpad that is damaged
@@ -50,12 +50,12 @@ class GroupLogFollower {
     gap,           // the row at lastTaken() is missing or damaged: its operation is unknown
   };
 
-  // Stands at the end of the log: what has been announced by now is not handed out by next().
+  // Begins at the end of the log: next() does not hand out operations that are announced already.
   explicit GroupLogFollower(const Pell::Ptr<GroupLogGlint>& groupLog);
 
   // The next operation; `next` is changed only if there is one. Behind a gap it goes on with the
-  // next row. A row goes when its operation has been reported applied, so a follower that is
-  // behind such reports meets gaps that are no damage.
+  // next row. A row goes when its operation has been reported applied, so a follower that is behind
+  // such reports meets gaps that are not damage.
   Found next(Announcement& next);
 
   // Goes to the end of the log and hands out the operations that still stand there, in group order:

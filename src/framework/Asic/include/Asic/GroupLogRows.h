@@ -25,8 +25,8 @@ class GroupLogRow {
  public:
   static constexpr std::uint32_t kNeededPerRow = 8;
   // Marks, in the same word as the count. Of the rows of one operation all but the last are marked
-  // continued, and all but the first as continuations: so the rest of a set that lost some is told
-  // from an operation of its own.
+  // continued, and all but the first as continuations: so that the remaining rows of an incomplete
+  // set are not taken for a separate operation.
   static constexpr std::uint32_t kContinued = 1U << 31;
   static constexpr std::uint32_t kContinuation = 1U << 30;
 

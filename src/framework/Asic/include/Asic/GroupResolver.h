@@ -15,7 +15,7 @@ namespace Asic {
 
 // Queue of the operations of one group of tables that wait to be committed.
 //
-// Kind: object with identity, one a group.
+// Kind: object with identity, one per group.
 // Ownership: holds its entries; refers to the loop, which outlives it.
 // Threads: the event loop's.
 // Invariants: a generation is walked in turns of its own, never inside a call. A walk takes the
@@ -33,8 +33,8 @@ class GroupResolver : public Zev::Typed<GroupResolver, Zev::NotifyingObject> {
   static constexpr std::uint64_t kRowsPerTurn = 8192;
 
   explicit GroupResolver(Zev::EventLoop& loop);
-  // Drops the entries that wait. What their release sets off finds an empty queue, and what it
-  // appends is dropped.
+  // Drops the waiting entries. Code that runs because of their release finds an empty queue, and
+  // the entries that it appends are dropped.
   ~GroupResolver() override;
 
   // Appends the entry. While the operation it depends on is not yet resolved, a change of that

@@ -15,13 +15,13 @@
 
 namespace Asic {
 
-// Table versions in the order in which they came; as many as an operation needs as a rule stand in
-// the object itself.
+// Table versions in the order in which they came; usually the object itself has room for all that
+// an operation needs.
 inline constexpr std::size_t kInlineTableVersions = 8;
 using TableVersions = boost::container::small_vector<TableVersion, kInlineTableVersions>;
 
-// The table versions that must be applied before an operation: at most one version a table, of any
-// number of tables.
+// The table versions that must be applied before an operation: at most one version per table, of
+// any number of tables.
 //
 // Kind: object, changed only while it is being built, then shared as Ptr<NeededEntry const>.
 // Layout: up to kInlineTableVersions stand in the object itself and are found by a scan; beyond

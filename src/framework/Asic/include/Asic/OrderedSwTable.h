@@ -46,7 +46,7 @@ class OrderedSwTable : public SwTableBase {
   };
 
   // The hardware side reports that it has applied the table's log up to the version. A report may
-  // repeat an earlier one. What a handler throws may come out of the call; the table's own work for
+  // repeat an earlier one. An exception of a handler may leave the call; the table's own work for
   // the report is done by then.
   virtual void tableStatusVersion(LogVersion version) = 0;
 

@@ -24,10 +24,10 @@ class OrderedSwTableSet : public Zev::Typed<OrderedSwTableSet> {
   Pell::Ptr<OrderedSwTable> swTable(UnitId unitId) const;
   void swTableDel(UnitId unitId);
 
-  // Reports the version to the table of every unit, in no order that counts. Each is held for its
-  // call, so what a report sets off may drop, replace and add tables (one that is added may hear of
-  // this report or not), report again, and drop the set. What a table throws reaches the caller
-  // when every table has been told; of several exceptions the first.
+  // Reports the version to the table of every unit, in any order. Each table is held during its
+  // call, so handlers may drop, replace and add tables (an added one may hear of this report or
+  // not), report again, and drop the set. If tables throw, the first exception reaches the caller
+  // when every table has been told.
   void tableStatusVersion(LogVersion version) const;
   // True while any table's status waits for the hardware.
   bool pendingHwWrites() const;

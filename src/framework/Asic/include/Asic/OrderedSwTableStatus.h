@@ -21,8 +21,8 @@ class OrderedSwTableStatus : public Zev::Typed<OrderedSwTableStatus, Zev::Notify
   static constexpr short kPendingHwWritesAttribute = 2;
   // Published when the flag has changed.
   static constexpr short kSuspendAttribute = 3;
-  // An event, published by every pendingHwWritesIs(true), also when the flag is up already: a
-  // hardware write has been asked for, and whoever asked waits for the next report.
+  // An event, published by every pendingHwWritesIs(true), even when the flag is up already: a
+  // hardware write was requested, and the requester waits for the next report.
   static constexpr short kHwWriteAskedAttribute = 4;
 
   explicit OrderedSwTableStatus(SwTableId tableId) : tableId_(tableId) {}

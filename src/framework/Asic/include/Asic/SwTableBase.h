@@ -23,7 +23,8 @@ class SwTableBase : public Zev::Entity {
   };
 
   Pell::String nameString() const override;
-  // Asks for the hardware table, and tells that it is there; both do nothing by default.
+  // The first requests the hardware table, the second says that it exists; both do nothing by
+  // default.
   virtual void doCreateHwTable();
   virtual void doCreateHwTableResponse();
 

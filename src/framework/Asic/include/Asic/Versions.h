@@ -118,7 +118,7 @@ class UnitId {
   std::uint16_t value_ = 0;
 };
 
-// What a queued operation is: 0 a write, 1 an entry delete, 2 a table delete.
+// Kind of a queued operation: 0 a write, 1 an entry delete, 2 a table delete.
 class EntryFlags {
  public:
   constexpr EntryFlags() = default;
@@ -135,7 +135,7 @@ class EntryFlags {
   std::uint8_t value_ = 0;
 };
 
-// State of an entry handle. The numbers are what counts; a handle may carry one that has no name.
+// State of an entry handle. Only the numbers matter; a handle may carry a number that has no name.
 enum class EntryState : std::uint8_t {
   notResolved = 0,       // queued
   hwWritePending = 1,    // in the entry log

@@ -67,7 +67,7 @@ struct FecDestination {
 static_assert(sizeof(FecDestination) == 12 && offsetof(FecDestination, second) == 4 &&
               offsetof(FecDestination, third) == 8);
 
-// What is logged for one entry: everything but its interface.
+// The logged part of one entry: everything but its interface.
 //
 // Layout: shared memory, 44 bytes, offsets as asserted below; the bytes between the fields are
 // zero.

@@ -11,7 +11,7 @@
 #include "records/FecTableConstants.h"
 
 // Shared-memory rows of the FEC table. Little-endian, fixed offsets; other processes read them.
-// Members that stand at odd places are private and read by value.
+// Members at unaligned offsets are private and read by value.
 
 namespace LoamFec {
 
@@ -116,8 +116,8 @@ struct Glint::RowTraits<LoamFec::FecTableDataModelLogGlintEntry> {
   static constexpr bool kRisingKeys = true;
   static constexpr const char* kTypeName = "LoamFec::FecTableDataModelLogGlintEntry";
   static constexpr std::uint32_t kLayoutVersion = 1;
-  // Requests stop at the nominal capacity; re-drives do not: room for one re-drive of every entry
-  // of every unit on top.
+  // Requests stop at the nominal capacity, but re-drives do not. So there is room for one re-drive
+  // of every entry of every unit beyond it.
   static constexpr std::uint32_t physicalSlots(std::uint32_t capacity) {
     return capacity +
            LoamFec::FecTableConstants::kMaxUnits * LoamFec::FecTableConstants::kConfigCapacity;

@@ -11,7 +11,7 @@
 
 namespace LoamFec {
 
-// The entry log: one row a version that is not applied yet.
+// The entry log: one row per version that is not applied yet.
 //
 // Ownership: the mount lives as long as this object.
 class FecTableDataModelEntryLogGlint
@@ -32,7 +32,7 @@ class FecTableDataModelEntryLogGlint
   Glint::GlintMap<FecTableDataModelLogGlintEntry> entryLogConfig_;
 };
 
-// One unit's configuration table: one row an entry, and one a deletion that is not cleaned up.
+// One unit's configuration table: one row per entry, and one per deletion that is not cleaned up.
 //
 // Ownership: the mount lives as long as this object.
 class FecTableDataModelConfigGlint : public Zev::Typed<FecTableDataModelConfigGlint, Zev::Entity> {

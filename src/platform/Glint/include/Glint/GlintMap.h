@@ -14,7 +14,7 @@
 
 namespace Glint {
 
-// What a map must know about its rows; specialised beside each row type:
+// The properties of its rows that a map must know, specialised beside each row type:
 //
 //   template <>
 //   struct Glint::RowTraits<Row> {
@@ -30,7 +30,7 @@ namespace Glint {
 template <typename Row>
 struct RowTraits;
 
-// What a file that holds these rows looks like. A capacity of 0 is any. The layout refers to the
+// The layout of a file that holds these rows. A capacity of 0 means any. The layout refers to the
 // collection's name.
 template <typename Row>
 constexpr TableLayout tableLayout(std::string_view collectionName, std::uint32_t capacity) {
@@ -50,7 +50,7 @@ constexpr TableLayout tableLayout(std::string_view collectionName, std::uint32_t
 //
 // Kind, ownership: as GlintMapBase. Rows are trivially copyable and travel by value.
 // Threads: one; any number of processes may read the table at the same time.
-// Invariants: one row a key. A change is made at one store: another process, or the next writer
+// Invariants: one row per key. A change is made at one store: another process, or the next writer
 // after a kill, sees the row as it was or as it is.
 //
 // Lookups, and iterators when they are made or advanced, throw Pell::CorruptionDetectedException;
@@ -67,9 +67,9 @@ class GlintMap : public GlintMapBase {
   static_assert(std::is_trivially_copyable_v<Row>);
   static_assert(sizeof(Key) == 4 || sizeof(Key) == 8, "a key is the first 4 or 8 bytes of its row");
 
-  // Walks the slots: every row that is there from before the walk to after it is yielded exactly
-  // once, whatever is inserted, replaced or removed meanwhile, the current row included; rows
-  // inserted during the walk may or may not be. The map outlives its iterators.
+  // Walks the slots: every row that exists from before the walk until after it is yielded exactly
+  // once, whatever is inserted, replaced or removed meanwhile, even the current row. Rows inserted
+  // during the walk may be yielded or not. The map outlives its iterators.
   class Iterator {
    public:
     // False before the first row, at the end, and after an exception.
@@ -79,13 +79,13 @@ class GlintMap : public GlintMapBase {
     // To the next row. After an exception: to the first one behind the damaged slot, if
     // canGoOn().
     void advance();
-    // The same, but past no more than that many slots (at least 1). False, and not valid: it has
-    // looked at as many and found no row; the next call goes on behind them.
+    // The same, but looks at no more than that many slots (at least 1). When it returns false and
+    // is not valid, it found no row in them, and the next call goes on behind them.
     bool advanceWithin(std::uint32_t slots);
-    // Reads the row's place again: the copy is then of the row that stands there now, or, when
-    // there is none any more, of the next one. Valid iterators only.
+    // Reads the row's place again. The copy is then that of the row that is there now, or of the
+    // next row if there is none any more. Valid iterators only.
     void refresh();
-    // After an exception: false when it cannot be told where the slots end.
+    // After an exception: false when the end of the slots is not known.
     bool canGoOn() const { return slot_ != kNowhere; }
 
    private:

@@ -11,7 +11,7 @@
 
 namespace Glint {
 
-// What every mounted collection can do, whatever its rows are.
+// The operations that every mounted collection has, whatever its rows are.
 //
 // Kind: object, part of an entity.
 // Ownership: shares the mapped table, which lives until the last of its maps has gone.
@@ -22,9 +22,10 @@ class GlintMapBase {
   GlintMapBase(const GlintMapBase&) = delete;
   GlintMapBase& operator=(const GlintMapBase&) = delete;
 
-  // Called by whoever has caught a Pell::CorruptionDetectedException of this map, with its message:
-  // counts it, traces it at level 1, and as writer puts the damaged row out of use, or rebuilds the
-  // damaged index, so that the same damage is not met again. Never throws.
+  // Called by code that has caught a Pell::CorruptionDetectedException of this map, with its
+  // message. Counts the damage and traces it at level 1. As writer, it also takes the damaged row
+  // out of use or rebuilds the damaged index, so that the same damage is not met again. Never
+  // throws.
   void doCorruptionDetected(const Pell::String& message) noexcept;
 
   // Whether the collection can be used; a mounted one can.
@@ -34,7 +35,7 @@ class GlintMapBase {
   std::uint32_t rowCount() const;
   // The nominal capacity that the collection was created with.
   std::uint32_t capacity() const;
-  // Rows that it could hold at the very most.
+  // The largest number of rows that it can hold.
   std::uint32_t slotCount() const;
   // Corruptions counted in the file since it was created, and those that this reader has met.
   std::uint64_t corruptionCount() const;

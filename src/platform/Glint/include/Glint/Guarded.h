@@ -5,7 +5,7 @@
 #include "Pell/Exceptions.h"
 
 // Lookups and walks for callers who go on when shared memory turns out to be corrupt: the map is
-// told, and the row counts as absent. What a visitor throws is its own and goes through.
+// told, and the row counts as absent. An exception of a visitor passes through.
 
 namespace Glint {
 
@@ -29,10 +29,10 @@ auto guardedRow(Map& map, const typename Map::Key& key) {
   return row;
 }
 
-// Visits every row that is not damaged, in slot order, and goes on behind what is; visit(row) is
-// given a copy and may insert, replace and delete rows. True: it has met every row that stayed.
-// False: damage has hidden some, so a row that was not met need not be absent. A reader goes on no
-// further when it cannot tell where the slots end.
+// Visits every row that is not damaged, in slot order, and goes on behind damaged ones. visit(row)
+// gets a copy and may insert, replace and delete rows. True: it has met every row that stayed.
+// False: damage has hidden some rows, so a row that was not met need not be absent. A reader stops
+// when it does not know where the slots end.
 template <typename Map, typename Visit>
 [[nodiscard]] bool walkOverDamage(Map& map, Visit&& visit) {
   auto at = map.beforeFirst();

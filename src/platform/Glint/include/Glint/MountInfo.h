@@ -16,8 +16,8 @@ class Table;
 
 namespace ZevGlint {
 
-// Raised by a mount that cannot be: what() says what is wrong with which file and what to do.
-// Nothing has been changed or created then.
+// Raised by a mount that is not possible. what() names the file, says what is wrong with it, and
+// what to do. Nothing has been changed or created then.
 class MountException : public std::runtime_error {
  public:
   explicit MountException(const Pell::String& message) : std::runtime_error(message) {}
@@ -25,7 +25,7 @@ class MountException : public std::runtime_error {
 
 // How an entity is mounted.
 enum class ZevGlintType : std::uint8_t {
-  writer = 0,  // creates the table when there is none; one process a root folder
+  writer = 0,  // creates the table when there is none; one process per root folder
   reader = 1,  // maps an existing table read-only; any number, whether a writer lives or not
 };
 
@@ -35,7 +35,7 @@ enum class ZevGlintType : std::uint8_t {
 class CollectionInfo {
  public:
   // The capacity is the nominal one, at least 1; the file has room for more rows than that. A
-  // reader may give 0, which takes what the file has.
+  // reader may give 0, which accepts the capacity of the file.
   CollectionInfo(Pell::String name, std::uint32_t capacity)
       : name_(std::move(name)), capacity_(capacity) {}
 
@@ -47,7 +47,7 @@ class CollectionInfo {
   std::uint32_t capacity_;
 };
 
-// What a mount asks for: the type and the collections. An entity has exactly one collection.
+// The request of a mount: the type and the collections. An entity has exactly one collection.
 //
 // Kind: value type.
 class MountInfo {
@@ -64,7 +64,8 @@ class MountInfo {
   std::vector<CollectionInfo> collectionInfo_;
 };
 
-// What belongs to a collection as a whole: the scratchpad, 64 bits that its user gives a meaning.
+// The part that belongs to a collection as a whole: the scratchpad, 64 bits to which its user gives
+// a meaning.
 //
 // Kind: part of a map, with the map's life.
 // Threads: as the map.

@@ -28,8 +28,8 @@ class MountSite {
   // The entity's collection, as the mount names it.
   const CollectionInfo& collection() const { return mountInfo_.collectionInfo().front(); }
 
-  // The table of that layout; within a process the same one for every mount of an entity as the
-  // same type. Throws MountException.
+  // The table of that layout. Within a process it is the same table for every mount of an entity as
+  // the same type. Throws MountException.
   std::shared_ptr<Glint::Table> table(const Glint::TableLayout& layout) const {
     return opener_(layout);
   }

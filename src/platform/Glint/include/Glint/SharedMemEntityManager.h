@@ -22,7 +22,7 @@ class RootFolder;
 
 namespace ZevSharedMem {
 
-// Makes an entity of one type at a mount's site; what it throws ends the mount.
+// Makes an entity of one type at the site of a mount. An exception ends the mount.
 using EntityFactory = std::function<Pell::Ptr<Zev::Entity>(const ZevGlint::MountSite&)>;
 
 // Registers how entities of a type are made, or replaces it; called at static initialisation by
@@ -69,9 +69,9 @@ class EntityManager : public Zev::Typed<EntityManager> {
 Pell::Ptr<EntityManager> getEntityManager(
     const Pell::Ptr<const Vanta::EntityManager>& entityManager);
 
-// Mounts an entity with one collection and returns it; null when what is mounted at that path is
-// of another type than Entity. `capacity` in rows; a reader's 0 takes what the file has. Throws
-// ZevGlint::MountException.
+// Mounts an entity with one collection and returns it; null when what is mounted at that path is of
+// another type than Entity. `capacity` is in rows; a reader's 0 accepts the capacity of the file.
+// Throws ZevGlint::MountException.
 template <typename Entity>
 Pell::Ptr<Entity> mountEntity(const Pell::Ptr<const Vanta::EntityManager>& entityManager,
                               const Pell::String& path, ZevGlint::ZevGlintType type,

@@ -25,7 +25,7 @@ struct TableLayout {
   std::uint32_t nominalCapacity = 0;
   std::uint32_t slotCount = 0;
 
-  // Buckets follow the nominal capacity: at most one row a bucket on average up to there.
+  // Buckets follow the nominal capacity: on average at most one row per bucket up to there.
   constexpr std::uint32_t bucketCount() const { return std::bit_ceil(nominalCapacity); }
 };
 

@@ -34,7 +34,7 @@ struct DestId {
 // Hands out the hardware destination of each interface, and tells its clients when it changes.
 //
 // Kind: object with identity.
-// Ownership: holds one handle object a key, for good; clients hold this table.
+// Ownership: holds one handle object per key, for good; clients hold this table.
 // Threads: the event loop's.
 // Invariants: nothing reacts inside a call: a handle changes, and its change is published, only in
 // turns of this table's own.
@@ -43,13 +43,13 @@ struct DestId {
 // handle has acknowledged the last one and the operations named in those acknowledgements have been
 // applied by the hardware. Changes in between coalesce, so a flapping interface cannot flood the
 // logs. The first update of a handle waits for no acknowledgement, and no update waits for a
-// release. Every update waits until the group's log has room for all that it will have its users
-// log.
+// release. Every update waits until the group's log has room for all the operations that its users
+// will log.
 //
 // A destination that has been replaced is free, and reported so, when the clients have left it (all
-// have acknowledged an update that shows a state without it, or use the handle no longer) and what
-// they had logged and released by then has been applied: no hardware entry uses it any more. What
-// is released later does not hold it back.
+// have acknowledged an update that shows a state without it, or use the handle no longer) and the
+// operations that they had logged and released by then have been applied: no hardware entry uses it
+// any more. Later releases do not hold it back.
 //
 // Turns are bounded. An update is told to one subscriber of its handle after the other, and one
 // update after the other; a turn begins no further step when its rows or its steps are used up. So
@@ -69,19 +69,18 @@ class IntfIdToDestIdResourceTableResourceTable
 
   class ClientInstance;
 
-  // What is known of one interface's destination, as all clients see it.
+  // The destination of one interface, as all clients see it.
   //
   // Ownership: held by the table for good, and by whoever uses it.
-  // Invariants: changes only in a turn of the table's own. Subscribers are told in turns that
-  // follow, and find it as it is shown by then; the next change waits until all have been told. Who
+  // Invariants: changes only in a turn of the table's own. Subscribers are told in later turns, and
+  // find the handle as it is by then; the next change waits until all have been told. A client that
   // subscribes meanwhile is not told and acknowledges by itself.
   class ResourceHandle : public Zev::Typed<ResourceHandle, Zev::NotifyingObject> {
    public:
     static constexpr const char* kTypeName =
         "LoamAdjLib::IntfIdToDestIdResourceTableResourceTable::ResourceHandle";
-    // Published after every change of the handle. A subscriber may do what it likes, the table's
-    // end included. What it throws goes to the loop when the turn is over; the others are told all
-    // the same.
+    // Published after every change of the handle. A subscriber may do anything, even end the table.
+    // Its exception goes to the loop when the turn is over; the others are still told.
     static constexpr short kChangeAttribute = 517;
 
     explicit ResourceHandle(const Key& key) : key_(key) {}
@@ -91,7 +90,7 @@ class IntfIdToDestIdResourceTableResourceTable
     // notResolved: no destination known; done: there is one; resourceFailed: there cannot be one.
     Asic::EntryState entryState() const { return entryState_; }
     const DestId& destId() const { return destId_; }
-    // What must be applied before an entry that uses the destination; null: nothing.
+    // The operations that must be applied before an entry that uses the destination; null: none.
     const Pell::Ptr<Asic::NeededEntry const>& neededEntry() const { return neededEntry_; }
     // Raised by one with every change; wraps at 2^32.
     std::uint32_t updateNumber() const { return updateNumber_; }
@@ -143,8 +142,8 @@ class IntfIdToDestIdResourceTableResourceTable
     void usersHandlerIs(UsersHandler handler) { usersHandler_ = std::move(handler); }
     std::uint32_t users(const Key& key) const { return usersHandler_ ? usersHandler_(key) : 0; }
 
-    // The client uses nothing any more, from now on and for good, as when it goes: it is not waited
-    // for, and what it acknowledges counts for nothing. Linear in the interfaces.
+    // The client uses nothing any more, from now on and for good, as when it ends: nobody waits for
+    // it, and its acknowledgements do not count. Linear in the interfaces.
     void end();
 
    private:
@@ -153,8 +152,8 @@ class IntfIdToDestIdResourceTableResourceTable
     bool ended_ = false;
   };
 
-  // The resolver looks again at what waits when a handle changes; the group log tells what the
-  // hardware has applied.
+  // The resolver looks again at the waiting requests when a handle changes; the group log tells
+  // what the hardware has applied.
   IntfIdToDestIdResourceTableResourceTable(Zev::EventLoop& loop,
                                            const Pell::Ptr<Asic::GroupResolver>& groupResolver,
                                            const Pell::Ptr<Asic::GroupLog>& groupLog);
@@ -162,8 +161,8 @@ class IntfIdToDestIdResourceTableResourceTable
 
   virtual Pell::Ptr<ClientInstance> makeClientInstance();
 
-  // The owner's side: what the destination of an interface is from now on. An equal value changes
-  // nothing. The handle follows in a turn of its own.
+  // The owner's side. Sets the destination of an interface. An equal value changes nothing. The
+  // handle follows in a separate turn.
   void destinationIs(Wirex::IntfId intfId, const DestId& destination,
                      const Pell::Ptr<Asic::NeededEntry const>& neededEntry = nullptr);
   // There cannot be a destination: entries that want it fail.
@@ -174,8 +173,8 @@ class IntfIdToDestIdResourceTableResourceTable
   // Called once for each destination that has been replaced, when no hardware entry uses it any
   // more; not for one that has been set again by then. While entries wait for a new destination
   // they keep the last one. The handler may call any operation of the owner's side, replace itself
-  // and drop the table. What it throws goes to the loop when the turn is over: the destination
-  // counts as freed, and all else is done.
+  // and drop the table. Its exception goes to the loop when the turn is over: the destination
+  // counts as freed, and everything else is done.
   using FreedHandler = std::function<void(Wirex::IntfId, const DestId&)>;
   void freedHandlerIs(FreedHandler handler) { freedHandler_ = std::move(handler); }
 

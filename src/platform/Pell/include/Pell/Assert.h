@@ -4,8 +4,8 @@
 
 #include "Pell/String.h"
 
-// Assertions of broken invariants. They stay on in release builds: the text and, where there is
-// one, the message are printed to stderr as
+// Assertions of broken invariants. They stay on in release builds. The text, and the message if
+// there is one, are printed to stderr as
 //   <file>:<line>: assertion failed: <text>: <message>
 // and the process is aborted. `message` is evaluated only on failure.
 

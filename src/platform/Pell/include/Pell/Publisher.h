@@ -16,8 +16,8 @@ struct PublisherState;
 // One observer of one publisher.
 //
 // Kind: object with identity; its address is what a publisher knows.
-// Ownership: owned by the observer, who adds it to a publisher and removes it. One that dies before
-// is removed by its end.
+// Ownership: owned by the observer, who adds it to a publisher and removes it. A subscriber that
+// ends before that is removed by its destructor.
 // Threads: those of the publisher (one).
 // Invariants: it remembers its place at its publisher, so it is with one publisher at a time.
 class Subscriber {
@@ -57,19 +57,19 @@ class Subscriber {
 // comparison.
 // Ownership: owned by the object that it speaks for; refers to subscribers without owning them.
 // Threads: one.
-// Invariants: during a delivery any subscriber may be added (it hears the next change), removed
-// (it hears nothing more) or destroyed, and the publisher itself may be destroyed. Adding and
-// removing take constant time, taken over many calls; only of a subscriber that was added several
-// times, the next addition is searched for.
+// Invariants: during a delivery any subscriber may be added (it hears the next change), removed (it
+// hears nothing more) or destroyed, and the publisher itself may be destroyed. Adding and removing
+// take constant time on average. Only for a subscriber that was added several times, the next
+// addition is searched for.
 class Publisher {
  public:
   // A change that is told to one subscriber at a time, in as many calls as there are subscribers.
   //
   // Kind: a token of one change, movable. It may be dropped before all have been told.
-  // Ownership: refers to nothing that it could outlive: publisher and subscribers may go between
-  // two steps and during one, and so may the token.
-  // Invariants: the order is that of the additions. Who came after the change began, or went and
-  // came back, is not told.
+  // Ownership: refers to nothing that it could outlive. Publisher, subscribers and token may end
+  // between two steps and during a step.
+  // Invariants: the order is that of the additions. A subscriber that came after the change began,
+  // or left and came back, is not told.
   class PacedDelivery {
    public:
     PacedDelivery(PacedDelivery&& other) noexcept;
@@ -78,8 +78,8 @@ class Publisher {
 
     // Whether a subscriber is left that has not been told.
     bool more() const { return next() != nullptr; }
-    // Tells the next one; false when none is left. Who throws has been told: the exception goes to
-    // the caller, and the next call goes on behind it.
+    // Tells the next one; false when none is left. A subscriber that throws has been told: its
+    // exception goes to the caller, and the next call goes on behind it.
     bool tellNext();
 
    private:
@@ -110,7 +110,7 @@ class Publisher {
   // Removes the oldest addition of the subscriber; an absent one changes nothing.
   void subscriberRemove(Subscriber& subscriber);
 
-  // What the removals have cost so far: places that they have looked at or moved.
+  // The cost of the removals so far: the places that they have looked at or moved.
   std::uint64_t removalSteps() const;
 
   // True while there is no subscriber and no delivery under way: nobody could see a change.

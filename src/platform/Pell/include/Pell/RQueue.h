@@ -22,8 +22,8 @@ namespace Pell {
 // Threads: one.
 // Invariants: elements are numbered from 1 in a new queue, numbers go on when it drains, and wrap
 // at 2^32 (0 is then a number like any other). Enqueue, dequeue, front, back: constant time, with
-// an allocation each time an array fills. Access by number: linear in the arrays, at most one a
-// doubling up to 8192 elements.
+// an allocation each time an array fills. Access by number: linear in the arrays, at most one array
+// per doubling up to 8192 elements.
 // Layout: a circular singly linked list of arrays; the queue points at the tail array, whose link
 // points at the head. An array is: link (one word); read index (14 bits), write index (14 bits)
 // and log2 of the capacity (4 bits, 0: a placeholder without slots that keeps the numbering) in

@@ -12,7 +12,7 @@ namespace Zev {
 
 // Counts the live objects of one type, so that a test can show that none is left.
 //
-// Kind: object with static lifetime, one a type, made on first use through trackerOf<T>().
+// Kind: object with static lifetime, one per type, made on first use through trackerOf<T>().
 // Threads: as the counts of the objects: one, in thread-safe-pointer mode any number. A type is
 // first used on the loop's.
 class AllocationTracker {

@@ -10,8 +10,8 @@ namespace Detail {
 extern std::atomic<bool> threadSafeCounts;
 }
 
-// Whether counts are updated atomically. Off at start; switch it while one thread uses the
-// platform's objects, before others do.
+// Whether counts are updated atomically. Off at the start. Switch it while only one thread uses the
+// platform's objects.
 inline bool threadSafePtrMode() { return Detail::threadSafeCounts.load(std::memory_order_relaxed); }
 void threadSafePtrModeIs(bool on);
 
@@ -35,7 +35,8 @@ class Count {
     value_.store(raised, std::memory_order_relaxed);
     return raised;
   }
-  // Whoever counts down to a number sees everything that was done before it was reached.
+  // A thread that counts down to a number sees everything that was done before the number was
+  // reached.
   [[gnu::always_inline]] Number lower() noexcept {
     if (threadSafePtrMode()) [[unlikely]] {
       return value_.fetch_sub(1, std::memory_order_acq_rel) - 1;

@@ -26,7 +26,7 @@ class EventLoop {
   EventLoop() = default;
 };
 
-// Work that any number of calls may ask for and that one turn then does.
+// Work that any number of calls may request and that one turn then does.
 //
 // Ownership: a member of the object whose work it is; refers to the loop. A turn still posted when
 // it dies does nothing.

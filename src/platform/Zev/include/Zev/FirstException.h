@@ -7,7 +7,7 @@
 
 namespace Zev {
 
-// Steps that must all be taken, whatever one of them throws:
+// Runs steps that must all be taken, even if one of them throws:
 //
 //   Zev::FirstException first;
 //   for (const auto& table : tables) {
@@ -15,7 +15,7 @@ namespace Zev {
 //   }
 //   first.rethrow();
 //
-// Kind: value type, used within one call. What is caught behind the first exception is dropped.
+// Kind: value type, used within one call. Later exceptions are dropped.
 class FirstException {
  public:
   // Takes the step and keeps what it throws. False when it threw.

@@ -6,12 +6,12 @@
 
 namespace Zev {
 
-// Memory of the platform's objects. A request makes a handful of small objects that live until it
-// is answered, so most blocks are wanted again soon, in the same size: what is given back is kept,
-// by size, for the next object.
+// Memory of the platform's objects. A request makes a few small objects that live until it is
+// answered, so most blocks are needed again soon, in the same size. Freed blocks are therefore
+// kept, by size, for the next object.
 //
-// Threads: one; in thread-safe-pointer mode any number, and nothing is kept or taken from what is.
-// Under a sanitizer nothing is ever kept, so that it sees every use of what has gone.
+// Threads: one; in thread-safe-pointer mode any number, and then no block is kept or taken from the
+// kept ones. Under a sanitizer no block is ever kept, so that it sees every use of a freed object.
 class ObjectMemory {
  public:
   static constexpr std::size_t kLargestKept = 256;     // bytes; larger blocks are not kept

@@ -109,7 +109,7 @@ AllocationTracker& trackerOf() {
 }
 
 // The one way in which objects are made: allocates under the type's tracker, constructs, marks the
-// object notification-active. What the constructor throws propagates; nothing is left then.
+// object notification-active. An exception of the constructor propagates; nothing is left then.
 template <typename T, typename... Arguments>
 Pell::Ptr<T> makeObject(Arguments&&... arguments) {
   static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);

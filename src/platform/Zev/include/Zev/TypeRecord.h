@@ -7,10 +7,10 @@
 
 namespace Zev {
 
-// What the runtime tells about a class: its name, its attributes with their identifiers, and the
+// The runtime's description of a class: its name, its attributes with their identifiers, and the
 // operations that can be called by name, with their parameter names.
 //
-// Kind: immutable value with static lifetime, one a class.
+// Kind: immutable value with static lifetime, one per class.
 struct TypeRecord {
   struct Attribute {
     std::string_view name;

@@ -6,11 +6,11 @@
 
 namespace Zev {
 
-// What this thread has done so far, in rows of shared memory touched: one for each row that is
-// looked up, written or removed, and one for each slot that a walk passes. A turn compares two
-// readings to keep its budget: unlike time, the count is the same on every machine.
+// Counts the rows of shared memory that this thread has touched: one for each row that is looked
+// up, written or removed, and one for each slot that a walk passes. A turn compares two readings to
+// keep its budget: unlike time, the count is the same on every machine.
 //
-// Kind: a counter a thread; it wraps at 2^64.
+// Kind: one counter per thread; it wraps at 2^64.
 // Threads: each has its own.
 class WorkMeter {
  public:
