@@ -60,7 +60,7 @@ class OneMiss {
  private:
   struct Place {
     std::uint32_t next = 0;
-    std::array<std::byte, 156> rest = {};  // bytes a row: slot, link and bucket head
+    std::array<std::byte, 156> rest = {};  // bytes per row: slot, link and bucket head
   };
   static_assert(sizeof(Place) == 160);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The pipe carries one record a request and one an answer, each written by one write() of less than
+// The pipe carries one record per request and per answer, each written by one write() of less than
 // PIPE_BUF bytes: a record is there whole or not at all, whenever the writer is killed. A child
 // that fails sends a record that says how, and its words behind it.
 

@@ -34,7 +34,7 @@ void makeExample(const std::string& root) {
   rows.control().scratchpadIs(42);
 }
 
-// 16 bytes a line, each line with its offset in the file.
+// 16 bytes per line, each line with its offset in the file.
 std::string dump(const glint_test::Bytes& bytes, std::size_t begin, std::size_t end) {
   std::string text;
   for (std::size_t at = begin; at < end; ++at) {

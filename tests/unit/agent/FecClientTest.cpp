@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// How the agent's clients reach the table: one operation a key, coalescing, suspension, admission.
+// How clients of the agent reach the table: one operation per key, coalescing, suspension,
+// admission.
 
 #include <optional>
 #include <vector>
