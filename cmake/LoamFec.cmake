@@ -5,6 +5,9 @@
 
 include(GNUInstallDirs)
 
+# Below the prefix; users have it as one include root, and write <folder>/<Header.h> as we do.
+set(LOAMFEC_INSTALL_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/loamfec)
+
 # A change inside a shared library is no reason to link again what uses it.
 set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
 
@@ -38,14 +41,22 @@ if(LOAMFEC_COVERAGE)
   target_link_options(loamfec_options INTERFACE --coverage)
 endif()
 
+# What a program says of itself names its sources from the root of the repository, wherever that stands.
+# Debug information keeps the whole paths: debuggers find the sources by them.
+set(LOAMFEC_SOURCE_NAMES -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
 # loamfec_library(name SOURCES file... [DEPENDS target...] [PRIVATE_DEPENDS target...])
 # The folder's include/ is what others see of it: they write <folder>/<Header.h>. A header that stands
 # anywhere else is the library's own. A shared library is called libloamfec-<name>.so, in small letters.
 function(loamfec_library name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS")
   add_library(${name} ${ARG_SOURCES})
-  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  target_include_directories(
+    ${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
+                   $<INSTALL_INTERFACE:${LOAMFEC_INSTALL_HEADERS}>)
   target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS} loamfec_options)
+  target_compile_options(${name} PRIVATE ${LOAMFEC_SOURCE_NAMES})
+  target_compile_features(${name} PUBLIC cxx_std_20)
   string(TOLOWER loamfec-${name} file_name)
   set_target_properties(
     ${name} PROPERTIES OUTPUT_NAME ${file_name} VERSION ${PROJECT_VERSION}
@@ -57,6 +68,7 @@ function(loamfec_executable name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} loamfec_options)
+  target_compile_options(${name} PRIVATE ${LOAMFEC_SOURCE_NAMES})
 endfunction()
 
 # loamfec_benchmark(name SOURCES file... [DEPENDS target...])
