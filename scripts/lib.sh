@@ -36,6 +36,28 @@ duration() {
   fi
 }
 
+# Where state folders go: shared memory, if there is any.
+shared_memory() {
+  if [[ -w /dev/shm ]]; then
+    echo /dev/shm
+  else
+    echo "${TMPDIR:-/tmp}"
+  fi
+}
+
+# demo_folder_is FOLDER: an empty folder for the demo; what an earlier demo left there goes. Dies when
+# something is there that no demo of this user has made.
+demo_folder_is() {
+  local folder="$1" mark=".made-by-scripts-demo"
+  if [[ -e "${folder}" || -L "${folder}" ]]; then
+    [[ -d "${folder}" && ! -L "${folder}" && -O "${folder}" && -f "${folder}/${mark}" ]] ||
+      die "${folder} is there and was not made by scripts/demo; name another: scripts/demo /FOLDER"
+    rm -rf "${folder}"
+  fi
+  mkdir --mode=0750 "${folder}"
+  touch "${folder}/${mark}"
+}
+
 # build PRESET [TARGET...]: configures if there is nothing to build from yet, then builds.
 build() {
   local preset="$1"

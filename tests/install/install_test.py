@@ -28,6 +28,7 @@ LIBRARIES = ["libLoamFec"] + ["libloamfec-" + name for name in (
 HEADER_FOLDERS = ["Asic", "Glint", "LoamAdjLib", "Pell", "Vanta", "Wirex", "Zev", "fec", "hardware",
                   "records"]
 LINES_OF_THE_EXAMPLE = 150
+DEMO_FOLDER = "/dev/shm/loamfec-demo"
 
 
 def run(*command, **options):
@@ -199,6 +200,80 @@ class TheExampleIsBuiltOnIt(Installed):
         with open(os.path.join(self.example, "main.cpp"), encoding="utf-8") as file:
             lines = len(file.readlines())
         self.assertLessEqual(lines, LINES_OF_THE_EXAMPLE)
+
+
+class CommandsOfTheReadmeRun(unittest.TestCase):
+    """README.md names the folder that scripts/demo leaves; here a smaller replay has made it."""
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="loamfec-readme.")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.demo_folder = os.path.join(self.folder, "demo")
+
+    def demo_folder_is(self):
+        """What scripts/demo does before it replays."""
+        return subprocess.run(["bash", "-c", 'source "$0"; demo_folder_is "$1"',
+                               os.path.join(SOURCE, "scripts", "lib.sh"), self.demo_folder],
+                              capture_output=True, text=True, check=False)
+
+    def commands(self, heading):
+        """The commands of the first block below the heading, without remarks."""
+        block = indented_block(os.path.join(SOURCE, "README.md"), heading)
+        return [line.split("  #")[0].strip() for line in block]
+
+    def here(self, command):
+        """The same command on this build, and on folders of this test."""
+        self.assertRegex(command, "build/release .*/usr/local|--state " + DEMO_FOLDER + "$")
+        for theirs, ours in (("build/release", BUILD), (DEMO_FOLDER, self.demo_folder),
+                             ("/usr/local", os.path.join(self.folder, "local"))):
+            command = command.replace(theirs, ours)
+        return command.split()
+
+    def test_in_order(self):
+        self.assertEqual(self.demo_folder_is().returncode, 0)
+        install = self.commands("## The programs")
+        self.assertEqual(len(install), 1)
+        run(*self.here(install[0]))
+        found_by_name = os.environ | {
+            "PATH": os.path.join(self.folder, "local", "bin") + ":" + os.environ["PATH"]}
+        captures = os.path.join(SOURCE, "examples", "frr-nexthops")
+        run("fecd", "replay", "--state", self.demo_folder,
+            "--links", os.path.join(captures, "links-a-before.json"),
+            "--nexthops", os.path.join(captures, "nexthops-a-before.json"), env=found_by_name)
+        printed = {command: run(*self.here(command), env=found_by_name)
+                   for command in self.commands("## Looking at a state folder")}
+        kinds = [" ".join(command.split()[:2]) for command in printed]
+        self.assertEqual(kinds, ["fecctl show", "fecctl check", "fecctl repair"])
+        for command, text in printed.items():
+            self.assertNotEqual(text, "", command)
+
+    def test_the_demo_makes_its_folder_and_replaces_it(self):
+        for _ in range(2):
+            self.assertEqual(self.demo_folder_is().returncode, 0)
+            left = os.path.join(self.demo_folder, "of-an-earlier-demo")
+            self.assertFalse(os.path.exists(left))
+            with open(left, "w", encoding="utf-8"):
+                pass
+
+    def test_the_demo_touches_no_folder_that_it_did_not_make(self):
+        os.mkdir(self.demo_folder)
+        precious = os.path.join(self.demo_folder, "precious")
+        with open(precious, "w", encoding="utf-8"):
+            pass
+        result = self.demo_folder_is()
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("was not made by scripts/demo", result.stderr)
+        self.assertEqual(os.listdir(self.demo_folder), ["precious"])
+
+    def test_the_demo_follows_no_link(self):
+        self.assertEqual(self.demo_folder_is().returncode, 0)
+        moved = os.path.join(self.folder, "moved")
+        os.rename(self.demo_folder, moved)
+        before = os.listdir(moved)
+        self.assertNotEqual(before, [])
+        os.symlink(moved, self.demo_folder)
+        self.assertNotEqual(self.demo_folder_is().returncode, 0)
+        self.assertEqual(os.listdir(moved), before)
 
 
 if __name__ == "__main__":
