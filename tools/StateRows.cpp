@@ -2,22 +2,16 @@
 
 #include "StateRows.h"
 
-#include <array>
-#include <bit>
-#include <cstddef>
-#include <cstring>
-
 #include <fmt/format.h>
 
-#include "table/Inspection.h"
+#include "format/Scratchpad.h"
 
 namespace Tools {
 
 namespace {
 
 bool slotsCanBeTold(const Glint::TableImage& image) {
-  const Glint::Counter inUse(image.view().header().slotsInUse);
-  return inUse.valid() && inUse.value() <= image.view().fixed().slotCount;
+  return image.view().canBeInUse(Glint::Counter(image.view().header().slotsInUse));
 }
 
 // The copy's scratchpad; nothing if it is damaged.
@@ -27,9 +21,8 @@ std::optional<std::uint64_t> scratchpadOf(const Glint::TableImage& image) {
   if (!seq.valid() || !seq.live()) {
     return std::nullopt;
   }
-  const Glint::ScratchpadSlot::Copy& copy = pad.copies[seq.copy()];
-  const Glint::SealedRow<1> row{{copy.value, seq.word()}};
-  return row.checksum() == copy.checksum ? std::optional(copy.value) : std::nullopt;
+  std::uint64_t value = 0;
+  return scratchpadChecksOut(pad, seq, value) ? std::optional(value) : std::nullopt;
 }
 
 StateRows::ConfigRows configRowsOf(const Glint::TableImage& image) {
@@ -41,10 +34,7 @@ StateRows::ConfigRows configRowsOf(const Glint::TableImage& image) {
 
 template <typename Row>
 Row rowAt(const Glint::TableImage& image, std::uint32_t slot, unsigned copy) {
-  const std::size_t at = Glint::copyWord(Glint::rowWords(sizeof(Row)), copy);
-  std::array<std::byte, sizeof(Row)> bytes{};
-  std::memcpy(bytes.data(), image.view().slot(slot) + at + 1, bytes.size());
-  return std::bit_cast<Row>(bytes);
+  return Glint::rowOfWords<Row>(image.view().copyAt(slot, copy) + 1);
 }
 
 std::string rowText(const TableFile& file, std::uint32_t slot, unsigned copy) {
@@ -75,14 +65,6 @@ std::string rowText(const TableFile& file, std::uint32_t slot, unsigned copy) {
   return "of a kind that is not known here";
 }
 
-bool checksOut(const Glint::TableView& view, std::uint32_t slot, Glint::Seq seq) {
-  const std::size_t words = Glint::rowWords(view.fixed().rowBytes);
-  const std::uint64_t* copy = view.slot(slot) + Glint::copyWord(words, seq.copy());
-  std::vector<std::uint64_t> sealed(copy + 1, copy + 1 + words);
-  sealed.push_back(seq.word());
-  return XXH3_64bits(sealed.data(), 8 * sealed.size()) == copy[0];
-}
-
 // What a slot whose seq is impossible held. If one bit has flipped in the seq, some other word with
 // one bit changed is the seq that was there, and the row's checksum tells which.
 std::string lostText(const TableFile& file, std::uint32_t slot) {
@@ -91,7 +73,7 @@ std::string lostText(const TableFile& file, std::uint32_t slot) {
   bool mayHaveBeenDead = false;
   for (unsigned bit = 0; bit < 64; ++bit) {
     const Glint::Seq before(word ^ std::uint64_t{1} << bit);
-    if (before.valid() && before.live() && checksOut(view, slot, before)) {
+    if (before.valid() && before.live() && view.rowChecksOut(slot, before)) {
       return "it held " + rowText(file, slot, before.copy());
     }
     mayHaveBeenDead = mayHaveBeenDead || (before.valid() && !before.live());
@@ -103,7 +85,7 @@ std::string lostText(const TableFile& file, std::uint32_t slot) {
 
 std::string damagedSlotText(const TableFile& file, std::uint32_t slot) {
   const Glint::Seq seq(*file.image->view().slot(slot));
-  if (!seq.valid() || seq.version() == 0) {
+  if (!seq.possible()) {
     return fmt::format("slot {}: impossible seq {:#018x}; {}", slot, seq.word(),
                        lostText(file, slot));
   }

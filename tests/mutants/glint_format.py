@@ -19,6 +19,8 @@ MUTANTS = [
     ("check of seqs is not looked at",
      "constexpr bool valid() const { return withCheck(word_ & kValueMask) == word_; }",
      "constexpr bool valid() const { return true; }"),
+    ("row of version 0 is possible",
+     "return valid() && (!live() || version() != 0);", "return valid();"),
     ("check of counters is not looked at",
      "constexpr bool valid() const { return of(value()).word_ == word_; }",
      "constexpr bool valid() const { return true; }"),

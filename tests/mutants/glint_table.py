@@ -53,11 +53,6 @@ MUTANTS = [
      """  storeRelease(view_.header().slotsInUse, Counter::of(first + count).word());
   for (std::uint32_t slot = first + count; slot-- > first;) {
     storeRelaxed(*view_.slot(slot), Seq(0, false, 0).word());"""),
-    ("scratchpad is published before it is filled",
-     """  fillCopy(&pad.copies[next.copy()].checksum, row, next.word());
-  storeRelease(pad.seq, next.word());""",
-     """  storeRelease(pad.seq, next.word());
-  fillCopy(&pad.copies[next.copy()].checksum, row, next.word());"""),
     ("file gets its name before its contents",
      "  if (const int error = writeNewFile(file.get(), layout, fileName); error != 0) {",
      """  root.publish(fileName);

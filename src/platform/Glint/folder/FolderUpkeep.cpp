@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -25,7 +24,6 @@ namespace Glint {
 
 namespace {
 
-constexpr mode_t kFileMode = 0640;
 constexpr std::size_t kCopyBytes = std::size_t{1} << 20U;
 constexpr int kMaxKept = 1000;  // copies of one file
 
@@ -90,19 +88,13 @@ int copyData(int source, int target) {
 }  // namespace
 
 std::optional<Pell::String> currentWriter(const Pell::String& folder) {
-  const UniqueFd file(
-      ::open((folder + "/.writer").c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct flock whole {};
-  whole.l_type = F_WRLCK;
-  whole.l_whence = SEEK_SET;
+  const UniqueFd file(::open(fmt::format("{}/{}", folder, kWriterLockName).c_str(),
+                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct flock whole = wholeFileForWriting();
   if (!file || ::fcntl(file.get(), F_OFD_GETLK, &whole) != 0 || whole.l_type == F_UNLCK) {
     return std::nullopt;
   }
-  std::array<char, 128> text{};
-  const ssize_t got = ::pread(file.get(), text.data(), text.size(), 0);
-  Pell::String holder(text.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-  holder.erase(std::find(holder.begin(), holder.end(), '\n'), holder.end());
-  return holder.empty() ? "a process that has only just started" : holder;
+  return writerLockHolder(file);
 }
 
 Pell::String keepCopy(const Pell::String& folder, const Pell::String& fileName) {

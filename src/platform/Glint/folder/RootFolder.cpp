@@ -25,8 +25,6 @@ namespace Glint {
 namespace {
 
 constexpr mode_t kFolderMode = 0750;
-constexpr mode_t kFileMode = 0640;
-constexpr const char* kLockName = ".writer";
 
 [[noreturn]] void fail(const Pell::String& path, const Pell::String& what) {
   throw ZevGlint::MountException(fmt::format("{}: {}", path, what));
@@ -52,15 +50,6 @@ constexpr const char* kLockName = ".writer";
 
 Pell::String temporaryName(const Pell::String& fileName) {
   return fmt::format("{}{}", kUnfinishedPrefix, fileName);
-}
-
-// What the holder of the lock wrote about itself; empty in the instant before it has.
-Pell::String readHolder(int fd) {
-  std::array<char, 128> text{};
-  const ssize_t got = ::pread(fd, text.data(), text.size() - 1, 0);
-  Pell::String holder(text.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-  holder.erase(std::find(holder.begin(), holder.end(), '\n'), holder.end());
-  return holder.empty() ? "a process that has only just started" : holder;
 }
 
 void writeHolder(int fd, const Pell::String& path) {
@@ -103,6 +92,22 @@ UniqueFd::~UniqueFd() {
   }
 }
 
+struct flock wholeFileForWriting() {
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  return whole;
+}
+
+// The file is empty in the instant before a holder has written.
+Pell::String writerLockHolder(const UniqueFd& lockFile) {
+  std::array<char, 128> text{};
+  const ssize_t got = ::pread(lockFile.get(), text.data(), text.size(), 0);
+  Pell::String holder(text.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
+  holder.erase(std::find(holder.begin(), holder.end(), '\n'), holder.end());
+  return holder.empty() ? "a process that has only just started" : holder;
+}
+
 void RootFolder::makeFolder() const {
   if (::mkdir(path_.c_str(), kFolderMode) == 0) {
     if (::chmod(path_.c_str(), kFolderMode) != 0) {
@@ -139,9 +144,9 @@ const std::shared_ptr<WriterLock>& RootFolder::lockForWriting() {
   }
   makeFolder();
   UniqueFd folder = openFolder(true);
-  const Pell::String path = filePath(kLockName);
-  UniqueFd file(
-      ::openat(folder.get(), kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+  const Pell::String path = filePath(kWriterLockName);
+  UniqueFd file(::openat(folder.get(), kWriterLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
+                         kFileMode));
   if (!file) {
     if (errno == EISDIR) {
       fail(path, "it is a folder, not a lock file; remove it");
@@ -149,14 +154,12 @@ const std::shared_ptr<WriterLock>& RootFolder::lockForWriting() {
     failErrno(path, "cannot open the lock file", errno);
   }
   ownFile(path, file, folder);
-  struct flock whole {};
-  whole.l_type = F_WRLCK;
-  whole.l_whence = SEEK_SET;
+  struct flock whole = wholeFileForWriting();
   if (::fcntl(file.get(), F_OFD_SETLK, &whole) != 0) {
     if (errno == EAGAIN || errno == EACCES) {
       fail(path_, fmt::format("the state folder is in use by another writer, {}; stop it or "
                               "choose another folder",
-                              readHolder(file.get())));
+                              writerLockHolder(file)));
     }
     failErrno(path, "cannot lock", errno);
   }

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <memory>
@@ -31,6 +32,16 @@ class UniqueFd {
  private:
   int fd_ = -1;
 };
+
+// The lock file, a name below the root folder: whoever has a write lock on the whole of it is the
+// writer.
+inline constexpr const char* kWriterLockName = ".writer";
+struct flock wholeFileForWriting();
+// What the holder of the lock wrote about itself into the open lock file.
+Pell::String writerLockHolder(const UniqueFd& lockFile);
+
+// Of every file that is made below a root folder.
+inline constexpr mode_t kFileMode = 0640;
 
 // Held for as long as this process may write below a root folder.
 //

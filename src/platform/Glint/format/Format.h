@@ -77,6 +77,8 @@ class Seq {
   constexpr bool live() const { return (word_ & 2U) != 0; }
   constexpr unsigned copy() const { return static_cast<unsigned>(word_ & 1U); }
   constexpr std::uint64_t version() const { return (word_ & kValueMask) >> 2U; }
+  // Whether a writer can have left it: no row is published under version 0.
+  constexpr bool possible() const { return valid() && (!live() || version() != 0); }
 
   // A slot that is out of use for good: its version cannot rise any more.
   constexpr bool retired() const { return !live() && version() == kVersionLimit; }

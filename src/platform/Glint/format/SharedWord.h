@@ -4,8 +4,11 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <span>
 
 #ifndef XXH_INLINE_ALL
 #define XXH_INLINE_ALL
@@ -50,17 +53,29 @@ inline void fenceBeforeSecondLook() { std::atomic_thread_fence(std::memory_order
 #pragma GCC diagnostic pop
 #endif
 
+// The checksum of a row, given as its words with, last, the seq that publishes it. Flattened: with
+// the length known, what the compiler would keep outside falls away.
+template <typename Word, std::size_t kExtent>
+[[gnu::flatten]] inline std::uint64_t checksumOf(std::span<Word, kExtent> sealed) {
+  return XXH3_64bits(sealed.data(), sealed.size_bytes());
+}
+
 // A row as the table stores it, in words with a zero tail, followed by the seq that publishes it:
 // the bytes that the row's checksum covers.
 template <std::size_t kWords>
 struct SealedRow {
   std::array<std::uint64_t, kWords + 1> words;
 
-  // Flattened: the length is known, so the compiler can leave out the general cases.
-  [[gnu::flatten]] std::uint64_t checksum() const {
-    return XXH3_64bits(words.data(), sizeof words);
-  }
+  std::uint64_t checksum() const { return checksumOf(std::span(words)); }
 };
+
+// The row whose bytes begin at `words`.
+template <typename Row>
+inline Row rowOfWords(const std::uint64_t* words) {
+  std::array<std::byte, sizeof(Row)> bytes{};
+  std::memcpy(bytes.data(), words, bytes.size());
+  return std::bit_cast<Row>(bytes);
+}
 
 // Fills a copy (its checksum word, then the row) for publication under `publishing`.
 template <std::size_t kWords>
@@ -76,21 +91,41 @@ inline void fillCopy(std::uint64_t* copy, SealedRow<kWords>& row, std::uint64_t 
 
 enum class CopyState { good, changed, damaged };
 
+// Copies a row out, word by word, and says whether it is the one that was published under `seq`:
+// all that decides whether bytes in a table are a row asks this. `sealed` has room for the row and
+// one word more. The copying done, `isUnchanged` is asked whether what leads to the copy is as it
+// was.
+template <std::size_t kExtent, typename IsUnchanged>
+inline CopyState judgeCopy(const std::uint64_t* copy, std::uint64_t seq,
+                           std::span<std::uint64_t, kExtent> sealed, IsUnchanged&& isUnchanged) {
+  const std::uint64_t checksum = loadRelaxed(copy[0]);
+  const std::size_t words = sealed.size() - 1;
+  for (std::size_t word = 0; word < words; ++word) {
+    sealed[word] = loadRelaxed(copy[1 + word]);
+  }
+  sealed[words] = seq;
+  if (!isUnchanged()) {
+    return CopyState::changed;
+  }
+  return checksumOf(sealed) == checksum ? CopyState::good : CopyState::damaged;
+}
+
+// The same of a copy that nobody changes, or of which it does not matter.
+template <std::size_t kExtent>
+inline bool checksOut(const std::uint64_t* copy, std::uint64_t seq,
+                      std::span<std::uint64_t, kExtent> sealed) {
+  return judgeCopy(copy, seq, sealed, [] { return true; }) == CopyState::good;
+}
+
 // Copies a row out and says whether it is the one that `seq`, as read from `seqWord`, publishes.
 // `damaged` is certain: the slot did not change meanwhile.
 template <std::size_t kWords>
 inline CopyState readCopy(const std::uint64_t* copy, const std::uint64_t& seqWord,
                           std::uint64_t seq, SealedRow<kWords>& out) {
-  const std::uint64_t checksum = loadRelaxed(copy[0]);
-  for (std::size_t word = 0; word < kWords; ++word) {
-    out.words[word] = loadRelaxed(copy[1 + word]);
-  }
-  out.words[kWords] = seq;
-  fenceBeforeSecondLook();
-  if (loadRelaxed(seqWord) != seq) {
-    return CopyState::changed;
-  }
-  return out.checksum() == checksum ? CopyState::good : CopyState::damaged;
+  return judgeCopy(copy, seq, std::span(out.words), [&] {
+    fenceBeforeSecondLook();
+    return loadRelaxed(seqWord) == seq;
+  });
 }
 
 }  // namespace Glint

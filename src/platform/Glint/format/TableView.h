@@ -2,8 +2,10 @@
 
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "format/Format.h"
 #include "format/SharedWord.h"
@@ -38,6 +40,25 @@ class TableView {
   // The slot's first word is its seq.
   std::uint64_t* slot(std::uint32_t slot) const { return slots_ + std::size_t{slot} * slotWords_; }
   std::uint32_t bucketMask() const { return bucketMask_; }
+  // Where a copy of the slot's row begins: its checksum, the row follows.
+  std::uint64_t* copyAt(std::uint32_t slot, unsigned copy) const {
+    return this->slot(slot) + copyWord(rowWords(fixed_.rowBytes), copy);
+  }
+
+  // Whether the header's word can be the number of slots in use.
+  bool canBeInUse(Counter slots) const {
+    return slots.valid() && slots.value() <= fixed_.slotCount;
+  }
+  // Of the row in the copy that `seq` names, whether it checks out or not.
+  std::uint64_t keyBits(std::uint32_t slot, Seq seq) const {
+    return keyBitsOf(loadRelaxed(copyAt(slot, seq.copy())[1]), fixed_.keyBytes);
+  }
+  // Whether the copy that `seq` names is what was published under exactly `seq`.
+  bool rowChecksOut(std::uint32_t slot, Seq seq) const {
+    std::array<std::uint64_t, kPageBytes / 8 + 1> room;  // NOLINT(*-member-init): is filled below
+    return checksOut(copyAt(slot, seq.copy()), seq.word(),
+                     std::span(room).first(rowWords(fixed_.rowBytes) + 1));
+  }
 
  private:
   template <typename T>

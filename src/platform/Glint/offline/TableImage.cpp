@@ -7,10 +7,6 @@
 
 #include "offline/TableImage.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -22,14 +18,12 @@ namespace Glint {
 
 namespace {
 
-std::byte* mapOrThrow(int protection, int flags, int fd, std::size_t bytes,
-                      const Pell::String& path) {
-  void* base = ::mmap(nullptr, bytes, protection, flags, fd, 0);
-  if (base == MAP_FAILED) {
+Mapping orThrow(Mapping mapping, const Pell::String& path) {
+  if (!mapping) {
     throw ZevGlint::MountException(
         fmt::format("{}: cannot map it: {}", path, std::strerror(errno)));
   }
-  return static_cast<std::byte*>(base);
+  return mapping;
 }
 
 template <typename Word>
@@ -63,39 +57,21 @@ TableImage::TableImage(const RootFolder& root, const Pell::String& fileName) {
   if (!file.fd) {
     throw ZevGlint::MountException(path + ": there is no such table");
   }
-  Header header{};
-  if (file.status.st_size < static_cast<off_t>(sizeof header) ||
-      ::pread(file.fd.get(), &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
-    fault_ = "it is too short for a shared table";
-    return;
-  }
-  bytes_ = static_cast<std::size_t>(file.status.st_size);
-  fault_ = sealedHeaderFinding(header.fixed, bytes_);
+  const auto bytes = static_cast<std::size_t>(file.status.st_size);
+  FixedHeader header{};
+  fault_ = readSealedHeader(file.fd.get(), bytes, header);
   if (!fault_.empty()) {
     return;
   }
-  file_ = mapOrThrow(PROT_READ, MAP_SHARED, file.fd.get(), bytes_, path);
-  try {
-    copy_ = mapOrThrow(PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1,
-                       bytes_, path);
-  } catch (const ZevGlint::MountException&) {
-    ::munmap(file_, bytes_);
-    throw;
-  }
-  live_ = TableView(file_, header.fixed);
-  copied_ = TableView(copy_, header.fixed);
-}
-
-TableImage::~TableImage() {
-  if (file_ != nullptr) {
-    ::munmap(file_, bytes_);
-    ::munmap(copy_, bytes_);
-  }
+  file_ = orThrow(Mapping::ofFile(file.fd.get(), bytes, Mapping::Access::read), path);
+  copy_ = orThrow(Mapping::ofOwnMemory(bytes), path);
+  live_ = TableView(file_.base(), header);
+  copied_ = TableView(copy_.base(), header);
 }
 
 std::uint32_t TableImage::countedSlots() const {
   const Counter inUse(copied_.header().slotsInUse);
-  return inUse.valid() && inUse.value() <= copied_.fixed().slotCount ? inUse.value() : 0;
+  return copied_.canBeInUse(inUse) ? inUse.value() : 0;
 }
 
 // A link that is seen leads to a slot that had been filled by then, so slots come last.

@@ -2,15 +2,13 @@
 
 #pragma once
 
-#include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <utility>
+#include <span>
 
 #include "Glint/GlintMap.h"
 #include "Pell/String.h"
+#include "folder/Mapping.h"
 #include "folder/RootFolder.h"
 #include "format/SharedWord.h"
 #include "format/TableView.h"
@@ -32,7 +30,6 @@ class TableImage {
   TableImage(const RootFolder& root, const Pell::String& fileName);
   TableImage(const TableImage&) = delete;
   TableImage& operator=(const TableImage&) = delete;
-  ~TableImage();
 
   // Why the file is not a table that can be read; empty if it is. With a fault there is nothing to
   // copy and nothing to read.
@@ -56,9 +53,8 @@ class TableImage {
  private:
   std::uint32_t countedSlots() const;
 
-  std::byte* file_ = nullptr;
-  std::byte* copy_ = nullptr;
-  std::size_t bytes_ = 0;
+  Mapping file_;
+  Mapping copy_;
   Pell::String fault_;
   TableView live_;
   TableView copied_;
@@ -67,21 +63,14 @@ class TableImage {
 
 template <typename Row, typename Visit>
 void TableImage::forEachGoodRow(Visit&& visit) const {
-  constexpr std::size_t kWords = rowWords(sizeof(Row));
   for (std::uint32_t slot = 0; slot < slotsInUse_; ++slot) {
-    const std::uint64_t* words = copied_.slot(slot);
-    const Seq seq(words[0]);
-    if (!seq.valid() || !seq.live() || seq.version() == 0) {
+    const Seq seq(*copied_.slot(slot));
+    if (!seq.possible() || !seq.live()) {
       continue;
     }
-    const std::uint64_t* copy = words + copyWord(kWords, seq.copy());
-    SealedRow<kWords> sealed{};
-    std::memcpy(sealed.words.data(), copy + 1, 8 * kWords);
-    sealed.words[kWords] = seq.word();
-    if (sealed.checksum() == copy[0]) {
-      std::array<std::byte, sizeof(Row)> bytes{};
-      std::memcpy(bytes.data(), sealed.words.data(), bytes.size());
-      visit(slot, std::bit_cast<Row>(bytes));
+    SealedRow<rowWords(sizeof(Row))> sealed{};
+    if (checksOut(copied_.copyAt(slot, seq.copy()), seq.word(), std::span(sealed.words))) {
+      visit(slot, rowOfWords<Row>(sealed.words.data()));
     }
   }
 }

@@ -6,7 +6,6 @@
 #include "offline/Verify.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include "folder/Mapping.h"
 #include "folder/RootFolder.h"
 #include "table/Inspection.h"
 
@@ -22,45 +22,20 @@ namespace Glint {
 
 namespace {
 
-// A file mapped read-only, or the reason why it is not.
-class Mapping {
- public:
-  explicit Mapping(const Pell::String& path) {
-    const UniqueFd file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0) {
-      fault_ = fmt::format("cannot open it: {}", std::strerror(errno));
-      return;
-    }
-    if (!S_ISREG(status.st_mode) || status.st_size < static_cast<off_t>(sizeof(Header))) {
-      fault_ = "it is not a regular file, or too short for a shared table";
-      return;
-    }
-    bytes_ = static_cast<std::size_t>(status.st_size);
-    void* base = ::mmap(nullptr, bytes_, PROT_READ, MAP_SHARED, file.get(), 0);
-    if (base == MAP_FAILED) {
-      fault_ = fmt::format("cannot map it: {}", std::strerror(errno));
-      return;
-    }
-    base_ = static_cast<std::byte*>(base);
+// Maps the file read-only, or says why that cannot be.
+Pell::String mapForReading(const Pell::String& path, Mapping& mapping) {
+  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0) {
+    return fmt::format("cannot open it: {}", std::strerror(errno));
   }
-  ~Mapping() {
-    if (base_ != nullptr) {
-      ::munmap(base_, bytes_);
-    }
+  if (!S_ISREG(status.st_mode) || status.st_size < static_cast<off_t>(sizeof(Header))) {
+    return "it is not a regular file, or too short for a shared table";
   }
-  Mapping(const Mapping&) = delete;
-  Mapping& operator=(const Mapping&) = delete;
-
-  const Pell::String& fault() const { return fault_; }
-  std::byte* base() const { return base_; }
-  std::size_t bytes() const { return bytes_; }
-
- private:
-  std::byte* base_ = nullptr;
-  std::size_t bytes_ = 0;
-  Pell::String fault_;
-};
+  mapping =
+      Mapping::ofFile(file.get(), static_cast<std::size_t>(status.st_size), Mapping::Access::read);
+  return mapping ? Pell::String() : fmt::format("cannot map it: {}", std::strerror(errno));
+}
 
 void report(const Inspection& found, const TableView& view, Verification& result) {
   const auto add = [&](const Pell::String& finding) { result.findings.push_back(finding); };
@@ -109,8 +84,8 @@ void report(const Inspection& found, const TableView& view, Verification& result
 
 Verification verifyTable(const Pell::String& filePath) {
   Verification result;
-  const Mapping mapping(filePath);
-  Pell::String fault = mapping.fault();
+  Mapping mapping;
+  Pell::String fault = mapForReading(filePath, mapping);
   FixedHeader sealed{};
   if (fault.empty()) {
     std::memcpy(&sealed, mapping.base(), sizeof sealed);

@@ -3,9 +3,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
-#include <bit>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -41,11 +38,7 @@ struct GlintMap<Row>::Inside {
     return words;
   }
 
-  static Row toRow(const Words& words) {
-    std::array<std::byte, sizeof(Row)> bytes{};
-    std::memcpy(bytes.data(), words.words.data(), sizeof bytes);
-    return std::bit_cast<Row>(bytes);
-  }
+  static Row toRow(const Words& words) { return rowOfWords<Row>(words.words.data()); }
 
   static Access access(const GlintMap& map) { return Access(map.table()); }
 

@@ -6,11 +6,15 @@
 
 #include "table/Inspection.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
 #include <utility>
 
 #include <fmt/format.h>
+
+#include "format/Scratchpad.h"
 
 namespace Glint {
 
@@ -28,8 +32,7 @@ struct SlotNote {
 
 class Inspector {
  public:
-  explicit Inspector(const TableView& view)
-      : view_(view), words_(rowWords(view.fixed().rowBytes)), buffer_(words_ + 1) {}
+  explicit Inspector(const TableView& view) : view_(view) {}
 
   Inspection run() {
     inspectHeader();
@@ -46,9 +49,8 @@ class Inspector {
  private:
   void inspectHeader() {
     Header& header = view_.header();
-    const FixedHeader& fixed = view_.fixed();
     const Counter inUse(loadAcquire(header.slotsInUse));
-    if (!inUse.valid() || inUse.value() > fixed.slotCount) {
+    if (!view_.canBeInUse(inUse)) {
       structural(fmt::format("slots in use: impossible word {:#018x}", inUse.word()));
     } else {
       result_.slotsInUse = inUse.value();
@@ -71,13 +73,12 @@ class Inspector {
       structural(fmt::format("scratchpad: impossible seq {:#018x}", seq.word()));
       return;
     }
-    const ScratchpadSlot::Copy& copy = pad.copies[seq.copy()];
-    SealedRow<1> row{};
-    if (readCopy(&copy.checksum, pad.seq, seq.word(), row) != CopyState::good) {
+    std::uint64_t value = 0;
+    if (readScratchpad(pad, seq, value) != CopyState::good) {
       structural("scratchpad: the checksum does not match");
       return;
     }
-    result_.scratchpad = row.words[0];
+    result_.scratchpad = value;
     result_.scratchpadGood = true;
   }
 
@@ -90,7 +91,7 @@ class Inspector {
 
   SlotNote inspectSlot(std::uint32_t slot) {
     const Seq seq(loadAcquire(*view_.slot(slot)));
-    if (!seq.valid() || (seq.live() && seq.version() == 0)) {
+    if (!seq.possible()) {
       if (structural(fmt::format("slot {}: impossible seq {:#018x}", slot, seq.word()))) {
         result_.damagedSeqs.push_back({slot, result_.structure.size() - 1});
       }
@@ -101,31 +102,16 @@ class Inspector {
       return {seq.retired() ? SlotKind::retired : SlotKind::dead, false, kNoBucket};
     }
     ++result_.liveSlots;
-    if (!copyMatches(slot, seq)) {
+    if (!view_.rowChecksOut(slot, seq)) {
       result_.damagedRows.push_back({slot, damagedRowText(slot, seq)});
       return {SlotKind::damagedRow, false, kNoBucket};
     }
     return {SlotKind::live, false, bucketOfCopy(slot, seq)};
   }
 
-  // Whether the copy that `seq` names is what was published under exactly `seq`.
-  bool copyMatches(std::uint32_t slot, Seq seq) {
-    const std::uint64_t* copy = view_.slot(slot) + copyWord(words_, seq.copy());
-    for (std::size_t word = 0; word < words_; ++word) {
-      buffer_[word] = loadRelaxed(copy[1 + word]);
-    }
-    buffer_[words_] = seq.word();
-    return XXH3_64bits(buffer_.data(), buffer_.size() * 8) == loadRelaxed(copy[0]);
-  }
-
-  std::uint64_t keyBits(std::uint32_t slot, Seq seq) const {
-    const std::uint64_t* copy = view_.slot(slot) + copyWord(words_, seq.copy());
-    return keyBitsOf(loadRelaxed(copy[1]), view_.fixed().keyBytes);
-  }
-
   std::uint32_t bucketOfCopy(std::uint32_t slot, Seq seq) const {
     const FixedHeader& fixed = view_.fixed();
-    return bucketOf(keyBits(slot, seq), fixed.keyHash, fixed.bucketCount);
+    return bucketOf(view_.keyBits(slot, seq), fixed.keyHash, fixed.bucketCount);
   }
 
   void inspectChains() {
@@ -169,7 +155,7 @@ class Inspector {
     std::vector<std::uint64_t> keys;
     keys.reserve(chain_.size());
     for (const std::uint32_t slot : chain_) {
-      keys.push_back(keyBits(slot, Seq(loadAcquire(*view_.slot(slot)))));
+      keys.push_back(view_.keyBits(slot, Seq(loadAcquire(*view_.slot(slot)))));
     }
     std::sort(keys.begin(), keys.end());
     const auto twin = std::adjacent_find(keys.begin(), keys.end());
@@ -209,11 +195,12 @@ class Inspector {
   bool changeInFlight(std::uint32_t bucket, std::uint32_t slot) {
     const Seq seq(loadAcquire(*view_.slot(slot)));
     const Seq insert = seq.published();
-    if (copyMatches(slot, insert)) {
+    if (view_.rowChecksOut(slot, insert)) {
       return bucketOfCopy(slot, insert) == bucket;
     }
     const Seq erase = seq.beforeDelete();
-    return seq.version() > 0 && copyMatches(slot, erase) && bucketOfCopy(slot, erase) == bucket;
+    return seq.version() > 0 && view_.rowChecksOut(slot, erase) &&
+           bucketOfCopy(slot, erase) == bucket;
   }
 
   void inspectReachability() {
@@ -235,7 +222,7 @@ class Inspector {
 
   Pell::String damagedRowText(std::uint32_t slot, Seq seq) const {
     return fmt::format("slot {}: the row's checksum does not match (key {}, seq version {})", slot,
-                       keyBits(slot, seq), seq.version());
+                       view_.keyBits(slot, seq), seq.version());
   }
 
   // Whether the finding is listed, and not only counted.
@@ -255,8 +242,6 @@ class Inspector {
   }
 
   TableView view_;
-  std::size_t words_;
-  std::vector<std::uint64_t> buffer_;
   std::vector<std::uint32_t> chain_;  // live slots of the bucket being looked at
   std::vector<SlotNote> notes_;
   Inspection result_;
@@ -304,6 +289,14 @@ Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBy
     return fmt::format("it has {} bytes, but its header says {}", fileBytes, expected);
   }
   return {};
+}
+
+Pell::String readSealedHeader(int fd, std::uint64_t fileBytes, FixedHeader& header) {
+  if (fileBytes < sizeof(Header) ||
+      ::pread(fd, &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
+    return "it is too short for a shared table";
+  }
+  return sealedHeaderFinding(header, fileBytes);
 }
 
 }  // namespace Glint

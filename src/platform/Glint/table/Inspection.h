@@ -67,6 +67,10 @@ Inspection inspect(const TableView& view);
 // readable.
 Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBytes);
 
+// Reads the sealed header of an open file of that length, and says the same of it; a file too short
+// for a header, or that cannot be read, is a finding as well.
+Pell::String readSealedHeader(int fd, std::uint64_t fileBytes, FixedHeader& header);
+
 // Says how a file differs from the one that a mount of `fileName` with `layout` needs; the text is
 // empty if it does not. A nominal capacity of 0 accepts the capacity of the file.
 Pell::String layoutDifference(const FixedHeader& header, const TableLayout& layout,

@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include "Glint/MountInfo.h"
+#include "format/Scratchpad.h"
 #include "table/Inspection.h"
 #include "table/Table.h"
 
@@ -29,9 +30,8 @@ std::uint64_t scratchpadBefore(const ScratchpadSlot& pad) {
     return 0;
   }
   const Seq before(seq.version() - 1, true, seq.copy() ^ 1U);
-  const ScratchpadSlot::Copy& copy = pad.copies[before.copy()];
-  const SealedRow<1> row{{loadRelaxed(copy.value), before.word()}};
-  return row.checksum() == loadRelaxed(copy.checksum) ? row.words[0] : 0;
+  std::uint64_t value = 0;
+  return scratchpadChecksOut(pad, before, value) ? value : 0;
 }
 
 }  // namespace
@@ -43,7 +43,8 @@ void Table::mend(const std::shared_ptr<RootFolder>& root, const Pell::String& fi
   if (!file.fd) {
     return;
   }
-  const std::shared_ptr<Table> table = map(file, root->filePath(fileName), layout, true);
+  const std::shared_ptr<Table> table =
+      map(file, root->filePath(fileName), layout, Mapping::Access::write);
   table->writerLock_ = lock;
   table->file_ = std::move(file.fd);
   table->mendStructure(scratchpadFloor);
@@ -58,8 +59,7 @@ void Table::mendStructure(std::uint64_t scratchpadFloor) {
     mendScratchpad(scratchpadFloor);
   }
   const Counter inUse(loadRelaxed(view_.header().slotsInUse));
-  slotsInUse_ =
-      inUse.valid() && inUse.value() <= view_.fixed().slotCount ? inUse.value() : findSlotsInUse();
+  slotsInUse_ = view_.canBeInUse(inUse) ? inUse.value() : findSlotsInUse();
   storeRelease(view_.header().slotsInUse, Counter::of(slotsInUse_).word());
   generation_ = generation();
   rebuildIndex();
@@ -70,10 +70,7 @@ void Table::mendScratchpad(std::uint64_t floor) {
   ScratchpadSlot& pad = view_.header().scratchpad;
   const std::uint64_t value = std::max(floor, scratchpadBefore(pad));
   const Seq seq(loadRelaxed(pad.seq));
-  const Seq next = (seq.valid() && seq.live() ? seq : Seq(1, true, 0)).published();
-  SealedRow<1> row{{value, 0}};
-  fillCopy(&pad.copies[next.copy()].checksum, row, next.word());
-  storeRelease(pad.seq, next.word());
+  publishScratchpad(pad, seq.valid() && seq.live() ? seq : Seq(1, true, 0), value);
 }
 
 // Slots are initialised a chunk at a time, and no initialised seq is zero, which is what reads

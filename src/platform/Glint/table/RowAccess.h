@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "Pell/Assert.h"
 #include "Zev/WorkMeter.h"
@@ -210,12 +211,8 @@ class RowAccess {
     }
     for (const Seq under : {seq.published(), seq.beforeDelete()}) {
       Row row{};
-      const std::uint64_t checksum = loadRelaxed(copyAt(slot, under.copy())[0]);
-      for (std::size_t word = 0; word < kWords; ++word) {
-        row.words[word] = loadRelaxed(copyAt(slot, under.copy())[1 + word]);
-      }
-      row.words[kWords] = under.word();
-      if (row.checksum() == checksum && bucket(keyBits(row)) == chain) {
+      if (checksOut(copyAt(slot, under.copy()), under.word(), std::span(row.words)) &&
+          bucket(keyBits(row)) == chain) {
         return Answer::absent;
       }
     }
@@ -296,7 +293,7 @@ class RowAccess {
   }
   Seq seqOf(std::uint32_t slot) const {
     const Seq seq(loadAcquire(*view_->slot(slot)));
-    if (!seq.valid() || (seq.live() && seq.version() == 0)) [[unlikely]] {
+    if (!seq.possible()) [[unlikely]] {
       table_->throwDamagedSlot(slot, "its seq is impossible");
     }
     return seq;

@@ -21,7 +21,6 @@
 #include "table/Table.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +33,7 @@
 #include "Pell/Assert.h"
 #include "Pell/Exceptions.h"
 #include "Zev/Trace.h"
+#include "format/Scratchpad.h"
 #include "table/Inspection.h"
 
 namespace Glint {
@@ -219,7 +219,8 @@ std::shared_ptr<Table> Table::mountWriter(const std::shared_ptr<RootFolder>& roo
     createFile(*root, fileName, layout);
     file = root->open(fileName, RootFolder::Access::write);
   }
-  std::shared_ptr<Table> table = map(file, root->filePath(fileName), layout, true);
+  std::shared_ptr<Table> table =
+      map(file, root->filePath(fileName), layout, Mapping::Access::write);
   table->writerLock_ = lock;
   table->file_ = std::move(file.fd);
   table->recover();
@@ -235,37 +236,29 @@ std::shared_ptr<Table> Table::mountReader(const std::shared_ptr<RootFolder>& roo
   if (!file.fd) {
     refuse(root->filePath(fileName), "there is no such table", "start its writer first");
   }
-  return map(file, root->filePath(fileName), layout, false);
+  return map(file, root->filePath(fileName), layout, Mapping::Access::read);
 }
 
 std::shared_ptr<Table> Table::map(const RootFolder::File& file, const Pell::String& path,
-                                  const TableLayout& layout, bool writable) {
-  const int fd = file.fd.get();
-  FixedHeader header{};
-  if (file.status.st_size < static_cast<off_t>(sizeof(Header)) ||
-      ::pread(fd, &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
-    refuse(path, "it is too short for a shared table");
-  }
+                                  const TableLayout& layout, Mapping::Access access) {
   const auto bytes = static_cast<std::size_t>(file.status.st_size);
-  Pell::String finding = sealedHeaderFinding(header, bytes);
+  FixedHeader header{};
+  Pell::String finding = readSealedHeader(file.fd.get(), bytes, header);
   if (finding.empty()) {
     finding = layoutDifference(header, layout, fileNameOf(path));
   }
   if (!finding.empty()) {
     refuse(path, finding);
   }
-  const int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
-  void* base = ::mmap(nullptr, bytes, protection, MAP_SHARED, fd, 0);
-  if (base == MAP_FAILED) {
+  Mapping mapping = Mapping::ofFile(file.fd.get(), bytes, access);
+  if (!mapping) {
     refuse(path, fmt::format("cannot map it: {}", std::strerror(errno)), "give it more memory");
   }
-  return std::shared_ptr<Table>(new Table(static_cast<std::byte*>(base), bytes, header, path));
+  return std::shared_ptr<Table>(new Table(std::move(mapping), header, path));
 }
 
-Table::Table(std::byte* base, std::size_t bytes, const FixedHeader& sealed, Pell::String filePath)
-    : view_(base, sealed), base_(base), bytes_(bytes), filePath_(std::move(filePath)) {}
-
-Table::~Table() { ::munmap(base_, bytes_); }
+Table::Table(Mapping mapping, const FixedHeader& sealed, Pell::String filePath)
+    : view_(mapping.base(), sealed), filePath_(std::move(filePath)), mapping_(std::move(mapping)) {}
 
 Pell::String Table::layoutFinding(const TableLayout& layout) const {
   return layoutDifference(view_.fixed(), layout, fileNameOf(filePath_));
@@ -377,7 +370,7 @@ void Table::generationIs(std::uint64_t generation) {
 
 std::uint32_t Table::sharedSlotsInUse() const {
   const Counter word(loadAcquire(view_.header().slotsInUse));
-  if (!word.valid() || word.value() > view_.fixed().slotCount) {
+  if (!view_.canBeInUse(word)) {
     throwDamaged(Suspect::none, 0,
                  fmt::format("slots in use: impossible word {:#018x}", word.word()));
   }
@@ -411,10 +404,10 @@ std::uint64_t Table::scratchpad() const {
     if (!seq.valid() || !seq.live()) {
       break;
     }
-    SealedRow<1> row{};
-    switch (readCopy(&pad.copies[seq.copy()].checksum, pad.seq, seq.word(), row)) {
+    std::uint64_t value = 0;
+    switch (readScratchpad(pad, seq, value)) {
       case CopyState::good:
-        return row.words[0];
+        return value;
       case CopyState::changed:
         continue;
       case CopyState::damaged:
@@ -427,10 +420,7 @@ std::uint64_t Table::scratchpad() const {
 void Table::scratchpadIs(std::uint64_t value) {
   PELL_ASSERT_MESSAGE(isWriter(), "the table is mounted for writing", filePath_);
   ScratchpadSlot& pad = view_.header().scratchpad;
-  const Seq next = Seq(loadRelaxed(pad.seq)).published();
-  SealedRow<1> row{{value, 0}};
-  fillCopy(&pad.copies[next.copy()].checksum, row, next.word());
-  storeRelease(pad.seq, next.word());
+  publishScratchpad(pad, Seq(loadRelaxed(pad.seq)), value);
   scratchpad_ = value;
 }
 
@@ -553,13 +543,11 @@ void Table::relinkOrRetire(std::uint32_t slot, Seq seq) {
 // False if the slot holds no row that could be linked: damaged, or a second one of its key.
 bool Table::relink(std::uint32_t slot, Seq seq) {
   const FixedHeader& fixed = view_.fixed();
-  const std::size_t words = rowWords(fixed.rowBytes);
-  if (!seq.valid() || !rowChecksOut(slot, seq)) {
+  if (!seq.valid() || !view_.rowChecksOut(slot, seq)) {
     return false;
   }
   const auto keyOf = [&](std::uint32_t of) {
-    const Seq its(loadRelaxed(*view_.slot(of)));
-    return keyBitsOf(loadRelaxed(view_.slot(of)[copyWord(words, its.copy()) + 1]), fixed.keyBytes);
+    return view_.keyBits(of, Seq(loadRelaxed(*view_.slot(of))));
   };
   const std::uint64_t key = keyOf(slot);
   std::uint32_t& head = view_.head(bucketOf(key, fixed.keyHash, fixed.bucketCount));
@@ -573,17 +561,6 @@ bool Table::relink(std::uint32_t slot, Seq seq) {
   storeRelease(head, Link::to(slot).word());
   ++rowCount_;
   return true;
-}
-
-bool Table::rowChecksOut(std::uint32_t slot, Seq seq) const {
-  const std::size_t words = rowWords(view_.fixed().rowBytes);
-  const std::uint64_t* copy = view_.slot(slot) + copyWord(words, seq.copy());
-  std::vector<std::uint64_t> sealed(words + 1);
-  for (std::size_t word = 0; word < words; ++word) {
-    sealed[word] = loadRelaxed(copy[1 + word]);
-  }
-  sealed[words] = seq.word();
-  return XXH3_64bits(sealed.data(), sealed.size() * 8) == loadRelaxed(copy[0]);
 }
 
 }  // namespace Glint

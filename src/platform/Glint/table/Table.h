@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Pell/String.h"
+#include "folder/Mapping.h"
 #include "folder/RootFolder.h"
 #include "format/TableView.h"
 
@@ -39,7 +40,6 @@ class Table {
   // Throws ZevGlint::MountException: the sealed header must be good and fit the layout.
   static void mend(const std::shared_ptr<RootFolder>& root, const Pell::String& fileName,
                    const TableLayout& layout, std::uint64_t scratchpadFloor);
-  ~Table();
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
 
@@ -84,10 +84,10 @@ class Table {
  private:
   enum class Suspect : std::uint8_t { none, slot, index };
 
-  Table(std::byte* base, std::size_t bytes, const FixedHeader& sealed, Pell::String filePath);
+  Table(Mapping mapping, const FixedHeader& sealed, Pell::String filePath);
 
   static std::shared_ptr<Table> map(const RootFolder::File& file, const Pell::String& path,
-                                    const TableLayout& layout, bool writable);
+                                    const TableLayout& layout, Mapping::Access access);
   void recover();
   void mendStructure(std::uint64_t scratchpadFloor);
   void mendScratchpad(std::uint64_t floor);
@@ -99,7 +99,6 @@ class Table {
   void rebuildIndex();
   void relinkOrRetire(std::uint32_t slot, Seq seq);
   bool relink(std::uint32_t slot, Seq seq);
-  bool rowChecksOut(std::uint32_t slot, Seq seq) const;
   void countCorruption(std::uint32_t times);
   std::uint32_t sharedSlotsInUse() const;
   std::uint32_t sharedRowCount() const;
@@ -109,8 +108,6 @@ class Table {
                                  const Pell::String& what) const;
 
   TableView view_;
-  std::byte* base_;
-  std::size_t bytes_;
   Pell::String filePath_;
 
   // As writer only: copies of the shared words, kept where no other process can damage them.
@@ -125,6 +122,8 @@ class Table {
   std::uint64_t readerCorruptionCount_ = 0;  // what this reader has met; it cannot write
   mutable Suspect suspect_ = Suspect::none;
   mutable std::uint32_t suspectSlot_ = 0;
+
+  Mapping mapping_;  // goes before the lock that allows to write to it
 };
 
 }  // namespace Glint
