@@ -18,7 +18,6 @@
 #include <array>
 #include <utility>
 
-#include "Asic/Constants.h"
 #include "FecAsic.h"
 #include "FecRows.h"
 #include "Glint/SharedMemEntityManager.h"
@@ -32,6 +31,7 @@ namespace Hardware {
 namespace {
 
 using LoamFec::FecTableConstants;
+using ZevSharedMem::mountForReading;
 
 constexpr const char* kClass = "LogDrivenHardware";
 
@@ -39,43 +39,25 @@ Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 
 constexpr Asic::SwTableId kFecTable = FecTableConstants::kTableId;
 
-template <typename Entity>
-Pell::Ptr<Entity> mountForReading(const Pell::Ptr<Vanta::EntityManager>& entityManager,
-                                  const Pell::String& path, std::uint32_t capacity) {
-  return ZevSharedMem::mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::reader,
-                                           capacity);
-}
-
 }  // namespace
 
 LogDrivenHardware::LogDrivenHardware(const Pell::String& stateFolder,
                                      const std::vector<Asic::UnitId>& unitIds,
                                      std::unique_ptr<AsicDriver> asic, Asic::Writer writer)
     : entityManager_(Zev::makeObject<Vanta::EntityManager>(stateFolder)),
-      groupLog_(mountForReading<Asic::GroupLogGlint>(
-          entityManager_,
-          Asic::Constants::groupLogGlintPath(FecTableConstants::kAgentName,
-                                             FecTableConstants::kGroupName),
-          Asic::GroupLogGlint::kCapacity)),
+      groupLog_(mountForReading<Asic::GroupLogGlint>(entityManager_,
+                                                     FecTableConstants::groupLogGlintPath())),
       recorded_(mountForReading<Asic::GroupVersionsGlint>(
-          entityManager_,
-          Asic::Constants::groupVersionsGlintPath(FecTableConstants::kAgentName,
-                                                  FecTableConstants::kGroupName),
-          Asic::GroupVersionsGlint::kCapacity)),
+          entityManager_, FecTableConstants::groupVersionsGlintPath())),
       log_(mountForReading<LoamFec::FecTableDataModelEntryLogGlint>(
-          entityManager_,
-          Asic::Constants::tableEntryLogGlintPath(FecTableConstants::kGroupName,
-                                                  FecTableConstants::kAgentName,
-                                                  FecTableConstants::kTableName),
-          FecTableConstants::kEntryLogCapacity)),
+          entityManager_, FecTableConstants::entryLogGlintPath())),
       follower_(groupLog_),
       writer_(writer),
       driver_(std::move(asic)),
       asic_(std::make_unique<FecAsic>(*driver_)) {
   for (const Asic::UnitId unitId : unitIds) {
     units_[unitId] = mountForReading<LoamFec::FecTableDataModelConfigGlint>(
-        entityManager_, FecTableConstants::configGlintPath(unitId),
-        FecTableConstants::kConfigCapacity);
+        entityManager_, FecTableConstants::configGlintPath(unitId));
   }
   beginResynchronisation();
   std::vector<Asic::Announcement> standing;

@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Asic/Constants.h"
 #include "Glint/SharedMemEntityManager.h"
 #include "Vanta/EntityManager.h"
 #include "captures/NextHopEntry.h"
@@ -19,14 +18,8 @@ namespace Tools {
 namespace {
 
 using LoamFec::FecTableConstants;
+using ZevSharedMem::mountForReading;
 using Row = LoamFec::FecTableDataModelConfigGlintEntry;
-
-template <typename Entity>
-Pell::Ptr<Entity> mountForReading(const Pell::Ptr<Vanta::EntityManager>& entityManager,
-                                  const Pell::String& path, std::uint32_t capacity) {
-  return ZevSharedMem::mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::reader,
-                                           capacity);
-}
 
 std::string destinationText(const LoamFec::FecDestination& destination) {
   return destination.first == LoamFec::FecDestination::kNone ? "-"
@@ -46,14 +39,9 @@ LoamFec::FecTableDataModelEntry entryOf(const Row& row) {
 FecTableView readFecTable(const std::string& stateFolder, Asic::UnitId unitId) {
   const auto entityManager = Zev::makeObject<Vanta::EntityManager>(stateFolder);
   const auto config = mountForReading<LoamFec::FecTableDataModelConfigGlint>(
-      entityManager, FecTableConstants::configGlintPath(unitId),
-      FecTableConstants::kConfigCapacity);
+      entityManager, FecTableConstants::configGlintPath(unitId));
   const auto log = mountForReading<LoamFec::FecTableDataModelEntryLogGlint>(
-      entityManager,
-      Asic::Constants::tableEntryLogGlintPath(FecTableConstants::kGroupName,
-                                              FecTableConstants::kAgentName,
-                                              FecTableConstants::kTableName),
-      FecTableConstants::kEntryLogCapacity);
+      entityManager, FecTableConstants::entryLogGlintPath());
   FecTableView view;
   view.logVersion = Asic::LogVersion(log->entryLogConfig().control().scratchpad());
   view.logRows = log->entryLogConfig().rowCount();

@@ -2,7 +2,6 @@
 
 #include "tools/TableRole.h"
 
-#include "Asic/Constants.h"
 #include "folder/RootFolder.h"
 #include "records/FecTableConstants.h"
 
@@ -11,16 +10,13 @@ namespace Tools {
 using LoamFec::FecTableConstants;
 
 std::string fileNameOf(TableRole role, Asic::UnitId unit) {
-  const char* agent = FecTableConstants::kAgentName;
-  const char* group = FecTableConstants::kGroupName;
   switch (role) {
     case TableRole::log:
-      return Glint::fileNameOfEntity(
-          Asic::Constants::tableEntryLogGlintPath(group, agent, FecTableConstants::kTableName));
+      return Glint::fileNameOfEntity(FecTableConstants::entryLogGlintPath());
     case TableRole::groupLog:
-      return Glint::fileNameOfEntity(Asic::Constants::groupLogGlintPath(agent, group));
+      return Glint::fileNameOfEntity(FecTableConstants::groupLogGlintPath());
     case TableRole::applied:
-      return Glint::fileNameOfEntity(Asic::Constants::groupVersionsGlintPath(agent, group));
+      return Glint::fileNameOfEntity(FecTableConstants::groupVersionsGlintPath());
     case TableRole::config:
       return Glint::fileNameOfEntity(FecTableConstants::configGlintPath(unit));
     case TableRole::other:

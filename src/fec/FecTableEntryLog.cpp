@@ -12,7 +12,6 @@
 
 #include <algorithm>
 
-#include "Asic/Constants.h"
 #include "Glint/Guarded.h"
 #include "Glint/SharedMemEntityManager.h"
 #include "Pell/Assert.h"
@@ -25,13 +24,6 @@ namespace {
 constexpr const char* kClass = "FecTableEntryLog";
 
 Zev::TraceHandle& trace = Zev::traceHandle(kClass);
-
-template <typename Entity>
-Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<Vanta::EntityManager>& entityManager,
-                                  const Pell::String& path, std::uint32_t capacity) {
-  return ZevSharedMem::mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::writer,
-                                           capacity);
-}
 
 }  // namespace
 
@@ -62,10 +54,9 @@ void FecTableEntryLog::handleInitialized() {
 
 void FecTableEntryLog::mountGlintChangeLog() {
   ZEV_TRACE(trace, 8, kClass, "");
-  const Pell::String path = Asic::Constants::tableEntryLogGlintPath(
-      FecTableConstants::kGroupName, FecTableConstants::kAgentName, FecTableConstants::kTableName);
-  tableEntryLog_ = mountForWriting<FecTableDataModelEntryLogGlint>(
-      entityManager(), path, FecTableConstants::kEntryLogCapacity);
+  const Pell::String path = FecTableConstants::entryLogGlintPath();
+  tableEntryLog_ =
+      ZevSharedMem::mountForWriting<FecTableDataModelEntryLogGlint>(entityManager(), path);
   if (tableEntryLog_) {
     tableVersionIs(Asic::LogVersion(log().control().scratchpad()));
   }
@@ -75,8 +66,8 @@ void FecTableEntryLog::mountGlintChangeLog() {
 void FecTableEntryLog::mountGlintConfig(Asic::UnitId unitId) {
   ZEV_TRACE(trace, 8, kClass, "");
   const Pell::String path = FecTableConstants::configGlintPath(unitId);
-  tableConfigGlintIs(unitId, mountForWriting<FecTableDataModelConfigGlint>(
-                                 entityManager(), path, FecTableConstants::kConfigCapacity));
+  tableConfigGlintIs(
+      unitId, ZevSharedMem::mountForWriting<FecTableDataModelConfigGlint>(entityManager(), path));
   ZEV_TRACE(trace, 2, kClass, " Mounted config for unitId: {} at {}", unitId, path);
 }
 

@@ -28,14 +28,6 @@ MUTANTS = [
      """  groupLogInterface()->addGroupLogEntry(tableId(), row.version(), neededEntry);
   log().control().scratchpadIs(row.version().value());
 """),
-    ("log is mounted one row short",
-     "entityManager(), path, FecTableConstants::kEntryLogCapacity);",
-     "entityManager(), path, FecTableConstants::kEntryLogCapacity - 1);",
-     {"by": "FecTableEntryLogTest"}),
-    ("configuration table is mounted one row short",
-     "entityManager(), path, FecTableConstants::kConfigCapacity));",
-     "entityManager(), path, FecTableConstants::kConfigCapacity - 1));",
-     {"by": "FecTableEntryLogTest"}),
     ("log begins anew at a restart",
      "    tableVersionIs(Asic::LogVersion(log().control().scratchpad()));\n", "",
      {"by": "FecTableInterfaceStepsTest"}),
@@ -52,13 +44,13 @@ MUTANTS = [
      'ZEV_TRACE(trace, 8, kClass, " Mounted entryLog: {}, tableVersion: {}", path, tableVersion());',
      {"by": "FecTableInterfaceStepsTest"}),
     ("mount of a configuration table is traced before it is made",
-     """  tableConfigGlintIs(unitId, mountForWriting<FecTableDataModelConfigGlint>(
-                                 entityManager(), path, FecTableConstants::kConfigCapacity));
+     """  tableConfigGlintIs(
+      unitId, ZevSharedMem::mountForWriting<FecTableDataModelConfigGlint>(entityManager(), path));
   ZEV_TRACE(trace, 2, kClass, " Mounted config for unitId: {} at {}", unitId, path);
 """,
      """  ZEV_TRACE(trace, 2, kClass, " Mounted config for unitId: {} at {}", unitId, path);
-  tableConfigGlintIs(unitId, mountForWriting<FecTableDataModelConfigGlint>(
-                                 entityManager(), path, FecTableConstants::kConfigCapacity));
+  tableConfigGlintIs(
+      unitId, ZevSharedMem::mountForWriting<FecTableDataModelConfigGlint>(entityManager(), path));
 """, {"by": "FecTableEntryLogTest"}),
     ("unit's configuration table is mounted for unit 0",
      "const Pell::String path = FecTableConstants::configGlintPath(unitId);",

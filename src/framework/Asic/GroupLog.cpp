@@ -27,10 +27,9 @@ Zev::TraceHandle& trace = Zev::traceHandle(kClass);
 Zev::TraceHandle& rowsTrace = Zev::traceHandle("GroupLogRows");
 
 template <typename Entity>
-Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<Vanta::EntityManager>& entityManager,
-                                  const Pell::String& path) {
-  auto entity = ZevSharedMem::mountEntity<Entity>(
-      entityManager, path, ZevGlint::ZevGlintType::writer, Entity::kCapacity);
+Pell::Ptr<Entity> mount(const Pell::Ptr<Vanta::EntityManager>& entityManager,
+                        const Pell::String& path) {
+  auto entity = ZevSharedMem::mountForWriting<Entity>(entityManager, path);
   PELL_ASSERT_MESSAGE(entity, "entity", path + " is not of type " + Entity::kTypeName);
   return entity;
 }
@@ -55,10 +54,9 @@ GroupVersionsGlint::GroupVersionsGlint(const ZevGlint::MountSite& site)
 
 GroupLog::GroupLog(const Pell::Ptr<Vanta::EntityManager>& entityManager,
                    const Pell::String& agentName, const Pell::String& groupName)
-    : log_(mountForWriting<GroupLogGlint>(entityManager,
-                                          Constants::groupLogGlintPath(agentName, groupName))),
-      versions_(mountForWriting<GroupVersionsGlint>(
-          entityManager, Constants::groupVersionsGlintPath(agentName, groupName))),
+    : log_(mount<GroupLogGlint>(entityManager, Constants::groupLogGlintPath(agentName, groupName))),
+      versions_(mount<GroupVersionsGlint>(entityManager,
+                                          Constants::groupVersionsGlintPath(agentName, groupName))),
       lastSequence_(log_->groupLog().control().scratchpad()) {
   readApplied();
   readPending();

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "Asic/Constants.h"
+#include "Asic/GroupLogRows.h"
 
 namespace {
 
@@ -26,6 +27,13 @@ TEST(AsicConstantsTest, ThePathsOfOneGroupAreDistinct) {
                                         Constants::groupLogGlintPath("a", "b"),
                                         Constants::groupVersionsGlintPath("a", "b")};
   EXPECT_EQ(paths.size(), 4U);
+}
+
+TEST(AsicConstantsTest, ALogHasRoomToDriveEveryEntryOfEveryUnitAgainOnTopOfAFullOne) {
+  EXPECT_EQ(Constants::kMaxUnits, 16U);
+  EXPECT_EQ(Constants::kUnitCapacity, 65536U);
+  EXPECT_EQ(Constants::kRedriveRows, 1048576U);
+  EXPECT_EQ(Glint::RowTraits<Asic::GroupLogRow>::physicalSlots(1), 1048577U);
 }
 
 }  // namespace

@@ -9,11 +9,13 @@
 #include <gtest/gtest.h>
 
 #include "Glint/Guarded.h"
+#include "Glint/SharedMemEntityManager.h"
 #include "format/Format.h"
 #include "records/FecTableConstants.h"
 #include "testing/FecHarness.h"
 #include "testing/LeakCheck.h"
 #include "testing/Printers.h"
+#include "testing/TemporaryRoot.h"
 
 namespace {
 
@@ -71,6 +73,25 @@ TEST_F(FecSharedTablesTest, TheEntitiesNameTheirTypesAndCollections) {
   EXPECT_STREQ(FecTableDataModelConfigGlint::kCollectionName, "swTableEntries");
   EXPECT_EQ(log().entryLogConfig().capacity(), 100000U);
   EXPECT_EQ(config().swTableEntries().capacity(), 65536U);
+}
+
+TEST(FecSharedTablesMountTest, ATableIsMountedWithTheCapacityOfItsType) {
+  using Log = FecTableDataModelEntryLogGlint;
+  using ZevGlint::ZevGlintType;
+  const testing_support::TemporaryRoot root;
+  const auto agent = Zev::makeObject<Vanta::EntityManager>(root.path());
+  const auto other = Zev::makeObject<Vanta::EntityManager>(root.path());
+  const auto writer = ZevSharedMem::mountForWriting<Log>(agent, "log");
+  EXPECT_EQ(writer->entryLogConfig().capacity(), 100000U);
+  EXPECT_TRUE(writer->entryLogConfig().isWriter());
+  writer->entryLogConfigIs({LogVersion(5), 1, UnitId(0), {}});
+  const auto reader = ZevSharedMem::mountForReading<Log>(other, "log");
+  EXPECT_FALSE(reader->entryLogConfig().isWriter());
+  EXPECT_TRUE(reader->entryLogConfig().has(LogVersion(5)));
+
+  ZevSharedMem::mountEntity<Log>(agent, "smaller", ZevGlintType::writer, Log::kCapacity - 1);
+  EXPECT_THROW(ZevSharedMem::mountForReading<Log>(other, "smaller"), ZevGlint::MountException);
+  EXPECT_THROW(ZevSharedMem::mountForWriting<Log>(agent, "smaller"), ZevGlint::MountException);
 }
 
 // One of a full table, with what belongs to it of the index: the slot, the link after it and its

@@ -20,8 +20,15 @@ TEST(FecTableConstantsTest, NamesAndIdAreThoseOfTheFecTable) {
 TEST(FecTableConstantsTest, CapacitiesAndThresholdsAreFixed) {
   EXPECT_EQ(FecTableConstants::kEntryLogCapacity, 100000U);
   EXPECT_EQ(FecTableConstants::kConfigCapacity, 65536U);
+  EXPECT_EQ(FecTableConstants::kMaxUnits, 16U);
   EXPECT_EQ(FecTableConstants::kSuspendAbove, 9999U);
   EXPECT_EQ(FecTableConstants::kResumeAtOrBelow, 7999U);
+}
+
+TEST(FecTableConstantsTest, TheTablesHaveTheirNames) {
+  EXPECT_EQ(FecTableConstants::entryLogGlintPath(), "LoamAdj.LoamAdj.FecTable.log");
+  EXPECT_EQ(FecTableConstants::groupLogGlintPath(), "LoamAdj.LoamAdj.grouplog");
+  EXPECT_EQ(FecTableConstants::groupVersionsGlintPath(), "LoamAdj.LoamAdj.applied");
 }
 
 TEST(FecTableConstantsTest, EveryUnitHasAConfigurationPathOfItsOwn) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 
+#include "Asic/Constants.h"
 #include "Asic/NeededEntry.h"
 #include "Glint/GlintMap.h"
 #include "Zev/Entity.h"
@@ -102,9 +103,8 @@ struct Glint::RowTraits<Asic::GroupLogRow> {
   static constexpr bool kRisingKeys = true;
   static constexpr const char* kTypeName = "Asic::GroupLogRow";
   static constexpr std::uint32_t kLayoutVersion = 1;
-  // A re-drive of every entry of every unit may come on top of a full log.
   static constexpr std::uint32_t physicalSlots(std::uint32_t capacity) {
-    return capacity + 65536 * 16;
+    return capacity + Asic::Constants::kRedriveRows;
   }
 };
 

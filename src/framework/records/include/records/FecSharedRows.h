@@ -5,10 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Asic/Constants.h"
 #include "Asic/Versions.h"
 #include "Glint/GlintMap.h"
 #include "records/FecRecords.h"
-#include "records/FecTableConstants.h"
 
 // Shared-memory rows of the FEC table. Little-endian, fixed offsets; other processes read them.
 // Members at unaligned offsets are private and read by value.
@@ -116,11 +116,8 @@ struct Glint::RowTraits<LoamFec::FecTableDataModelLogGlintEntry> {
   static constexpr bool kRisingKeys = true;
   static constexpr const char* kTypeName = "LoamFec::FecTableDataModelLogGlintEntry";
   static constexpr std::uint32_t kLayoutVersion = 1;
-  // Requests stop at the nominal capacity, but re-drives do not. So there is room for one re-drive
-  // of every entry of every unit beyond it.
   static constexpr std::uint32_t physicalSlots(std::uint32_t capacity) {
-    return capacity +
-           LoamFec::FecTableConstants::kMaxUnits * LoamFec::FecTableConstants::kConfigCapacity;
+    return capacity + Asic::Constants::kRedriveRows;
   }
 };
 

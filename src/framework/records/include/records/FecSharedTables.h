@@ -6,6 +6,7 @@
 #include "Glint/MountInfo.h"
 #include "Zev/Entity.h"
 #include "records/FecSharedRows.h"
+#include "records/FecTableConstants.h"
 
 // The shared-memory entities of the FEC table, as the entity manager makes them on a mount.
 
@@ -19,6 +20,7 @@ class FecTableDataModelEntryLogGlint
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableDataModelEntryLogGlint";
   static constexpr const char* kCollectionName = "entryLogConfig";
+  static constexpr std::uint32_t kCapacity = FecTableConstants::kEntryLogCapacity;
 
   explicit FecTableDataModelEntryLogGlint(const ZevGlint::MountSite& site);
 
@@ -39,6 +41,7 @@ class FecTableDataModelConfigGlint : public Zev::Typed<FecTableDataModelConfigGl
  public:
   static constexpr const char* kTypeName = "LoamFec::FecTableDataModelConfigGlint";
   static constexpr const char* kCollectionName = "swTableEntries";
+  static constexpr std::uint32_t kCapacity = FecTableConstants::kConfigCapacity;
 
   explicit FecTableDataModelConfigGlint(const ZevGlint::MountSite& site);
 

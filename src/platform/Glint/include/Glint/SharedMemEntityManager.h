@@ -83,4 +83,18 @@ Pell::Ptr<Entity> mountEntity(const Pell::Ptr<const Vanta::EntityManager>& entit
   return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
 }
 
+// The same with the capacity that the entity's type has, Entity::kCapacity.
+template <typename Entity>
+Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<const Vanta::EntityManager>& entityManager,
+                                  const Pell::String& path) {
+  return mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::writer,
+                             Entity::kCapacity);
+}
+template <typename Entity>
+Pell::Ptr<Entity> mountForReading(const Pell::Ptr<const Vanta::EntityManager>& entityManager,
+                                  const Pell::String& path) {
+  return mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::reader,
+                             Entity::kCapacity);
+}
+
 }  // namespace ZevSharedMem
