@@ -36,7 +36,9 @@ class Check {
         verify(file);
       }
     }
-    checkPresence();
+    for (const TableRole role : image_.missingTables()) {
+      report_.findings.push_back({"missing_table", fileNameOf(role), StateImage::kMissingTable});
+    }
     for (const Judgement& judgement : judge(readRows(image_))) {
       (judgement.isFinding ? report_.findings : report_.notes)
           .push_back({judgement.kind, judgement.file, judgement.text});
@@ -76,21 +78,6 @@ class Check {
                               .retiredSlots = found.retiredSlots,
                               .scratchpad = found.scratchpad,
                               .corruptions = found.corruptionCount});
-  }
-
-  // An agent makes group log, applied versions, log, configuration tables, in this order.
-  void checkPresence() {
-    bool laterIsThere =
-        std::any_of(image_.tables().begin(), image_.tables().end(),
-                    [](const TableFile& file) { return file.role == TableRole::config; });
-    for (const TableRole role : {TableRole::log, TableRole::applied, TableRole::groupLog}) {
-      const bool isThere = image_.table(role) != nullptr;
-      if (laterIsThere && !isThere) {
-        report_.findings.push_back({"missing_table", fileNameOf(role),
-                                    "it is missing, but tables that are made after it exist"});
-      }
-      laterIsThere = laterIsThere || isThere;
-    }
   }
 
   void noteOtherFiles() {

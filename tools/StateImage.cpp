@@ -20,18 +20,15 @@
 
 #include <fmt/format.h>
 
-#include "Asic/Constants.h"
 #include "Asic/GroupLog.h"
 #include "folder/FolderUpkeep.h"
+#include "folder/RootFolder.h"
 #include "records/FecSharedTables.h"
-#include "records/FecTableConstants.h"
 #include "table/Inspection.h"
 
 namespace Tools {
 
 namespace {
-
-using LoamFec::FecTableConstants;
 
 constexpr std::string_view kTableSuffix = ".table";
 constexpr auto kLongestPause = std::chrono::milliseconds(20);
@@ -99,6 +96,11 @@ void openInto(TableFile& file, const Glint::RootFolder& root) {
   }
 }
 
+template <typename Entity, typename Row>
+Glint::TableLayout layoutOfEntity() {
+  return Glint::tableLayout<Row>(Entity::kCollectionName, Entity::kCapacity);
+}
+
 bool indexUnfinished(const TableFile& file) {
   return file.image != nullptr && (file.image->view().header().generation & 1U) != 0;
 }
@@ -108,19 +110,15 @@ bool indexUnfinished(const TableFile& file) {
 std::optional<Glint::TableLayout> layoutOf(TableRole role) {
   switch (role) {
     case TableRole::log:
-      return Glint::tableLayout<LoamFec::FecTableDataModelLogGlintEntry>(
-          LoamFec::FecTableDataModelEntryLogGlint::kCollectionName,
-          FecTableConstants::kEntryLogCapacity);
+      return layoutOfEntity<LoamFec::FecTableDataModelEntryLogGlint,
+                            LoamFec::FecTableDataModelLogGlintEntry>();
     case TableRole::groupLog:
-      return Glint::tableLayout<Asic::GroupLogRow>(Asic::GroupLogGlint::kCollectionName,
-                                                   Asic::GroupLogGlint::kCapacity);
+      return layoutOfEntity<Asic::GroupLogGlint, Asic::GroupLogRow>();
     case TableRole::applied:
-      return Glint::tableLayout<Asic::GroupVersionRow>(Asic::GroupVersionsGlint::kCollectionName,
-                                                       Asic::GroupVersionsGlint::kCapacity);
+      return layoutOfEntity<Asic::GroupVersionsGlint, Asic::GroupVersionRow>();
     case TableRole::config:
-      return Glint::tableLayout<LoamFec::FecTableDataModelConfigGlintEntry>(
-          LoamFec::FecTableDataModelConfigGlint::kCollectionName,
-          FecTableConstants::kConfigCapacity);
+      return layoutOfEntity<LoamFec::FecTableDataModelConfigGlint,
+                            LoamFec::FecTableDataModelConfigGlintEntry>();
     case TableRole::other:
       break;
   }
@@ -155,6 +153,21 @@ const TableFile* StateImage::table(TableRole role, Asic::UnitId unit) const {
   return found == tables_.end() ? nullptr : &*found;
 }
 
+std::vector<TableRole> StateImage::missingTables() const {
+  std::vector<TableRole> missing;
+  bool laterIsThere = std::any_of(tables_.begin(), tables_.end(), [](const TableFile& file) {
+    return file.role == TableRole::config;
+  });
+  for (const TableRole role : {TableRole::log, TableRole::applied, TableRole::groupLog}) {
+    const bool isThere = table(role) != nullptr;
+    if (laterIsThere && !isThere) {
+      missing.push_back(role);
+    }
+    laterIsThere = laterIsThere || isThere;
+  }
+  return missing;
+}
+
 StateImage::Names StateImage::list() const {
   Names names;
   std::error_code error;
@@ -168,7 +181,7 @@ StateImage::Names StateImage::list() const {
     } else if (name.find(Glint::kKeptInfix) != std::string::npos) {
       names.kept.push_back(name);
     }
-    names.lockFile = names.lockFile || name == ".writer";
+    names.lockFile = names.lockFile || name == Glint::kWriterLockName;
   }
   if (std::error_code ignored; std::filesystem::is_symlink(folder_, ignored)) {
     throw CannotTell(fmt::format("{}: it is a symbolic link; name the folder itself", folder_));

@@ -58,6 +58,11 @@ class StateImage {
   const std::vector<TableFile>& tables() const { return tables_; }  // by name
   // Null if there is none.
   const TableFile* table(TableRole role, Asic::UnitId unit = Asic::UnitId()) const;
+  // Tables that are not there though one is that is made after them: an agent makes group log,
+  // applied versions, log and configuration tables, in this order. The last of them first.
+  std::vector<TableRole> missingTables() const;
+  static constexpr const char* kMissingTable =
+      "it is missing, and tables that are made after it are there";
   // Files that a killed agent or repair was creating, and copies that a repair has kept; by name.
   const std::vector<std::string>& unfinished() const { return names_.unfinished; }
   const std::vector<std::string>& kept() const { return names_.kept; }

@@ -140,7 +140,11 @@ class Planner {
         planFile(file);
       }
     }
-    planMissing();
+    for (const TableRole role : image_.missingTables()) {
+      step("missing_table", fileNameOf(role), StateImage::kMissingTable,
+           "put an empty table in its place");
+      lost(role);
+    }
     planLost();
     RowPlan rowPlan = planRows(rows_);
     std::move(rowPlan.steps.begin(), rowPlan.steps.end(), std::back_inserter(plan_.steps));
@@ -204,22 +208,6 @@ class Planner {
     }
     if (found.changeInFlight) {
       step("change_in_flight", file.name, "a change was cut short", "finish or undo it");
-    }
-  }
-
-  // In the order in which an agent makes them; the later ones tell that the earlier ones were
-  // there.
-  void planMissing() {
-    bool laterIsThere = !rows_.units.empty();
-    for (const TableRole role : {TableRole::log, TableRole::applied, TableRole::groupLog}) {
-      const bool isThere = image_.table(role) != nullptr;
-      if (laterIsThere && !isThere) {
-        step("missing_table", fileNameOf(role),
-             "it is missing, but tables that are made after it exist",
-             "put an empty table in its place");
-        lost(role);
-      }
-      laterIsThere = laterIsThere || isThere;
     }
   }
 
