@@ -62,7 +62,7 @@ class StateImage {
   // applied versions, log and configuration tables, in this order. The last of them first.
   std::vector<TableRole> missingTables() const;
   static constexpr const char* kMissingTable =
-      "it is missing, and tables that are made after it are there";
+      "it is missing, but tables that are made after it exist";
   // Files that a killed agent or repair was creating, and copies that a repair has kept; by name.
   const std::vector<std::string>& unfinished() const { return names_.unfinished; }
   const std::vector<std::string>& kept() const { return names_.kept; }

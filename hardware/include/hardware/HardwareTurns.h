@@ -24,12 +24,14 @@ namespace Hardware {
 //
 // Kind: object with identity.
 // Ownership: refers to the hardware side and the loop, which outlive it; holds the group and the
-// status. Threads: the event loop's. Invariants: nothing is applied inside the call that logs an
-// operation, and nothing is reported inside the turn that applies. What is applied is reported to
-// every unit's table. Whenever a hardware write is asked for, a report follows, of the last
-// versions if there is nothing to apply: it answers what needs no version. Errors: what a handler
-// throws out of a report reaches the loop when every table has been told; of several exceptions the
-// first. A handler may do anything but end the hardware side.
+// status.
+// Threads: the event loop's.
+// Invariants: nothing is applied inside the call that logs an operation, and nothing is reported
+// inside the turn that applies. What is applied is reported to every unit's table. Whenever a
+// hardware write is asked for, a report follows, of the last versions if there is nothing to apply:
+// it answers what needs no version.
+// Errors: what a handler throws out of a report reaches the loop when every table has been told; of
+// several exceptions the first. A handler may do anything but end the hardware side.
 class HardwareTurns {
  public:
   // About the work of one turn that applies, in rows; see Asic::HardwareSide::step().
