@@ -4,6 +4,9 @@
 // ends, however it ends. What can be locked has nobody, and is removed while it is locked. Between
 // its making and its locking a new folder looks like one that was left: so its maker looks, once it
 // has the lock, whether the folder still has its name, and makes another one if not.
+//
+// A file system that a test has mounted on its folder hides the lock. So a folder of another device
+// than its parent's is left alone.
 
 #include "testing/TemporaryRoot.h"
 
@@ -83,12 +86,17 @@ TemporaryRoot::~TemporaryRoot() {
 std::size_t sweepTemporaryRoots(const Pell::String& parent, uid_t owner) {
   std::size_t swept = 0;
   std::error_code ended;
+  struct stat around {};
+  if (::stat(parent.c_str(), &around) != 0) {
+    return 0;
+  }
   for (fs::directory_iterator at(parent, ended); !ended && at != fs::directory_iterator();
        at.increment(ended)) {
     const std::string path = at->path();
     struct stat found {};
     if (!at->path().filename().string().starts_with(kPrefix) ||
-        ::lstat(path.c_str(), &found) != 0 || found.st_uid != owner) {
+        ::lstat(path.c_str(), &found) != 0 || found.st_uid != owner ||
+        found.st_dev != around.st_dev) {
       continue;
     }
     const int lock = lockFolder(path.c_str());

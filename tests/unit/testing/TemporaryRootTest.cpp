@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -129,6 +130,19 @@ TEST_F(TemporaryRootTest, AForeignUsersFolderIsNotTouched) {
   const std::string left = leftBehind(parent_.path());
   EXPECT_EQ(sweepTemporaryRoots(parent_.path(), ::geteuid() + 1), 0U);
   EXPECT_TRUE(fs::exists(left + "/file"));
+}
+
+// What is mounted there hides the folder and its lock.
+TEST_F(TemporaryRootTest, AFolderThatSomethingIsMountedOnIsNotTouched) {
+  const TemporaryRoot root(parent_.path());
+  if (::mount("none", root.path().c_str(), "tmpfs", 0, "size=64k") != 0) {
+    GTEST_SKIP() << "may not mount a file system here";
+  }
+  const std::string file = root.path() + "/file";
+  std::ofstream(file) << "kept";
+  EXPECT_EQ(sweep(), 0U);
+  EXPECT_TRUE(fs::exists(file));
+  EXPECT_EQ(::umount(root.path().c_str()), 0);
 }
 
 TEST_F(TemporaryRootTest, WhatHasAnotherNameOrIsALinkIsNotSwept) {
