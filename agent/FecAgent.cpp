@@ -5,12 +5,14 @@
 
 #include "agent/FecAgent.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <utility>
 
 #include "Asic/CanonicalTableName.h"
 #include "Asic/Constants.h"
+#include "Glint/Guarded.h"
 #include "Vanta/EntityManager.h"
 
 namespace Agent {
@@ -45,11 +47,24 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
     hardware_ = makeHardware(stateFolder, unitIds, Asic::Writer::onThisThread);
   }
   for (const Asic::UnitId unitId : unitIds) {
-    fec_->entryLog()->sweepOrphans(unitId, hardware_->appliedVersion(FecTableConstants::kTableId));
+    fec_->entryLog()->sweepOrphans(unitId, appliedVersion());
   }
   hardwareTurns_ =
       std::make_unique<Hardware::HardwareTurns>(loop_, group_, fec_->swTableStatus(), *hardware_);
   hardwareTurns_->resume();
+}
+
+// By the hardware, or by the record of what hardware has reported before: fresh hardware that takes
+// no change yet has applied nothing.
+Asic::LogVersion FecAgent::appliedVersion() const {
+  Asic::LogVersion applied = hardware_->appliedVersion(FecTableConstants::kTableId);
+  const Pell::Ptr<Asic::GroupLog>& groupLog = group_->groupLog();
+  Glint::guarded(groupLog->versionsMap(), [&] {
+    if (groupLog->hasTableVersion(FecTableConstants::kTableId)) {
+      applied = std::max(applied, groupLog->tableVersion(FecTableConstants::kTableId));
+    }
+  });
+  return applied;
 }
 
 bool FecAgent::hardwareEqualsTable(Asic::UnitId unitId) const {

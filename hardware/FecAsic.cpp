@@ -49,9 +49,8 @@ void FecAsic::removeAll(Asic::UnitId unitId, Asic::LogVersion version) {
 }
 
 bool FecAsic::flush() {
-  refused_ = false;
   if (waiting_.empty()) {
-    return true;
+    return !refused_;
   }
   changes_.clear();
   for (const Waiting& change : waiting_) {
@@ -85,6 +84,8 @@ std::optional<FecEntry> FecAsic::entry(Asic::UnitId unitId, const FecKey& key) c
 std::uint32_t FecAsic::entries(Asic::UnitId unitId) const {
   return driver_->entries(kFecTable, unitId);
 }
+
+std::uint32_t FecAsic::capacity() const { return driver_->capacity(kFecTable); }
 
 const std::vector<FecKey>& FecAsic::keys(Asic::UnitId unitId, AsicDriver::Cursor& at,
                                          std::uint64_t atMost) {

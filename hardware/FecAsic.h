@@ -32,14 +32,15 @@ class FecAsic {
   void removeAll(Asic::UnitId unitId, Asic::LogVersion version);
   bool hasRoom() const { return waiting_.size() < kBatch; }
 
-  // Hands what waits to the driver. False: it has not taken all, the rest waits on.
+  // Hands what waits to the driver. False: it has not taken all, the rest waits on; or nothing
+  // waits and it has refused something since tryAgain().
   bool flush();
   // The version of the first change that waits; nothing when none does.
   std::optional<Asic::LogVersion> firstWaiting() const;
   // Drops what waits.
   void forget() { waiting_.clear(); }
 
-  // True from a flush() that was not taken whole up to the next one that is, or tryAgain().
+  // True from a flush() that was not taken whole up to one that is, or tryAgain().
   bool refused() const { return refused_; }
   void tryAgain() { refused_ = false; }
   Pell::String fault() const { return refused_ ? driver_->fault() : Pell::String(); }
@@ -47,6 +48,8 @@ class FecAsic {
   // What the ASIC holds.
   std::optional<FecEntry> entry(Asic::UnitId unitId, const FecKey& key) const;
   std::uint32_t entries(Asic::UnitId unitId) const;
+  // Entries that a unit can hold.
+  std::uint32_t capacity() const;
   // The next keys of a walk, as AsicDriver::keys(): at most so many (at least 1), and at most
   // kKeysAtATime; none at the end. Good until the next call.
   static constexpr std::size_t kKeysAtATime = 64;

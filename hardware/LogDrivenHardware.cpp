@@ -75,6 +75,7 @@ LogDrivenHardware::~LogDrivenHardware() = default;
 
 Asic::Resynchronisation LogDrivenHardware::resynchronise() {
   writer_ = Asic::Writer::onThisThread;
+  asic_->tryAgain();
   beginResynchronisation();
   StepBudget unlimited(StepBudget::kUnlimited);
   return goOnResynchronising(unlimited).value_or(Asic::Resynchronisation());
@@ -188,7 +189,7 @@ bool LogDrivenHardware::step(std::uint32_t rows) {
   if (!resynchronising() && !asic_->refused()) {
     flush();
   }
-  if (!isSpent) {
+  if (!isSpent && !asic_->refused()) {
     traceWaiting();
   }
   return isSpent && !asic_->refused();
@@ -301,8 +302,9 @@ bool LogDrivenHardware::applyOther(Asic::SwTableId tableId, Announcements& waiti
     if (target.logVersion() <= appliedVersion(tableId)) {
       continue;
     }
-    if (!needsAreApplied(waiting.front(), appliedVersion(kFecTable)) &&
-        !(flush() && needsAreApplied(waiting.front(), appliedVersion(kFecTable)))) {
+    // What only the batch under way keeps from it is asked of the ASIC at once.
+    if (!needsAreApplied(waiting.front(), given_) ||
+        (!needsAreApplied(waiting.front(), appliedVersion(kFecTable)) && !flush())) {
       break;
     }
     budget.charge(1);  // its group row, when it is cleaned up
@@ -383,8 +385,8 @@ void LogDrivenHardware::giveToAsic(const LogRow& row, StepBudget& budget) {
 // it has not taken all.
 bool LogDrivenHardware::flush() {
   const bool isTaken = asic_->flush();
-  const Asic::LogVersion taken =
-      isTaken ? given_ : Asic::LogVersion(asic_->firstWaiting()->value() - 1);
+  const auto refused = asic_->firstWaiting();
+  const Asic::LogVersion taken = refused ? Asic::LogVersion(refused->value() - 1) : given_;
   Asic::LogVersion& applied = applied_[kFecTable];
   while (applied < taken) {
     applied = Asic::LogVersion(applied.value() + 1);

@@ -54,8 +54,9 @@ Resynchroniser::Resynchroniser(const ConfigTables& units, LogMap& log, FecAsic& 
 }
 
 bool Resynchroniser::step(StepBudget& budget) {
-  const bool isDone = lookAtRows(budget) && askTheLog(budget) && removeTheUnseen(budget);
-  return asic_->flush() && isDone;
+  const bool isDone =
+      lookAtRows(budget) && askTheLog(budget) && removeTheUnseen(budget) && addTheRest(budget);
+  return !asic_->refused() && asic_->flush() && isDone;
 }
 
 // For one change more. False: the ASIC takes no more.
@@ -74,10 +75,11 @@ bool Resynchroniser::lookAtRows(StepBudget& budget) {
 }
 
 bool Resynchroniser::lookAtRowsOf(Asic::UnitId unitId, ConfigMap& rows, StepBudget& budget) {
+  Sighting& sighting = sightings_[unitId];
   if (!at_) {
     at_ = rows.beforeFirst();
+    sighting.held = asic_->entries(unitId);
   }
-  Sighting& sighting = sightings_[unitId];
   while (!budget.spent() && makeRoom()) {
     const auto slots = static_cast<std::uint32_t>(std::min(budget.left(), kSlotsAtATime));
     bool paused = false;
@@ -157,19 +159,33 @@ void Resynchroniser::makeEqual(Asic::UnitId unitId, const ConfigRow& row) {
   if (row.isDeleted()) {
     if (held) {
       ++found_.removed;
+      --sightings_[unitId].held;
       asic_->remove(unitId, row.key(), row.version());
     }
     return;
   }
   if (!held) {
     ++found_.added;
-  } else if (FecEntry::isEq(*held, row.logEntry())) {
+    add(unitId, row);
+    return;
+  }
+  if (FecEntry::isEq(*held, row.logEntry())) {
     ++found_.unchanged;
     return;
-  } else {
-    ++found_.changed;
   }
+  ++found_.changed;
   asic_->write(unitId, row.logEntry(), row.version());
+}
+
+// What a full ASIC has no room for waits until everything that is to go has gone.
+void Resynchroniser::add(Asic::UnitId unitId, const ConfigRow& row) {
+  Sighting& sighting = sightings_[unitId];
+  if (sighting.held < asic_->capacity()) {
+    ++sighting.held;
+    asic_->write(unitId, row.logEntry(), row.version());
+  } else {
+    additions_.push_back({unitId, row.logEntry(), row.version()});
+  }
 }
 
 // The log.
@@ -266,6 +282,18 @@ bool Resynchroniser::removeTheUnseen(StepBudget& budget) {
         }
       }
     }
+  }
+  return true;
+}
+
+bool Resynchroniser::addTheRest(StepBudget& budget) {
+  for (; !additions_.empty(); additions_.pop_front()) {
+    if (budget.spent() || !makeRoom()) {
+      return false;
+    }
+    budget.charge(1);
+    const Addition& addition = additions_.front();
+    asic_->write(addition.unitId, addition.entry, addition.version);
   }
   return true;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 
 #include "Asic/HardwareSide.h"
@@ -35,6 +36,8 @@ struct ResynchronisationRange {
 // its rows between applied and limit are applied to them in order, and no later ones. Last, entries
 // of the hardware for which no row was seen are taken off, unless damage has hidden rows of the
 // unit.
+//
+// An ASIC that has no room for an entry is given it once everything that is to go has gone.
 //
 // Kind: object with identity, for one resynchronisation.
 // Ownership: refers to the units, the log and the ASIC.
@@ -70,7 +73,14 @@ class Resynchroniser {
 
   struct Sighting {
     Decided decided;
+    std::uint32_t held = 0;  // entries in the ASIC, once the changes on their way are there
     bool sawAll = true;
+  };
+
+  struct Addition {
+    Asic::UnitId unitId;
+    FecEntry entry;
+    Asic::LogVersion version;
   };
 
   bool lookAtRows(StepBudget& budget);
@@ -86,6 +96,8 @@ class Resynchroniser {
   bool makeRoom();
   bool isDecided(Asic::UnitId unitId, const FecKey& key) const;
   bool removeTheUnseen(StepBudget& budget);
+  void add(Asic::UnitId unitId, const ConfigRow& row);
+  bool addTheRest(StepBudget& budget);
 
   const ConfigTables* units_;
   LogMap* log_;
@@ -98,6 +110,7 @@ class Resynchroniser {
   std::uint64_t asked_;                   // log version
   ConfigTables::const_iterator cleared_;  // unit whose unseen keys go
   AsicDriver::Cursor next_ = 0;
+  std::deque<Addition> additions_;  // for which a full ASIC has no room yet
   Asic::Resynchronisation found_;
   std::optional<Asic::LogVersion> owed_;
 };

@@ -51,7 +51,8 @@ class FecAgent {
   ResourceTable& resourceTable() { return *resourceTable_; }
   LoamFec::FecTableInterface& fec() { return *fec_; }
   const Asic::HardwareSide& hardware() const { return *hardware_; }
-  // How the hardware that was handed over differed from the tables; zeros without one.
+  // How the hardware that was handed over differed from the tables; zeros without one, and when it
+  // did not take all at once.
   const Asic::Resynchronisation& resynchronisation() const { return resynchronisation_; }
 
   // Whether the unit's hardware table holds exactly the unit's committed entries.
@@ -66,6 +67,8 @@ class FecAgent {
     Registrations& operator=(const Registrations&) = delete;
     ~Registrations() { Zev::Entity::singletonDelAll(); }
   };
+
+  Asic::LogVersion appliedVersion() const;
 
   AsioEventLoop loop_;
   Registrations registrations_;  // goes right before the loop, also when the constructor throws

@@ -19,6 +19,7 @@ namespace Hardware {
 // see FecTableDataModelLogEntry). Entries of one table all have the same length.
 // Ownership: LogDrivenHardware holds the driver.
 // Threads: one. No call may wait for the tables' writer.
+// Errors: no call throws. A change that the ASIC does not take is told by apply().
 class AsicDriver {
  public:
   struct Change {

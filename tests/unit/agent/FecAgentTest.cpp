@@ -278,6 +278,23 @@ TEST_F(OrphanTest, DeletionsThatNobodySpeaksForAreSweptAtTheStart) {
   EXPECT_EQ(rows(), 1U);
 }
 
+// Takes nothing.
+class ShutAsic : public Hardware::SimulatedAsic {
+ public:
+  std::size_t apply(std::span<const Change>) override { return 0; }
+  Pell::String fault() const override { return "shut"; }
+};
+
+TEST_F(OrphanTest, TheyAreSweptThoughFreshHardwareTakesNothingYet) {
+  agent_ = std::make_unique<FecAgent>(
+      root_.path(), kUnits, Hardware::drivenByTheLog([] { return std::make_unique<ShutAsic>(); }));
+  EXPECT_EQ(agent_->hardware().fault(), "shut");
+  EXPECT_EQ(agent_->hardware().appliedVersion(LoamFec::FecTableConstants::kTableId).value(), 0U);
+  EXPECT_EQ(rows(), 1U);
+  EXPECT_FALSE(hardwareEqual());
+  agent_->loop().runUntilIdle();
+}
+
 // The damage is done when the first of the two has gone.
 TEST_F(OrphanTest, OneIsKeptWhileDamageHidesWhetherItsLogRowIsThere) {
   const std::string file = Tools::fileNameOf(Tools::TableRole::config, kUnits[0]);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,6 @@ using asic_test::kUnit0;
 using Hardware::AsicDriver;
 using LoamFec::FecTableConstants;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -203,15 +203,199 @@ TEST_F(AsicDriverTest, WhatNobodyHasCommittedIsTakenOffThoughTheAsicRefusesAtFir
   asic_->resynchronise();
   EXPECT_TRUE(asic_->resynchronising());
   EXPECT_EQ(testing_support::heldEntries(*asic_, kUnit0), 100U);
-  for (int turn = 0; turn < 9; ++turn) {
+  for (std::uint32_t turn = 1; turn <= 8; ++turn) {
     driver_->allowed = 10;
+    driver_->batches.clear();
     asic_->step(kPlenty);
+    EXPECT_EQ(testing_support::heldEntries(*asic_, kUnit0), 100 - 10 * turn);
+    EXPECT_TRUE(asic_->resynchronising());
+    EXPECT_EQ(asic_->fault(), "the bus is stuck");
   }
   driver_->allowed = SIZE_MAX;
   asic_->step(kPlenty);
   EXPECT_FALSE(asic_->resynchronising());
   EXPECT_EQ(testing_support::heldEntries(*asic_, kUnit0), 10U);
   EXPECT_EQ(hardware(), committed());
+}
+
+TEST_F(AsicDriverTest, ARefusalWithinAComparisonEndsTheStep) {
+  write(1, 3);
+  asic_->step(kPlenty);
+  driver_->allowed = 0;
+  driver_->batches.clear();
+  config().rowDel(asic_test::FecHarness::key(2));
+  asic_->resynchronise();
+  EXPECT_THAT(driver_->batches, ElementsAre(1U));
+  asic_->step(kPlenty);
+  EXPECT_THAT(driver_->batches, ElementsAre(1U, 1U));
+}
+
+// Two other tables need what is refused.
+TEST_F(AsicDriverTest, ARefusalEndsTheStepWhoeverElseWaits) {
+  announce(asic_test::kOther, 1, {fec(2)});
+  announce(asic_test::kThird, 1, {fec(2)});
+  write(1, 2);
+  driver_->allowed = 1;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_THAT(driver_->told, ElementsAre("write 1"));
+  EXPECT_THAT(driver_->batches, SizeIs(::testing::Le(2U)));
+  EXPECT_EQ(asic_->fault(), "the bus is stuck");
+  driver_->allowed = SIZE_MAX;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(asic_->fault(), "");
+  EXPECT_EQ(applied(asic_test::kOther), 1U);
+  EXPECT_EQ(applied(asic_test::kThird), 1U);
+}
+
+TEST_F(AsicDriverTest, ATableThatWaitsForSomethingElseDoesNotCutBatchesShort) {
+  announce(asic_test::kOther, 1, {{asic_test::kThird, Asic::LogVersion(1)}});
+  write(1, 3);
+  asic_->step(kPlenty);
+  EXPECT_THAT(driver_->batches, ElementsAre(3U));
+}
+
+TEST_F(AsicDriverTest, ARefusedDeletionOfATableComesAgain) {
+  write(1, 2);
+  removeAll();
+  driver_->allowed = 2;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 2U);
+  EXPECT_EQ(hardware().size(), 2U);
+  driver_->allowed = 1;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 3U);
+  EXPECT_THAT(hardware(), IsEmpty());
+}
+
+// The comparison that a missing row asks for does what the refused batch would have done.
+TEST_F(AsicDriverTest, ARowThatIsMissingBehindARefusalIsMadeGood) {
+  write(1, 4);
+  loseLogRow(3);
+  driver_->allowed = 1;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_LE(applied(), 1U);
+  driver_->allowed = SIZE_MAX;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(applied(), 4U);
+  EXPECT_EQ(asic_->repairs(), 1U);
+  EXPECT_EQ(hardware(), committed());
+}
+
+// The refusal comes first, so the comparison is left to the next step.
+TEST_F(AsicDriverTest, AGapThatIsMetBehindARefusalAsksTheAsicForNothingMoreInTheStep) {
+  write(1, 2);
+  removeAll();
+  write(3, 3);
+  loseGroupRow(4);
+  driver_->allowed = 0;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_THAT(driver_->batches, ElementsAre(2U));
+  EXPECT_EQ(asic_->fault(), "the bus is stuck");
+  driver_->allowed = SIZE_MAX;
+  EXPECT_FALSE(asic_->step(kPlenty));
+  EXPECT_EQ(asic_->repairs(), 1U);
+  EXPECT_EQ(hardware(), committed());
+}
+
+// What a refused comparison has left over is not carried out by the next one.
+TEST_F(AsicDriverTest, ANewComparisonForgetsWhatARefusedOneHadLeft) {
+  write(1, 2);
+  driver_->allowed = 0;
+  asic_->resynchronise();
+  remove(1);
+  harness_.run();
+  driver_->allowed = SIZE_MAX;
+  asic_->resynchronise();
+  asic_->step(kPlenty);
+  EXPECT_THAT(driver_->told, ElementsAre("write 2"));
+  EXPECT_EQ(hardware(), committed());
+}
+
+// The hardware is full of what is to go: that goes first.
+class FullAsicTest : public asic_test::AsicFixture {
+ protected:
+  FullAsicTest() {
+    asic_.reset();
+    asic_.emplace(harness_.stateFolder(), std::vector{kUnit0},
+                  std::make_unique<Hardware::SimulatedAsic>(2));
+    write(1);
+    write(2);
+    asic_->step(kPlenty);
+  }
+};
+
+TEST_F(FullAsicTest, AComparisonTakesOffWhatNobodyHasCommittedBeforeItAdds) {
+  config().rowDel(asic_test::FecHarness::key(1));
+  configRow(3, 7, 2);
+  asic_->resynchronise();
+  EXPECT_FALSE(asic_->resynchronising());
+  EXPECT_EQ(asic_->fault(), "");
+  EXPECT_EQ(hardware(), committed());
+  EXPECT_TRUE(hardware().contains(3));
+}
+
+TEST_F(FullAsicTest, AComparisonTakesOffWhatWasDeletedBeforeItAddsWhereverTheRowsAre) {
+  config().rowDel(asic_test::FecHarness::key(1));
+  configRow(3, 7, 2);  // in the slot of key 1, before that of key 2
+  configRow(2, 0, 2, true);
+  configRow(4, 8, 2);
+  asic_->resynchronise();
+  EXPECT_FALSE(asic_->resynchronising());
+  EXPECT_EQ(hardware(), committed());
+  EXPECT_EQ(hardware().size(), 2U);
+}
+
+TEST_F(FullAsicTest, OneEntryTooManyIsRefusedAndAllOthersAreThere) {
+  configRow(3, 7, 2);
+  asic_->resynchronise();
+  EXPECT_TRUE(asic_->resynchronising());
+  EXPECT_EQ(asic_->fault(), "unit 0: its table is full: 2 of 2 entries");
+  EXPECT_EQ(hardware().size(), 2U);
+  config().rowDel(asic_test::FecHarness::key(3));
+  asic_->resynchronise();
+  EXPECT_FALSE(asic_->resynchronising());
+  EXPECT_EQ(hardware(), committed());
+}
+
+// A driver that takes as much as it likes, a hundred times: what is said to be applied only rises,
+// and is what the hardware holds.
+TEST_F(AsicDriverTest, WhateverIsRefusedInTheEndTheHardwareIsTheTable) {
+  for (std::uint32_t seed = 1; seed <= 100; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const auto below = [&](std::uint32_t bound) {
+      return static_cast<std::uint32_t>(random() % bound);
+    };
+    std::uint64_t lastApplied = applied();
+    for (int round = 0; round < 12; ++round) {
+      switch (below(8)) {
+        case 0:
+          removeAll();
+          break;
+        case 1:
+          asic_->resynchronise();
+          break;
+        case 2:
+        case 3:
+          remove(below(20));
+          break;
+        default:
+          AsicFixture::write(below(20), below(1000));
+          AsicFixture::write(below(20), below(1000));
+          break;
+      }
+      driver_->allowed = below(4);
+      asic_->step(1 + below(30));
+      EXPECT_GE(applied(), lastApplied);
+      lastApplied = applied();
+    }
+    driver_->allowed = SIZE_MAX;
+    while (asic_->step(kPlenty)) {
+    }
+    ASSERT_EQ(asic_->fault(), "");
+    ASSERT_EQ(hardware(), committed());
+    ASSERT_EQ(applied(), harness_.log().tableVersion().value());
+  }
 }
 
 // On the agent's loop: the loop comes to rest, and who knows better asks again.

@@ -40,7 +40,8 @@ struct Resynchronisation {
 // Invariants: applied versions only rise, and what they name is in the hardware. A step is bounded
 // by the rows that it touches.
 // Errors: none is thrown. Hardware that takes no change keeps its applied version where it is and
-// says why (fault()); the same change is tried again by the next step.
+// says why (fault()); the same change is tried again by the next step. Until it is taken,
+// operations of other tables that come behind it may wait too.
 class HardwareSide {
  public:
   // What the clean-up after the report of a write touches: its log row twice, its group row.
@@ -64,7 +65,8 @@ class HardwareSide {
 
   // Takes what has been announced, and then compares every configuration row that may be applied by
   // now with what the hardware holds and repairs the difference, in this call. For the start of the
-  // agent whose hardware this is from then on: the writer is on this thread.
+  // agent whose hardware this is from then on: the writer is on this thread. When the hardware does
+  // not take all, zeros are returned, and the steps that follow do the rest.
   virtual Resynchronisation resynchronise() = 0;
 
   // Up to where each table has been applied.
