@@ -89,7 +89,8 @@ endfunction()
 # The timeouts end what hangs: they are far beyond what any test takes on a busy machine.
 
 # loamfec_test(name SOURCES file... [DEPENDS target...])
-# One GoogleTest binary, registered with CTest as one test a case.
+# One GoogleTest binary, registered with CTest as one test per case, or as one test with
+# LOAMFEC_WHOLE_PROGRAMS.
 function(loamfec_test name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
   add_executable(${name} ${ARG_SOURCES})
@@ -99,6 +100,11 @@ function(loamfec_test name)
   if(LOAMFEC_TEST_PCH)
     target_precompile_headers(${name} REUSE_FROM loamTestHeaders)
   endif()
-  gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 1800)
+  if(LOAMFEC_WHOLE_PROGRAMS)
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+    set_tests_properties(${name} PROPERTIES TIMEOUT 1800)
+  else()
+    gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 1800)
+  endif()
 endfunction()
 include(GoogleTest)
