@@ -63,6 +63,15 @@ function(loamfec_library name)
                        SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 endfunction()
 
+# loamfec_row_types(file...)
+# Sources of the folder's target that define row types, and so generate the code of their maps: they see
+# the inside of Glint, and the others do not.
+function(loamfec_row_types)
+  set_property(
+    SOURCE ${ARGV} APPEND
+    PROPERTY INCLUDE_DIRECTORIES $<TARGET_PROPERTY:Glint,SOURCE_DIR>)
+endfunction()
+
 # loamfec_executable(name SOURCES file... [DEPENDS target...])
 function(loamfec_executable name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;DEPENDS")
