@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "replay/Progress.h"
+#include "Progress.h"
 
 #include <unistd.h>
 

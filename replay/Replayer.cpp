@@ -10,8 +10,8 @@
 #include <set>
 #include <unordered_set>
 
+#include "Progress.h"
 #include "captures/NextHopEntry.h"
-#include "replay/Progress.h"
 
 namespace Replay {
 

@@ -33,17 +33,27 @@ LAYERS = {
                    ["Asic", "Wirex"]),
     "records": ("records", {"src/framework/records/include": ["records"]}, ["LoamAdjLib"]),
     "fec": ("LoamFec", {"src/fec/include": ["fec"]}, ["records"]),
-    "hardware": ("hardware", {"hardware/include": ["hardware"]}, ["fec"]),
+    "hardware": ("hardware", {"hardware/include": ["hardware"]}, ["fec", "hardware inside"]),
     "captures": ("captures", {"captures/include": ["captures"]}, ["records"]),
     "agent": ("agent", {"agent/include": ["agent"]}, ["hardware"]),
-    "replay": ("replay", {"replay/include": ["replay"]}, ["agent", "captures"]),
-    "tools": ("tools", {"tools/include": ["tools"]}, ["captures", "Glint inside"]),
-    "fecd": ("fecd", {}, ["replay"]),
-    "fecctl": ("fecctl", {}, ["tools"]),
+    "replay": ("replay", {"replay/include": ["replay"]}, ["agent", "captures", "replay inside"]),
+    "tools": ("tools", {"tools/include": ["tools"]}, ["captures", "Glint inside", "tools inside"]),
+    "fecd": ("fecd", {}, ["replay", "programs inside"]),
+    "fecctl": ("fecctl", {}, ["tools", "programs inside"]),
     "testing": ("loamTesting", {"testing/include": ["testing"]}, ["Zev"]),
+    # These have their headers beside those of the one before.
+    "fec testing": ("loamFecTesting", {}, ["testing", "fec"]),
+    "step testing": ("loamStepTesting", {}, ["testing"]),
+    "state testing": ("loamStateTesting", {}, ["testing", "Glint", "Glint inside"]),
 }
 # Headers that only a layer itself includes, and the layers that name them above.
-INSIDES = {"Glint inside": {"src/platform/Glint": ["format", "table", "folder", "offline"]}}
+INSIDES = {"Glint inside": {"src/platform/Glint": ["format", "table", "folder", "offline"]},
+           "hardware inside": {"hardware": [""]},
+           "replay inside": {"replay": [""]},
+           "tools inside": {"tools": [""]},
+           "programs inside": {"programs": [""]}}
+# Folders whose headers are no layer's.
+OUTSIDE = {".git", "bench", "build", "examples", "tests"}
 # Files that see the inside of Glint although their layers do not: they generate the maps of row types.
 EXCEPTIONS = {"src/framework/Asic/GroupLogRows.cpp": "src/platform/Glint",
               "src/framework/records/FecSharedRows.cpp": "src/platform/Glint"}
@@ -63,8 +73,21 @@ def headers(roots):
     for root, folders in roots.items():
         for folder in folders:
             names = sorted(os.listdir(os.path.join(root, folder)))
-            found += [f"{folder}/{name}" for name in names if name.endswith(".h")]
+            found += [os.path.join(folder, name) for name in names if name.endswith(".h")]
     return found
+
+
+def check_all_named(roots):
+    """The headers, a line each, that stand in none of the roots' folders."""
+    named = {os.path.join(root, header)
+             for folders in roots.values() for root, names in folders.items()
+             for header in headers({root: names})}
+    there = set()
+    for where, folders, names in os.walk("."):
+        folders[:] = [name for name in folders if where != "." or name not in OUTSIDE]
+        there |= {os.path.relpath(os.path.join(where, name)) for name in names
+                  if name.endswith(".h")}
+    return "\n".join(f"{header} is in no layer" for header in sorted(there - named))
 
 
 def files_of(target, commands):
@@ -133,13 +156,14 @@ def main():
     by_layer = {name: headers(folders) for name, folders in roots.items()}
     files = {name: files_of(layer[0], commands) for name, layer in LAYERS.items()}
     compiled = {name: command_of(those) for name, those in files.items()}
-    findings = [finding for finding in map(check_roots, files.values()) if finding]
+    findings = [check_all_named(roots)] + [check_roots(those) for those in files.values()]
     with ThreadPoolExecutor(max_workers=len(os.sched_getaffinity(0))) as pool:
         pairs = [pool.submit(check_pair, layer, names[0], *compiled[layer])
                  for layer in LAYERS
                  for other, names in by_layer.items() if other not in allowed(layer)]
         wholes = [pool.submit(check_all, layer, by_layer, *compiled[layer]) for layer in LAYERS]
-        findings += [answer.result() for answer in pairs + wholes if answer.result()]
+        findings += [answer.result() for answer in pairs + wholes]
+    findings = [finding for finding in findings if finding]
     print(f"{len(pairs)} wrong includes tried, {len(LAYERS)} layers asked for each of "
           f"{sum(map(len, by_layer.values()))} headers: {len(findings)} findings")
     for finding in findings:

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "replay/Progress.h"
+#include "Progress.h"
 
 namespace Replay {
 namespace {
