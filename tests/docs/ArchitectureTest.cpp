@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// ARCHITECTURE.md maps the folders of src/: every header stands in its folder's table, and every
-// name in a table is a header.
+// ARCHITECTURE.md maps hardware/ and the folders of src/: every header stands in its folder's
+// table, and every name in a table is a header.
 
 #include <algorithm>
 #include <filesystem>
@@ -21,7 +21,7 @@ using ::testing::UnorderedElementsAreArray;
 using Names = std::vector<std::string>;
 
 const std::filesystem::path kSource = SOURCE_DIR;
-const std::string kTitle = "\n### `src/";
+const std::string kTitle = "\n### `";
 
 std::string architecture() {
   std::ifstream file(kSource / "ARCHITECTURE.md");
@@ -71,6 +71,7 @@ Names mappedFolders() {
     }
   }
   folders.emplace_back("src/fec");
+  folders.emplace_back("hardware");
   return folders;
 }
 
