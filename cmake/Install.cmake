@@ -28,7 +28,7 @@ set_target_properties(${installed_libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 
 install(TARGETS ${installed_programs} RUNTIME COMPONENT Programs)
 foreach(library ${installed_libraries})
-  # Only who links a library needs its name without a version; libLoamFec.so is also loaded by that.
+  # A library's name without a version is for linking alone; libLoamFec.so is also loaded by that name.
   set(name_component Development)
   if(library STREQUAL LoamFec)
     set(name_component Libraries)

@@ -70,7 +70,7 @@ def indented_block(path, heading):
 
 
 class Installed(unittest.TestCase):
-    """The whole installation, once a class, at a place to which it was moved."""
+    """The whole installation, once per class, at a place to which it was moved."""
 
     @classmethod
     def setUpClass(cls):

@@ -14,8 +14,8 @@
 #include "records/FecRecords.h"
 #include "records/FecTableConstants.h"
 
-// The simulated ASIC as tests use it, and what hardware holds of the FEC table. For who links
-// `hardware`.
+// The simulated ASIC as tests use it, and what hardware holds of the FEC table. For tests that
+// link `hardware`.
 
 namespace testing_support {
 

@@ -452,7 +452,7 @@ TEST_F(StateCheckTest, BesideAnAgentAtWorkThereAreNoFindings) {
   ::close(begun[1]);
 }
 
-// ---- what cannot be told
+// ---- folders that cannot be checked
 
 TEST_F(StateCheckTest, WithoutAFolderNothingCanBeTold) {
   EXPECT_THAT(checkState(folder() + "/none").cannotTell, HasSubstr("cannot read the state folder"));

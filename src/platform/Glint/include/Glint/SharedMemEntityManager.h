@@ -31,7 +31,7 @@ void entityTypeIs(const Pell::String& typeName, EntityFactory factory);
 
 // Mounts entities that live in shared memory and finds them again by path.
 //
-// Kind: object, one for each state database's entity manager; see getEntityManager().
+// Kind: object, one per entity manager of a state database; see getEntityManager().
 // Ownership: holds the mounted entities.
 // Threads: one.
 // Invariants: while anything is mounted for writing, this process is the only writer below the
