@@ -3,8 +3,8 @@
 // The repair. A plan is made from an image of the folder, as the check looks at it: what is the
 // matter with each file, then what the rows that are good have against each other, round by round,
 // because dropping one row can leave another without its speaker. Carrying it out makes the tables
-// mountable first (Glint/Mend.cpp and the mount itself) and then makes the plan of the rows afresh,
-// from what the tables hold by then.
+// mountable first (Glint's table/Mend.cpp and the mount itself) and then makes the plan of the rows
+// afresh, from what the tables hold by then.
 
 #include "tools/StateRepair.h"
 
