@@ -49,7 +49,7 @@ class HardwareTurns {
   ~HardwareTurns();
 
   // Takes up what is there, in turns of its own: applies what waits, and reports what the hardware
-  // holds. For a start on existing state, and for who learns that hardware that took no change
+  // holds. For a start on existing state, and for whoever learns that hardware that took no change
   // would take one now: until then that is tried again when something else is asked of it.
   void resume() { apply_.mark(); }
 
