@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Each folder is locked for the life of its process, with a lock that the kernel drops when that
-// ends, however it ends. What can be locked has nobody, and is removed while it is locked. Between
-// its making and its locking a new folder looks like one that was left: so its maker looks, once it
-// has the lock, whether the folder still has its name, and makes another one if not.
-//
-// A file system that a test has mounted on its folder hides the lock. So a folder of another device
-// than its parent's is left alone.
+// Beside each folder stands a file that is locked for the life of its process; the kernel drops the
+// lock when that ends, however it ends. A file that can be locked has nobody, and goes with its
+// folder while it is locked. Between its making and its locking a new file looks like one that was
+// left: so its maker looks, once it has the lock, whether the file still has its name, and makes
+// another one if not. The folder itself is not what is locked: tests remove it, make it anew and
+// mount on it.
 
 #include "testing/TemporaryRoot.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,6 +19,9 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+
+#include <fmt/format.h>
 
 namespace testing_support {
 
@@ -26,23 +29,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kPrefix = "loamfec-test.";
+constexpr std::string_view kPrefix = "loamfec-test.";
+constexpr std::string_view kLockSuffix = ".lock";
 constexpr int kTries = 100;  // each lost to a process that swept just then
 
-// A descriptor of the folder, locked; -1 if somebody else has it, or there is none.
-int lockFolder(const char* path) {
-  const int descriptor = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (descriptor >= 0 && ::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-    ::close(descriptor);
-    return -1;
-  }
-  return descriptor;
-}
+bool tryToLock(int descriptor) { return ::flock(descriptor, LOCK_EX | LOCK_NB) == 0; }
 
-bool isNamed(int descriptor, const char* path) {
+bool isNamed(int descriptor, const std::string& path) {
   struct stat held {};
   struct stat named {};
-  return ::fstat(descriptor, &held) == 0 && ::lstat(path, &named) == 0 &&
+  return ::fstat(descriptor, &held) == 0 && ::lstat(path.c_str(), &named) == 0 &&
          held.st_ino == named.st_ino && held.st_dev == named.st_dev;
 }
 
@@ -65,46 +61,57 @@ TemporaryRoot::TemporaryRoot(const Pell::String& parent) {
 
 // False if it was swept before it was locked, or could not be made.
 bool TemporaryRoot::make(const Pell::String& parent) {
-  path_ = parent + "/" + kPrefix + "XXXXXX";
-  if (::mkdtemp(path_.data()) == nullptr) {
+  std::string lockPath = fmt::format("{}/{}XXXXXX{}", parent, kPrefix, kLockSuffix);
+  lock_ = ::mkostemps(lockPath.data(), static_cast<int>(kLockSuffix.size()), O_CLOEXEC);
+  if (lock_ < 0) {
     return false;
   }
-  lock_ = lockFolder(path_.c_str());
-  if (lock_ >= 0 && isNamed(lock_, path_.c_str())) {
+  path_ = lockPath.substr(0, lockPath.size() - kLockSuffix.size());
+  if (tryToLock(lock_) && isNamed(lock_, lockPath) && ::mkdir(path_.c_str(), 0700) == 0) {
     return true;
   }
-  ::rmdir(path_.c_str());
   ::close(lock_);
   return false;
 }
 
 TemporaryRoot::~TemporaryRoot() {
   removeAll(path_);
+  removeAll(path_ + std::string(kLockSuffix));
   ::close(lock_);
 }
+
+namespace {
+
+// Whether that lock file's folder was there and has gone.
+bool sweep(const fs::path& lockPath) {
+  const int lock = ::open(lockPath.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC);
+  bool swept = false;
+  if (lock >= 0 && tryToLock(lock) && isNamed(lock, lockPath)) {
+    fs::path folder = lockPath;
+    folder.replace_extension();
+    swept = fs::is_directory(fs::symlink_status(folder));
+    ::umount2(folder.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);  // a killed test's, if there is one
+    removeAll(folder);
+    removeAll(lockPath);
+  }
+  ::close(lock);
+  return swept;
+}
+
+}  // namespace
 
 std::size_t sweepTemporaryRoots(const Pell::String& parent, uid_t owner) {
   std::size_t swept = 0;
   std::error_code ended;
-  struct stat around {};
-  if (::stat(parent.c_str(), &around) != 0) {
-    return 0;
-  }
   for (fs::directory_iterator at(parent, ended); !ended && at != fs::directory_iterator();
        at.increment(ended)) {
-    const std::string path = at->path();
+    const std::string name = at->path().filename();
     struct stat found {};
-    if (!at->path().filename().string().starts_with(kPrefix) ||
-        ::lstat(path.c_str(), &found) != 0 || found.st_uid != owner ||
-        found.st_dev != around.st_dev) {
-      continue;
-    }
-    const int lock = lockFolder(path.c_str());
-    if (lock >= 0 && isNamed(lock, path.c_str())) {
-      removeAll(path);
+    if (name.starts_with(kPrefix) && name.ends_with(kLockSuffix) &&
+        ::lstat(at->path().c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
+        found.st_uid == owner && sweep(at->path())) {
       ++swept;
     }
-    ::close(lock);
   }
   return swept;
 }

@@ -10,7 +10,7 @@
 
 namespace testing_support {
 
-// A fresh folder in shared memory, for the state of one test.
+// A fresh folder in shared memory, for the state of one test. A test may remove it and make it anew.
 //
 // Kind: scope guard: the folder and all that is in it go with it. What a process leaves that is
 // killed goes at the first use by a later process of the same user.
@@ -29,7 +29,7 @@ class TemporaryRoot {
   bool make(const Pell::String& parent);
 
   Pell::String path_;
-  int lock_ = -1;  // descriptor of the folder, locked
+  int lock_ = -1;  // descriptor of the file beside the folder, locked
 };
 
 // Removes the folders of that user's ended processes from `parent`; how many there were. A folder

@@ -153,7 +153,8 @@ INSTANTIATE_TEST_SUITE_P(RowsOfAllSizes, CheckedSlot,
 TEST(CheckedCopy, NoMoreSlotsAreInUseThanThereAre) {
   Glint::FixedHeader header{};
   header.slotCount = 100;
-  const Glint::TableView view(nullptr, header);
+  std::vector<std::byte> file(4 * Glint::kPageBytes);
+  const Glint::TableView view(file.data(), header);
   for (const std::uint32_t slots : {0U, 99U, 100U, 101U, UINT32_MAX}) {
     EXPECT_EQ(view.canBeInUse(Counter::of(slots)), slots <= 100) << slots;
   }
