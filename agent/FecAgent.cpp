@@ -10,7 +10,6 @@
 #include <span>
 #include <utility>
 
-#include "Asic/CanonicalTableName.h"
 #include "Asic/Constants.h"
 #include "Glint/Guarded.h"
 #include "Vanta/EntityManager.h"
@@ -34,9 +33,7 @@ FecAgent::FecAgent(const Pell::String& stateFolder, const std::vector<Asic::Unit
       FecTableConstants::kAgentName, FecTableConstants::kGroupName));
   resourceTable_ =
       Zev::makeObject<ResourceTable>(loop_, group_->groupResolver(), group_->groupLog());
-  const auto name = Zev::makeObject<Asic::CanonicalTableName>(
-      Asic::OrderedTableType::resourceTable, "", "IntfIdToDestIdResourceTable.LoamAdj");
-  orderedTables_->resourceTableIs(name->name(), resourceTable_);
+  orderedTables_->resourceTableIs(LoamFec::FecTableInterface::resourceTableName(), resourceTable_);
   fec_ = LoamFec::FecTableInterface::getIntf(orderedTables_);
   for (const Asic::UnitId unitId : unitIds) {
     fec_->makeSwTable(unitId, nullptr, start.reset);

@@ -10,8 +10,6 @@ namespace testing_support {
 
 namespace {
 
-constexpr const char* kResourceTableName = "ResourceTable.IntfIdToDestIdResourceTable.LoamAdj";
-
 // Resource table that hands one recording client to each software table.
 class RecordingResourceTable : public ResourceTable {
  public:
@@ -57,7 +55,7 @@ void FecHarness::start() {
     resources_ =
         Zev::makeObject<RecordingResourceTable>(*loop_, resolver, groupLog, client_, onClient);
   }
-  orderedTables_->resourceTableIs(kResourceTableName, resources_);
+  orderedTables_->resourceTableIs(LoamFec::FecTableInterface::resourceTableName(), resources_);
   fec_ = LoamFec::FecTableInterface::getIntf(orderedTables_);
 }
 

@@ -106,7 +106,7 @@ void run(Loop& loop, const Pell::String& stateFolder) {
       Asic::Constants::canonicalizeGroupName(Constants::kAgentName, Constants::kGroupName));
   const auto resources =
       Zev::makeObject<Resources>(loop, group->groupResolver(), group->groupLog());
-  tables->resourceTableIs("ResourceTable.IntfIdToDestIdResourceTable.LoamAdj", resources);
+  tables->resourceTableIs(LoamFec::FecTableInterface::resourceTableName(), resources);
   const auto fec = LoamFec::FecTableInterface::getIntf(tables);
   const auto table = fec->makeSwTable(Asic::UnitId(0), Zev::makeObject<Hooks>(), false);
   Hardware::LogDrivenHardware hardware(stateFolder, {Asic::UnitId(0)}, std::make_unique<Chip>());

@@ -71,6 +71,12 @@ Pell::Ptr<FecTableInterface> FecTableInterface::getIntf(
   return Zev::makeObject<FecTableInterface>(ordTblIntf);
 }
 
+Pell::String FecTableInterface::resourceTableName() {
+  return Zev::makeObject<Asic::CanonicalTableName>(Asic::OrderedTableType::resourceTable, "",
+                                                   kResourceTableName)
+      ->name();
+}
+
 FecTableInterface::FecTableInterface(Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf)
     : Typed(orderedTableIntf),
       tableName_(FecTableConstants::kTableName),
@@ -226,9 +232,7 @@ Pell::Ptr<Asic::GroupInterface> FecTableInterface::groupIntf() const {
 Pell::Ptr<FecTableIntfIdToDestIdLinkage> FecTableInterface::makeLinkage(
     FecTableSwTable& table) const {
   using ResourceTable = FecTableIntfIdToDestIdLinkage::ResourceTable;
-  const auto name = Zev::makeObject<Asic::CanonicalTableName>(Asic::OrderedTableType::resourceTable,
-                                                              "", kResourceTableName);
-  const auto resTbl = orderedTableIntf()->resourceTable(name->name());
+  const auto resTbl = orderedTableIntf()->resourceTable(resourceTableName());
   PELL_ASSERT(resTbl, "resTbl");
   const auto typedResourceTable = Pell::dynamicPtrCast<ResourceTable>(resTbl);
   PELL_ASSERT(typedResourceTable, "typedResourceTable");

@@ -23,7 +23,6 @@ using LoamFec::FecTableDataModelEntryKey;
 using testing_support::ResourceTable;
 using testing_support::ScriptedResourceHandle;
 
-constexpr const char* kResourceTableName = "ResourceTable.IntfIdToDestIdResourceTable.LoamAdj";
 constexpr std::uint32_t kForeign = 0xDEADBEEF;  // mark, interface, key or unit of no test
 
 Wirex::IntfId intfId(Interface intf) {
@@ -237,7 +236,8 @@ RealTable::~RealTable() {
 
 void RealTable::resourcesAreOurs() {
   resources_ = Zev::makeObject<Resources>(agent_, *this);
-  agent_.orderedTables().resourceTableIs(kResourceTableName, resources_);
+  agent_.orderedTables().resourceTableIs(LoamFec::FecTableInterface::resourceTableName(),
+                                         resources_);
   if (liveResources_) {
     watchResources();
   }

@@ -872,9 +872,10 @@ TEST(CanonicalTableNameTest, TheFirstPartIsIgnoredByTheOtherTypesEvenWhenItIsNot
   EXPECT_EQ(nameOf(Asic::OrderedTableType::partiallyOrderedSwTable, "group", "table"),
             "PartiallyOrderedSwTable.table");
   EXPECT_EQ(nameOf(Asic::OrderedTableType::resourceTable, "group", "table"), "ResourceTable.table");
-  EXPECT_EQ(
-      nameOf(Asic::OrderedTableType::resourceTable, "", "IntfIdToDestIdResourceTable.LoamAdj"),
-      "ResourceTable.IntfIdToDestIdResourceTable.LoamAdj");
+}
+
+TEST(CanonicalTableNameTest, TheResourceTableIsKnownByItsCanonicalName) {
+  EXPECT_EQ(FecTableInterface::resourceTableName(), kResourceTable);
 }
 
 TEST(CanonicalTableNameTest, ANameWithAnEmptySecondPartEndsInADot) {

@@ -36,6 +36,10 @@ class FecTableInterface : public Zev::Typed<FecTableInterface, Asic::TableInterf
   static Pell::Ptr<FecTableInterface> getIntf(
       Pell::Ptr<Asic::OrderedTableInterface> const& ordTblIntf);
 
+  // The canonical name under which the resource table must be filed with the ordered-table
+  // interface before the first makeSwTable().
+  static Pell::String resourceTableName();
+
   // Joins the table's group and mounts the entry log. A second interface stops the process: use
   // getIntf(). Throws ZevGlint::MountException.
   explicit FecTableInterface(Pell::Ptr<Asic::OrderedTableInterface> const& orderedTableIntf);
@@ -51,10 +55,10 @@ class FecTableInterface : public Zev::Typed<FecTableInterface, Asic::TableInterf
 
   // The unit's table. The first call makes it, and restores it from shared memory or, with reset,
   // logs a deletion of what is there; a later call returns the same table, cleared with reset. A
-  // helper that is not null replaces the table's. The resource table must be filed with the
-  // ordered-table interface before. Throws ZevGlint::MountException, FecTableUnitsException for a
-  // unit beyond FecTableConstants::kMaxUnits, and FecTableLogRoomException when a restored table
-  // has more to log again than the log has room for; the unit has no table then.
+  // helper that is not null replaces the table's. Throws ZevGlint::MountException,
+  // FecTableUnitsException for a unit beyond FecTableConstants::kMaxUnits, and
+  // FecTableLogRoomException when a restored table has more to log again than the log has room for;
+  // the unit has no table then.
   Pell::Ptr<FecTableSwTable> makeSwTable(Asic::UnitId unitId,
                                          Pell::Ptr<FecTableSwTableHelperBase> const& swTableHelper,
                                          bool reset);
