@@ -133,7 +133,6 @@ class RealTable::Client : public ResourceTable::ClientInstance {
       : ClientInstance(owner.liveResources_ ? Pell::Ptr<ResourceTable>(owner.resources_) : nullptr),
         owner_(owner),
         unit_(unit) {}
-  ~Client() override { hasNotificationActiveIs(false); }
 
   Pell::Ptr<ResourceTable::ResourceHandle const> request(
       const ResourceTable::Key& key, const ResourceTable::Dependency& dependency) override {
@@ -168,15 +167,11 @@ Pell::Ptr<ResourceTable::ClientInstance> RealTable::Resources::makeClientInstanc
 }
 
 // Stands in the resolver's queue for good.
-class RealTable::Probe : public Asic::ResolverEntry {
+class RealTable::Probe : public Zev::Typed<RealTable::Probe, Asic::ResolverEntry> {
  public:
   static constexpr const char* kTypeName = "fec_model::RealTable::Probe";
 
-  Probe() : ResolverEntry(nullptr, Asic::EntryFlags::write()) {}
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  Probe() : Typed(nullptr, Asic::EntryFlags::write()) {}
   bool isResolved() override {
     walked = true;
     return false;

@@ -98,15 +98,12 @@ namespace glint_test {
 
 // An entity with one collection.
 template <typename Row>
-class TestEntity : public Zev::Entity {
+class TestEntity : public Zev::Typed<TestEntity<Row>, Zev::Entity> {
  public:
   static constexpr const char* kTypeName = Glint::RowTraits<Row>::kTypeName;
 
-  explicit TestEntity(const ZevGlint::MountSite& site) : Entity(site.path()), rows_(site) {}
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{.name = kTypeName};
-    return record;
-  }
+  explicit TestEntity(const ZevGlint::MountSite& site)
+      : TestEntity::Typed(site.path()), rows_(site) {}
 
   Glint::GlintMap<Row>& rows() { return rows_; }
 

@@ -47,7 +47,7 @@ inline ResourceKeys resourceKeys(const Pell::String& intfName) {
 }
 
 // Group log that keeps what is announced; onAnnounce may look around.
-class RecordingGroupLog : public Asic::GroupLogInterface {
+class RecordingGroupLog : public Zev::Typed<RecordingGroupLog, Asic::GroupLogInterface> {
  public:
   static constexpr const char* kTypeName = "fec_test::RecordingGroupLog";
   struct Announcement {
@@ -56,11 +56,6 @@ class RecordingGroupLog : public Asic::GroupLogInterface {
     Needed needed;
   };
 
-  ~RecordingGroupLog() override { hasNotificationActiveIs(false); }
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
   void addGroupLogEntry(Asic::SwTableId tableId, LogVersion version,
                         const Needed& neededEntry) override {
     announced.push_back({tableId, version, neededEntry});

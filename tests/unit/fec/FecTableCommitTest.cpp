@@ -19,15 +19,11 @@ constexpr Asic::EntryState kFailed[] = {Asic::EntryState{2}, Asic::EntryState{4}
                                         Asic::EntryState{5}};
 
 // A handle that no FEC table has made.
-class ForeignHandle : public Asic::OrderedSwTable::EntryHandle {
+class ForeignHandle : public Zev::Typed<ForeignHandle, Asic::OrderedSwTable::EntryHandle> {
  public:
   static constexpr const char* kTypeName = "ForeignHandle";
 
-  ForeignHandle() : EntryHandle(Asic::SwTableId(1)) {}
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  ForeignHandle() : Typed(Asic::SwTableId(1)) {}
 };
 
 class FecTableCommitTest : public FecTableFixture {
@@ -766,14 +762,11 @@ TEST_F(FecTableCommitTest, TheVersionOfAWriteThatARemoveAllForgotStaysUntilALate
 // Handles of other types.
 
 // Handle of no FEC table, whose bytes look like those of the zero version.
-class ZeroedForeignHandle : public Asic::OrderedSwTable::EntryHandle {
+class ZeroedForeignHandle
+    : public Zev::Typed<ZeroedForeignHandle, Asic::OrderedSwTable::EntryHandle> {
  public:
   static constexpr const char* kTypeName = "ZeroedForeignHandle";
-  ZeroedForeignHandle() : EntryHandle(Asic::SwTableId(1)) {}
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  ZeroedForeignHandle() : Typed(Asic::SwTableId(1)) {}
 
  private:
   [[maybe_unused]] std::array<std::uint64_t, 8> zeros_ = {};

@@ -219,13 +219,9 @@ class Impostor {
   Impostor& operator=(const Impostor&) = delete;
 
  private:
-  struct Stranger : Zev::Entity {
+  struct Stranger : Zev::Typed<Stranger, Zev::Entity> {
     static constexpr const char* kTypeName = "Stranger";
-    explicit Stranger(const Pell::String& name) : Zev::Entity(name) {}
-    const Zev::TypeRecord& fwkType() const override {
-      static const Zev::TypeRecord record{kTypeName};
-      return record;
-    }
+    explicit Stranger(const Pell::String& name) : Stranger::Typed(name) {}
   };
 };
 

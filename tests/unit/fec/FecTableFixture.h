@@ -82,15 +82,10 @@ class TableObserver {
 };
 
 // Helper that does what a test says, and counts.
-class ScriptedHelper : public FecTableSwTableHelperBase {
+class ScriptedHelper : public Zev::Typed<ScriptedHelper, FecTableSwTableHelperBase> {
  public:
   static constexpr const char* kTypeName = "fec_test::ScriptedHelper";
   using Wrapper = Pell::Ptr<FecTableEntryWrapper>;
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
   void finalizeOnSuccess(Wrapper const& entry, bool isDelete) override {
     successes.push_back(entry->key().fecId());
     EXPECT_FALSE(isDelete);

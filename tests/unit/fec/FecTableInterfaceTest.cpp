@@ -673,13 +673,9 @@ TEST_F(FecTableInterfaceDeathTest, AMissingResourceTableStopsTheProcess) {
   EXPECT_DEATH(fec->makeSwTable(UnitId(0), nullptr, false), "assertion failed: resTbl\n");
 }
 
-class OtherResourceTable : public Asic::ResourceTableBase {
+class OtherResourceTable : public Zev::Typed<OtherResourceTable, Asic::ResourceTableBase> {
  public:
   static constexpr const char* kTypeName = "OtherResourceTable";
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
 };
 
 TEST_F(FecTableInterfaceDeathTest, AResourceTableOfAnotherTypeStopsTheProcess) {

@@ -11,13 +11,9 @@
 
 namespace {
 
-class Leakable : public Zev::PtrInterface {
+class Leakable : public Zev::Typed<Leakable> {
  public:
   static constexpr std::string_view kTypeName = "Leakable";
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
 };
 
 TEST(LeakCheck, AcceptsObjectsThatHaveGone) {

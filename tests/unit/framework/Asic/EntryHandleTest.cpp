@@ -18,15 +18,10 @@ using Asic::LogVersion;
 using Asic::SwTableId;
 using ::testing::ElementsAre;
 
-class PlainHandle : public Asic::OrderedSwTable::EntryHandle {
+class PlainHandle : public Zev::Typed<PlainHandle, Asic::OrderedSwTable::EntryHandle> {
  public:
   static constexpr const char* kTypeName = "PlainHandle";
-  explicit PlainHandle(SwTableId tableId) : EntryHandle(tableId) {}
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  explicit PlainHandle(SwTableId tableId) : Typed(tableId) {}
 };
 
 class EntryHandleTest : public testing_support::LeakCheckedTest {

@@ -13,16 +13,11 @@ namespace {
 
 using Asic::LogVersion;
 
-class PlainEntryLog : public Asic::EntryLogBase {
+class PlainEntryLog : public Zev::Typed<PlainEntryLog, Asic::EntryLogBase> {
  public:
   static constexpr const char* kTypeName = "PlainEntryLog";
 
-  PlainEntryLog() : EntryLogBase(Asic::SwTableId(0x03010805), nullptr, nullptr) {}
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  PlainEntryLog() : Typed(Asic::SwTableId(0x03010805), nullptr, nullptr) {}
   using EntryLogBase::tableVersionInc;
   using EntryLogBase::tableVersionIs;
 };

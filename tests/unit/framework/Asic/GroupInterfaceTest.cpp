@@ -35,14 +35,10 @@ constexpr SwTableId kOther{0x03010806};
 constexpr std::uint16_t kUnits[] = {0, 1, 2};
 
 // Waits for ever, and counts how often it is asked.
-class AskedEntry : public Asic::ResolverEntry {
+class AskedEntry : public Zev::Typed<AskedEntry, Asic::ResolverEntry> {
  public:
   static constexpr const char* kTypeName = "AskedEntry";
-  AskedEntry() : ResolverEntry(nullptr, Asic::EntryFlags::write()) {}
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  AskedEntry() : Typed(nullptr, Asic::EntryFlags::write()) {}
   bool isResolved() override {
     ++asked;
     return false;

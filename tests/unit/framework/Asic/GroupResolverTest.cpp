@@ -28,25 +28,18 @@ using ::testing::IsEmpty;
 using testing_support::FakeDependency;
 
 // Entry that writes down what is done to it: "a?" asked, "a!" committed, "a~" destroyed.
-class ProbeEntry : public Asic::ResolverEntry {
+class ProbeEntry : public Zev::Typed<ProbeEntry, Asic::ResolverEntry> {
  public:
   static constexpr const char* kTypeName = "ProbeEntry";
 
   ProbeEntry(std::vector<std::string>& journal, std::string name,
              const Pell::Ptr<Asic::DependencyEntryHandle const>& dependency = nullptr)
-      : ResolverEntry(dependency, Asic::EntryFlags::write()),
-        journal_(journal),
-        name_(std::move(name)) {}
+      : Typed(dependency, Asic::EntryFlags::write()), journal_(journal), name_(std::move(name)) {}
   ~ProbeEntry() override {
     journal_.push_back(name_ + "~");
     if (onDestroy) {
       onDestroy();
     }
-  }
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
   }
   bool isResolved() override {
     journal_.push_back(name_ + "?");

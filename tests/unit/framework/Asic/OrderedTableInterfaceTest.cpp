@@ -22,23 +22,15 @@ using asic_test::PlainSwTable;
 constexpr SwTableId kTableId{0x03010805};
 constexpr const char* kGroup = "LoamAdj.LoamAdj";
 
-class PlainResourceTable : public Asic::ResourceTableBase {
+class PlainResourceTable : public Zev::Typed<PlainResourceTable, Asic::ResourceTableBase> {
  public:
   static constexpr const char* kTypeName = "PlainResourceTable";
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
 };
 
-class StuckEntry : public Asic::ResolverEntry {
+class StuckEntry : public Zev::Typed<StuckEntry, Asic::ResolverEntry> {
  public:
   static constexpr const char* kTypeName = "StuckEntry";
-  StuckEntry() : ResolverEntry(nullptr, Asic::EntryFlags::write()) {}
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  StuckEntry() : Typed(nullptr, Asic::EntryFlags::write()) {}
   bool isResolved() override { return false; }
   void commitEntry(const Pell::Ptr<ResolverEntry>& /*resolverEntry*/) override {}
 };

@@ -10,18 +10,13 @@
 namespace asic_test {
 
 // Software table that writes down the reports it gets.
-class PlainSwTable : public Asic::OrderedSwTable {
+class PlainSwTable : public Zev::Typed<PlainSwTable, Asic::OrderedSwTable> {
  public:
   static constexpr const char* kTypeName = "PlainSwTable";
 
   PlainSwTable(Asic::SwTableId tableId, Asic::UnitId unitId,
                const Pell::Ptr<Asic::OrderedSwTableStatus>& status = nullptr)
-      : OrderedSwTable(nullptr, tableId, unitId, status) {}
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+      : Typed(nullptr, tableId, unitId, status) {}
   void tableStatusVersion(Asic::LogVersion version) override {
     reports.push_back(version);
     if (onReport) {

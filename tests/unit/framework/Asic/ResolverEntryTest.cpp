@@ -13,16 +13,11 @@ using Asic::EntryFlags;
 using Asic::ResolverEntry;
 using testing_support::virtualSlot;
 
-class PlainEntry : public ResolverEntry {
+class PlainEntry : public Zev::Typed<PlainEntry, ResolverEntry> {
  public:
   static constexpr const char* kTypeName = "PlainEntry";
   PlainEntry(const Pell::Ptr<Asic::DependencyEntryHandle const>& dependency, EntryFlags flags)
-      : ResolverEntry(dependency, flags) {}
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+      : Typed(dependency, flags) {}
   bool isResolved() override { return true; }
   void commitEntry(const Pell::Ptr<ResolverEntry>& /*resolverEntry*/) override {}
 };

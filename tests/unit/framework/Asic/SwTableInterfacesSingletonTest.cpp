@@ -11,15 +11,10 @@ namespace {
 
 using Asic::SwTableInterfacesSingleton;
 
-class PlainInterface : public Asic::TableInterfaceBase {
+class PlainInterface : public Zev::Typed<PlainInterface, Asic::TableInterfaceBase> {
  public:
   static constexpr const char* kTypeName = "PlainInterface";
-  PlainInterface() : TableInterfaceBase(nullptr) {}
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  PlainInterface() : Typed(nullptr) {}
 };
 
 class SwTableInterfacesSingletonTest : public testing_support::LeakCheckedTest {

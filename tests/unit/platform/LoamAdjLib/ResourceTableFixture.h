@@ -73,15 +73,11 @@ class HandleWatch {
 };
 
 // Resolver entry that never resolves and counts how often it is asked.
-class AskedEntry : public Asic::ResolverEntry {
+class AskedEntry : public Zev::Typed<AskedEntry, Asic::ResolverEntry> {
  public:
   static constexpr const char* kTypeName = "resource_table_test::AskedEntry";
 
-  AskedEntry() : ResolverEntry(nullptr, Asic::EntryFlags::write()) {}
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  AskedEntry() : Typed(nullptr, Asic::EntryFlags::write()) {}
   bool isResolved() override {
     ++asked;
     return false;

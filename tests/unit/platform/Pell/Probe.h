@@ -9,22 +9,16 @@
 #include "Zev/PtrInterface.h"
 
 // Counted object that tells when it ends.
-class Probe : public Zev::PtrInterface {
+class Probe : public Zev::Typed<Probe> {
  public:
   static constexpr std::string_view kTypeName = "Probe";
 
   explicit Probe(int id = 0, std::function<void()> onEnd = {})
       : id_(id), onEnd_(std::move(onEnd)) {}
   ~Probe() override {
-    hasNotificationActiveIs(false);
     if (onEnd_) {
       onEnd_();
     }
-  }
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
   }
   int id() const { return id_; }
 

@@ -13,15 +13,10 @@
 namespace {
 
 template <char kLetter>
-class Tracked : public Zev::PtrInterface {
+class Tracked : public Zev::Typed<Tracked<kLetter>> {
  public:
   static constexpr char kName[] = {'T', 'r', 'a', 'c', 'k', 'e', 'd', kLetter};
   static constexpr std::string_view kTypeName{kName, sizeof kName};
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
 };
 
 TEST(AllocationTracker, CountsTheObjectsOfOneTypeFromBirthToEnd) {

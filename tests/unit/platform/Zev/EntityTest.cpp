@@ -14,7 +14,7 @@ using Zev::Entity;
 
 int made = 0;
 
-class Registry : public Entity {
+class Registry : public Zev::Typed<Registry, Entity> {
  public:
   static constexpr std::string_view kTypeName = "Registry";
 
@@ -22,13 +22,7 @@ class Registry : public Entity {
     ++made;
     return Zev::makeObject<Registry>(name);
   }
-  explicit Registry(const Pell::String& name) : Entity(name) {}
-  ~Registry() override { hasNotificationActiveIs(false); }
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
+  explicit Registry(const Pell::String& name) : Typed(name) {}
 };
 
 // Its end looks for singletons, as teardown code does.

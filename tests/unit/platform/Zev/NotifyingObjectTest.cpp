@@ -14,18 +14,13 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class Subject : public Zev::NotifyingObject {
+class Subject : public Zev::Typed<Subject, Zev::NotifyingObject> {
  public:
   static constexpr std::string_view kTypeName = "Subject";
-  ~Subject() override { hasNotificationActiveIs(false); }
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
 };
 
 // Hears a subject, and removes its reactor when it ends, as every observer must.
-class Observer : public Zev::NotifyingObject {
+class Observer : public Zev::Typed<Observer, Zev::NotifyingObject> {
  public:
   static constexpr std::string_view kTypeName = "Observer";
 
@@ -38,12 +33,7 @@ class Observer : public Zev::NotifyingObject {
   }
   ~Observer() override {
     subject_->publisher().attributeChange(99);  // being destroyed
-    hasNotificationActiveIs(false);
     subject_->publisher().subscriberRemove(reactor_);
-  }
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
   }
 
  private:

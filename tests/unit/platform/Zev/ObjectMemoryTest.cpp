@@ -106,13 +106,9 @@ TEST(ObjectMemory, InThreadSafeModeNothingIsKeptOrTakenFromWhatIs) {
   emptyShelf(224);
 }
 
-class Small : public Zev::PtrInterface {
+class Small : public Zev::Typed<Small> {
  public:
   static constexpr const char* kTypeName = "Small";
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
-  }
 };
 
 class Large : public Small {

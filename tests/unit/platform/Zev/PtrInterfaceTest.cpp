@@ -20,7 +20,7 @@ using Pell::Ptr;
 using Zev::makeObject;
 
 // Runs what a test wants to happen inside the constructor and inside the destructor.
-class Subject : public Zev::PtrInterface {
+class Subject : public Zev::Typed<Subject> {
  public:
   static constexpr std::string_view kTypeName = "PtrInterfaceTest.Subject";
   using Step = std::function<void(Subject*)>;
@@ -36,11 +36,6 @@ class Subject : public Zev::PtrInterface {
       inDestructor_(this);
     }
     ++ended;
-  }
-
-  const Zev::TypeRecord& fwkType() const override {
-    static const Zev::TypeRecord record{kTypeName};
-    return record;
   }
 
   static inline std::atomic<int> ended = 0;
