@@ -51,7 +51,7 @@ using testing_support::SteppedWork;
 using testing_support::Stepping;
 using testing_support::TemporaryRoot;
 
-bool longForm() { return crash_test::times("LOAMFEC_EVERY_INSTRUCTION", 0) != 0; }
+bool longForm() { return testing_support::times("LOAMFEC_EVERY_INSTRUCTION", 0) != 0; }
 Stepping stepping() { return longForm() ? Stepping::everyInstruction : Stepping::everyStore; }
 
 const std::vector<UnitId> kUnits = {UnitId(0), UnitId(3)};

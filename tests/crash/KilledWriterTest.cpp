@@ -182,7 +182,7 @@ class KilledWriterTest : public ::testing::Test {
 
 TEST_F(KilledWriterTest, LeavesEveryAcknowledgedChangeAndNoHalfOne) {
   constexpr unsigned kSeed = 4242;
-  const unsigned kills = crash_test::times("LOAMFEC_KILLS", 200);
+  const unsigned kills = testing_support::times("LOAMFEC_KILLS", 200);
   std::mt19937 random(kSeed);
   for (unsigned kill = 0; kill < kills; ++kill) {
     SCOPED_TRACE("seed " + std::to_string(kSeed) + ", kill " + std::to_string(kill));
@@ -198,7 +198,7 @@ TEST_F(KilledWriterTest, LeavesEveryAcknowledgedChangeAndNoHalfOne) {
 TEST_F(KilledWriterTest, MayBeKilledWhileItMounts) {
   constexpr unsigned kSeed = 77;
   std::mt19937 random(kSeed);
-  const unsigned kills = crash_test::times("LOAMFEC_KILLS", 60);
+  const unsigned kills = testing_support::times("LOAMFEC_KILLS", 60);
   for (unsigned kill = 0; kill < kills; ++kill) {
     SCOPED_TRACE("seed " + std::to_string(kSeed) + ", kill " + std::to_string(kill));
     killOnce(0, random() % 100000);

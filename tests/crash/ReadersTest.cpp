@@ -247,7 +247,7 @@ TEST_F(ReadersTest, SeeOnlyWholeRowsWhileTheWriterRunsDiesAndComesBack) {
   liveAndDie(
       *board, [&] { return write(root.path(), *board); },
       [&](std::size_t number) { return std::make_unique<RowsReader>(root.path(), *board, number); },
-      crash_test::times("LOAMFEC_KILLS", 25), 4000);
+      testing_support::times("LOAMFEC_KILLS", 25), 4000);
 }
 
 // ---- a log that is followed
@@ -391,7 +391,7 @@ TEST_F(ReadersTest, FollowALogAndMissNoVersionThatStayed) {
   liveAndDie(
       *board, [&] { return writeLog(root.path(), *board); },
       [&](std::size_t number) { return std::make_unique<LogReader>(root.path(), *board, number); },
-      crash_test::times("LOAMFEC_KILLS", 15), 8000);
+      testing_support::times("LOAMFEC_KILLS", 15), 8000);
   if (HasFailure()) {
     return;
   }
@@ -587,7 +587,7 @@ TEST_F(ReadersTest, MissNoRowWhileTheTableGrowsAndItsIndexIsRebuilt) {
       [&](std::size_t number) {
         return std::make_unique<GrowthReader>(root.path(), *board, number);
       },
-      crash_test::times("LOAMFEC_KILLS", 8), 2000);
+      testing_support::times("LOAMFEC_KILLS", 8), 2000);
   if (HasFailure()) {
     return;
   }

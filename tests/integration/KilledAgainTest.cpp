@@ -314,12 +314,12 @@ class KilledAgainTest : public ::testing::Test {
   testing_support::TemporaryRoot files_;
   testing_support::TemporaryRoot parent_;
   std::string state_ = parent_.path() + "/state";
-  unsigned seed_ = crash_test::times("LOAMFEC_SEED", 20261121);
+  unsigned seed_ = testing_support::times("LOAMFEC_SEED", 20261121);
   std::mt19937 random_{seed_};
 };
 
 TEST_F(KilledAgainTest, EveryLifeGoesOnFromWhatTheLastOneLeftAndReadersSeeNothingOfIt) {
-  const unsigned lives = crash_test::times("LOAMFEC_KILLS", kDailyKills);
+  const unsigned lives = testing_support::times("LOAMFEC_KILLS", kDailyKills);
   const unsigned betweenComparisons = std::clamp(lives, 1U, kLivesBetweenComparisons);
   const unsigned betweenAnswers = std::clamp(lives / 2, 1U, kLivesBetweenAnswers);
   RecordProperty("seed", static_cast<int>(seed_));

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-namespace crash_test {
+namespace testing_support {
 
 // How often a test does something at random: as often as the environment variable says, its long
 // form, or else as fits a daily run.
@@ -13,4 +13,4 @@ inline unsigned times(const char* variable, unsigned daily) {
   return text == nullptr ? daily : static_cast<unsigned>(std::strtoul(text, nullptr, 10));
 }
 
-}  // namespace crash_test
+}  // namespace testing_support

@@ -35,9 +35,9 @@ std::uint32_t ipv4(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint3
 Wirex::IntfId intf(std::string_view name) { return Wirex::IntfId::fromName(name); }
 
 // Two files in a folder of the test's own.
-class ReplayInputTest : public ::testing::Test {
+class SnapshotTest : public ::testing::Test {
  protected:
-  ReplayInputTest() {
+  SnapshotTest() {
     std::string pattern = ::testing::TempDir() + "replay-input-XXXXXX";
     folder_ = mkdtemp(pattern.data());
     linksFile_ = (folder_ / "links.json").string();
@@ -45,7 +45,7 @@ class ReplayInputTest : public ::testing::Test {
     write(linksFile_, "[]");
     write(nextHopsFile_, "[]");
   }
-  ~ReplayInputTest() override { std::filesystem::remove_all(folder_); }
+  ~SnapshotTest() override { std::filesystem::remove_all(folder_); }
 
   static void write(const std::string& file, std::string_view text) {
     std::ofstream(file, std::ios::binary) << text;
@@ -100,7 +100,7 @@ std::string nextHops(std::string_view wrong) {
 
 // ---- What is read ----
 
-TEST_F(ReplayInputTest, EmptyArraysGiveAnEmptySnapshot) {
+TEST_F(SnapshotTest, EmptyArraysGiveAnEmptySnapshot) {
   const Snapshot snapshot = read();
   EXPECT_TRUE(snapshot.links.empty());
   EXPECT_TRUE(snapshot.nextHops.empty());
@@ -108,7 +108,7 @@ TEST_F(ReplayInputTest, EmptyArraysGiveAnEmptySnapshot) {
   EXPECT_EQ(snapshot.skippedLinks, 0U);
 }
 
-TEST_F(ReplayInputTest, AnOperationalStateOfUpIsUpAndAnyOtherThanUnknownIsDown) {
+TEST_F(SnapshotTest, AnOperationalStateOfUpIsUpAndAnyOtherThanUnknownIsDown) {
   const Snapshot snapshot = readLinks(
       R"([{"ifname":"eth1","operstate":"UP","flags":[]},
           {"ifname":"eth2","operstate":"DOWN","flags":["UP","LOWER_UP"]},
@@ -119,7 +119,7 @@ TEST_F(ReplayInputTest, AnOperationalStateOfUpIsUpAndAnyOtherThanUnknownIsDown) 
                           Link{"eth3", intf("eth3"), false}, Link{"eth4", intf("eth4"), false}));
 }
 
-TEST_F(ReplayInputTest, AnUnknownOperationalStateIsUpOnlyWithBothFlags) {
+TEST_F(SnapshotTest, AnUnknownOperationalStateIsUpOnlyWithBothFlags) {
   const Snapshot snapshot = readLinks(
       R"([{"ifname":"lo","flags":["LOOPBACK","UP","LOWER_UP"],"operstate":"UNKNOWN"},
           {"ifname":"dummy0","flags":["UP"],"operstate":"UNKNOWN"},
@@ -132,14 +132,14 @@ TEST_F(ReplayInputTest, AnUnknownOperationalStateIsUpOnlyWithBothFlags) {
                           Link{"dummy1", intf("dummy1"), true}));
 }
 
-TEST_F(ReplayInputTest, ALinkWhoseNameDoesNotFitIsSkippedAndCounted) {
+TEST_F(SnapshotTest, ALinkWhoseNameDoesNotFitIsSkippedAndCounted) {
   const Snapshot snapshot = readLinks(
       R"([{"ifname":"enx001122334455","operstate":"UP"},{"ifname":"eth1","operstate":"UP"}])");
   EXPECT_THAT(snapshot.links, ElementsAre(Link{"eth1", intf("eth1"), true}));
   EXPECT_EQ(snapshot.skippedLinks, 1U);
 }
 
-TEST_F(ReplayInputTest, ANextHopCarriesInterfaceGatewayProtocolScopeAndFlags) {
+TEST_F(SnapshotTest, ANextHopCarriesInterfaceGatewayProtocolScopeAndFlags) {
   const Snapshot snapshot = readNextHops(
       R"([{"id":4294967295,"gateway":"192.0.2.254","dev":"swp1s0.100","scope":"link",
            "protocol":"zebra","flags":["onlink","linkdown"]},
@@ -169,7 +169,7 @@ TEST_F(ReplayInputTest, ANextHopCarriesInterfaceGatewayProtocolScopeAndFlags) {
                                   .flags = 0}));
 }
 
-TEST_F(ReplayInputTest, NumbersInPlaceOfNamesAreTakenAndUnknownNamesBecomeTheDefault) {
+TEST_F(SnapshotTest, NumbersInPlaceOfNamesAreTakenAndUnknownNamesBecomeTheDefault) {
   const Snapshot snapshot = readNextHops(
       R"([{"id":1,"dev":"eth1","protocol":"255","scope":"17","flags":["brand-new","trap"]},
           {"id":2,"dev":"eth1","protocol":"256","scope":"nowhere"},
@@ -184,14 +184,14 @@ TEST_F(ReplayInputTest, NumbersInPlaceOfNamesAreTakenAndUnknownNamesBecomeTheDef
   EXPECT_EQ(snapshot.nextHops[2].scope, 0);
 }
 
-TEST_F(ReplayInputTest, AGatewayOfZerosIsAGateway) {
+TEST_F(SnapshotTest, AGatewayOfZerosIsAGateway) {
   const Snapshot snapshot = readNextHops(R"([{"id":1,"dev":"eth1","gateway":"0.0.0.0"}])");
   ASSERT_EQ(snapshot.nextHops.size(), 1U);
   EXPECT_TRUE(snapshot.nextHops[0].hasGateway);
   EXPECT_EQ(snapshot.nextHops[0].gateway, 0U);
 }
 
-TEST_F(ReplayInputTest, WhatIsNoEntryOrDoesNotFitOneIsSkippedAndCountedByKind) {
+TEST_F(SnapshotTest, WhatIsNoEntryOrDoesNotFitOneIsSkippedAndCountedByKind) {
   const Snapshot snapshot = readNextHops(
       R"([{"id":1,"group":[{"id":10},{"id":11,"weight":2}],"protocol":"zebra","flags":[]},
           {"id":2,"group":[{"id":10}],"type":"resilient","resilient_args":{"buckets":8}},
@@ -214,14 +214,14 @@ TEST_F(ReplayInputTest, WhatIsNoEntryOrDoesNotFitOneIsSkippedAndCountedByKind) {
   EXPECT_EQ(snapshot.nextHops[0].id, 13U);
 }
 
-TEST_F(ReplayInputTest, FieldsThatAreNotUsedMayBeOfAnyType) {
+TEST_F(SnapshotTest, FieldsThatAreNotUsedMayBeOfAnyType) {
   const Snapshot snapshot = readNextHops(
       R"([{"x":null,"y":[[{"id":5}],-1,1.5],"z":{"id":0,"dev":7,"a":{"flags":3}},"id":1,"dev":"eth1"}])");
   ASSERT_EQ(snapshot.nextHops.size(), 1U);
   EXPECT_EQ(snapshot.nextHops[0].id, 1U);
 }
 
-TEST_F(ReplayInputTest, TheOrderOfTheFileIsKept) {
+TEST_F(SnapshotTest, TheOrderOfTheFileIsKept) {
   const Snapshot snapshot =
       readNextHops(R"([{"id":9,"dev":"a"},{"id":2,"dev":"b"},{"id":5,"dev":"c"}])");
   std::vector<std::uint32_t> ids;
@@ -277,14 +277,14 @@ INSTANTIATE_TEST_SUITE_P(Captures, ReplayCaptureTest,
 
 // ---- Malformed files ----
 
-TEST_F(ReplayInputTest, AMissingFileIsAnError) {
+TEST_F(SnapshotTest, AMissingFileIsAnError) {
   std::filesystem::remove(linksFile_);
   EXPECT_EQ(error(),
             "links.json: cannot be read: No such file or directory; give a file that holds the "
             "output of `ip -j link`");
 }
 
-TEST_F(ReplayInputTest, AFolderIsAnError) {
+TEST_F(SnapshotTest, AFolderIsAnError) {
   std::filesystem::remove(nextHopsFile_);
   std::filesystem::create_directory(nextHopsFile_);
   EXPECT_EQ(error(),
@@ -292,15 +292,15 @@ TEST_F(ReplayInputTest, AFolderIsAnError) {
             "output of `ip -j nexthop`");
 }
 
-TEST_F(ReplayInputTest, AnEmptyFileIsAnError) {
+TEST_F(SnapshotTest, AnEmptyFileIsAnError) {
   EXPECT_EQ(linksError(""), links("1:1: the file is empty"));
 }
 
-TEST_F(ReplayInputTest, AFileOfWhiteSpaceIsAnError) {
+TEST_F(SnapshotTest, AFileOfWhiteSpaceIsAnError) {
   EXPECT_EQ(nextHopsError(" \n \n"), nextHops("3:1: the file ends before its JSON does"));
 }
 
-TEST_F(ReplayInputTest, TextThatIsNotJsonIsAnErrorAtItsFirstWrongByte) {
+TEST_F(SnapshotTest, TextThatIsNotJsonIsAnErrorAtItsFirstWrongByte) {
   EXPECT_EQ(linksError("1: lo: <LOOPBACK,UP,LOWER_UP> mtu 65536"),
             links("1:1: this must be an array, not 1"));
   EXPECT_EQ(linksError("Device \"x\" does not exist."),
@@ -309,19 +309,19 @@ TEST_F(ReplayInputTest, TextThatIsNotJsonIsAnErrorAtItsFirstWrongByte) {
             links("2:14: this is not JSON: invalid literal"));
 }
 
-TEST_F(ReplayInputTest, WrongPunctuationIsAnErrorAtItsPlace) {
+TEST_F(SnapshotTest, WrongPunctuationIsAnErrorAtItsPlace) {
   EXPECT_EQ(nextHopsError("[{\"id\":1,}]"),
             nextHops("1:10: this is not JSON: unexpected '}', expected string literal"));
   EXPECT_EQ(nextHopsError("[\n{\"id\":1 \"dev\":\"eth0\"}]"),
             nextHops("2:9: this is not JSON: unexpected string literal, expected '}'"));
 }
 
-TEST_F(ReplayInputTest, TextAfterTheArrayIsAnError) {
+TEST_F(SnapshotTest, TextAfterTheArrayIsAnError) {
   EXPECT_EQ(linksError("[]\n[]"),
             links("2:1: this is not JSON: unexpected '[', expected end of input"));
 }
 
-TEST_F(ReplayInputTest, TruncatedFilesAreAnErrorAtTheirEndWhereverTheyAreCut) {
+TEST_F(SnapshotTest, TruncatedFilesAreAnErrorAtTheirEndWhereverTheyAreCut) {
   const std::string whole =
       "[{\"id\":1,\"dev\":\"eth1\",\"blackhole\":null},\n{\"id\":2,\"group\":[{\"id\":1}]}]";
   for (std::size_t length = 1; length < whole.size(); ++length) {
@@ -333,17 +333,17 @@ TEST_F(ReplayInputTest, TruncatedFilesAreAnErrorAtTheirEndWhereverTheyAreCut) {
             nextHops("2:20: the file ends before its JSON does"));
 }
 
-TEST_F(ReplayInputTest, TextThatIsNotUtf8IsAnError) {
+TEST_F(SnapshotTest, TextThatIsNotUtf8IsAnError) {
   EXPECT_EQ(linksError("[{\"ifname\":\"\xff\"}]"),
             links("1:13: this is not JSON: invalid string: ill-formed UTF-8 byte"));
 }
 
-TEST_F(ReplayInputTest, ANumberThatIsTooLargeForAnyTypeIsAnError) {
+TEST_F(SnapshotTest, ANumberThatIsTooLargeForAnyTypeIsAnError) {
   EXPECT_EQ(nextHopsError("[{\"id\":1e999}]"),
             nextHops("1:13: this is not JSON: number overflow parsing '1e999'"));
 }
 
-TEST_F(ReplayInputTest, AnythingButAnArrayOfObjectsIsAnError) {
+TEST_F(SnapshotTest, AnythingButAnArrayOfObjectsIsAnError) {
   EXPECT_EQ(linksError("{}"), links("1:1: this must be an array, not an object"));
   EXPECT_EQ(linksError("\n null"), links("2:2: this must be an array, not null"));
   EXPECT_EQ(linksError("[{\"ifname\":\"a\"},\n true]"),
@@ -352,7 +352,7 @@ TEST_F(ReplayInputTest, AnythingButAnArrayOfObjectsIsAnError) {
   EXPECT_EQ(linksError("[[]]"), links("1:2: this must be an object, not an array"));
 }
 
-TEST_F(ReplayInputTest, AWrongTypeIsAnErrorAtTheValue) {
+TEST_F(SnapshotTest, AWrongTypeIsAnErrorAtTheValue) {
   EXPECT_EQ(linksError("[{\"ifname\": 5}]"), links("1:13: \"ifname\" is 5, not a text"));
   EXPECT_EQ(linksError("[{\"ifname\":\"a\",\"flags\":\"UP\"}]"),
             links("1:24: \"flags\" is the text \"UP\", not an array"));
@@ -372,7 +372,7 @@ TEST_F(ReplayInputTest, AWrongTypeIsAnErrorAtTheValue) {
             nextHops("1:16: \"fdb\" is 1.5, not null or true"));
 }
 
-TEST_F(ReplayInputTest, AnIdThatIsNotAWholeNumberOf32BitsAboveZeroIsAnError) {
+TEST_F(SnapshotTest, AnIdThatIsNotAWholeNumberOf32BitsAboveZeroIsAnError) {
   const std::map<std::string, std::string> isByText = {
       {"4294967296", "4294967296"},
       {"18446744073709551616", "18446744073709551616"},
@@ -391,19 +391,19 @@ TEST_F(ReplayInputTest, AnIdThatIsNotAWholeNumberOf32BitsAboveZeroIsAnError) {
   EXPECT_EQ(nextHopsError("[{\"id\":1,\"dev\":\"eth1\"}]"), "");
 }
 
-TEST_F(ReplayInputTest, ADuplicateIdIsAnErrorAtTheSecondWhateverItsKind) {
+TEST_F(SnapshotTest, ADuplicateIdIsAnErrorAtTheSecondWhateverItsKind) {
   EXPECT_EQ(nextHopsError("[{\"id\":7,\"dev\":\"eth1\"},\n {\"id\":7,\"group\":[]}]"),
             nextHops("2:8: next hop 7 is given twice"));
 }
 
-TEST_F(ReplayInputTest, ADuplicateLinkIsAnErrorAtTheSecond) {
+TEST_F(SnapshotTest, ADuplicateLinkIsAnErrorAtTheSecond) {
   EXPECT_EQ(linksError("[{\"ifname\":\"eth1\"},\n {\"ifname\":\"eth1\"}]"),
             links("2:12: link \"eth1\" is given twice"));
   EXPECT_EQ(linksError("[{\"ifname\":\"enx001122334455\"},\n {\"ifname\":\"enx001122334455\"}]"),
             links("2:12: link \"enx001122334455\" is given twice"));
 }
 
-TEST_F(ReplayInputTest, AFieldGivenTwiceIsAnErrorAtTheSecond) {
+TEST_F(SnapshotTest, AFieldGivenTwiceIsAnErrorAtTheSecond) {
   EXPECT_EQ(nextHopsError("[{\"id\":1,\"id\":2}]"), nextHops("1:15: \"id\" is given twice"));
   EXPECT_EQ(nextHopsError("[{\"id\":1,\"dev\":\"a\",\"dev\":\"a\"}]"),
             nextHops("1:26: \"dev\" is given twice"));
@@ -413,7 +413,7 @@ TEST_F(ReplayInputTest, AFieldGivenTwiceIsAnErrorAtTheSecond) {
             nextHops("1:27: \"fdb\" is given twice"));
 }
 
-TEST_F(ReplayInputTest, AMissingFieldIsAnErrorWhereTheElementBegins) {
+TEST_F(SnapshotTest, AMissingFieldIsAnErrorWhereTheElementBegins) {
   EXPECT_EQ(linksError("[{\"ifname\":\"a\"},\n  {\"ifindex\":2,\n\"mtu\":1500}]"),
             links("2:3: this link has no \"ifname\""));
   EXPECT_EQ(linksError("[{}]"), links("1:2: this link has no \"ifname\""));
@@ -425,17 +425,17 @@ TEST_F(ReplayInputTest, AMissingFieldIsAnErrorWhereTheElementBegins) {
             nextHops("1:2: next hop 5 has no \"dev\", and is not a group, blackhole or fdb"));
 }
 
-TEST_F(ReplayInputTest, AnEmptyNameIsAnError) {
+TEST_F(SnapshotTest, AnEmptyNameIsAnError) {
   EXPECT_EQ(linksError("[{\"ifname\":\"\"}]"), links("1:12: \"ifname\" is empty"));
   EXPECT_EQ(nextHopsError("[{\"id\":5,\"dev\":\"\"}]"), nextHops("1:16: \"dev\" is empty"));
 }
 
-TEST_F(ReplayInputTest, AGatewayThatIsNoAddressIsAnError) {
+TEST_F(SnapshotTest, AGatewayThatIsNoAddressIsAnError) {
   EXPECT_EQ(nextHopsError("[{\"id\":5,\"dev\":\"a\",\"gateway\":\"10.0.0.256\"}]"),
             nextHops("1:30: \"gateway\" is \"10.0.0.256\", which is not an address"));
 }
 
-TEST_F(ReplayInputTest, ErrorsShowTextFromTheFileEscapedAndShortened) {
+TEST_F(SnapshotTest, ErrorsShowTextFromTheFileEscapedAndShortened) {
   EXPECT_EQ(
       nextHopsError(fmt::format(R"([{{"id":5,"dev":"a","gateway":"{:x>1000}"}}])", "")),
       nextHops(fmt::format("1:30: \"gateway\" is \"{:x>40}\"..., which is not an address", "")));
@@ -445,7 +445,7 @@ TEST_F(ReplayInputTest, ErrorsShowTextFromTheFileEscapedAndShortened) {
 
 // ---- Bounds ----
 
-TEST_F(ReplayInputTest, NestingIsReadUpToItsLimitAndNoFurther) {
+TEST_F(SnapshotTest, NestingIsReadUpToItsLimitAndNoFurther) {
   const auto nested = [](std::size_t depth) {
     const std::size_t arrays = depth - 2;
     return fmt::format(R"([{{"id":1,"dev":"a","x":{:[>{}}{:]>{}}}}])", "", arrays, "", arrays);
@@ -457,14 +457,14 @@ TEST_F(ReplayInputTest, NestingIsReadUpToItsLimitAndNoFurther) {
             nextHops("1:54: more than 32 nested arrays and objects"));
 }
 
-TEST_F(ReplayInputTest, AFileOfNothingButOpeningBracketsIsAnError) {
+TEST_F(SnapshotTest, AFileOfNothingButOpeningBracketsIsAnError) {
   EXPECT_EQ(nextHopsError(std::string(1'000'000, '[')),
             nextHops("1:2: this must be an object, not an array"));
   EXPECT_EQ(nextHopsError(fmt::format("[{{\"x\":{:[>1000000}", "")),
             nextHops("1:37: more than 32 nested arrays and objects"));
 }
 
-TEST_F(ReplayInputTest, ElementsAreReadUpToTheirLimitAndNoFurther) {
+TEST_F(SnapshotTest, ElementsAreReadUpToTheirLimitAndNoFurther) {
   const InputLimits limits{.maxElements = 2};
   EXPECT_EQ(linksError(R"([{"ifname":"a"}])", limits), "");
   EXPECT_EQ(linksError(R"([{"ifname":"a"},{"ifname":"b"}])", limits), "");
@@ -472,7 +472,7 @@ TEST_F(ReplayInputTest, ElementsAreReadUpToTheirLimitAndNoFurther) {
             links("1:32: more than 2 elements"));
 }
 
-TEST_F(ReplayInputTest, AnElementIsReadUpToItsSizeAndNoFurther) {
+TEST_F(SnapshotTest, AnElementIsReadUpToItsSizeAndNoFurther) {
   const InputLimits limits{.maxElementBytes = 16};
   const auto file = [](std::string_view first, std::string_view second) {
     return std::string("[").append(first).append(",").append(second).append("]");
@@ -484,7 +484,7 @@ TEST_F(ReplayInputTest, AnElementIsReadUpToItsSizeAndNoFurther) {
             links("1:33: more than 16 bytes without the end of an element"));
 }
 
-TEST_F(ReplayInputTest, ATextWithoutEndIsAnErrorAtTheSizeOfAnElement) {
+TEST_F(SnapshotTest, ATextWithoutEndIsAnErrorAtTheSizeOfAnElement) {
   const InputLimits limits;
   EXPECT_EQ(linksError(fmt::format("\"{:x>{}}", "", limits.maxElementBytes + 10)),
             links("1:4194305: more than 4194304 bytes without the end of an element"));
@@ -492,17 +492,17 @@ TEST_F(ReplayInputTest, ATextWithoutEndIsAnErrorAtTheSizeOfAnElement) {
             links("4194304:1: more than 4194304 bytes without the end of an element"));
 }
 
-TEST_F(ReplayInputTest, AHundredMegabytesOfGarbageAreAnErrorAtTheFirstByte) {
+TEST_F(SnapshotTest, AHundredMegabytesOfGarbageAreAnErrorAtTheFirstByte) {
   std::filesystem::resize_file(linksFile_, 0);
   std::filesystem::resize_file(linksFile_, 100'000'000);
   EXPECT_EQ(error(), links("1:1: this is not JSON: a zero byte"));
 }
 
-TEST_F(ReplayInputTest, AZeroByteAfterTheArrayIsAnErrorAndNotTheEnd) {
+TEST_F(SnapshotTest, AZeroByteAfterTheArrayIsAnErrorAndNotTheEnd) {
   EXPECT_EQ(linksError(std::string_view("[]\0[", 4)), links("1:3: this is not JSON: a zero byte"));
 }
 
-TEST_F(ReplayInputTest, AnErrorIsOneLine) {
+TEST_F(SnapshotTest, AnErrorIsOneLine) {
   EXPECT_THAT(linksError("[{\"ifname\":\"a\nb\"}]"), Not(HasSubstr("\n")));
   EXPECT_THAT(linksError("[\n\n{\"ifname\":{\"\":\n1}}]"), Not(HasSubstr("\n")));
   EXPECT_THAT(linksError("\n\x01\n"), Not(HasSubstr("\n")));
