@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <ostream>
 #include <random>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "offline/Verify.h"
@@ -35,6 +37,21 @@ struct Model {
   std::uint64_t scratchpad = 0;
   friend bool operator==(const Model&, const Model&) = default;
 };
+
+// Keys and values of the rows, and which of them are torn, for a failed test.
+void PrintTo(const Model& model, std::ostream* out) {
+  const auto print = [out](const auto& row, std::uint64_t value, const auto& whole) {
+    *out << ' ' << row.key << '=' << value << (row == whole ? "" : "(torn)");
+  };
+  *out << "scratchpad " << model.scratchpad << "; odd";
+  for (const auto& [key, row] : model.odd) {
+    print(row, valueOf(row), oddRow(row.key, valueOf(row)));
+  }
+  *out << "; rising";
+  for (const auto& [key, row] : model.rising) {
+    print(row, row.values.front(), risingRow(row.key, row.values.front()));
+  }
+}
 
 struct Tables {
   explicit Tables(const std::string& root) : state(root) {
@@ -162,8 +179,8 @@ class KilledWriterTest : public ::testing::Test {
     }
     const Tables tables(root_.path());
     const Model found = tables.contents();
-    ASSERT_TRUE(found == model_ || found == more) << "after change " << applied_;
-    if (!(found == model_)) {
+    ASSERT_THAT(found, ::testing::AnyOf(model_, more)) << "after change " << applied_;
+    if (found != model_) {
       model_ = more;
       progress_->acknowledged = ++applied_;
     }

@@ -113,7 +113,7 @@ TEST_F(ReadStateTest, BesideAWorkingAgentNothingLooksDamaged) {
   Outcome outcome;
   do {
     outcome = python({"fec", "log", "group-log", "applied"}, state_);
-    EXPECT_TRUE(outcome.exitCode == 0 || outcome.exitCode == 3) << outcome.err;
+    EXPECT_THAT(outcome.exitCode, ::testing::AnyOf(0, 3)) << outcome.err;
     EXPECT_THAT(outcome.err, ::testing::Not(HasSubstr("damaged")));
   } while (agent.running());
   EXPECT_EQ(agent.wait().exitCode, 0);

@@ -220,14 +220,22 @@ class EveryBit : public testing_support::LeakCheckedTest {
   void expectHonest(const Look<Row>& look, std::uint64_t bit) const {
     for (std::uint32_t key = 0; key < kRows; ++key) {
       expectRow(look.keys[key], key);
-      EXPECT_TRUE(look.keys[key].row || look.keys[key].report != "") << "silently lost: " << key;
+      if (!look.keys[key].row) {
+        EXPECT_NE(look.keys[key].report, "") << "silently lost: " << key;
+      }
     }
-    EXPECT_TRUE(look.absent.row ? !*look.absent.row : look.absent.report != "") << "invented";
+    if (look.absent.row) {
+      EXPECT_EQ(look.absent.row, false) << "invented";
+    } else {
+      EXPECT_NE(look.absent.report, "");
+    }
     ASSERT_LE(look.walked.size(), expected_.size());
     for (std::size_t i = 0; i < look.walked.size(); ++i) {  // keys are in the order of slots
       EXPECT_EQ(look.walked[i], expected_[i]) << i;
     }
-    EXPECT_TRUE(look.walked.size() == expected_.size() || look.walkReport != "") << "silently lost";
+    if (look.walkReport == "") {
+      EXPECT_EQ(look.walked.size(), expected_.size()) << "silently lost";
+    }
     EXPECT_EQ(look.rowCount.row.value_or(kRows), kRows);
     EXPECT_EQ(look.scratchpad.row.value_or(kScratchpad), kScratchpad);
     expectReportsFit(look.reports(), bit);

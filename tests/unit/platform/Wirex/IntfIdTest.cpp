@@ -40,8 +40,8 @@ bool fitsAndPrintsBack(const std::string& name, std::map<std::uint64_t, std::str
   try {
     const IntfId id = IntfId::fromName(name);
     EXPECT_EQ(id.name(), name);
-    const auto [known, isNew] = nameOfValue.emplace(id.value(), name);
-    EXPECT_TRUE(isNew || known->second == name) << name << " and " << known->second;
+    const auto known = nameOfValue.emplace(id.value(), name).first;
+    EXPECT_EQ(known->second, name) << "another name has this value";
     return true;
   } catch (const IntfNameError&) {
     return false;
