@@ -15,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include "captures/Snapshot.h"
+#include "testing/TemporaryRoot.h"
+
 namespace Captures {
 namespace {
 
@@ -38,14 +40,9 @@ Wirex::IntfId intf(std::string_view name) { return Wirex::IntfId::fromName(name)
 class SnapshotTest : public ::testing::Test {
  protected:
   SnapshotTest() {
-    std::string pattern = ::testing::TempDir() + "replay-input-XXXXXX";
-    folder_ = mkdtemp(pattern.data());
-    linksFile_ = (folder_ / "links.json").string();
-    nextHopsFile_ = (folder_ / "nexthops.json").string();
     write(linksFile_, "[]");
     write(nextHopsFile_, "[]");
   }
-  ~SnapshotTest() override { std::filesystem::remove_all(folder_); }
 
   static void write(const std::string& file, std::string_view text) {
     std::ofstream(file, std::ios::binary) << text;
@@ -70,7 +67,7 @@ class SnapshotTest : public ::testing::Test {
       return "";
     } catch (const InputError& error) {
       const std::string message = error.what();
-      const std::string folder = folder_.string() + "/";
+      const std::string folder = folder_.path() + "/";
       EXPECT_THAT(message, StartsWith(folder));
       return message.substr(folder.size());
     }
@@ -85,9 +82,9 @@ class SnapshotTest : public ::testing::Test {
     return error(limits);
   }
 
-  std::filesystem::path folder_;
-  std::string linksFile_;
-  std::string nextHopsFile_;
+  testing_support::TemporaryRoot folder_;
+  std::string linksFile_ = folder_.path() + "/links.json";
+  std::string nextHopsFile_ = folder_.path() + "/nexthops.json";
 };
 
 std::string links(std::string_view wrong) {

@@ -8,9 +8,9 @@
 // LOAMFEC_EVERY_BIT set, flips what lies between the parts as well, which nobody may notice.
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -23,6 +23,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "folder/Mapping.h"
 #include "offline/Verify.h"
 #include "testing/LeakCheck.h"
 #include "testing/TableFile.h"
@@ -62,33 +63,27 @@ class FileBytes {
  public:
   explicit FileBytes(const std::string& path) : good_(glint_test::readFile(path)) {
     const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    void* base = ::mmap(nullptr, good_.size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    bytes_ = Glint::Mapping::ofFile(fd, good_.size(), Glint::Mapping::Access::write);
     ::close(fd);
-    if (base == MAP_FAILED) {
+    if (!bytes_) {
       throw std::runtime_error("cannot map " + path);
     }
-    bytes_ = static_cast<char*>(base);
   }
-  FileBytes(const FileBytes&) = delete;
-  FileBytes& operator=(const FileBytes&) = delete;
-  ~FileBytes() { ::munmap(bytes_, good_.size()); }
 
   std::uint64_t size() const { return good_.size(); }
-  void flip(std::uint64_t bit) const {
-    bytes_[bit / 8] = static_cast<char>(bytes_[bit / 8] ^ 1 << bit % 8);
-  }
-  void putBack() const { std::memcpy(bytes_, good_.data(), good_.size()); }
+  void flip(std::uint64_t bit) const { bytes_.base()[bit / 8] ^= std::byte{1} << bit % 8; }
+  void putBack() const { std::memcpy(bytes_.base(), good_.data(), good_.size()); }
   // True if the bit is all that is not as it was.
   bool onlyFlipped(std::uint64_t bit) const {
     flip(bit);
-    const bool same = std::memcmp(bytes_, good_.data(), good_.size()) == 0;
+    const bool same = std::memcmp(bytes_.base(), good_.data(), good_.size()) == 0;
     flip(bit);
     return same;
   }
 
  private:
   glint_test::Bytes good_;
-  char* bytes_;
+  Glint::Mapping bytes_;
 };
 
 // What one look said: the row, if there was one, and the damage, if it was reported.

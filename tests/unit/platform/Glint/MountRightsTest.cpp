@@ -2,15 +2,14 @@
 
 // Who may mount what, with which modes things are made, and what happens where there is no room.
 
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,6 +21,7 @@
 #include "MountFixture.h"
 #include "folder/FolderUpkeep.h"
 #include "offline/Verify.h"
+#include "testing/ChildProcess.h"
 
 namespace {
 
@@ -278,24 +278,6 @@ TEST_F(MountAsRootTest, AFullFileSystemIsAClearErrorAndNothingIsLeft) {
 
 using MountAsRootDeathTest = MountAsRootTest;
 
-// A number in memory that a child shares with this process.
-class SharedNumber {
- public:
-  SharedNumber()
-      : page_(::mmap(nullptr, sizeof(std::uint64_t), PROT_READ | PROT_WRITE,
-                     MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
-        number_(new (page_) std::uint64_t(0)) {}
-  SharedNumber(const SharedNumber&) = delete;
-  SharedNumber& operator=(const SharedNumber&) = delete;
-  ~SharedNumber() { ::munmap(page_, sizeof(std::uint64_t)); }
-
-  volatile std::uint64_t& operator*() const { return *number_; }
-
- private:
-  void* page_;
-  volatile std::uint64_t* number_;
-};
-
 // The rows of keys 0 to count - 1 are there, each found, and nothing else.
 void expectRows(glint_test::TestEntity<SmallRow>& entity, std::uint64_t count) {
   const auto found = glint_test::walk(entity.rows());
@@ -313,7 +295,7 @@ TEST_F(MountAsRootDeathTest, AFileSystemThatFillsUpLaterStopsTheProcessAndKeepsE
   if (!small.mounted()) {
     GTEST_SKIP() << "may not mount a file system here";
   }
-  const SharedNumber stored;
+  const testing_support::Shared<std::atomic<std::uint64_t>> stored;  // by the child
   {
     State state(root());
     auto entity = state.mount<SmallRow>("t", 4096);
