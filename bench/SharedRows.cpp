@@ -8,31 +8,21 @@
 
 #include "Glint/Guarded.h"
 #include "Glint/SharedMemEntityManager.h"
-#include "records/FecTableConstants.h"
 
 namespace bench {
 
 namespace {
 
-using LoamFec::FecTableConstants;
-
-template <typename Entity>
-Pell::Ptr<Entity> mount(const Pell::Ptr<Vanta::EntityManager>& entityManager,
-                        const Pell::String& path, std::uint32_t capacity) {
-  return ZevSharedMem::mountEntity<Entity>(entityManager, path, ZevGlint::ZevGlintType::writer,
-                                           capacity);
-}
+using ZevSharedMem::mountForWriting;
 
 }  // namespace
 
 SharedRows::SharedRows(const Workload& workload)
     : entityManager_(Zev::makeObject<Vanta::EntityManager>(root_.path())),
-      config_(mount<LoamFec::FecTableDataModelConfigGlint>(entityManager_, "/bench/config",
-                                                           FecTableConstants::kConfigCapacity)),
-      log_(mount<LoamFec::FecTableDataModelEntryLogGlint>(entityManager_, "/bench/log",
-                                                          FecTableConstants::kEntryLogCapacity)),
-      group_(mount<Asic::GroupLogGlint>(entityManager_, "/bench/group",
-                                        Asic::GroupLogGlint::kCapacity)) {
+      config_(
+          mountForWriting<LoamFec::FecTableDataModelConfigGlint>(entityManager_, "/bench/config")),
+      log_(mountForWriting<LoamFec::FecTableDataModelEntryLogGlint>(entityManager_, "/bench/log")),
+      group_(mountForWriting<Asic::GroupLogGlint>(entityManager_, "/bench/group")) {
   for (const Rows& rows : rowsOf(workload.everyEntry(), 1)) {
     config_->swTableEntries().rowIs(rows.config);
   }

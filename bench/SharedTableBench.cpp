@@ -25,7 +25,6 @@
 #include "Workload.h"
 #include "format/Format.h"
 #include "format/SharedWord.h"
-#include "records/FecTableConstants.h"
 #include "testing/ChildProcess.h"
 
 namespace {
@@ -183,9 +182,8 @@ void lookUp(benchmark::State& state) {
 void cleanLog(benchmark::State& state) {
   const testing_support::TemporaryRoot root;
   const auto entityManager = Zev::makeObject<Vanta::EntityManager>(root.path());
-  const auto log = ZevSharedMem::mountEntity<LoamFec::FecTableDataModelEntryLogGlint>(
-      entityManager, "/bench/log", ZevGlint::ZevGlintType::writer,
-      LoamFec::FecTableConstants::kEntryLogCapacity);
+  const auto log = ZevSharedMem::mountForWriting<LoamFec::FecTableDataModelEntryLogGlint>(
+      entityManager, "/bench/log");
   auto& rows = log->entryLogConfig();
   const std::uint64_t count = bench::scale().residentKeys;
   std::uint64_t first = 1;
@@ -236,12 +234,8 @@ void mount(benchmark::State& state) {
   using Config = LoamFec::FecTableDataModelConfigGlint;
   const auto mountBoth = [&] {
     const auto entityManager = Zev::makeObject<Vanta::EntityManager>(root.path());
-    return std::pair(
-        ZevSharedMem::mountEntity<Config>(entityManager, "/bench/config",
-                                          ZevGlint::ZevGlintType::writer,
-                                          LoamFec::FecTableConstants::kConfigCapacity),
-        ZevSharedMem::mountEntity<Log>(entityManager, "/bench/log", ZevGlint::ZevGlintType::writer,
-                                       LoamFec::FecTableConstants::kEntryLogCapacity));
+    return std::pair(ZevSharedMem::mountForWriting<Config>(entityManager, "/bench/config"),
+                     ZevSharedMem::mountForWriting<Log>(entityManager, "/bench/log"));
   };
   const std::uint32_t logRows = bench::scale().logRows;
   {

@@ -27,9 +27,8 @@ using Config = LoamFec::FecTableDataModelConfigGlint;
 
 Pell::Ptr<Config> mountConfig(const Pell::Ptr<Vanta::EntityManager>& entityManager,
                               ZevGlint::ZevGlintType type) {
-  return ZevSharedMem::mountEntity<Config>(entityManager,
-                                           LoamFec::FecTableConstants::configGlintPath(kUnit), type,
-                                           LoamFec::FecTableConstants::kConfigCapacity);
+  return ZevSharedMem::mountEntity<Config>(
+      entityManager, LoamFec::FecTableConstants::configGlintPath(kUnit), type, Config::kCapacity);
 }
 
 void check(int result, const char* operation) {

@@ -50,6 +50,7 @@ using testing_support::SteppedState;
 using testing_support::SteppedWork;
 using testing_support::Stepping;
 using testing_support::TemporaryRoot;
+using ZevSharedMem::mountForReading;
 
 bool longForm() { return testing_support::times("LOAMFEC_EVERY_INSTRUCTION", 0) != 0; }
 Stepping stepping() { return longForm() ? Stepping::everyInstruction : Stepping::everyStore; }
@@ -301,14 +302,14 @@ class ReaderView {
  public:
   explicit ReaderView(const std::string& root)
       : manager_(Zev::makeObject<Vanta::EntityManager>(root)),
-        log_(mount<LoamFec::FecTableDataModelEntryLogGlint>(Asic::Constants::tableEntryLogGlintPath(
-            Names::kGroupName, Names::kAgentName, Names::kTableName))),
-        groupLog_(mount<Asic::GroupLogGlint>(
-            Asic::Constants::groupLogGlintPath(Names::kAgentName, Names::kGroupName))),
-        applied_(mount<Asic::GroupVersionsGlint>(
-            Asic::Constants::groupVersionsGlintPath(Names::kAgentName, Names::kGroupName))) {
+        log_(mountForReading<LoamFec::FecTableDataModelEntryLogGlint>(manager_,
+                                                                      Names::entryLogGlintPath())),
+        groupLog_(mountForReading<Asic::GroupLogGlint>(manager_, Names::groupLogGlintPath())),
+        applied_(
+            mountForReading<Asic::GroupVersionsGlint>(manager_, Names::groupVersionsGlintPath())) {
     for (const UnitId unit : kUnits) {
-      configs_[unit] = mount<LoamFec::FecTableDataModelConfigGlint>(Names::configGlintPath(unit));
+      configs_[unit] = mountForReading<LoamFec::FecTableDataModelConfigGlint>(
+          manager_, Names::configGlintPath(unit));
     }
   }
 
@@ -347,11 +348,6 @@ class ReaderView {
  private:
   using Names = LoamFec::FecTableConstants;
   using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
-
-  template <typename Entity>
-  Pell::Ptr<Entity> mount(const Pell::String& path) const {
-    return ZevSharedMem::mountEntity<Entity>(manager_, path, ZevGlint::ZevGlintType::reader, 0);
-  }
 
   bool configHas(const LogRow& logged) const {
     auto& rows = configs_.at(logged.unitId())->swTableEntries();

@@ -63,10 +63,9 @@ bool isWhole(const Announcement& announcement, std::uint64_t version, std::uint3
 }
 
 Pell::Ptr<GroupLogGlint> readerIn(const std::string& root) {
-  return ZevSharedMem::mountEntity<GroupLogGlint>(
+  return ZevSharedMem::mountForReading<GroupLogGlint>(
       Zev::makeObject<Vanta::EntityManager>(root),
-      Asic::Constants::groupLogGlintPath("agent", "group"), ZevGlint::ZevGlintType::reader,
-      GroupLogGlint::kCapacity);
+      Asic::Constants::groupLogGlintPath("agent", "group"));
 }
 
 // The scratchpad goes from the end of one operation to the end of the next.

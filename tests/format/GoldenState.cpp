@@ -9,7 +9,6 @@
 
 #include <fmt/format.h>
 
-#include "Asic/Constants.h"
 #include "SparseText.h"
 #include "testing/TableFile.h"
 
@@ -26,8 +25,8 @@ constexpr SwTableId otherTable(std::uint32_t number) { return SwTableId(0x030108
 
 template <typename Entity>
 Pell::Ptr<Entity> mounted(const Pell::Ptr<Vanta::EntityManager>& entityManager,
-                          const Pell::String& path, ZevGlintType type, std::uint32_t capacity) {
-  return ZevSharedMem::mountEntity<Entity>(entityManager, path, type, capacity);
+                          const Pell::String& path, ZevGlintType type) {
+  return ZevSharedMem::mountEntity<Entity>(entityManager, path, type, Entity::kCapacity);
 }
 
 LoamFec::FecTableDataModelResourceKeys interface(const char* name) {
@@ -97,24 +96,13 @@ void damageFifthRow(const std::string& file) {
 FecTables::FecTables(const std::string& root, ZevGlintType type)
     : entityManager(Zev::makeObject<Vanta::EntityManager>(root)),
       configEntity(mounted<LoamFec::FecTableDataModelConfigGlint>(
-          entityManager, FecTableConstants::configGlintPath(kGoldenUnit), type,
-          FecTableConstants::kConfigCapacity)),
+          entityManager, FecTableConstants::configGlintPath(kGoldenUnit), type)),
       logEntity(mounted<LoamFec::FecTableDataModelEntryLogGlint>(
-          entityManager,
-          Asic::Constants::tableEntryLogGlintPath(FecTableConstants::kGroupName,
-                                                  FecTableConstants::kAgentName,
-                                                  FecTableConstants::kTableName),
-          type, FecTableConstants::kEntryLogCapacity)),
-      groupEntity(mounted<Asic::GroupLogGlint>(
-          entityManager,
-          Asic::Constants::groupLogGlintPath(FecTableConstants::kAgentName,
-                                             FecTableConstants::kGroupName),
-          type, Asic::GroupLogGlint::kCapacity)),
+          entityManager, FecTableConstants::entryLogGlintPath(), type)),
+      groupEntity(mounted<Asic::GroupLogGlint>(entityManager,
+                                               FecTableConstants::groupLogGlintPath(), type)),
       appliedEntity(mounted<Asic::GroupVersionsGlint>(
-          entityManager,
-          Asic::Constants::groupVersionsGlintPath(FecTableConstants::kAgentName,
-                                                  FecTableConstants::kGroupName),
-          type, Asic::GroupVersionsGlint::kCapacity)) {}
+          entityManager, FecTableConstants::groupVersionsGlintPath(), type)) {}
 
 LoamFec::FecTableDataModelLogEntry logEntry(std::uint32_t fecId, std::uint32_t seed) {
   LoamFec::FecTableDataModelLogEntry entry;

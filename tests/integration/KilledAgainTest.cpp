@@ -25,7 +25,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Asic/Constants.h"
 #include "Glint/Guarded.h"
 #include "Glint/SharedMemEntityManager.h"
 #include "Vanta/EntityManager.h"
@@ -71,15 +70,11 @@ class Follower {
       : entityManager_(Zev::makeObject<Vanta::EntityManager>(state)),
         board_(board),
         number_(number) {
-    const Pell::String logPath = Asic::Constants::tableEntryLogGlintPath(
-        FecTableConstants::kGroupName, FecTableConstants::kAgentName,
-        FecTableConstants::kTableName);
     log_ =
-        ZevSharedMem::mountEntity<Log>(entityManager_, logPath, ZevGlint::ZevGlintType::reader, 0);
+        ZevSharedMem::mountForReading<Log>(entityManager_, FecTableConstants::entryLogGlintPath());
     for (const std::uint16_t unit : kUnits) {
-      configs_.push_back(ZevSharedMem::mountEntity<Config>(
-          entityManager_, FecTableConstants::configGlintPath(Asic::UnitId(unit)),
-          ZevGlint::ZevGlintType::reader, 0));
+      configs_.push_back(ZevSharedMem::mountForReading<Config>(
+          entityManager_, FecTableConstants::configGlintPath(Asic::UnitId(unit))));
     }
   }
 

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Asic/Constants.h"
 #include "Glint/SharedMemEntityManager.h"
 #include "Vanta/EntityManager.h"
 #include "records/FecSharedTables.h"
@@ -17,8 +16,6 @@
 #include "tools/StateCheck.h"
 
 namespace {
-
-using LoamFec::FecTableConstants;
 
 const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
 
@@ -33,22 +30,15 @@ std::vector<std::string> replayOfTheThreeCaptures(const std::string& state) {
 
 // The last log version that another process can see; 0 while there is no log.
 std::uint64_t visibleLogVersion(const std::string& state) {
-  const auto entityManager = Zev::makeObject<Vanta::EntityManager>(state);
-  const auto manager = ZevSharedMem::getEntityManager(entityManager);
-  ZevGlint::MountInfo info(ZevGlint::ZevGlintType::reader);
-  info.collectionInfoIs({LoamFec::FecTableDataModelEntryLogGlint::kCollectionName,
-                         FecTableConstants::kEntryLogCapacity});
-  const Pell::String path = Asic::Constants::tableEntryLogGlintPath(
-      FecTableConstants::kGroupName, FecTableConstants::kAgentName, FecTableConstants::kTableName);
+  using Log = LoamFec::FecTableDataModelEntryLogGlint;
+  Pell::Ptr<Log> log;
   try {
-    manager->doMount(path, LoamFec::FecTableDataModelEntryLogGlint::kTypeName, info);
+    log = ZevSharedMem::mountForReading<Log>(Zev::makeObject<Vanta::EntityManager>(state),
+                                             LoamFec::FecTableConstants::entryLogGlintPath());
   } catch (const ZevGlint::MountException&) {
     return 0;
   }
-  return Pell::dynamicPtrCast<LoamFec::FecTableDataModelEntryLogGlint>(manager->getEntity(path))
-      ->entryLogConfig()
-      .control()
-      .scratchpad();
+  return log->entryLogConfig().control().scratchpad();
 }
 
 class KilledFecdTest : public ::testing::TestWithParam<std::uint64_t> {

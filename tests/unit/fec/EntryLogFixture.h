@@ -82,23 +82,14 @@ class Reader {
       : entityManager_(Zev::makeObject<Vanta::EntityManager>(root)) {}
 
   Pell::Ptr<LogEntity> log() const {
-    return mount<LogEntity>(kLogPath, FecTableConstants::kEntryLogCapacity);
+    return ZevSharedMem::mountForReading<LogEntity>(entityManager_, kLogPath);
   }
   Pell::Ptr<ConfigEntity> config(UnitId unit) const {
-    return mount<ConfigEntity>(FecTableConstants::configGlintPath(unit),
-                               FecTableConstants::kConfigCapacity);
+    return ZevSharedMem::mountForReading<ConfigEntity>(entityManager_,
+                                                       FecTableConstants::configGlintPath(unit));
   }
 
  private:
-  template <typename Entity>
-  Pell::Ptr<Entity> mount(const Pell::String& path, std::uint32_t capacity) const {
-    const auto manager = ZevSharedMem::getEntityManager(entityManager_);
-    ZevGlint::MountInfo info(ZevGlint::ZevGlintType::reader);
-    info.collectionInfoIs(ZevGlint::CollectionInfo(Entity::kCollectionName, capacity));
-    manager->doMount(path, Entity::kTypeName, info);
-    return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
-  }
-
   Pell::Ptr<Vanta::EntityManager> entityManager_;
 };
 

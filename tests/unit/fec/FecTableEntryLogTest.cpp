@@ -275,13 +275,10 @@ TEST_F(FecTableEntryLogMounts, ItsEndReleasesTheUnitsBeforeTheLog) {
   ZevSharedMem::entityTypeIs(LeavingConfig::kTypeName, [](const ZevGlint::MountSite& site) {
     return Pell::Ptr<Zev::Entity>(Zev::makeObject<LeavingConfig>(site));
   });
-  constexpr auto kWriter = ZevGlint::ZevGlintType::writer;
   const Pell::String path = FecTableConstants::configGlintPath(kUnit);
-  auto leaving = ZevSharedMem::mountEntity<LeavingConfig>(log().entityManager(), path, kWriter,
-                                                          FecTableConstants::kConfigCapacity);
+  auto leaving = ZevSharedMem::mountForWriting<LeavingConfig>(log().entityManager(), path);
   // The entity manager lets go of it.
-  ZevSharedMem::mountEntity<ConfigEntity>(log().entityManager(), path, kWriter,
-                                          FecTableConstants::kConfigCapacity);
+  ZevSharedMem::mountForWriting<ConfigEntity>(log().entityManager(), path);
   const auto logEntity = log().tableEntryLog();
   const std::uint32_t before = logEntity->references();
   std::uint32_t heldAtItsEnd = 0;

@@ -60,7 +60,7 @@ class FecTableObjectsTest : public LeakCheckedTest {
     ZevSharedMem::entityTypeIs(name, [&active](const ZevGlint::MountSite& site) {
       return Pell::Ptr<Zev::Entity>(Zev::makeObject<Watched<T>>(active, site));
     });
-    auto object = ZevSharedMem::mountEntity<T>(manager, path, ZevGlint::ZevGlintType::reader, 0);
+    auto object = ZevSharedMem::mountForReading<T>(manager, path);
     ZevSharedMem::entityTypeIs(name, [](const ZevGlint::MountSite& site) {
       return Pell::Ptr<Zev::Entity>(Zev::makeObject<T>(site));
     });

@@ -38,21 +38,14 @@ struct RawTables {
   explicit RawTables(const std::string& folder)
       : manager(Zev::makeObject<Vanta::EntityManager>(folder)) {
     using Constants = LoamFec::FecTableConstants;
-    const auto type = ZevGlint::ZevGlintType::writer;
-    group = ZevSharedMem::mountEntity<Asic::GroupLogGlint>(
-        manager, Asic::Constants::groupLogGlintPath(Constants::kAgentName, Constants::kGroupName),
-        type, Asic::GroupLogGlint::kCapacity);
-    applied = ZevSharedMem::mountEntity<Asic::GroupVersionsGlint>(
-        manager,
-        Asic::Constants::groupVersionsGlintPath(Constants::kAgentName, Constants::kGroupName), type,
-        Asic::GroupVersionsGlint::kCapacity);
-    log = ZevSharedMem::mountEntity<LoamFec::FecTableDataModelEntryLogGlint>(
-        manager,
-        Asic::Constants::tableEntryLogGlintPath(Constants::kGroupName, Constants::kAgentName,
-                                                Constants::kTableName),
-        type, Constants::kEntryLogCapacity);
-    config = ZevSharedMem::mountEntity<LoamFec::FecTableDataModelConfigGlint>(
-        manager, Constants::configGlintPath(Asic::UnitId(0)), type, Constants::kConfigCapacity);
+    group =
+        ZevSharedMem::mountForWriting<Asic::GroupLogGlint>(manager, Constants::groupLogGlintPath());
+    applied = ZevSharedMem::mountForWriting<Asic::GroupVersionsGlint>(
+        manager, Constants::groupVersionsGlintPath());
+    log = ZevSharedMem::mountForWriting<LoamFec::FecTableDataModelEntryLogGlint>(
+        manager, Constants::entryLogGlintPath());
+    config = ZevSharedMem::mountForWriting<LoamFec::FecTableDataModelConfigGlint>(
+        manager, Constants::configGlintPath(Asic::UnitId(0)));
   }
 
   std::uint64_t lastVersion() const { return log->entryLogConfig().control().scratchpad(); }

@@ -52,9 +52,8 @@ class GroupLogFollowerTest : public testing_support::LeakCheckedTest {
   // A mount of its own, as another process has it.
   void startReader() {
     readers_ = Zev::makeObject<Vanta::EntityManager>(root_.path());
-    follower_.emplace(ZevSharedMem::mountEntity<GroupLogGlint>(
-        readers_, Asic::Constants::groupLogGlintPath("agent", "group"),
-        ZevGlint::ZevGlintType::reader, GroupLogGlint::kCapacity));
+    follower_.emplace(ZevSharedMem::mountForReading<GroupLogGlint>(
+        readers_, Asic::Constants::groupLogGlintPath("agent", "group")));
   }
 
   static std::vector<TableVersion> needs(std::uint32_t tables) {
