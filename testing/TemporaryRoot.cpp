@@ -29,7 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kPrefix = "loamfec-test.";
+constexpr std::string_view kPrefix = "loamfec-root.";
 constexpr std::string_view kLockSuffix = ".lock";
 constexpr int kTries = 100;  // each lost to a process that swept just then
 

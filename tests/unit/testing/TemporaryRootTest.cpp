@@ -155,8 +155,8 @@ TEST_F(TemporaryRootTest, AFolderThatSomethingIsMountedOnIsNotTouched) {
 
 TEST_F(TemporaryRootTest, WhatHasAnotherNameOrIsALinkIsNotSwept) {
   const std::string other = parent_.path() + "/other.lock";
-  const std::string link = parent_.path() + "/loamfec-test.linked.lock";
-  const std::string linked = parent_.path() + "/loamfec-test.linked";
+  const std::string link = parent_.path() + "/loamfec-root.linked.lock";
+  const std::string linked = parent_.path() + "/loamfec-root.linked";
   std::ofstream(other) << "text";
   fs::create_symlink(other, link);
   fs::create_directory(linked);
