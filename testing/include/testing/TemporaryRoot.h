@@ -10,7 +10,8 @@
 
 namespace testing_support {
 
-// A fresh folder in shared memory, for the state of one test. A test may remove it and make it anew.
+// A fresh folder in shared memory, for the state of one test. A test may remove it and make it
+// anew.
 //
 // Kind: scope guard: the folder and all that is in it go with it. What a process leaves that is
 // killed goes at the first use by a later process of the same user.
