@@ -12,6 +12,9 @@
 // to it for good: the next change takes the same version. Such a row is left over, nobody will
 // speak for it, and so it decides as soon as nothing before it is blocked. While damage hides which
 // versions have been given, no row is taken for one that is left over.
+//
+// What is to go goes before an ASIC that is full is given more: with the additions in their place
+// among the rows, one that is refused would keep off for good what would make room for it.
 
 #include "Resynchroniser.h"
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <utility>
 
+#include "Asic/Constants.h"
 #include "Pell/HashMap.h"
 #include "Zev/Hash.h"
 #include "hardware/AsicDriver.h"
@@ -24,7 +25,7 @@ class SimulatedAsic : public AsicDriver {
  public:
   static constexpr std::size_t kMaxEntryBytes = 64;
   // As many as a unit's configuration table can hold rows, deleted ones included.
-  static constexpr std::uint32_t kCapacity = 2 * 65536;
+  static constexpr std::uint32_t kCapacity = 2 * Asic::Constants::kUnitCapacity;
 
   explicit SimulatedAsic(std::uint32_t capacity = kCapacity) : capacity_(capacity) {}
 
