@@ -6,6 +6,8 @@
 #include <ostream>
 #include <utility>
 
+#include <fmt/format.h>
+
 namespace testing_support {
 
 namespace {
@@ -55,6 +57,17 @@ std::vector<std::string> TraceRecorder::texts(int level) const {
 std::vector<std::string> TraceRecorder::textsOf(std::string_view function) const {
   return textsWhere(records_,
                     [function](const Record& record) { return record.function == function; });
+}
+
+std::vector<std::string> TraceRecorder::lines(int highestLevel) const {
+  std::vector<std::string> lines;
+  for (const Record& record : records_) {
+    if (record.level <= highestLevel) {
+      lines.push_back(fmt::format("{} {}::{} {}", record.level, record.className, record.function,
+                                  record.message));
+    }
+  }
+  return lines;
 }
 
 std::size_t TraceRecorder::count(int level, std::string_view text) const {

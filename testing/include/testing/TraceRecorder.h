@@ -49,6 +49,8 @@ class TraceRecorder {
   std::vector<std::string> texts() const;
   std::vector<std::string> texts(int level) const;
   std::vector<std::string> textsOf(std::string_view function) const;
+  // The records up to that level, each as "level class::function message".
+  std::vector<std::string> lines(int highestLevel = Zev::kHighestTraceLevel) const;
 
   // Messages are compared whole, blanks included.
   bool has(int level, std::string_view text) const { return count(level, text) != 0; }

@@ -166,7 +166,8 @@ TEST_F(AsicDriverTest, ARefusalIsTracedWithItsReason) {
   write(1, 2);
   driver_->allowed = 1;
   asic_->step(kPlenty);
-  EXPECT_THAT(recorder.texts(1), ElementsAre("version: 2 is not taken: the bus is stuck"));
+  EXPECT_THAT(recorder.lines(),
+              ElementsAre("1 FecAsic::flush version: 2 is not taken: the bus is stuck"));
 }
 
 // A comparison that the hardware ends goes on where it stopped, by the steps that follow.

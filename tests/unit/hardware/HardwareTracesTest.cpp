@@ -3,6 +3,7 @@
 // What is traced of the hardware side: what is applied and reported, what an operation waits for,
 // and why a resynchronisation begins.
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,8 @@
 namespace {
 
 using namespace asic_test;
+using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing_support::TraceRecorder;
@@ -25,13 +28,7 @@ using testing_support::TraceRecorder;
 class HardwareTracesTest : public AsicFixture {
  protected:
   std::vector<std::string> traced(int highestLevel) {
-    std::vector<std::string> lines;
-    for (const auto& record : traces_.records()) {
-      if (record.level <= highestLevel) {
-        lines.push_back(fmt::format("{} {}::{} {}", record.level, record.className, record.function,
-                                    record.message));
-      }
-    }
+    std::vector<std::string> lines = traces_.lines(highestLevel);
     traces_.clear();
     return lines;
   }
@@ -69,17 +66,27 @@ TEST_F(HardwareTracesTest, AnOperationThatIsBlockedTellsWhatItWaitsFor) {
 }
 
 TEST_F(HardwareTracesTest, AMissingLogRowIsToldBeforeTheResynchronisationAndWhatThatFound) {
+  for (std::uint32_t fecId = 1; fecId <= 11; ++fecId) {
+    write(fecId);
+  }
+  step();
+  traces_.clear();
+  write(12);
+  loseLogRow(12);
   write(1, 10);
   write(2, 20);
-  loseLogRow(1);
+  for (std::uint32_t fecId = 8; fecId <= 11; ++fecId) {
+    remove(fecId);
+  }
+  announce(kOther, 1);
   step();
   EXPECT_THAT(traced(3),
               ElementsAre("3 LogDrivenHardware::repair a row of the entry log is missing or "
                           "damaged: the log does not tell enough",
                           "2 LogDrivenHardware::beginResynchronisation resynchronises, "
-                          "logged: 2 lastSequence: 2",
-                          "2 LogDrivenHardware::goOnResynchronising resynchronised up to: 2 "
-                          "unchanged: 0 added: 2 changed: 0 removed: 0"));
+                          "logged: 18 lastSequence: 19",
+                          "2 LogDrivenHardware::goOnResynchronising resynchronised up to: 18 "
+                          "unchanged: 5 added: 1 changed: 2 removed: 4"));
 }
 
 TEST_F(HardwareTracesTest, AMissingGroupRowIsTold) {
@@ -118,14 +125,14 @@ TEST_F(HardwareTracesTest, WhereABlockedResynchronisationEndsAndWhatFollowsIsTol
 }
 
 TEST_F(HardwareTracesTest, WhatEachConfigurationRowDecidesIsTraced) {
-  write(1);
-  writeThatNeeds(2, 20, kOther, 7);
+  write(11);
+  writeThatNeeds(12, 20, kOther, 7);
   traces_.clear();
   start();
-  std::vector<std::string> decisions = traces_.texts(9);
-  EXPECT_THAT(decisions, testing::UnorderedElementsAre("unitId: 0 key: 1 version: 1 decides: true",
-                                                       "unitId: 0 key: 2 version: 2 decides: "
-                                                       "false"));
+  EXPECT_THAT(
+      traced(9),
+      AllOf(Contains("9 Resynchroniser::lookAt unitId: 0 key: 11 version: 1 decides: true"),
+            Contains("9 Resynchroniser::lookAt unitId: 0 key: 12 version: 2 decides: false")));
 }
 
 TEST_F(HardwareTracesTest, DamagedRowsOfAUnitAreTold) {
@@ -133,7 +140,8 @@ TEST_F(HardwareTracesTest, DamagedRowsOfAUnitAreTold) {
   damageRowOf(config().filePath(), 1);
   traces_.clear();
   start();
-  EXPECT_TRUE(traces_.has(3, "unitId: 0 has damaged rows: no key is taken off for want of one"));
+  EXPECT_THAT(traced(3), Contains("3 Resynchroniser::lookAtRowsOf unitId: 0 has damaged rows: no "
+                                  "key is taken off for want of one"));
 }
 
 TEST_F(HardwareTracesTest, ALogRowOfAUnitThatTheHardwareDoesNotHaveIsTold) {
@@ -157,11 +165,15 @@ TEST_F(HardwareTracesTest, ReportsAreTracedWithWhatHasBeenAppliedAndSoIsATurnTha
                                *asic_);
   side.resume();
   harness_.run();
-  EXPECT_EQ(traces_.count(8, "next turn applies more"), 1U);
-  EXPECT_TRUE(traces_.has(8, fmt::format("reports: 03:01:0805@{} applied: {}", kWrites, kWrites)));
+  const auto report = [](std::uint32_t version) {
+    return fmt::format("8 HardwareTurns::reportApplied reports: 03:01:0805@{0} applied: {0}",
+                       version);
+  };
+  const std::vector<std::string> lines = traced(8);
+  EXPECT_EQ(std::ranges::count(lines, "8 HardwareTurns::applySome next turn applies more"), 1);
+  EXPECT_THAT(lines, Contains(report(kWrites)));
   write(1);
-  EXPECT_TRUE(
-      traces_.has(8, fmt::format("reports: 03:01:0805@{} applied: {}", kWrites + 1, kWrites + 1)));
+  EXPECT_THAT(traced(8), Contains(report(kWrites + 1)));
 }
 
 }  // namespace

@@ -50,6 +50,15 @@ TEST(TraceRecorder, ComparesTextsWholeAndWithTheirLevel) {
   EXPECT_FALSE(recorder.has(3, "one "));
 }
 
+TEST(TraceRecorder, LinesSayWhoTracesAtWhichLevel) {
+  const TraceRecorder recorder({"Speaker"});
+  speak(3, "one");
+  whisper("two");
+  EXPECT_THAT(recorder.lines(), ElementsAre("3 Speaker::speak one", "9 Speaker::whisper two"));
+  EXPECT_THAT(recorder.lines(3), ElementsAre("3 Speaker::speak one"));
+  EXPECT_THAT(recorder.lines(2), ElementsAre());
+}
+
 TEST(TraceRecorder, EnablesTheGivenLevelsOnlyAndRestoresWhatItFound) {
   Zev::TraceHandle& handle = Zev::traceHandle("Speaker");
   const std::uint32_t before = handle.levels();

@@ -64,8 +64,8 @@ TEST_F(EntryHandleTest, AChangeOfStateIsTracedAndAnEqualStateIsNot) {
   handle_->logVersionIs(LogVersion(42));
   handle_->entryStateIs(EntryState::hwWritePending);
   handle_->entryStateIs(EntryState::hwWritePending);
-  EXPECT_THAT(traces.texts(), ElementsAre("tableVersion: 03:01:0805@42 entryState: 1 was: 0"));
-  EXPECT_EQ(traces.records().front().level, 8);
+  EXPECT_THAT(traces.lines(), ElementsAre("8 DependencyEntryHandle::entryStateSet tableVersion: "
+                                          "03:01:0805@42 entryState: 1 was: 0"));
 }
 
 TEST_F(EntryHandleTest, CarriesTheHandlerThatItWasGivenLast) {

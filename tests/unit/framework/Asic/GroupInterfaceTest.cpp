@@ -194,7 +194,8 @@ TEST_F(GroupInterfaceTest, AReportAboveWhatWasAnnouncedIsRefusedCountedAndHeardB
   EXPECT_FALSE(group_->groupLog()->hasTableVersion(kTableId));
   EXPECT_EQ(group_->groupLog()->logMap().rowCount(), 2U);
   EXPECT_EQ(group_->refusedReports(), 1U);
-  EXPECT_THAT(traces.texts(1), ElementsAre("refused: 03:01:0805@6 was never announced"));
+  EXPECT_THAT(traces.lines(1), ElementsAre("1 GroupInterface::tableVersionApplied refused: "
+                                           "03:01:0805@6 was never announced"));
   report(4);
   report(5);
   EXPECT_THAT(table->reports, ElementsAre(LogVersion(4), LogVersion(5)));
@@ -292,6 +293,16 @@ TEST_F(FullGroupLogTest, AReportThatMakesRoomHasTheRequestsLookedAtAgain) {
   EXPECT_EQ(entry->asked, 1);
 }
 
+TEST_F(FullGroupLogTest, AReportThatMakesRoomIsTracedOnce) {
+  const testing_support::TraceRecorder traces({"GroupInterface"});
+  report(1, kOther);
+  EXPECT_THAT(traces.lines(3), IsEmpty());
+  report(2, kOther);
+  report(2, kOther);
+  EXPECT_THAT(traces.lines(3), ElementsAre("3 GroupInterface::tableVersionApplied the group log "
+                                           "has room for requests again"));
+}
+
 TEST_F(FullGroupLogTest, AReportThatMakesRoomDoesSoAlsoWhenAnObserverOfTheGroupLogThrows) {
   const auto entry = Zev::makeObject<AskedEntry>();
   group_->groupResolver()->resolverQueueEnq(entry);
@@ -310,7 +321,9 @@ TEST_F(GroupInterfaceTest, CallsAreTracedUnderTheClassesName) {
   group_->swTableSetIs(kTableId);
   group_->swTableSetIs(kTableId);
   report(0);
-  EXPECT_THAT(traces.texts(), ElementsAre("tableId: 03:01:0805", "applied: 03:01:0805@0"));
+  EXPECT_THAT(traces.lines(),
+              ElementsAre("8 GroupInterface::swTableSetIs tableId: 03:01:0805",
+                          "8 GroupInterface::tableVersionApplied applied: 03:01:0805@0"));
 }
 
 }  // namespace

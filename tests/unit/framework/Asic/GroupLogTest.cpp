@@ -111,10 +111,10 @@ class GroupLogTest : public testing_support::LeakCheckedTest {
     ASSERT_TRUE(seq.live());
     glint_test::flipBit(file, 8 * (offsets.row(slot, seq.copy()) + 8));
   }
-  static void damageVersionRow(const std::string& file) {
+  static void damageVersionRow(const std::string& file, std::uint32_t slot = 0) {
     using Traits = Glint::RowTraits<GroupVersionRow>;
     constexpr std::uint32_t kCapacity = Asic::GroupVersionsGlint::kCapacity;
-    damage(file, {kCapacity, Traits::physicalSlots(kCapacity), sizeof(GroupVersionRow)}, 0);
+    damage(file, {kCapacity, Traits::physicalSlots(kCapacity), sizeof(GroupVersionRow)}, slot);
   }
   static void damageLogRow(const std::string& file, std::uint32_t slot) {
     using Traits = Glint::RowTraits<GroupLogRow>;
@@ -417,7 +417,8 @@ TEST_F(GroupLogTest, RequestsFitBelowTheNominalCapacityAndNotAtIt) {
   EXPECT_THAT(traces.texts(), IsEmpty());
   add(kTableB, 2);
   EXPECT_FALSE(log_->requestsFit());
-  EXPECT_THAT(traces.texts(), ElementsAre("full: 100000 rows; requests are held back"));
+  EXPECT_THAT(traces.lines(), ElementsAre("3 GroupLog::addGroupLogEntry full: 100000 rows; "
+                                          "requests are held back"));
   add(kTableB, 3);
   EXPECT_FALSE(log_->requestsFit());
   EXPECT_EQ(traces.texts().size(), 1U) << "said once";
@@ -499,15 +500,18 @@ TEST_F(GroupLogTest, CallsAreTracedUnderTheClassesName) {
   add(kTableA, 5);
   apply(kTableA, 5);
   log_->announcedIs({kTableA, LogVersion(6)});
-  EXPECT_THAT(traces.texts(8), ElementsAre("tableId: 03:01:0805 version: 5 neededEntry: null",
-                                           "applied: 03:01:0805@5", "handedOut: 03:01:0805@6"));
+  EXPECT_THAT(
+      traces.lines(),
+      ElementsAre("8 GroupLog::addGroupLogEntry tableId: 03:01:0805 version: 5 neededEntry: null",
+                  "8 GroupLog::tableVersionIs applied: 03:01:0805@5",
+                  "8 GroupLog::announcedIs handedOut: 03:01:0805@6"));
   traces.clear();
   apply(kTableA, 4);
-  EXPECT_THAT(traces.texts(3),
-              ElementsAre("applied: 03:01:0805@4 is below 03:01:0805@5 on record"));
+  EXPECT_THAT(traces.lines(3), ElementsAre("3 GroupLog::tableVersionIs applied: 03:01:0805@4 is "
+                                           "below 03:01:0805@5 on record"));
   traces.clear();
   restart();
-  EXPECT_THAT(traces.texts(), ElementsAre("rows: 0 lastSequence: 1"));
+  EXPECT_THAT(traces.lines(), ElementsAre("2 GroupLog::GroupLog rows: 0 lastSequence: 1"));
 }
 
 TEST_F(GroupLogTest, WhatBecomesOfRowsIsTracedUnderAHandleOfItsOwn) {
@@ -515,24 +519,29 @@ TEST_F(GroupLogTest, WhatBecomesOfRowsIsTracedUnderAHandleOfItsOwn) {
   const std::uint32_t room = log_->room();
   log_->addGroupLogEntry(kTableA, LogVersion(5), needs(9));
   add(kTableB, 1);
-  EXPECT_THAT(
-      traces.texts(8),
-      ElementsAre(fmt::format("announced: 03:01:0805@5 lastSequence: 2 room: {}", room - 2),
-                  fmt::format("announced: 03:01:0806@1 lastSequence: 3 room: {}", room - 3)));
-  EXPECT_THAT(traces.texts(9),
-              ElementsAre("row: 1 added: 03:01:0805@5", "row: 2 added: 03:01:0805@5",
-                          "row: 3 added: 03:01:0806@1"));
+  EXPECT_THAT(traces.lines(),
+              ElementsAre("9 GroupLog::addRow row: 1 added: 03:01:0805@5",
+                          "9 GroupLog::addRow row: 2 added: 03:01:0805@5",
+                          fmt::format("8 GroupLog::addGroupLogEntry announced: 03:01:0805@5 "
+                                      "lastSequence: 2 room: {}",
+                                      room - 2),
+                          "9 GroupLog::addRow row: 3 added: 03:01:0806@1",
+                          fmt::format("8 GroupLog::addGroupLogEntry announced: 03:01:0806@1 "
+                                      "lastSequence: 3 room: {}",
+                                      room - 3)));
   traces.clear();
   apply(kTableA, 4);
   apply(kTableA, 5);
-  EXPECT_THAT(traces.texts(),
-              ElementsAre("applied: 03:01:0805@4 rows waiting: 2", "row: 1 dropped",
-                          "row: 2 dropped", "applied: 03:01:0805@5 rows waiting: 0"));
+  EXPECT_THAT(traces.lines(),
+              ElementsAre("8 GroupLog::tableVersionIs applied: 03:01:0805@4 rows waiting: 2",
+                          "9 GroupLog::tableVersionIs row: 1 dropped",
+                          "9 GroupLog::tableVersionIs row: 2 dropped",
+                          "8 GroupLog::tableVersionIs applied: 03:01:0805@5 rows waiting: 0"));
   traces.clear();
   restart();
-  EXPECT_THAT(traces.texts(),
-              ElementsAre("applied on record: 03:01:0805@5", "row: 3 on record: 03:01:0806@1"));
-  EXPECT_THAT(traces.texts(8), ElementsAre("applied on record: 03:01:0805@5"));
+  EXPECT_THAT(traces.lines(),
+              ElementsAre("8 GroupLog::readApplied applied on record: 03:01:0805@5",
+                          "9 GroupLog::readPending row: 3 on record: 03:01:0806@1"));
 }
 
 TEST_F(GroupLogTest, TheRoomOfRedrivesIsWhatIsFreeBeyondWhatRequestsMayTake) {
@@ -625,6 +634,33 @@ TEST_F(GroupLogTest, AnAppliedVersionThatIsDamagedWhileUnmountedCountsAsAbsent) 
   start();
   EXPECT_EQ(log_->versionsMap().corruptionCount(), 1U);
   EXPECT_FALSE(log_->hasTableVersion(kTableA));
+}
+
+// What a mount finds damaged is out of use behind it. So the other rows are damaged when the last
+// mount tells of the first one.
+TEST_F(GroupLogTest, DamageThatAStartMeetsIsTracedWithWhatItCosts) {
+  add(kTableA, 1);
+  add(kTableA, 2);
+  apply(kTableB, 7);
+  apply(kTableA, 0);
+  const std::string versions = log_->versionsMap().filePath();
+  const std::string log = log_->logMap().filePath();
+  stop();
+  damageVersionRow(versions);
+  const testing_support::TraceRecorder traces({"GlintTable", "GroupLog"}, 1U << 1 | 1U << 3);
+  Zev::traceSinkIs([&, recording = Zev::traceSink()](const Zev::TraceRecord& record) {
+    if (record.className == "GlintTable") {
+      damageVersionRow(versions, 1);
+      damageLogRow(log, 1);
+    } else {
+      recording(record);
+    }
+  });
+  start();
+  EXPECT_THAT(traces.lines(), ElementsAre("3 GroupLog::readApplied applied versions are damaged; "
+                                          "they count as absent",
+                                          "3 GroupLog::readPending rows are damaged; what they "
+                                          "announced is not known"));
 }
 
 TEST_F(GroupLogTest, ADamagedRowCostsThatRowAloneAcrossARestart) {

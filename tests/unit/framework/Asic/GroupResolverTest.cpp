@@ -704,11 +704,7 @@ TEST_F(GroupResolverTest, ItTracesWhatIsAskedOfIt) {
 class GroupResolverWalkTraceTest : public GroupResolverTest {
  protected:
   std::vector<std::string> traced() {
-    std::vector<std::string> lines;
-    for (const auto& record : traces_.records()) {
-      lines.push_back(std::to_string(record.level) + " " + record.className +
-                      "::" + record.function + " " + record.message);
-    }
+    std::vector<std::string> lines = traces_.lines();
     traces_.clear();
     return lines;
   }
@@ -729,6 +725,14 @@ TEST_F(GroupResolverWalkTraceTest, AWalkIsTracedWithWhatItCommitsAndWhatWaitsOn)
                           "8 GroupResolver::resolverQueueDelIf dropped: 1 waiting: 1",
                           "9 GroupResolver::walkEntry entry: 3 of 3 has gone",
                           "8 GroupResolver::endTurn walk is over, waiting: 1"));
+}
+
+TEST_F(GroupResolverWalkTraceTest, HowManyAreDroppedAndWaitOnIsTraced) {
+  enq("a");
+  enq("b");
+  enq("c");
+  drop("b");
+  EXPECT_THAT(traced(), ElementsAre("8 GroupResolver::resolverQueueDelIf dropped: 1 waiting: 2"));
 }
 
 TEST_F(GroupResolverWalkTraceTest, AWalkThatTakesSeveralTurnsTellsWhereEachOneEnds) {

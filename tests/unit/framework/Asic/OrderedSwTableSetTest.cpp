@@ -131,9 +131,10 @@ TEST_F(OrderedSwTableSetTest, CallsAreTracedUnderTheClassesName) {
   added(3);
   set_->tableStatusVersion(LogVersion(5));
   set_->swTableDel(UnitId(3));
-  EXPECT_THAT(traces.texts(8),
-              ElementsAre("tableId: 03:01:0805 unitId: 3", "tableId: 03:01:0805 version: 5",
-                          "tableId: 03:01:0805 unitId: 3"));
+  EXPECT_THAT(traces.lines(),
+              ElementsAre("8 OrderedSwTableSet::swTableIs tableId: 03:01:0805 unitId: 3",
+                          "8 OrderedSwTableSet::tableStatusVersion tableId: 03:01:0805 version: 5",
+                          "8 OrderedSwTableSet::swTableDel tableId: 03:01:0805 unitId: 3"));
 }
 
 TEST_F(OrderedSwTableSetTest, HardwareWritesArePendingWhileAnyTablesStatusSaysSo) {

@@ -96,9 +96,10 @@ TEST_F(OrderedSwTableStatusTest, CallsAreTracedUnderTheClassesName) {
   const testing_support::TraceRecorder traces({"OrderedSwTableStatus"});
   status_->pendingHwWritesIs(true);
   status_->suspendIs(true);
-  EXPECT_THAT(traces.texts(8), ElementsAre("tableId: 03:01:0805 pending: true",
-                                           "tableId: 03:01:0805 suspend: true"));
-  EXPECT_EQ(traces.records().front().className, "OrderedSwTableStatus");
+  EXPECT_THAT(
+      traces.lines(),
+      ElementsAre("8 OrderedSwTableStatus::pendingHwWritesIs tableId: 03:01:0805 pending: true",
+                  "8 OrderedSwTableStatus::suspendIs tableId: 03:01:0805 suspend: true"));
 }
 
 TEST_F(OrderedSwTableStatusTest, TheFlagsAreIndependent) {

@@ -88,9 +88,12 @@ TEST_F(OrderedTableInterfaceTest, CallsAreTracedUnderTheClassesName) {
   makeGroup();
   tables_->resourceTableIs("r", nullptr);
   tables_->groupIntfDel(kGroup);
-  EXPECT_THAT(traces.texts(8),
-              ::testing::ElementsAre("group: LoamAdj.LoamAdj agentAndGroupId: 0x0301",
-                                     "resourceTable: r", "group: LoamAdj.LoamAdj"));
+  EXPECT_THAT(traces.lines(),
+              ::testing::ElementsAre("8 OrderedTableInterface::makeGroupIntf group: "
+                                     "LoamAdj.LoamAdj agentAndGroupId: 0x0301",
+                                     "8 OrderedTableInterface::resourceTableIs resourceTable: r",
+                                     "8 OrderedTableInterface::groupIntfDel group: "
+                                     "LoamAdj.LoamAdj"));
 }
 
 TEST_F(OrderedTableInterfaceTest, AGroupHasAResolverAndALog) {

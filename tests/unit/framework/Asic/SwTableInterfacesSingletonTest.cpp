@@ -61,7 +61,8 @@ TEST_F(SwTableInterfacesSingletonTest, ItHoldsItsInterfacesAndReplacesByName) {
 TEST_F(SwTableInterfacesSingletonTest, AnInterfaceThatIsAddedIsTraced) {
   const testing_support::TraceRecorder traces({"SwTableInterfacesSingleton"});
   registry()->swTableIntfIs("one", nullptr);
-  EXPECT_THAT(traces.texts(8), ::testing::ElementsAre("name: one"));
+  EXPECT_THAT(traces.lines(),
+              ::testing::ElementsAre("8 SwTableInterfacesSingleton::swTableIntfIs name: one"));
 }
 
 }  // namespace

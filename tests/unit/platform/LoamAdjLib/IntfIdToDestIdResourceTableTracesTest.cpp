@@ -15,16 +15,17 @@
 namespace {
 
 using namespace resource_table_test;
+using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 class DestinationTracesTest : public ResourceTableTest {
  protected:
   // Everything since the last call, by level.
   std::vector<std::string> traced() {
-    std::vector<std::string> lines;
-    for (const auto& record : traces_.records()) {
-      lines.push_back(fmt::format("{} {} {}", record.level, record.function, record.message));
-    }
+    std::vector<std::string> lines = traces_.lines();
     traces_.clear();
     return lines;
   }
@@ -36,15 +37,19 @@ TEST_F(DestinationTracesTest, ADestinationIsTracedWhenItIsSetPublishedToldAndAck
   const HandlePtr handle = request();
   destinationIs("eth1", kFirst, needed({{kOtherTable, Asic::LogVersion(3)}}));
   ack(handle, operation(1));
-  EXPECT_THAT(traced(),
-              ElementsAre("9 request interface: eth1",
-                          "8 targetIs interface: eth1 state: 3 destination: 100/1/11 neededEntry: "
-                          "{03:01:0806@3}",
-                          "2 publishTarget interface: eth1 update: 1 state: 3 destination: "
-                          "100/1/11 neededEntry: {03:01:0806@3}",
-                          "8 tellNext interface: eth1 update: 1 told to all",
-                          "8 ackUpdate interface: eth1 update: 1 current: 1 operation: "
-                          "03:01:0805@1"));
+  EXPECT_THAT(
+      traced(),
+      ElementsAre("9 ClientInstance::request interface: eth1",
+                  "8 IntfIdToDestIdResourceTableResourceTable::targetIs interface: eth1 state: 3 "
+                  "destination: 100/1/11 neededEntry: "
+                  "{03:01:0806@3}",
+                  "2 IntfIdToDestIdResourceTableResourceTable::publishTarget interface: eth1 "
+                  "update: 1 state: 3 destination: "
+                  "100/1/11 neededEntry: {03:01:0806@3}",
+                  "8 IntfIdToDestIdResourceTableResourceTable::tellNext interface: eth1 update: 1 "
+                  "told to all",
+                  "8 ClientInstance::ackUpdate interface: eth1 update: 1 current: 1 operation: "
+                  "03:01:0805@1"));
 }
 
 TEST_F(DestinationTracesTest, AnUpdateThatWaitsTellsForWhomAndForWhichVersion) {
@@ -52,13 +57,17 @@ TEST_F(DestinationTracesTest, AnUpdateThatWaitsTellsForWhomAndForWhichVersion) {
   destinationIs("eth1", kFirst);
   ack(handle, operation(1));
   const auto other = table_->makeClientInstance();
+  traces_.clear();
   other->ackUpdate(handle, 0, operation(2, kOtherTable));
+  EXPECT_THAT(traced(), ElementsAre("8 ClientInstance::ackUpdate interface: eth1 update: 0 "
+                                    "current: 1 operation: 03:01:0806@2"));
   run();
   traces_.clear();
   destinationIs("eth1", kSecond);
-  EXPECT_THAT(traces_.texts(3), ElementsAre("interface: eth1 waits for 1 of 2 clients to "
-                                            "acknowledge update 1; the hardware to apply "
-                                            "03:01:0805@1;"));
+  EXPECT_THAT(traces_.lines(3),
+              ElementsAre("3 IntfIdToDestIdResourceTableResourceTable::fileWaits interface: eth1 "
+                          "waits for 1 of 2 clients to acknowledge update 1; the hardware to apply "
+                          "03:01:0805@1;"));
   traces_.clear();
   other->ackUpdate(handle, 1, operation(2, kOtherTable));
   run();
@@ -94,14 +103,16 @@ TEST_F(DestinationTracesTest, AReplacedDestinationTellsWhyItIsNotFreeAndWhenItIs
   destinationIs("eth1", kFirst);
   ack(handle);
   destinationIs("eth1", kSecond);
-  EXPECT_TRUE(
-      traces_.has(8, "interface: eth1 destination: 100/1/11 is not free: users may log it"));
+  const std::string table = "IntfIdToDestIdResourceTableResourceTable";
+  const std::string first = " interface: eth1 destination: 100/1/11 is ";
+  EXPECT_THAT(traced(),
+              Contains("8 " + table + "::fileWaits" + first + "not free: users may log it"));
   ack(handle, operation(4));
-  EXPECT_TRUE(traces_.has(
-      8, "interface: eth1 destination: 100/1/11 is not free: not applied: 03:01:0805@4"));
-  EXPECT_EQ(traces_.count(2, "interface: eth1 destination: 100/1/11 is free"), 0U);
+  EXPECT_THAT(traced(), AllOf(Contains("8 " + table + "::fileWaits" + first +
+                                       "not free: not applied: 03:01:0805@4"),
+                              Not(Contains(HasSubstr("is free")))));
   applied(4);
-  EXPECT_EQ(traces_.count(2, "interface: eth1 destination: 100/1/11 is free"), 1U);
+  EXPECT_THAT(traced(), ElementsAre("2 " + table + "::freeOne" + first + "free"));
 }
 
 TEST_F(DestinationTracesTest, AnInterfaceWithoutDestinationAReleaseAndAClientsEndAreTraced) {
@@ -109,10 +120,12 @@ TEST_F(DestinationTracesTest, AnInterfaceWithoutDestinationAReleaseAndAClientsEn
   table_->destinationFailed(intf("eth1"));
   client_->release(handle, nullptr);
   client_->end();
-  EXPECT_THAT(traced(), ElementsAre("9 request interface: eth1",
-                                    "8 targetIs interface: eth1 state: 5 destination: none "
+  EXPECT_THAT(traced(), ElementsAre("9 ClientInstance::request interface: eth1",
+                                    "8 IntfIdToDestIdResourceTableResourceTable::targetIs "
+                                    "interface: eth1 state: 5 destination: none "
                                     "neededEntry: null",
-                                    "8 release interface: eth1 operation: none", "8 end "));
+                                    "8 ClientInstance::release interface: eth1 operation: none",
+                                    "8 ClientInstance::end "));
 }
 
 TEST_F(DestinationTracesTest, ATurnThatLeavesWorkSaysSo) {
@@ -121,7 +134,11 @@ TEST_F(DestinationTracesTest, ATurnThatLeavesWorkSaysSo) {
   }
   traces_.clear();
   loop_.runOne();
-  EXPECT_TRUE(traces_.records().back().message.starts_with("next turn goes on, updates waiting: "));
+  EXPECT_EQ(traces_.lines().back(),
+            fmt::format("8 IntfIdToDestIdResourceTableResourceTable::review next turn goes on, "
+                        "updates waiting: {}",
+                        table_->waitingUpdates()));
+  EXPECT_GT(table_->waitingUpdates(), 1U);
 }
 
 }  // namespace
