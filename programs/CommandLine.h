@@ -2,11 +2,26 @@
 
 #pragma once
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <optional>
 
 #include <CLI/CLI.hpp>
 
 namespace Programs {
+
+// For a program that was started with closed standard streams: the next files that it opens would
+// take their numbers, and with them what it says. Now nothing can be read there or written.
+inline void holdClosedStreams() {
+  int descriptor = -1;
+  do {
+    descriptor = ::open("/dev/null", O_RDONLY);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor > STDERR_FILENO) {
+    ::close(descriptor);
+  }
+}
 
 // Parses the arguments of a program. Returns the exit code if the program must end: 0 after help or
 // version, `badUsage` after arguments that cannot be parsed and an error message. The message names

@@ -211,6 +211,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Programs::holdClosedStreams();
   try {
     const int exitCode = run(argc, argv);
     if (!std::cout.flush()) {

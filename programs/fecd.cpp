@@ -170,6 +170,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Programs::holdClosedStreams();
   try {
     return run(argc, argv);
   } catch (const Captures::InputError& error) {

@@ -6,7 +6,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -258,6 +262,24 @@ TEST_F(FecdReplayTest, ASecondFecdIsToldWhoRunsAndChangesNothing) {
   EXPECT_EQ(whole.exitCode, 0) << whole.err;
   EXPECT_EQ(compare("c-links-back").exitCode, 0);
   EXPECT_EQ(replayAll({}).exitCode, 0) << "its turn now";
+}
+
+// A file that is opened while a standard stream is closed takes the stream's number.
+TEST_F(FecdReplayTest, WhatIsSaidToAClosedStreamReachesNoFileOfTheState) {
+  for (const char* closed : {"2>&-", "<&- 2>&-", ">&- 2>&-", "<&- >&- 2>&-"}) {
+    const Outcome outcome = testing_support::runProgram(
+        {"/bin/sh", "-c",
+         fmt::format("LOAM_TRACE='*=1-2' {} replay --state {} --links {} --nexthops {} {}", FECD,
+                     state_, linksFile("a-before"), nextHopsFile("a-before"), closed)},
+        files_.path());
+    EXPECT_EQ(outcome.exitCode, 0) << closed;
+    std::ifstream lock(state_ + "/.writer");
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(lock), {}),
+                ::testing::MatchesRegex("process [0-9]+ \\(fecd\\)\n"))
+        << closed;
+    EXPECT_EQ(fecctl({"check", "--state", state_}).exitCode, 0) << closed;
+    std::filesystem::remove_all(state_);
+  }
 }
 
 TEST_F(FecdReplayTest, TheTableReadsBackAsJsonRowByRow) {
