@@ -30,6 +30,7 @@ MUTANTS = [
      {"lives": "the map keeps the handle that it has; the new one costs time and goes"}),
     ("line's wall clock is cut to milliseconds", "return time.tv_nsec / 1000; }", "return time.tv_nsec / 1000000; }"),
     ("line's two clocks are one", "now(CLOCK_MONOTONIC);", "now(CLOCK_REALTIME);"),
+    ("line of several lines stays so", "  std::replace(line.begin(), line.end(), '\\n', ' ');", " "),
     ("empty sink is no sink",
      "registry().sink = sink ? std::move(sink) : TraceSink(writeToStderr);",
      "registry().sink = std::move(sink);"),

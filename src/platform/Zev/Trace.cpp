@@ -5,6 +5,7 @@
 
 #include "Zev/Trace.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -101,11 +102,13 @@ constexpr long microseconds(const timespec& time) { return time.tv_nsec / 1000; 
 void writeToStderr(const TraceRecord& record) {
   const timespec wall = now(CLOCK_REALTIME);
   const timespec monotonic = now(CLOCK_MONOTONIC);
-  const Pell::String line =
-      fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z {}.{:06} {} {}:{} {}::{}{}{}\n",
+  Pell::String line =
+      fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z {}.{:06} {} {}:{} {}::{}{}{}",
                   fmt::gmtime(wall.tv_sec), microseconds(wall), monotonic.tv_sec,
                   microseconds(monotonic), record.level, record.file, record.line, record.className,
                   record.function, record.message.empty() ? "" : " ", record.message);
+  std::replace(line.begin(), line.end(), '\n', ' ');  // such as a driver's text may have
+  line += '\n';
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

@@ -296,6 +296,16 @@ TEST_F(TraceProcessDeathTest, TheDefaultSinkWritesOneLineARecordToStderr) {
                            kTimes + "9 FecTableEntryLog:5 FecTableEntryLog::mount\n$"));
 }
 
+TEST_F(TraceProcessDeathTest, AMessageOfSeveralLinesIsWrittenAsOne) {
+  EXPECT_EXIT(
+      {
+        Zev::emitTrace({1, "FecAsic", "flush", 7, "FecAsic", "not taken: no answer\nbus 3\n"});
+        std::_Exit(0);
+      },
+      ExitedWithCode(0),
+      MatchesRegex("^" + kTimes + "1 FecAsic:7 FecAsic::flush not taken: no answer bus 3 \n$"));
+}
+
 TEST_F(TraceProcessDeathTest, TheTimesOfALineAreThoseOfTheTwoClocks) {
   EXPECT_EXIT(emitWithStoppedClocksAndExit(), ExitedWithCode(0),
               StartsWith("2023-11-14T22:13:20.000006Z 12.345678 3 FecTableSwTable:42 "));
