@@ -135,6 +135,19 @@ def most_derived(value):
     return value if dynamic == value.type else value.cast(dynamic)
 
 
+def told(look):
+    """What the look finds; None where the debug information does not describe a class that it needs.
+
+    That is so for a class of a library without debug information: gdb knows no more than its name.
+    """
+    try:
+        return look()
+    except gdb.MemoryError:
+        raise
+    except gdb.error:
+        return None
+
+
 def words(value, type_):
     """The value's memory, seen as an array of that type without an end."""
     return value.address.cast(type_.pointer())
@@ -142,9 +155,6 @@ def words(value, type_):
 
 def count(value):
     """A count that may be atomic."""
-    kind = plain(value.type)
-    if kind.code != gdb.TYPE_CODE_STRUCT:
-        return int(value)
     return int(words(value, gdb.lookup_type("unsigned int")).dereference())
 
 
@@ -317,8 +327,11 @@ class PtrPrinter:
         if int(self._object) == 0:
             return "null"
         held = most_derived(self._object.dereference())
-        text = text_of(held)
-        what = f"{plain(held.type).name} at {int(self._object):#x}, held {count(held['references_'])} times"
+        what = f"{plain(held.type).name} at {int(self._object):#x}"
+        holders = told(lambda: count(held["references_"]))
+        text = told(lambda: text_of(held))
+        if holders is not None:
+            what += f", held {holders} times"
         return what if text is None else f"{what}: {text}"
 
 
@@ -367,7 +380,7 @@ class Printers(gdb.printing.PrettyPrinter):
             return PtrPrinter(value)
         if name.startswith("Pell::HashMap<"):
             return HashMapPrinter(value)
-        text = text_of(value)
+        text = told(lambda: text_of(value))
         return None if text is None else TextPrinter(text)
 
 

@@ -44,6 +44,10 @@ struct Plain : Pell::SharedByOneThread<Plain> {
   int number = 5;
 };
 
+// As a class looks whose library has no debug information.
+class Declared;
+static_assert(sizeof(Pell::Ptr<Declared>) == sizeof(void*));
+
 LoamFec::FecTableDataModelLogEntry logEntry() {
   LoamFec::FecTableDataModelLogEntry entry;
   entry.key = Key(7);
@@ -51,9 +55,28 @@ LoamFec::FecTableDataModelLogEntry logEntry() {
   entry.clientDest = {0x11, 2, 0, 3};
   entry.opaqueA = 44;
   entry.opaqueB = 55;
-  entry.flagB = 1;
+  entry.flagB = 2;
   entry.resolvedDest = {0x66, 7, 0, 8};
   return entry;
+}
+
+// Of each operation, and of one that is none.
+std::vector<FecTableDataModelLogGlintEntry> ofEachOperation() {
+  std::vector<FecTableDataModelLogGlintEntry> rows;
+  for (std::uint16_t operation = 0; operation <= 3; ++operation) {
+    rows.emplace_back(LogVersion(9), operation, Asic::UnitId(3), logEntry());
+  }
+  return rows;
+}
+
+// In each state, and in one that is none.
+std::vector<Pell::Ptr<testing_support::FakeDependency>> inEachState() {
+  std::vector<Pell::Ptr<testing_support::FakeDependency>> dependencies;
+  for (std::uint8_t state = 0; state <= 6; ++state) {
+    dependencies.push_back(Zev::makeObject<testing_support::FakeDependency>(TableVersion()));
+    dependencies.back()->stateIs(static_cast<Asic::EntryState>(state));
+  }
+  return dependencies;
 }
 
 // An identifier of each prefix and of each kind of word, and values that no name has.
@@ -94,16 +117,20 @@ int main() {
   agent.run();
   const Pell::Ptr<LoamFec::FecTableEntryWrapper> waiting =
       *agent.table().transientAddEntry().find(Key(6));
+  const auto committed = LoamFec::FecTableEntryWrapper::FecTableEntryWrapperIs(
+      testing_support::FecHarness::entry("eth1", 44), nullptr);
   const Pell::Ptr<Asic::DependencyEntryHandle const> asDependency(handle);
   const auto unlogged = Zev::makeObject<FecTableDataModelSwTableBase::FecEntryHandle>(
       Asic::EntryVersion(2, 3), Key(8), nullptr);
-  const auto dependency = Zev::makeObject<testing_support::FakeDependency>(TableVersion());
-  dependency->stateIs(Asic::EntryState::dependencyFailed);
+  [[maybe_unused]] const auto dependencies = inEachState();
   const auto resource = Zev::makeObject<testing_support::ScriptedResourceHandle>(
       LoamAdjLib::IntfIdToDestIdResourceTableEntryKey(IntfId::fromName("eth1")));
+  resource->contentsAre(Asic::EntryState::done, {200, 2, 22});
   resource->contentsAre(Asic::EntryState::done, {100, 1, 11});
   const auto needed = Zev::makeObject<Asic::NeededEntry>();
   const Pell::Ptr<Plain> plain(new Plain);
+  [[maybe_unused]] const auto& declared =
+      reinterpret_cast<const Pell::Ptr<Declared>&>(plain);  // seen by the debugger alone
 
   // Maps: one with more than two chunks of slots and a hole.
   const Map emptyMap;
@@ -117,7 +144,7 @@ int main() {
   handles.insertOrAssign(Key(8), nullptr);
 
   // Rows.
-  const FecTableDataModelLogGlintEntry logRow(LogVersion(9), 1, Asic::UnitId(3), logEntry());
+  [[maybe_unused]] const auto logRows = ofEachOperation();
   const FecTableDataModelConfigGlintEntry configRow(logEntry(), {IntfId::fromName("eth1")},
                                                     LogVersion(9), true);
   const std::array needs{TableVersion(kOther, LogVersion(4)), TableVersion(kTable, LogVersion(5))};
@@ -125,6 +152,8 @@ int main() {
                                    Asic::GroupLogRow::kContinued);
   const Asic::GroupLogRow lastGroupRow(13, {kTable, LogVersion(9)}, {},
                                        Asic::GroupLogRow::kContinuation);
+  const std::array<TableVersion, Asic::GroupLogRow::kNeededPerRow> most{};
+  [[maybe_unused]] const Asic::GroupLogRow fullGroupRow(14, {kTable, LogVersion(9)}, most);
   Asic::GroupLogRow damagedGroupRow = lastGroupRow;
   constexpr std::uint32_t kOneTooMany = Asic::GroupLogRow::kNeededPerRow + 1;
   std::memcpy(reinterpret_cast<std::byte*>(&damagedGroupRow) + 20, &kOneTooMany,

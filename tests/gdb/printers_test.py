@@ -14,7 +14,7 @@ import unittest
 
 GDB, PRINTERS, PROGRAM = sys.argv[1:4]
 
-LOG_ENTRY = ("key:7 flagA:1 clientDest:0x11/2/3 opaqueA:44 opaqueB:55 flagB:1 "
+LOG_ENTRY = ("key:7 flagA:1 clientDest:0x11/2/3 opaqueA:44 opaqueB:55 flagB:2 "
              "resolvedDest:0x66/7/8")
 HANDLE = "key 7, v0.0, state 1 (hardware write pending), logged as 03:01:0805@1"
 HANDLE_TYPE = "LoamFec::FecTableDataModelSwTableBase::FecEntryHandle"
@@ -26,24 +26,33 @@ EXPECTED = {
     "*waiting.object_": "key:6 flagA:0 clientDest:0xffff/0/0 opaqueA:44 opaqueB:0 flagB:0 "
                         "resolvedDest:0xffff/0/0 intfId:eth1; key 6, v0.0, state 0 (not resolved), "
                         "not logged, table 03:01:0805",
+    "*committed.object_": "key:0 flagA:0 clientDest:0xffff/0/0 opaqueA:44 opaqueB:0 flagB:0 "
+                          "resolvedDest:0xffff/0/0 intfId:eth1; no handle",
     "handle": f"{HANDLE_TYPE} at ADDRESS, held 4 times: {HANDLE}",
     "asDependency": f"{HANDLE_TYPE} at ADDRESS, held 4 times: {HANDLE}",
     "*handle.object_": HANDLE,
     "unlogged": f"{HANDLE_TYPE} at ADDRESS, held 1 times: key 8, v2.3, state 0 (not resolved), "
                 "not logged, table 00:00:0000",
-    "*dependency.object_": "state 2 (dependency failed)",
-    "*resource.object_": "interface eth1, update 1, state 3 (done), destination 0x64/1/11",
+    "*dependencies._M_impl._M_start@7": "{" + ", ".join(
+        f"testing_support::FakeDependency at ADDRESS, held 1 times: state {state}"
+        for state in ("0 (not resolved)", "1 (hardware write pending)", "2 (dependency failed)", "3 (done)",
+                      "4 (commit failed)", "5 (resource failed)", "6 (unknown)")) + "}",
+    "*resource.object_": "interface eth1, update 2, state 3 (done), destination 0x64/1/11",
     "resource": "testing_support::ScriptedResourceHandle at ADDRESS, held 1 times: interface eth1, "
-                "update 1, state 3 (done), destination 0x64/1/11",
+                "update 2, state 3 (done), destination 0x64/1/11",
     "needed": "Asic::NeededEntry at ADDRESS, held 1 times",
     "plain": "(anonymous namespace)::Plain at ADDRESS, held 1 times",
+    "*&declared": "(anonymous namespace)::Declared at ADDRESS",
     "emptyMap": "hash map of 0",
     "map": f"hash map of 29 = {{{MAP}}}",
     "handles": f"hash map of 2 = {{[7] = {HANDLE_TYPE} at ADDRESS, held 4 times: {HANDLE}, [8] = null}}",
-    "logRow": f"version:9 operation:1 (entry deleted) unitId:3 {LOG_ENTRY}",
+    "*logRows._M_impl._M_start@4": "{" + ", ".join(
+        f"version:9 operation:{operation} unitId:3 {LOG_ENTRY}"
+        for operation in ("0 (entry written)", "1 (entry deleted)", "2 (table deleted)", "3 (unknown)")) + "}",
     "configRow": f"version:9 isDeleted:1 intfId:eth1 {LOG_ENTRY}",
     "groupRow": "sequence:12 03:01:0805@9 needs {03:01:0806@4, 03:01:0805@5} continued",
     "lastGroupRow": "sequence:13 03:01:0805@9 needs {} continuation",
+    "fullGroupRow": f"sequence:14 03:01:0805@9 needs {{{', '.join(['00:00:0000@0'] * 8)}}}",
     "damagedGroupRow": "sequence:13 03:01:0805@9 needs {implausible count 9}",
     "appliedRow": "03:01:0806@4 applied",
     "entry": f"{LOG_ENTRY} intfId:eth1",
@@ -76,7 +85,7 @@ def run_gdb(target, printers, before, expressions):
     for section in sections:
         expression, _, text = section.partition("\n")
         text = re.sub(r"^\$[0-9]+ = ", "", text.strip())
-        printed[expression] = re.sub(r"0x[0-9a-f]{6,}, held", "ADDRESS, held", text)
+        printed[expression] = re.sub(r" at 0x[0-9a-f]{6,}", " at ADDRESS", text)
     if printed.keys() != set(expressions):
         raise RuntimeError(f"gdb did not come to its end:\n{done.stdout}\n{done.stderr}")
     return program, printed
