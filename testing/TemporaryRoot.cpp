@@ -30,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kPrefix = "loamfec-root.";
+constexpr std::string_view kRandom = "XXXXXX";  // what mkostemps() puts letters for
 constexpr std::string_view kLockSuffix = ".lock";
 constexpr int kTries = 100;  // each lost to a process that swept just then
 
@@ -42,9 +43,17 @@ bool isNamed(int descriptor, const std::string& path) {
          held.st_ino == named.st_ino && held.st_dev == named.st_dev;
 }
 
-void removeAll(const fs::path& path) {
+bool isLockName(std::string_view name) {
+  return name.size() == kPrefix.size() + kRandom.size() + kLockSuffix.size() &&
+         name.starts_with(kPrefix) && name.ends_with(kLockSuffix);
+}
+
+// False if something of the folder stays, and its lock file for that reason, for a later sweep.
+bool removeWithLock(const fs::path& folder, const fs::path& lockPath) {
+  std::error_code failed;
+  fs::remove_all(folder, failed);
   std::error_code ignored;
-  fs::remove_all(path, ignored);
+  return !failed && fs::remove(lockPath, ignored);
 }
 
 }  // namespace
@@ -61,7 +70,7 @@ TemporaryRoot::TemporaryRoot(const Pell::String& parent) {
 
 // False if it was swept before it was locked, or could not be made.
 bool TemporaryRoot::make(const Pell::String& parent) {
-  std::string lockPath = fmt::format("{}/{}XXXXXX{}", parent, kPrefix, kLockSuffix);
+  std::string lockPath = fmt::format("{}/{}{}{}", parent, kPrefix, kRandom, kLockSuffix);
   lock_ = ::mkostemps(lockPath.data(), static_cast<int>(kLockSuffix.size()), O_CLOEXEC);
   if (lock_ < 0) {
     return false;
@@ -75,8 +84,7 @@ bool TemporaryRoot::make(const Pell::String& parent) {
 }
 
 TemporaryRoot::~TemporaryRoot() {
-  removeAll(path_);
-  removeAll(path_ + std::string(kLockSuffix));
+  removeWithLock(path_, path_ + std::string(kLockSuffix));
   ::close(lock_);
 }
 
@@ -89,10 +97,9 @@ bool sweep(const fs::path& lockPath) {
   if (lock >= 0 && tryToLock(lock) && isNamed(lock, lockPath)) {
     fs::path folder = lockPath;
     folder.replace_extension();
-    swept = fs::is_directory(fs::symlink_status(folder));
+    const bool wasThere = fs::is_directory(fs::symlink_status(folder));
     ::umount2(folder.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);  // a killed test's, if there is one
-    removeAll(folder);
-    removeAll(lockPath);
+    swept = removeWithLock(folder, lockPath) && wasThere;
   }
   ::close(lock);
   return swept;
@@ -107,8 +114,7 @@ std::size_t sweepTemporaryRoots(const Pell::String& parent, uid_t owner) {
        at.increment(ended)) {
     const std::string name = at->path().filename();
     struct stat found {};
-    if (name.starts_with(kPrefix) && name.ends_with(kLockSuffix) &&
-        ::lstat(at->path().c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
+    if (isLockName(name) && ::lstat(at->path().c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
         found.st_uid == owner && sweep(at->path())) {
       ++swept;
     }

@@ -166,6 +166,42 @@ TEST_F(TemporaryRootTest, WhatHasAnotherNameOrIsALinkIsNotSwept) {
   EXPECT_TRUE(fs::exists(linked));
 }
 
+// "loamfec-root.lock" begins and ends as a lock file's name does, with one dot for both.
+TEST_F(TemporaryRootTest, OnlyANameWithSixLettersInItsMiddleIsSwept) {
+  const auto madeByHand = [&](const std::string& name) {
+    const std::string folder = parent_.path() + "/" + name;
+    fs::create_directory(folder);
+    std::ofstream(folder + ".lock") << "text";
+    return folder;
+  };
+  const std::string six = madeByHand("loamfec-root.abcdef");
+  for (const char* name :
+       {"loamfec-root", "loamfec-root.", "loamfec-root.abcde", "loamfec-root.abcdefg"}) {
+    madeByHand(name);
+  }
+  EXPECT_EQ(sweep(), 1U);
+  EXPECT_FALSE(fs::exists(six));
+  for (const char* name :
+       {"loamfec-root", "loamfec-root.", "loamfec-root.abcde", "loamfec-root.abcdefg"}) {
+    EXPECT_TRUE(fs::exists(parent_.path() + "/" + name)) << name;
+    EXPECT_TRUE(fs::exists(parent_.path() + "/" + name + ".lock")) << name;
+  }
+}
+
+TEST_F(TemporaryRootTest, AFolderThatCannotBeRemovedYetIsLeftToALaterSweep) {
+  const std::string left = leftBehind(parent_.path());
+  const std::string inside = left + "/inside";
+  fs::create_directory(inside);
+  if (::mount("none", inside.c_str(), "tmpfs", 0, "size=64k") != 0) {
+    GTEST_SKIP() << "may not mount a file system here";
+  }
+  EXPECT_EQ(sweep(), 0U);
+  EXPECT_TRUE(fs::exists(left));
+  ASSERT_EQ(::umount(inside.c_str()), 0);
+  EXPECT_EQ(sweep(), 1U);
+  EXPECT_FALSE(fs::exists(left));
+}
+
 TEST_F(TemporaryRootTest, ThereIsNoFolderWhereNoneCanBeMade) {
   EXPECT_THROW(TemporaryRoot(parent_.path() + "/none"), std::runtime_error);
 }
