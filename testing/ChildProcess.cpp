@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -99,12 +100,17 @@ std::ostream& operator<<(std::ostream& out, const Ending& ending) {
 // ---- children
 
 pid_t forkChild(const std::function<int()>& body) {
+  const pid_t parent = ::getpid();
   const pid_t child = ::fork();
   if (child < 0) {
     throw std::system_error(errno, std::generic_category(), "fork");
   }
   if (child > 0) {
     return child;
+  }
+  // A parent that ended before this call sends no signal any more.
+  if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != parent) {
+    ::_exit(kUncaught);
   }
   int result = kUncaught;
   try {

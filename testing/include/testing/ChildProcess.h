@@ -71,8 +71,9 @@ class Ending {
 };
 
 // Forks a child that runs the function and ends with what it returns, or with kUncaught and a line
-// on standard error when that throws. Fork while no lock is held: a lock that a child inherits
-// outlives its owner. The caller waits for the child.
+// on standard error when that throws. It is killed when the calling thread ends, however that ends.
+// Fork while no lock is held: a lock that a child inherits outlives its owner. The caller waits for
+// the child.
 inline constexpr int kUncaught = 99;
 pid_t forkChild(const std::function<int()>& body);
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include <poll.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdint>
@@ -58,6 +60,27 @@ TEST(ChildProcessTest, WhatEndsWithItsOwnerIsKilled) {
     pid = child.pid();
   }
   EXPECT_EQ(::kill(pid, 0), -1);
+}
+
+// The end of the pipe is there when the last process that can write into it has ended.
+TEST(ChildProcessTest, AForkedChildEndsWithItsParentHoweverThatEnds) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  const Shared<std::atomic<pid_t>> grandchild;
+  ForkedChild child([&] {
+    *grandchild = forkChild(hang);
+    return ::raise(SIGKILL);
+  });
+  ::close(pipe[1]);
+  EXPECT_EQ(child.wait(), Ending::killedBy(SIGKILL));
+  constexpr int kSeconds = 10;
+  pollfd polled{pipe[0], 0, 0};
+  const bool ended = ::poll(&polled, 1, kSeconds * 1000) == 1;
+  EXPECT_TRUE(ended) << "process " << *grandchild;
+  if (!ended) {
+    ::kill(*grandchild, SIGKILL);
+  }
+  ::close(pipe[0]);
 }
 
 TEST(ChildProcessTest, WaitUntilSeesTheConditionOrTheChildsEnd) {

@@ -116,7 +116,11 @@ TEST_F(TemporaryRootTest, AFolderStaysAsLongAsAChildOfItsProcessLives) {
   const Shared<std::atomic<pid_t>> grandchild;
   ForkedChild child([&] {
     const TemporaryRoot root(parent_.path());
-    *grandchild = testing_support::forkChild(hang);
+    const pid_t forked = ::fork();  // that of forkChild() ends with its parent
+    if (forked == 0) {
+      hang();
+    }
+    *grandchild = forked;
     told->is(root);
     return ::raise(SIGKILL);
   });
