@@ -51,7 +51,7 @@ demo_folder_is() {
   local folder="$1" mark=".made-by-scripts-demo"
   if [[ -e "${folder}" || -L "${folder}" ]]; then
     [[ -d "${folder}" && ! -L "${folder}" && -O "${folder}" && -f "${folder}/${mark}" ]] ||
-      die "${folder} is there and was not made by scripts/demo; name another: scripts/demo /FOLDER"
+      die "${folder} is there and was not made by scripts/demo as this user; name another: scripts/demo /FOLDER"
     rm -rf "${folder}"
   fi
   mkdir --mode=0750 "${folder}"
