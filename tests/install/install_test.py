@@ -224,10 +224,9 @@ class CommandsOfTheReadmeRun(unittest.TestCase):
     def here(self, command):
         """The same command on this build, and on folders of this test."""
         self.assertRegex(command, "build/release .*/usr/local|--state " + DEMO_FOLDER + "$")
-        for theirs, ours in (("build/release", BUILD), (DEMO_FOLDER, self.demo_folder),
-                             ("/usr/local", os.path.join(self.folder, "local"))):
-            command = command.replace(theirs, ours)
-        return command.split()
+        ours = {"build/release": BUILD, DEMO_FOLDER: self.demo_folder,
+                "/usr/local": os.path.join(self.folder, "local")}
+        return [ours.get(word, word) for word in command.split()]
 
     def test_in_order(self):
         self.assertEqual(self.demo_folder_is().returncode, 0)

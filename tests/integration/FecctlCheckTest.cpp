@@ -283,8 +283,7 @@ TEST_F(FecctlCheckTest, AnUnknownWordIsNamed) {
 
 TEST_F(FecctlCheckTest, OutputThatIsLostIsNoSuccess) {
   const Outcome full = testing_support::runProgram(
-      {"/bin/sh", "-c", fmt::format("{} check --state {} > /dev/full", FECCTL, state_)},
-      files_.path());
+      {"/bin/sh", "-c", R"("$0" check --state "$1" > /dev/full)", FECCTL, state_}, files_.path());
   EXPECT_EQ(full.exitCode, kCannot);
   EXPECT_THAT(full.err, HasSubstr("the output cannot be written"));
 }
