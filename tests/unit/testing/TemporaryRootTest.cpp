@@ -173,7 +173,7 @@ TEST_F(TemporaryRootTest, WhatHasAnotherNameOrIsALinkIsNotSwept) {
 // "loamfec-root.lock" begins and ends as a lock file's name does, with one dot for both.
 TEST_F(TemporaryRootTest, OnlyANameWithSixLettersInItsMiddleIsSwept) {
   const auto madeByHand = [&](const std::string& name) {
-    const std::string folder = parent_.path() + "/" + name;
+    std::string folder = parent_.path() + "/" + name;
     fs::create_directory(folder);
     std::ofstream(folder + ".lock") << "text";
     return folder;
