@@ -64,11 +64,10 @@ class Check {
                                "a change was cut short; the next start finishes or undoes it"});
     }
     if (found.retiredSlots > 0 || found.corruptionCount > 0) {
-      report_.notes.push_back(
-          {"earlier_damage", file.name,
-           fmt::format("{} corruptions counted since the table was made, {} slots out of use for "
-                       "good",
-                       found.corruptionCount, found.retiredSlots)});
+      report_.notes.push_back({"earlier_damage", file.name,
+                               fmt::format("{} since the table was made, {} out of use for good",
+                                           counted(found.corruptionCount, "corruption"),
+                                           counted(found.retiredSlots, "slot"))});
     }
     report_.tables.push_back({.file = file.name,
                               .rows = found.liveRows,

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// One class goes over the rows kind by kind. What many rows have in common and is no finding is
-// gathered into one note with a few examples.
+// One class goes over the rows kind by kind. A note that applies to many rows is made once, with a
+// few examples.
 
 #include "StateRules.h"
 
@@ -17,6 +17,7 @@
 
 #include "Asic/GroupLogFollower.h"
 #include "records/FecTableConstants.h"
+#include "tools/StateCheck.h"
 
 namespace Tools {
 
@@ -38,9 +39,10 @@ class Gathered {
     }
   }
   bool any() const { return count_ > 0; }
-  // "3 (FEC 1, FEC 2, FEC 9)"
-  std::string text() const {
-    return fmt::format("{} ({}{})", count_, examples_, count_ > kExamples ? ", ..." : "");
+  // "3 rows (FEC 1, FEC 2, FEC 9)" of what is called "row".
+  std::string text(const char* what) const {
+    return fmt::format("{} ({}{})", counted(count_, what), examples_,
+                       count_ > kExamples ? ", ..." : "");
   }
 
  private:
@@ -145,21 +147,21 @@ class Judge {
     }
     if (ahead.any()) {
       note("unlogged_change", file,
-           fmt::format("{} rows are one version ahead of the log: a change was cut short, and "
-                       "the version is given again",
-                       ahead.text()));
+           fmt::format("{} one version ahead of the log: a change was cut short, and the version "
+                       "is given again",
+                       ahead.text("row")));
     }
     if (orphans.any()) {
       note("orphan", file,
-           fmt::format("{} deleted rows that have no log row; they take room until fecd "
-                       "sweeps them at a start",
-                       orphans.text()),
-           std::move(orphanMends), "remove them");
+           fmt::format("{} without a log row: fecd sweeps such rows at a start, and they take "
+                       "room until then",
+                       orphans.text("deleted row")),
+           std::move(orphanMends), "remove such rows");
     }
     if (passedOver.any()) {
       note("version_given_again", file,
-           fmt::format("{} rows of changes that were cut short, whose versions were given again",
-                       passedOver.text()));
+           fmt::format("{} whose change was cut short and whose version was given again",
+                       passedOver.text("row")));
     }
   }
 
@@ -218,17 +220,17 @@ class Judge {
       }
     }
     for (auto& [unit, drops] : withoutUnit) {
-      const std::size_t count = drops.size();
+      const std::string rows = counted(drops.size(), "row");
       finding(
           "missing_table", file,
-          fmt::format("{} rows belong to unit {}, which has no configuration table", count, unit),
-          std::move(drops), "drop the rows");
+          fmt::format("unit {} has no configuration table, but the log has {} of it", unit, rows),
+          std::move(drops), "drop what the log has of it");
     }
     if (appliedRows.any()) {
       note("applied_log_row", file,
-           fmt::format("{} rows are not above the applied version {}; the next start drops them",
-                       appliedRows.text(), applied_),
-           std::move(appliedMends), "drop them");
+           fmt::format("{} not above the applied version {}: the next start drops such rows",
+                       appliedRows.text("row"), applied_),
+           std::move(appliedMends), "drop such rows");
     }
   }
 
@@ -334,9 +336,9 @@ class Judge {
     judgeAnnouncements(file, group);
     if (appliedRows.any()) {
       note("applied_group_row", file,
-           fmt::format("{} rows are of versions that have been applied; the next report drops them",
-                       appliedRows.text()),
-           std::move(appliedMends), "drop them");
+           fmt::format("{} whose version has been applied: the next report drops such rows",
+                       appliedRows.text("row")),
+           std::move(appliedMends), "drop such rows");
     }
     if (rows_.groupScratchpad == 0U && last_ && *last_ > 1) {
       finding("lost_group_log", file,
@@ -373,10 +375,9 @@ class Judge {
     }
     if (cutShort.any()) {
       note("cut_short_announcement", file,
-           fmt::format(
-               "{} last rows of operations that were cut short; readers drop these operations, "
-               "and a report of their versions removes the rows",
-               cutShort.text()));
+           fmt::format("{} at which an announcement was cut short: readers drop such an operation, "
+                       "and a report of its version removes its rows",
+                       cutShort.text("row")));
     }
   }
 
@@ -421,9 +422,9 @@ class Judge {
         std::distance(rows_.log->upper_bound(applied_), rows_.log->upper_bound(*last_)));
     if (const std::uint64_t gap = *last_ - applied_ - inLog; gap > 0) {
       note("unfinished_cleanup", fileNameOf(TableRole::log),
-           fmt::format("{} versions above the applied version {} have no row: a clean-up was cut "
-                       "short, and the next report continues it",
-                       gap, applied_));
+           fmt::format("{} without a row above the applied version {}: a clean-up was cut short, "
+                       "and the next report continues it",
+                       counted(gap, "version"), applied_));
     }
   }
 
@@ -442,9 +443,9 @@ class Judge {
     }
     if (missing.any()) {
       note("unannounced", fileNameOf(TableRole::groupLog),
-           fmt::format("{} logged but not announced to the group: a change was cut short there; it "
-                       "is applied with the next one, or by the next start",
-                       missing.text()));
+           fmt::format("{} logged but not announced to the group: such a change was cut short, and "
+                       "is applied with the next one or by the next start",
+                       missing.text("change")));
     }
   }
 

@@ -149,7 +149,9 @@ TEST_F(StateCheckTest, EarlierDamageThatIsOutOfUseIsANote) {
   { const RawTables tables(folder()); }
   const StateReport report = check();
   EXPECT_TRUE(report.clean()) << report.findings.front().text;
-  EXPECT_THAT(kindsOf(report.notes), ElementsAre("earlier_damage"));
+  ASSERT_THAT(kindsOf(report.notes), ElementsAre("earlier_damage"));
+  EXPECT_EQ(report.notes.front().text,
+            "1 corruption since the table was made, 1 slot out of use for good");
   EXPECT_EQ(report.tables[0].retiredSlots, 1U);
   EXPECT_EQ(report.tables[0].corruptions, 1U);
 }
@@ -177,7 +179,8 @@ TEST_F(StateCheckTest, EachTableThatIsMissingIsAFinding) {
 
 TEST_F(StateCheckTest, AConfigurationTableThatTheLogSpeaksOfIsMissed) {
   fs::remove(path(TableRole::config));
-  expectFinding("missing_table", TableRole::log, "3 rows belong to unit 0");
+  expectFinding("missing_table", TableRole::log,
+                "unit 0 has no configuration table, but the log has 3 rows of it");
 }
 
 TEST_F(StateCheckTest, AnAgentThatDiedWhileItMadeItsTablesLeavesNoFinding) {

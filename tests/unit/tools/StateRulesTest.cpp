@@ -124,9 +124,10 @@ class StateRulesTest : public ::testing::Test {
     mendAll();
     EXPECT_THAT(findings(), IsEmpty());
   }
-  void expectNoteOnly(const char* kind) {
+  void expectNoteOnly(const char* kind, const char* text = "") {
     EXPECT_THAT(findings(), IsEmpty());
-    EXPECT_THAT(notes(), ElementsAre(kind));
+    ASSERT_THAT(notes(), ElementsAre(kind));
+    EXPECT_THAT(Tools::judge(rows_).front().text, HasSubstr(text));
   }
 
   StateRows rows_;
@@ -147,7 +148,12 @@ TEST_F(StateRulesTest, NothingAtAllIsClean) {
 TEST_F(StateRulesTest, ARowOneAheadOfTheLogIsWhatAKillLeaves) {
   config(5, 11);
   config(6, 11, true);
-  expectNoteOnly("unlogged_change");
+  expectNoteOnly("unlogged_change", "2 rows (FEC ");
+}
+
+TEST_F(StateRulesTest, ANoteAboutOneRowSpeaksOfOneRow) {
+  config(5, 11);
+  expectNoteOnly("unlogged_change", "1 row (FEC 5) one version ahead of the log");
 }
 
 TEST_F(StateRulesTest, ARowTwoAheadOfTheLogIsAFinding) {
@@ -163,12 +169,12 @@ TEST_F(StateRulesTest, ARowWithoutAVersionOrWithAStrangeMarkIsAFinding) {
 
 TEST_F(StateRulesTest, ARowWhoseVersionWasGivenAgainIsWhatAKillLeaves) {
   config(5, 10);  // its change was cut short, and version 10 went to FEC 3
-  expectNoteOnly("version_given_again");
+  expectNoteOnly("version_given_again", "1 row (FEC 5) whose change was cut short");
 }
 
 TEST_F(StateRulesTest, ADeletedRowThatNoLogRowSpeaksForIsAnOrphanAndNoFinding) {
   config(5, 6, true);
-  expectNoteOnly("orphan");
+  expectNoteOnly("orphan", "1 deleted row (FEC 5) without a log row");
   mendAll();
   EXPECT_FALSE(rows_.units[0]->contains(5));
   EXPECT_EQ(rows_.units[0]->size(), 4U);
@@ -186,7 +192,7 @@ TEST_F(StateRulesTest, ManyOrphansAreOneNoteWithAFewExamples) {
   }
   ASSERT_THAT(notes(), ElementsAre("orphan"));
   const Judgement note = Tools::judge(rows_).front();
-  EXPECT_THAT(note.text, HasSubstr("20 (FEC "));
+  EXPECT_THAT(note.text, HasSubstr("20 deleted rows (FEC "));
   EXPECT_THAT(note.text, HasSubstr(", ...)"));
   EXPECT_EQ(note.mends.size(), 20U);
 }
@@ -253,7 +259,7 @@ TEST_F(StateRulesTest, AConfigurationRowMayBeGoneWhenALaterLogRowHasBeenCleanedU
   rows_.units[0]->erase(1);
   rows_.units[0]->erase(2);
   rows_.log->erase(9);  // it was the deletion of 1, for all that is known
-  expectNoteOnly("unfinished_cleanup");
+  expectNoteOnly("unfinished_cleanup", "1 version without a row above the applied version 7");
 }
 
 TEST_F(StateRulesTest, ATableDeletionLeavesMarkedAndNewerRowsOnly) {
@@ -288,7 +294,7 @@ TEST_F(StateRulesTest, ATableDeletionIsOfItsUnitAlone) {
 TEST_F(StateRulesTest, ALogRowOfAUnitWithoutATableIsAFinding) {
   log(9, LogRow::kEntryWritten, entry(2), 5);
   rows_.units[0]->erase(2);
-  expectFinding("missing_table", "1 rows belong to unit 5");
+  expectFinding("missing_table", "unit 5 has no configuration table, but the log has 1 row of it");
 }
 
 TEST_F(StateRulesTest, AnUnknownOperationIsAFinding) {
@@ -299,7 +305,7 @@ TEST_F(StateRulesTest, AnUnknownOperationIsAFinding) {
 TEST_F(StateRulesTest, LogRowsThatAreAppliedWaitForTheNextStart) {
   config(4, 7);
   log(7, LogRow::kEntryWritten, entry(4));
-  expectNoteOnly("applied_log_row");
+  expectNoteOnly("applied_log_row", "1 row (version 7) not above the applied version 7");
   mendAll();
   EXPECT_FALSE(rows_.log->contains(7));
 }
@@ -315,7 +321,7 @@ TEST_F(StateRulesTest, WhatIsCleanedAndNotRecordedAsAppliedIsWhatAKillLeaves) {
 
 TEST_F(StateRulesTest, ALoggedVersionThatIsNotAnnouncedIsWhatAKillLeaves) {
   rows_.group->erase(20);
-  expectNoteOnly("unannounced");
+  expectNoteOnly("unannounced", "1 change (version 10) logged but not announced");
 }
 
 TEST_F(StateRulesTest, AGroupRowOneAheadOfItsScratchpadIsWhatAKillLeaves) {
@@ -406,7 +412,8 @@ TEST_F(StateRulesTest, RowsThatAReportHasNotDroppedYetMayLackTheirFirst) {
   rows_.log->clear();
   rows_.units[0]->erase(2);
   (*rows_.applied)[kTable] = 10;
-  expectNoteOnly("applied_group_row");
+  expectNoteOnly("applied_group_row",
+                 "2 rows (sequence 21, sequence 22) whose version has been applied");
 }
 
 TEST_F(StateRulesTest, AVersionThatIsAnnouncedTwiceIsAFinding) {
