@@ -50,8 +50,8 @@ constexpr const char* kShowFecFooter =
     "  fecctl show fec --limit 0 --json\n"
     "  fecctl show fec --compare-links links.json --compare-nexthops nexthops.json\n\n"
     "Exit codes:\n"
-    "  0  It is done, and the table is equal if it was compared.\n"
-    "  1  The table is different.\n"
+    "  0  The entries were shown; if compared, they are equal.\n"
+    "  1  The table differs from the snapshot.\n"
     "  2  The input or the usage was wrong, or the output cannot be written.\n"
     "  3  The state folder cannot be read.";
 
@@ -187,7 +187,7 @@ CLI::App* addUpkeep(CLI::App& app, Options& options, const char* name, const cha
 
 int run(int argc, char** argv) {
   Options options;
-  CLI::App app("fecctl: looks into the state of a FEC table, whether its agent runs or not.",
+  CLI::App app("fecctl: looks into the state of an FEC table, whether its agent runs or not.",
                "fecctl");
   app.require_subcommand(1);
   app.set_version_flag("--version", LOAMFEC_VERSION);

@@ -45,7 +45,7 @@ constexpr const char* kReplayHelp =
     "Make the FEC table equal to snapshots of a Linux router.\n\n"
     "Each link that is up gets a destination. Each next hop becomes an entry: its id is the key,\n"
     "its dev is the interface, and its gateway is kept in the entry's opaque fields. Next hops\n"
-    "that are no FEC entries (groups, blackholes, ...) are counted by kind. A next hop waits if\n"
+    "that are not FEC entries (groups, blackholes, ...) are counted by kind. A next hop waits if\n"
     "its interface is down or not among the links, and the report says so. Several snapshots are\n"
     "applied one after the other: give --links and --nexthops once for each snapshot, in order.\n\n"
     "fecd first restores the entries that an earlier fecd left in the state folder. With --flap,\n"
@@ -59,7 +59,7 @@ constexpr const char* kReplayFooter =
     "  fecd replay --links links.json --nexthops nexthops.json\n"
     "  fecctl show fec\n\n"
     "Exit codes:\n"
-    "  0  It is done.\n"
+    "  0  The replay is done.\n"
     "  1  A request failed, an answered request was lost, or hardware and table differ.\n"
     "  2  The input or the usage was wrong. Nothing was changed.\n"
     "  3  The state folder cannot be used.";

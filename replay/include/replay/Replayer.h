@@ -28,7 +28,7 @@ struct Report {
   std::uint64_t superseded = 0;  // requests answered: a newer one took their place
   std::uint64_t waiting = 0;     // requests without an answer, of this snapshot and earlier ones
   std::map<std::string, std::uint64_t> waitingFor;     // writes among them, by what they wait for
-  std::map<std::string, std::uint64_t> skippedByKind;  // next hops that are no FEC entries
+  std::map<std::string, std::uint64_t> skippedByKind;  // next hops that are not FEC entries
   std::uint64_t skippedLinks = 0;
   std::uint64_t logVersions = 0;  // handed out meanwhile
   std::uint64_t entries = 0;      // committed in the units' tables at the end

@@ -46,7 +46,7 @@ void EntityManager::doMount(const Pell::String& path, const Pell::String& typeNa
   }
   if (mountInfo.collectionInfo().size() != 1) {
     throw ZevGlint::MountException(
-        fmt::format("{}: an entity has one collection, the mount names {}; name one",
+        fmt::format("{}: the mount names {} collections; name exactly one",
                     root_->filePath(fileName), mountInfo.collectionInfo().size()));
   }
   const ZevGlint::MountSite site(path, mountInfo, [&](const Glint::TableLayout& layout) {

@@ -393,7 +393,7 @@ TEST_F(MountTest, AMountNamesExactlyOneCollection) {
   for (const ZevGlint::MountInfo& info : {none, two}) {
     EXPECT_THAT(
         refusal([&] { State(root()).manager().doMount("t", "glint_test::SmallRow", info); }),
-        HasSubstr("an entity has one collection"));
+        HasSubstr("collections; name exactly one"));
   }
   EXPECT_FALSE(fs::exists(root()));
 }
