@@ -167,7 +167,7 @@ class TheExampleIsBuiltOnIt(Installed):
         if SANITIZE:
             cls.flags += [f"-fsanitize={SANITIZE}", "-fno-sanitize-recover=all"]
         cls.expected = "\n".join(indented_block(os.path.join(cls.example, "README.md"),
-                                                "What it prints:")) + "\n"
+                                                "It prints:")) + "\n"
 
     def expect_it_runs(self, program):
         """It prints what its README says, and leaves nothing behind."""
