@@ -11,7 +11,7 @@
 namespace bench {
 
 // Reporter of benchmarks that are named "operation/contender": when all rounds are over, a table
-// with one line an operation and one column a contender, each its median with the least and the
+// with one line per operation and one column per contender, each its median with the least and the
 // most of its rounds, and behind them how many times the first contender each other one takes. A
 // round that failed is shown at once.
 //

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What a FEC write costs in this process, and what its commit costs, beside what the same would
+// What an FEC write costs in this process, and what its commit costs, beside what the same would
 // cost otherwise. Every contender gets the same writes; rounds of the contenders are interleaved at
 // random, so that a machine that slows down does so for all. Each round begins with a fresh
 // contender and ends with a look at what it holds.

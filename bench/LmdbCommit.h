@@ -14,7 +14,7 @@
 
 namespace bench {
 
-// The same commit in LMDB: the three rows, made beforehand, in one transaction an entry, never
+// The same commit in LMDB: the three rows, made beforehand, in one transaction per entry, never
 // synced, written through a shared mapping of a file in /dev/shm. finish() removes the log rows of
 // the batch in one transaction.
 class LmdbCommit {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What the operations of a shared table cost beside LMDB, one operation a transaction and 64, and
-// beside plain copies of the rows. Rounds of all contenders are interleaved at random.
+// What the operations of a shared table cost beside LMDB, with one operation per transaction and
+// with 64, and beside plain copies of the rows. Rounds of all contenders are interleaved at random.
 //
-// Columns: the shared table; LMDB; LMDB with 64 operations a transaction; copies of the rows. All
+// Columns: the shared table; LMDB; LMDB with 64 operations per transaction; copies of the rows. All
 // hold the same 65536 configuration rows of 64 bytes.
 
 #include <array>
@@ -46,7 +46,7 @@ struct Lmdb64 : LmdbTable {
   Lmdb64() : LmdbTable(64) {}
 };
 
-// Runs the timed step once a pass, with the untimed one before it, and sets the counter to the
+// Runs the timed step once per pass, with the untimed one before it, and sets the counter to the
 // processor time an operation.
 template <typename Before, typename Timed>
 void passes(benchmark::State& state, std::size_t operations, Before&& before, Timed&& timed) {

@@ -10,7 +10,7 @@
 
 namespace bench {
 
-// Reporter that shows, when all rounds are over, one line a contender and then how the contenders
+// Reporter that shows, when all rounds are over, one line per contender and then how the contenders
 // compare. A round that failed is shown at once.
 //
 // Kind: object, lives as long as the run.

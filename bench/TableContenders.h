@@ -28,7 +28,7 @@ std::vector<ConfigRow> rowsIn(Order order, std::uint32_t mark);
 // What a reader sums up to show that it has seen the rows.
 inline std::uint64_t markIn(const ConfigRow& row) { return row.logEntry().opaqueA; }
 
-// The shared table, mounted by its writer; whoever forks may mount it for reading.
+// The shared table, mounted by its writer; a forked process may mount it for reading.
 class SharedTable {
  public:
   SharedTable();

@@ -655,7 +655,7 @@ def parse_arguments():
     parser.add_argument("--state", default="/dev/shm/loam-fec", metavar="DIR", help="state folder")
     parser.add_argument("--unit", default=0, type=int, help="unit (ASIC) number")
     parser.add_argument("--key", action="append", type=int, dest="keys", help="only the row of this key")
-    parser.add_argument("--json", action="store_true", help="print JSON, one object a table")
+    parser.add_argument("--json", action="store_true", help="print JSON, one object per table")
     parser.add_argument("--self-test", action="store_true", help="try the test vectors of docs/format")
     options = parser.parse_args()
     unknown = [name for name in options.what if name not in VIEWS]
@@ -691,7 +691,7 @@ if __name__ == "__main__":
     try:
         code = main()
         sys.stdout.flush()
-    except BrokenPipeError:  # whoever reads the output has seen enough
+    except BrokenPipeError:  # the reader of the output has seen enough
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         code = 0
     sys.exit(code)

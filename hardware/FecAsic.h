@@ -15,11 +15,11 @@ namespace Hardware {
 //
 // Kind: object with identity.
 // Ownership: refers to the driver, which outlives it.
-// Invariants: changes reach the driver in the order in which they were added. Of those, at most
-// kBatch wait here; what is read does not show them.
+// Invariants: changes reach the driver in the order in which they were added. At most kBatch
+// changes wait here; reads do not show them.
 class FecAsic {
  public:
-  // Changes that go to the driver in one call.
+  // The most changes that go to the driver in one call.
   static constexpr std::size_t kBatch = 256;
 
   explicit FecAsic(AsicDriver& driver);
@@ -32,15 +32,16 @@ class FecAsic {
   void removeAll(Asic::UnitId unitId, Asic::LogVersion version);
   bool hasRoom() const { return waiting_.size() < kBatch; }
 
-  // Hands what waits to the driver. False: it has not taken all, the rest waits on; or nothing
-  // waits and it has refused something since tryAgain().
+  // Hands the waiting changes to the driver. False if the driver has not taken all of them; the
+  // rest go on waiting. If nothing waits, false while refused().
   bool flush();
-  // The version of the first change that waits; nothing when none does.
+  // The version of the first waiting change; nothing if none waits.
   std::optional<Asic::LogVersion> firstWaiting() const;
-  // Drops what waits.
+  // Drops the waiting changes.
   void forget() { waiting_.clear(); }
 
-  // True from a flush() that was not taken whole up to one that is, or tryAgain().
+  // True after a flush() of which the driver has not taken every change, until it takes every
+  // change of a later one, or until tryAgain().
   bool refused() const { return refused_; }
   void tryAgain() { refused_ = false; }
   Pell::String fault() const { return refused_ ? driver_->fault() : Pell::String(); }
@@ -50,8 +51,8 @@ class FecAsic {
   std::uint32_t entries(Asic::UnitId unitId) const;
   // Entries that a unit can hold.
   std::uint32_t capacity() const;
-  // The next keys of a walk, as AsicDriver::keys(): at most so many (at least 1), and at most
-  // kKeysAtATime; none at the end. Good until the next call.
+  // The next keys of a walk, as AsicDriver::keys() gives them: at most `atMost` (at least 1) and at
+  // most kKeysAtATime; none at the end. They are good until the next call.
   static constexpr std::size_t kKeysAtATime = 64;
   const std::vector<FecKey>& keys(Asic::UnitId unitId, AsicDriver::Cursor& at,
                                   std::uint64_t atMost = kKeysAtATime);

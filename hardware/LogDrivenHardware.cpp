@@ -315,7 +315,8 @@ bool LogDrivenHardware::applyOther(Asic::SwTableId tableId, Announcements& waiti
   return moved;
 }
 
-// What has been given counts for what comes behind it: the ASIC keeps the order.
+// Changes that have been given to the ASIC count as applied for later ones: the ASIC keeps the
+// order.
 bool LogDrivenHardware::applyFecTable(const Announcements& waiting, StepBudget& budget) {
   const Asic::LogVersion before = given_;
   bool moved = false;

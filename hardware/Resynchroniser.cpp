@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// LogDrivenHardware says up to where, and applies what comes behind.
+// LogDrivenHardware says up to which version, and applies the operations behind it.
 //
 // Rows decide before the log is asked, because what a row decides is settled when it is looked at:
 // the writer may change the row afterwards, and its change then comes from the log. Asked first,
 // the log would leave out a key whose row was still to decide, and by its turn the row might be
 // above the limit.
 //
-// A row above the limit belongs to a change that the log will tell of, with one exception. A writer
-// that was killed between configuration row and log row leaves a row whose version was never given
-// to it for good: the next change takes the same version. Such a row is left over, nobody will
-// speak for it, and so it decides as soon as nothing before it is blocked. While damage hides which
-// versions have been given, no row is taken for one that is left over.
+// A row above the limit belongs to a change that the log will announce, with one exception. A
+// writer that was killed between configuration row and log row leaves a row whose version was never
+// given to it for good: the next change takes the same version. No log row will announce such a
+// leftover, and so it decides as soon as nothing before it is blocked. While damage hides which
+// versions have been given, no row is taken for a leftover.
 //
-// What is to go goes before an ASIC that is full is given more: with the additions in their place
-// among the rows, one that is refused would keep off for good what would make room for it.
+// A full ASIC gets no addition before all removals are done. If the additions kept their place
+// among the rows, a refused addition would hold back for good the removals that make room for it.
 
 #include "Resynchroniser.h"
 
@@ -180,7 +180,7 @@ void Resynchroniser::makeEqual(Asic::UnitId unitId, const ConfigRow& row) {
   asic_->write(unitId, row.logEntry(), row.version());
 }
 
-// What a full ASIC has no room for waits until everything that is to go has gone.
+// An entry for which a full ASIC has no room waits until everything that must go has gone.
 void Resynchroniser::add(Asic::UnitId unitId, const ConfigRow& row) {
   Sighting& sighting = sightings_[unitId];
   if (sighting.held < asic_->capacity()) {

@@ -37,7 +37,7 @@ struct ResynchronisationRange {
 // of the hardware for which no row was seen are taken off, unless damage has hidden rows of the
 // unit.
 //
-// An ASIC that has no room for an entry is given it once everything that is to go has gone.
+// An entry for which the ASIC has no room waits until everything that must go has gone.
 //
 // Kind: object with identity, for one resynchronisation.
 // Ownership: refers to the units, the log and the ASIC.
@@ -59,10 +59,10 @@ class Resynchroniser {
   Asic::LogVersion limit() const { return range_.limit; }
   // Of the keys that configuration rows have decided.
   const Asic::Resynchronisation& found() const { return found_; }
-  // When this version has been applied, another resynchronisation must follow: the range said so;
-  // or there is a row that no log row will tell of, and it could not be taken because something
-  // before it is blocked; or there may be one, and damage hides which versions the log has given.
-  // Nothing: no need.
+  // Another resynchronisation must follow when this version has been applied; nothing: none must.
+  // There are three reasons. The range said so. A row that no log row will announce could not be
+  // taken, because something before it is blocked. Or there may be such a row, and damage hides
+  // which versions the log has given.
   std::optional<Asic::LogVersion> owed() const { return owed_; }
 
  private:

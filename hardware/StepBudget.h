@@ -8,8 +8,8 @@
 
 namespace Hardware {
 
-// What one step of the hardware may do, in rows: those that it touches itself, and those that will
-// be touched on its account when it has reported.
+// The number of rows that one step of the hardware may cost: rows that the step touches, and rows
+// that the clean-up after its report will touch.
 //
 // Kind: object, used within one step.
 class StepBudget {
@@ -20,8 +20,8 @@ class StepBudget {
   StepBudget(const StepBudget&) = delete;
   StepBudget& operator=(const StepBudget&) = delete;
 
-  // Work that no meter counts here: rows of the hardware, and rows that a report will have cleaned
-  // up.
+  // Adds work that the meter does not count: rows of the hardware, and rows that the clean-up will
+  // touch.
   void charge(std::uint64_t rows) { charged_ += rows; }
   bool spent() const { return left() == 0; }
   std::uint64_t left() const {

@@ -136,7 +136,7 @@ class Tracer {
         continue;
       }
       if (!region()) {
-        return ended(run_.fault.empty() ? "stopped by whoever looked" : run_.fault);
+        return ended(run_.fault.empty() ? "stopped by the observer" : run_.fault);
       }
     }
   }

@@ -98,7 +98,7 @@ def programs_of_the_tree(folder="**"):
 
 
 def check(mutants):
-    """What is wrong with the mutants, one line a finding."""
+    """What is wrong with the mutants, one line per finding."""
     findings = []
     sources = {}
     programs = programs_of_the_tree()

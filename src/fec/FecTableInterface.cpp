@@ -211,7 +211,7 @@ void FecTableInterface::unitDel(Asic::UnitId unitId) {
   end(*ending);
 }
 
-// Whoever holds the table may go on reading it; nothing drives it any more.
+// Code that holds the table may go on reading it; nothing drives it any more.
 void FecTableInterface::end(Asic::OrderedSwTable& table) {
   if (auto* ending = dynamic_cast<FecTableSwTable*>(&table)) {
     const Pell::Ptr<FecTableSwTable> held(ending);

@@ -269,8 +269,8 @@ std::string checkFinding(const std::string& root) {
   return found.clean() ? "" : "the check of the state finds: " + Tools::reportText(found, 5);
 }
 
-// The same of a folder whose agent had nothing more to do: nothing is left over in it, and there is
-// a configuration row for each entry.
+// What is wrong in a folder whose agent had nothing more to do; empty if nothing is left over in it
+// and there is a configuration row for each entry.
 std::string findingIn(const std::string& root, const std::map<Key, Content>& contents) {
   const Tools::StateReport found = Tools::checkState(root);
   if (!found.clean() || !found.notes.empty()) {

@@ -37,8 +37,8 @@ void addDependency(Needed& needed, const HandlePtr& dependency) {
   }
 }
 
-// The items in the order given, if it is an order of just these; as they are otherwise, and whoever
-// compares the items themselves will find the difference.
+// The items in the given order, if that is an order of exactly these items; otherwise the items as
+// they are, and a comparison of the items finds the difference.
 template <typename Item>
 std::vector<Item> inOrder(const std::vector<Item>& items, const std::vector<Item>& order) {
   return std::ranges::is_permutation(items, order) ? order : items;
@@ -442,7 +442,7 @@ void Model::inLog(UnitTable& table, const HandlePtr& handle, Version version) {
 
 void Model::handleState(const HandlePtr& handle, int state) { setState(handle, state); }
 
-// Whoever was queued while the operation was unresolved is looked at again.
+// Requests that were queued while the operation was unresolved are looked at again.
 void Model::setState(const HandlePtr& handle, int state) {
   if (handle->state == state) {
     return;

@@ -64,7 +64,7 @@ struct Handle;
 using HandlePtr = std::shared_ptr<Handle>;
 using Handler = std::function<void(const HandlePtr&)>;
 
-// An operation as its requester, and whoever depends on it, knows it.
+// An operation, as its requester and the operations that depend on it know it.
 struct Handle {
   std::uint32_t tableId = kFecTable;
   Key key = 0;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// Sequences of operations on a FEC table, as plain values: made from a seed, printed, shrunk.
+// Sequences of operations on an FEC table, as plain values: made from a seed, printed, shrunk.
 
 namespace fec_model {
 

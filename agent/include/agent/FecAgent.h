@@ -21,8 +21,8 @@ struct AgentStart {
   // Begin with empty tables: the units' entries in the state folder are deleted, by an operation
   // like any other.
   bool reset = false;
-  // The hardware that an agent before this one has left as it stood, which is brought in line
-  // with the tables; null: the agent has some made.
+  // Hardware that an earlier agent left, to be brought in line with the tables; null: the agent has
+  // new hardware made.
   std::unique_ptr<Asic::HardwareSide> hardware = nullptr;
 };
 
@@ -38,8 +38,8 @@ class FecAgent {
   using ResourceTable = LoamAdjLib::IntfIdToDestIdResourceTableResourceTable;
 
   // Mounts (creates, if there are none) the tables below the state folder, restores what they hold,
-  // and brings the hardware in line, all in this call: no turn runs before. `makeHardware` is asked
-  // for hardware when the tables are there, unless the start has some. Throws
+  // and brings the hardware in line, all in this call: no turn runs before. `makeHardware` is
+  // called when the tables are there, unless `start` brings the hardware. Throws
   // ZevGlint::MountException, and what FecTableInterface::makeSwTable() throws. The state folder is
   // free then, and the process may make another agent.
   FecAgent(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,

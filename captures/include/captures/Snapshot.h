@@ -58,7 +58,7 @@ struct NextHop {
   Wirex::IntfId intf;
   bool hasGateway = false;
   std::uint32_t gateway = 0;  // host byte order; 0 if there is none
-  std::uint8_t protocol = 0;  // the kernel's number of who made it; 0 if the name is not known
+  std::uint8_t protocol = 0;  // the kernel's number of its origin; 0 if the name is not known
   std::uint8_t scope = 0;     // the kernel's number: 0 global, 253 link, 254 host
   std::uint8_t flags = 0;     // kFlag bits
 

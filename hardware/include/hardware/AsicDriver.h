@@ -11,22 +11,22 @@
 
 namespace Hardware {
 
-// What one implements for a real ASIC: the tables of its units, written in batches and read back.
-// LogDrivenHardware does the rest: which change is due, in which order, and what is made good
-// after a restart.
+// The interface that the driver of a real ASIC implements: the tables of the ASIC's units, written
+// in batches and read back. LogDrivenHardware does the rest: it decides which change is due, in
+// which order, and what to repair after a restart.
 //
-// Kind: interface. Keys are numbers, entries are bytes; both are the table's own (of the FEC table
-// see FecTableDataModelLogEntry). Entries of one table all have the same length.
+// Kind: interface. Keys are numbers and entries are bytes, in the form that the table gives them
+// (for the FEC table see FecTableDataModelLogEntry). All entries of one table have the same length.
 // Ownership: LogDrivenHardware holds the driver.
 // Threads: one. No call may wait for the tables' writer.
-// Errors: no call throws. A change that the ASIC does not take is told by apply().
+// Errors: no call throws. apply() tells which changes the ASIC has not taken.
 class AsicDriver {
  public:
   struct Change {
     enum class Kind : std::uint8_t {
       write,      // adds the entry, or replaces the one of that key
       remove,     // a key that is not there is no error
-      removeAll,  // every entry of the unit's table; key and entry say nothing
+      removeAll,  // every entry of the unit's table; key and entry are not used
     };
 
     Kind kind = Kind::write;
@@ -44,9 +44,9 @@ class AsicDriver {
   AsicDriver& operator=(const AsicDriver&) = delete;
   virtual ~AsicDriver() = default;
 
-  // Carries out the changes, one after the other, and returns how many are done when it returns:
-  // all of them, or those before the first that the ASIC does not take, which fault() explains. A
-  // change that is not done has changed nothing; it comes again.
+  // Carries out the changes, one after the other, and returns the number of changes that are done:
+  // all of them, or those before the first change that the ASIC does not take. fault() then says
+  // why. A change that is not done has changed nothing; it comes again.
   virtual std::size_t apply(std::span<const Change> changes) = 0;
   // Why the last apply() left changes undone; empty if it did not.
   virtual Pell::String fault() const = 0;

@@ -27,17 +27,17 @@ namespace Hardware {
 // status.
 // Threads: the event loop's.
 // Invariants: nothing is applied inside the call that logs an operation, and nothing is reported
-// inside the turn that applies. What is applied is reported to every unit's table. Whenever a
-// hardware write is asked for, a report follows, of the last versions if there is nothing to apply:
-// it answers what needs no version.
-// Errors: what a handler throws out of a report reaches the loop when every table has been told; of
-// several exceptions the first. A handler may do anything but end the hardware side.
+// inside the turn that applies. What is applied is reported to every unit's table. Every request
+// for a hardware write is followed by a report. If there is nothing to apply, the report repeats
+// the last versions, and answers the requests that need no version.
+// Errors: the first exception that handlers throw out of a report reaches the loop when every table
+// has been told. A handler may do anything but end the hardware side.
 class HardwareTurns {
  public:
-  // About the work of one turn that applies, in rows; see Asic::HardwareSide::step().
+  // The approximate work of one turn that applies, in rows; see Asic::HardwareSide::step().
   static constexpr std::uint32_t kRowsPerTurn = 8192;
   // Versions of one table that one turn reports. If all of them are deletions, looking at them and
-  // cleaning them up is as much work.
+  // cleaning them up is the work of kRowsPerTurn rows.
   static constexpr std::uint64_t kVersionsPerReport =
       kRowsPerTurn /
       (1 + Asic::HardwareSide::kRowsOfACleanup + Asic::HardwareSide::kRowsOfADeletion);
@@ -48,9 +48,9 @@ class HardwareTurns {
   HardwareTurns& operator=(const HardwareTurns&) = delete;
   ~HardwareTurns();
 
-  // Takes up what is there, in turns of its own: applies what waits, and reports what the hardware
-  // holds. For a start on existing state, and for whoever learns that hardware that took no change
-  // would take one now: until then that is tried again when something else is asked of it.
+  // Makes turns that apply what waits, and that report what the hardware holds. Call it at a start
+  // on existing state, and when hardware that refused a change can take it again. Without the call,
+  // the change is tried again when something else is asked of the hardware.
   void resume() { apply_.mark(); }
 
  private:

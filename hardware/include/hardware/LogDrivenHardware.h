@@ -26,18 +26,18 @@ class StepBudget;
 struct ResynchronisationRange;
 
 // Drives an ASIC from the shared log: follows it, has the ASIC's driver make the changes in order,
-// and tells how far it is. It keeps the entries of the FEC table; of the other tables it knows
-// versions alone.
+// and tells how far it is. It keeps the entries of the FEC table; of the other tables it knows only
+// the versions.
 //
 // It sees what a process of its own would see: the state folder, through reader mounts. It takes
-// the operations of the group log in order; one is applied when every version that it needs has
-// been applied and every earlier operation of its own table has, from the table's log rows up to
-// its version.
+// the operations of the group log in order. An operation is applied when every version that it
+// needs and every earlier operation of its own table have been applied. Applying it means to apply
+// the table's log rows up to its version.
 //
-// What the log does not tell any more (a row of either log that is missing or damaged) is made good
-// by a resynchronisation from the configuration rows. That, too, goes no further than what may be
-// applied: up to the first operation that needs a version which has not been applied. It forgets
-// nothing that waits.
+// When a row of either log is missing or damaged, the hardware is resynchronised from the
+// configuration rows. That, too, goes no further than operations may be applied: it ends before the
+// first operation that needs a version which has not been applied. It forgets no operation that
+// waits.
 //
 // Kind: object with identity.
 // Ownership: holds its reader mounts and the driver.
@@ -47,8 +47,8 @@ struct ResynchronisationRange;
 // that follow.
 class LogDrivenHardware : public Asic::HardwareSide {
  public:
-  // Mounts the tables of these units for reading and resynchronises, whole. Throws
-  // ZevGlint::MountException when one is not there.
+  // Mounts the tables of these units for reading, and carries out a whole resynchronisation. Throws
+  // ZevGlint::MountException when a table is missing.
   LogDrivenHardware(const Pell::String& stateFolder, const std::vector<Asic::UnitId>& unitIds,
                     std::unique_ptr<AsicDriver> asic,
                     Asic::Writer writer = Asic::Writer::onThisThread);
@@ -57,8 +57,8 @@ class LogDrivenHardware : public Asic::HardwareSide {
   bool step(std::uint32_t rows) override;
   Asic::Resynchronisation resynchronise() override;
 
-  // Of other tables than the FEC table that is at least what the agent has on record: they may have
-  // been applied before this hardware was there.
+  // For a table other than the FEC table, the version is at least the one that the agent has on
+  // record: the table may have been applied before this hardware was there.
   const std::map<Asic::SwTableId, Asic::LogVersion>& appliedVersions() const override {
     return applied_;
   }
@@ -74,12 +74,12 @@ class LogDrivenHardware : public Asic::HardwareSide {
 
   // Operations applied in order since construction.
   std::uint64_t operationsApplied() const { return operationsApplied_; }
-  // Times the log did not tell enough and the configuration tables were read instead.
+  // How many times the log did not tell enough and the configuration tables were read instead.
   std::uint64_t repairs() const { return repairs_; }
-  // True from such a time on until the tables have been read.
+  // True from the moment when the log does not tell enough until the tables have been read.
   bool resynchronising() const { return catchingUp_ || resynchroniser_; }
-  // Rows of the group log that were missing or damaged. Those of a hardware that comes behind the
-  // agent's own count too: rows go when they have been applied there.
+  // Rows of the group log that were missing or damaged. A second hardware side behind the agent's
+  // own also counts rows that went because they were applied there.
   std::uint64_t missedGroupRows() const { return missedGroupRows_; }
 
  private:
@@ -136,7 +136,8 @@ class LogDrivenHardware : public Asic::HardwareSide {
   std::uint64_t missedGroupRows_ = 0;
 };
 
-// What makes such hardware for an agent, with a driver of its own for each.
+// Gives a maker of such hardware. Each hardware that it makes gets its own driver from
+// `makeDriver`.
 using DriverMaker = std::function<std::unique_ptr<AsicDriver>()>;
 Asic::HardwareMaker drivenByTheLog(DriverMaker makeDriver);
 

@@ -24,7 +24,8 @@ namespace Hardware {
 class SimulatedAsic : public AsicDriver {
  public:
   static constexpr std::size_t kMaxEntryBytes = 64;
-  // As many as a unit's configuration table can hold rows, deleted ones included.
+  // Entries of a unit's table: as many as its configuration table can hold rows, deleted ones
+  // included.
   static constexpr std::uint32_t kCapacity = 2 * Asic::Constants::kUnitCapacity;
 
   explicit SimulatedAsic(std::uint32_t capacity = kCapacity) : capacity_(capacity) {}

@@ -110,8 +110,8 @@ void GroupLog::readPending() {
   }
 }
 
-// The scratchpad goes from the last row of the operation before to the last row of this one, so
-// whoever goes by it sees all of the rows or none.
+// The scratchpad goes from the last row of the operation before to the last row of this one, so a
+// process that goes by it sees all of the rows or none.
 void GroupLog::addGroupLogEntry(SwTableId tableId, LogVersion version,
                                 const Pell::Ptr<NeededEntry const>& neededEntry) {
   ZEV_TRACE(trace, 8, kClass, "tableId: {} version: {} neededEntry: {}", tableId, version,

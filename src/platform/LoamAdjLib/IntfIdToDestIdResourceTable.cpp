@@ -191,7 +191,7 @@ void ResourceTable::targetIs(Wirex::IntfId intfId, Target target) {
   reviewLater(held);
 }
 
-// One that is retired already has been in use since no more than it was then.
+// A destination that is retired already keeps its record: nothing has come to use it since.
 void ResourceTable::retire(Record& record, const DestId& destId) {
   if (destId != DestId() &&
       std::ranges::find(record.retired, destId, &Retired::destId) == record.retired.end()) {
@@ -281,7 +281,7 @@ ResourceTable::Record* ResourceTable::nextRecord() {
   return hasDueRoomWait() ? roomWaits_.begin()->second : nullptr;
 }
 
-// Whoever throws has been told.
+// A subscriber that throws has been told.
 void ResourceTable::tellNext() {
   if (publication_->delivery.tellNext()) {
     return;

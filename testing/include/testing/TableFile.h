@@ -28,7 +28,7 @@ inline void writeFile(const std::string& path, const Bytes& bytes) {
       .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-// Changes bytes of a file in place, under the eyes of whoever has mapped it.
+// Changes bytes of a file in place, under the eyes of the processes that have mapped it.
 template <typename Word>
 Word wordAt(const std::string& path, std::uint64_t offset) {
   Word word{};

@@ -13,8 +13,8 @@ namespace testing_support {
 // A fresh folder in shared memory, for the state of one test. A test may remove it and make it
 // anew.
 //
-// Kind: scope guard: the folder and all that is in it go with it. What a process leaves that is
-// killed goes at the first use by a later process of the same user.
+// Kind: scope guard: its destructor removes the folder with everything in it. A killed process
+// leaves its folder behind; the first use by a later process of the same user removes it.
 class TemporaryRoot {
  public:
   static constexpr const char* kSharedMemory = "/dev/shm";
@@ -33,8 +33,8 @@ class TemporaryRoot {
   int lock_ = -1;  // descriptor of the file beside the folder, locked
 };
 
-// Removes the folders of that user's ended processes from `parent`; how many there were. A folder
-// stays whose process lives, or a child that it forked since the folder was made.
+// Removes from `parent` the folders that ended processes of that user have left, and returns their
+// number. A folder stays while its process lives, or a child that the process has forked since.
 std::size_t sweepTemporaryRoots(const Pell::String& parent, uid_t owner);
 
 }  // namespace testing_support

@@ -93,7 +93,7 @@ class Reader {
   Pell::Ptr<Vanta::EntityManager> entityManager_;
 };
 
-// The file behind a collection, for damage done under the eyes of whoever has mounted it.
+// The file behind a collection, for damage done under the eyes of those that have mounted it.
 template <typename Row>
 class RowFile {
   using Traits = Glint::RowTraits<Row>;
@@ -125,7 +125,7 @@ class RowFile {
     const std::uint32_t slot = slotOf(key);
     glint_test::flipBit(path_, 8 * (offsets_.row(slot, seqOf(slot).copy()) + 20));
   }
-  // One bit of the word that says what the slot holds: whoever comes by it is told.
+  // One bit of the word that says what the slot holds: every reader that meets it is told.
   void damageSlot(std::uint32_t slot) const { glint_test::flipBit(path_, 8 * offsets_.slot(slot)); }
 
  private:

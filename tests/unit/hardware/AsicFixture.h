@@ -121,7 +121,7 @@ class AsicFixture : public testing_support::LeakCheckedTest {
   void logScratchpad(std::uint64_t version) {
     harness_.log().tableEntryLog()->entryLogConfig().control().scratchpadIs(version);
   }
-  // Behind the back of who has it mounted; the writer's next change makes it whole.
+  // The damage is unseen by those that have it mounted; the writer's next change makes it whole.
   void damageLogScratchpad() {
     const std::string path = harness_.log().tableEntryLog()->entryLogConfig().filePath();
     for (const std::uint64_t copy : {0U, 1U}) {
@@ -130,8 +130,8 @@ class AsicFixture : public testing_support::LeakCheckedTest {
                      copy * sizeof(Glint::ScratchpadSlot::Copy)));
     }
   }
-  // Flips a bit in the key's row of the configuration table in that file, behind the back of who
-  // has it mounted.
+  // Flips a bit in the key's row of the configuration table in that file, unseen by those that have
+  // it mounted.
   static void damageRowOf(const std::string& path, std::uint32_t fecId) {
     const testing_support::TablePlaces places(path);
     for (const std::uint32_t slot : places.liveSlots()) {
@@ -160,7 +160,7 @@ class AsicFixture : public testing_support::LeakCheckedTest {
     });
     return content;
   }
-  // The same of what is committed.
+  // Key and mark of all that is committed for the unit.
   std::map<std::uint32_t, std::uint32_t> committed(std::uint16_t unit = 0) {
     std::map<std::uint32_t, std::uint32_t> content;
     EXPECT_TRUE(Glint::walkOverDamage(config(unit), [&](const auto& row) {

@@ -27,7 +27,7 @@ class FecTableLogRoomException : public std::runtime_error {
 // Ownership: holds its mounts; their contents outlive it.
 // Threads: the event loop's; other processes read the tables.
 // Invariants: every change gets a version one above the last, across all units. A change is
-// written in the order configuration rows, log row, scratchpad, group log, so whoever sees a
+// written in the order configuration rows, log row, scratchpad, group log, so a process that sees a
 // version in the scratchpad finds its rows. A deleted entry keeps its row, marked, until the log is
 // cleaned up past its deletion.
 class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase> {
@@ -113,7 +113,7 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
   void cleanupEntryLog(Asic::LogVersion version);
   // Removes the rows of the unit that a deletion up to the version has marked and that no log row
   // speaks for: nothing else would remove them. Where damage hides whether there is a log row, the
-  // marked one stays. Linear in the unit's rows.
+  // marked row stays. Linear in the unit's rows.
   void sweepOrphans(Asic::UnitId unitId, Asic::LogVersion applied) const;
   // Argument of the last cleanup; 0: none has run in this process.
   Asic::LogVersion prevTableVersion() const { return prevTableVersion_; }
@@ -126,7 +126,7 @@ class FecTableEntryLog : public Zev::Typed<FecTableEntryLog, Asic::EntryLogBase>
   FecTableDataModelLogEntry entry(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
   // True when the key has a row that is not deleted.
   bool entryHas(const FecTableDataModelEntryKey& key, Asic::UnitId unitId) const;
-  // Of a deleted row too; the default keys when the key has no row.
+  // The resource keys of the key's row, deleted or not; the default keys when the key has no row.
   FecTableDataModelResourceKeys entryRsrcKeys(const FecTableDataModelEntryKey& key,
                                               Asic::UnitId unitId) const;
   // One look at the key's row, for several of the questions above.

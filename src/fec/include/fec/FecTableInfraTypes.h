@@ -62,7 +62,7 @@ class FecTableEntryWrapper : public Zev::Typed<FecTableEntryWrapper> {
   void finalizeOnSuccess(const Pell::Ptr<FecTableSwTable>& swTable, bool isDeleted);
   bool finalizeOnFailure(const Pell::Ptr<FecTableSwTable>& swTable, bool isDeleted);
 
-  // A FEC entry carries no client data beside its fields: does nothing.
+  // An FEC entry carries no client data beside its fields: does nothing.
   void retrieveClientData() {}
 
  private:

@@ -107,7 +107,7 @@ class FecTableIntfIdToDestIdLinkage
   // 0 not yet resolved, 3 success (also: no resource needed, null wrapper), 5 failure. A handle in
   // any state beyond 5 stops the process.
   EntryState entryResolutionState(const Pell::Ptr<FecTableEntryWrapper const>& entry) const;
-  // What the entry's destination itself waits for; never null, empty without a handle.
+  // The versions that the entry's destination needs; never null, empty without a handle.
   Pell::Ptr<Asic::NeededEntry> getNeededEntrySet(
       const Pell::Ptr<FecTableEntryWrapper const>& entry) const;
 

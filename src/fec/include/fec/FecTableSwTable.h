@@ -34,13 +34,13 @@ class SwTableEntries_py;
 //
 // Ownership: held by the table interface and by the group's set of tables. Holds its helper, its
 // linkage, and everything that is pending. Its entries in the resolver's queue do not hold it: a
-// table that ends takes them out, also in the middle of the resolver's walk. They are never
-// answered then, and what depends on them waits on.
+// table that ends takes them out, also in the middle of the resolver's walk. Those requests are
+// never answered, and operations that depend on them go on waiting.
 // Threads: the event loop's.
 // Handlers, hooks and observers may call any operation, and may drop the last reference to the
-// table. Observers do not throw. Response handlers and hooks may throw: what they interrupt is
-// finished first (the report answers every handle that is due; the commit answers its request,
-// which a hook that throws makes fail, and looks at the suspend flag), and then the first exception
+// table. Observers do not throw. Response handlers and hooks may throw. The work that they
+// interrupt is finished first: a report answers every handle that is due; a commit answers its
+// request (as failed, if a hook threw) and looks at the suspend flag. Then the first exception
 // passes on to the event loop. Answers come in the order of their versions, also when an observer
 // or a handler reports again.
 // Invariants: a mutator publishes its attribute only when the value has changed, after it has.
@@ -101,10 +101,11 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
 
   // Reads of what is committed alone: the unit's rows in shared memory. Damage that they meet is
   // handed to the map of the rows; a damaged row counts as absent.
-  // The key's row; a deleted entry keeps its row, marked, until the hardware has applied that.
+  // The key's row; a deleted entry keeps its row, marked, until the hardware has applied the
+  // deletion.
   std::optional<Row> row(Key const& key) const;
   bool hasRow(Key const& key) const { return row(key).has_value(); }
-  // Marked ones too. Constant time.
+  // Rows of the unit, those marked deleted included. Constant time.
   std::uint32_t rows() const { return config()->swTableEntries().rowCount(); }
   // Calls visit(row) for each committed entry, with a copy, in the order of the rows; visit may
   // call any operation. True: it has met every entry that stayed committed. False: damage has
@@ -213,8 +214,8 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   void transientVersionForKeyIs(Key const& key, Asic::EntryVersion const& version);
   void transientVersionForKeyDel(Key const& key);
   void transientVersionForKeyDelAll();
-  // The number of remove-alls that wait, less one: invalid (all ones) while there is none. One that
-  // fails goes on counting.
+  // The number of remove-alls that wait, less one: invalid (all ones) while there is none. A
+  // remove-all that fails stays counted.
   Asic::MajorVersion transientRemoveAllVersion() const { return transientRemoveAllVersion_; }
   void transientRemoveAllVersionIs(Asic::MajorVersion version);
 
@@ -232,8 +233,8 @@ class FecTableSwTable : public Zev::Typed<FecTableSwTable, FecTableDataModelSwTa
   void entryHandleInLogDelAll();
   std::uint32_t entryHandlesInLog() const { return entryHandleInLog_.size(); }
 
-  // Gives the wrapper its resource handle: a fresh request with refresh, the one that the entry's
-  // usage record holds without.
+  // Gives the wrapper its resource handle: with `refresh` the handle of a new request, otherwise
+  // the one that the entry's usage record holds.
   void setRsrcPtrs(const Pell::Ptr<FecTableEntryWrapper>& wrapper, bool refresh);
   // Versions of other tables that must be applied before the entry; null when no linkage has any
   // (the FEC linkage always has).

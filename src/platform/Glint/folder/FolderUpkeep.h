@@ -27,7 +27,8 @@ inline constexpr std::string_view kKeptInfix = ".damaged-";
 // ZevGlint::MountException; then there is no copy.
 Pell::String keepCopy(const Pell::String& folder, const Pell::String& fileName);
 
-// Renames the file, whatever it is, to such a name, and returns the name. As keepCopy().
+// Renames the file, whatever it is, to a free name of that kind, and returns the name. Conditions
+// and errors are those of keepCopy().
 Pell::String setAside(const Pell::String& folder, const Pell::String& fileName);
 
 }  // namespace Glint

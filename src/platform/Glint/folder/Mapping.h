@@ -9,7 +9,7 @@ namespace Glint {
 
 // Owner of one mapping of memory.
 //
-// Kind: move-only value; what is null owns nothing.
+// Kind: move-only value; a null one owns nothing.
 class Mapping {
  public:
   enum class Access { read, write };
@@ -24,11 +24,11 @@ class Mapping {
   }
   ~Mapping();
 
-  // The file's first bytes, shared with whoever maps it; the descriptor may be closed afterwards.
-  // Null when it cannot be, and errno says why.
+  // The file's first bytes, shared with every process that maps it; the descriptor may be closed
+  // afterwards. Null on failure; errno says why.
   static Mapping ofFile(int fd, std::size_t bytes, Access access);
-  // So much memory of this process alone, zeroed, which costs something only where it is written.
-  // Null when it cannot be, and errno says why.
+  // Zeroed memory of this process alone, which costs something only where it is written. Null on
+  // failure; errno says why.
   static Mapping ofOwnMemory(std::size_t bytes);
 
   explicit operator bool() const { return base_ != nullptr; }

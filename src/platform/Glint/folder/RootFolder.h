@@ -33,14 +33,14 @@ class UniqueFd {
   int fd_ = -1;
 };
 
-// The lock file, a name below the root folder: whoever has a write lock on the whole of it is the
-// writer.
+// The lock file's name below the root folder. The process that has a write lock on the whole file
+// is the writer.
 inline constexpr const char* kWriterLockName = ".writer";
 struct flock wholeFileForWriting();
 // What the holder of the lock wrote about itself into the open lock file.
 Pell::String writerLockHolder(const UniqueFd& lockFile);
 
-// Of every file that is made below a root folder.
+// The mode of every file that is made below a root folder.
 inline constexpr mode_t kFileMode = 0640;
 
 // Held for as long as this process may write below a root folder.

@@ -13,11 +13,11 @@
 // The bytes of a shared table file: constants, words and offsets. docs/format/shared-tables.md
 // describes the same for readers in other languages; the golden-bytes tests compare the two.
 //
-// Every word that is stored by itself carries a check, so that one flipped bit in it is always
-// seen where the word is read: the check of a word is the top bits of a product, and a flip moves
-// the product by a multiple of a constant whose every window of that many bits is neither all
-// zeros nor all ones (kFlipsAlwaysShow). No check maps an all-zero word to itself, so zeroed
-// pages are seen too.
+// Every word that is stored by itself carries a check, so that one flipped bit always shows where
+// the word is read. The check is the top bits of the product of the word's value and a constant. A
+// flipped bit of the value adds the constant, shifted to that bit, to the product, or takes it
+// away. The top bits then change, because the shifted constant has neither only zeros nor only ones
+// there (flipsAlwaysShow()). An all-zero word does not match its check, so zeroed pages show too.
 
 namespace Glint {
 

@@ -53,8 +53,8 @@ inline void fenceBeforeSecondLook() { std::atomic_thread_fence(std::memory_order
 #pragma GCC diagnostic pop
 #endif
 
-// The checksum of a row, given as its words with, last, the seq that publishes it. Flattened: with
-// the length known, what the compiler would keep outside falls away.
+// The checksum of a row, given as its words with, last, the seq that publishes it. Flattened, so
+// that the library's code for other lengths is dropped.
 template <typename Word, std::size_t kExtent>
 [[gnu::flatten]] inline std::uint64_t checksumOf(std::span<Word, kExtent> sealed) {
   return XXH3_64bits(sealed.data(), sealed.size_bytes());
@@ -91,10 +91,10 @@ inline void fillCopy(std::uint64_t* copy, SealedRow<kWords>& row, std::uint64_t 
 
 enum class CopyState { good, changed, damaged };
 
-// Copies a row out, word by word, and says whether it is the one that was published under `seq`:
-// all that decides whether bytes in a table are a row asks this. `sealed` has room for the row and
-// one word more. The copying done, `isUnchanged` is asked whether what leads to the copy is as it
-// was.
+// Copies a row out, word by word, and says whether it is the one that was published under `seq`.
+// Nothing else decides whether bytes in a table are a row. `sealed` has room for the row and one
+// word more. After the copying, `isUnchanged` says whether the words that led to the copy have
+// stayed as they were.
 template <std::size_t kExtent, typename IsUnchanged>
 inline CopyState judgeCopy(const std::uint64_t* copy, std::uint64_t seq,
                            std::span<std::uint64_t, kExtent> sealed, IsUnchanged&& isUnchanged) {
@@ -110,7 +110,7 @@ inline CopyState judgeCopy(const std::uint64_t* copy, std::uint64_t seq,
   return checksumOf(sealed) == checksum ? CopyState::good : CopyState::damaged;
 }
 
-// The same of a copy that nobody changes, or of which it does not matter.
+// judgeCopy() for a copy that no writer changes, or whose change does not matter.
 template <std::size_t kExtent>
 inline bool checksOut(const std::uint64_t* copy, std::uint64_t seq,
                       std::span<std::uint64_t, kExtent> sealed) {

@@ -15,7 +15,7 @@ namespace Glint {
 // The parts of one mapped table file, found from its sealed header.
 //
 // Kind: value type: pointers into the mapping, which it does not own, and its own copy of the
-// sealed header, so that damage done to that one later changes nothing.
+// sealed header, so that later damage to the header in the file changes nothing.
 // Invariants: slot numbers are below fixed().slotCount; only slots below slotsInUse are backed by
 // reserved memory, so no other slot may be touched.
 class TableView {
@@ -49,7 +49,7 @@ class TableView {
   bool canBeInUse(Counter slots) const {
     return slots.valid() && slots.value() <= fixed_.slotCount;
   }
-  // Of the row in the copy that `seq` names, whether it checks out or not.
+  // The key bits of the row in the copy that `seq` names, whether the row checks out or not.
   std::uint64_t keyBits(std::uint32_t slot, Seq seq) const {
     return keyBitsOf(loadRelaxed(copyAt(slot, seq.copy())[1]), fixed_.keyBytes);
   }

@@ -15,7 +15,7 @@ namespace Glint {
 // Kind: value type.
 struct Verification {
   struct DamagedSlot {
-    std::size_t finding;  // which of the findings tells of it
+    std::size_t finding;  // its index in the findings
     std::uint32_t slot;
   };
 

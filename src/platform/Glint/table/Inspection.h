@@ -27,7 +27,7 @@ struct Inspection {
 
   struct DamagedSeq {
     std::uint32_t slot;
-    std::size_t finding;  // which of `structure` tells of it
+    std::size_t finding;  // its index in `structure`
   };
 
   // Findings that no kill of a writer explains: a link, a seq, a counter, reachability.
@@ -67,8 +67,8 @@ Inspection inspect(const TableView& view);
 // readable.
 Pell::String sealedHeaderFinding(const FixedHeader& header, std::uint64_t fileBytes);
 
-// Reads the sealed header of an open file of that length, and says the same of it; a file too short
-// for a header, or that cannot be read, is a finding as well.
+// Reads the sealed header of an open file of that length, and says what is wrong with it. A file
+// that is too short for a header, or that cannot be read, is a finding as well.
 Pell::String readSealedHeader(int fd, std::uint64_t fileBytes, FixedHeader& header);
 
 // Says how a file differs from the one that a mount of `fileName` with `layout` needs; the text is

@@ -15,8 +15,8 @@
 //
 // This file has what is not about one row: creation and mount, the free slots, the counters, the
 // scratchpad, and what is done about damage. A damaged row's slot is retired: it leaves the index
-// and is never used again, its bytes stay for whoever looks into it. A damaged index is rebuilt
-// from the slots; meanwhile the generation is odd and readers scan the slots instead.
+// and is never used again, but its bytes stay for an inspection. A damaged index is rebuilt from
+// the slots; meanwhile the generation is odd and readers scan the slots instead.
 
 #include "table/Table.h"
 

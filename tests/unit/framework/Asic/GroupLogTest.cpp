@@ -428,8 +428,8 @@ TEST_F(GroupLogTest, RequestsFitBelowTheNominalCapacityAndNotAtIt) {
   EXPECT_TRUE(log_->requestsFit());
 }
 
-// A client cannot fill the log: whoever asks before each commit is stopped after the operation that
-// passes the bound, however many versions it needs, and there is room left for a re-drive.
+// A client cannot fill the log: one that asks before each commit is stopped after the operation
+// that passes the bound, however many versions it needs, and there is room left for a re-drive.
 TEST_F(GroupLogTest, RequestsThatNeedThousandsOfTablesNeverFillTheSlots) {
   const auto needed = needs(65536);
   std::uint64_t committed = 0;

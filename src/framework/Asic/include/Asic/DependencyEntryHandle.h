@@ -10,7 +10,7 @@ namespace Asic {
 // Handle of one operation, as another operation that depends on it sees it.
 //
 // Kind: object with identity.
-// Ownership: held by who made the request and by every operation that depends on it.
+// Ownership: held by the requester and by every operation that depends on it.
 // Threads: the event loop's.
 class DependencyEntryHandle : public Zev::NotifyingObject {
  public:
@@ -24,7 +24,7 @@ class DependencyEntryHandle : public Zev::NotifyingObject {
  protected:
   // An equal state publishes nothing. Observers hear of the state once it is set; they only mark
   // work, and nothing reacts inside the call. An exception of an observer goes to the caller, and
-  // the observers after it do not hear.
+  // the observers after it do not hear of the change.
   void entryStateSet(EntryState state);
 
  private:

@@ -108,7 +108,7 @@ class GroupLog : public Zev::Typed<GroupLog, GroupLogInterface> {
   // Rows that may be added beyond the nominal capacity, which belongs to requests whether or not
   // they have used it. Grows with each report.
   std::uint32_t redriveRoom() const;
-  // The same when nothing waits for the hardware, which is its largest value.
+  // redriveRoom() when nothing waits for the hardware: its largest value.
   std::uint32_t redriveRoomAtMost() const { return logMap().slotCount() - logMap().capacity(); }
 
   Glint::GlintMapBase& versionsMap() const { return versions_->appliedVersions(); }

@@ -25,13 +25,13 @@ namespace Asic {
 class GroupLogRow {
  public:
   static constexpr std::uint32_t kNeededPerRow = 8;
-  // Marks, in the same word as the count. Of the rows of one operation all but the last are marked
-  // continued, and all but the first as continuations: so that the remaining rows of an incomplete
-  // set are not taken for a separate operation.
+  // Marks, in the same word as the count. Of the rows of one operation, all but the last are marked
+  // as continued and all but the first as continuations, so that what is left of an incomplete
+  // operation is not taken for another one.
   static constexpr std::uint32_t kContinued = 1U << 31;
   static constexpr std::uint32_t kContinuation = 1U << 30;
 
-  // Rows of an operation that needs that many versions; none takes a row too.
+  // Number of rows for that many needed versions, at least 1.
   static constexpr std::uint64_t rowsFor(std::uint64_t neededVersions) {
     return neededVersions == 0 ? 1 : (neededVersions + kNeededPerRow - 1) / kNeededPerRow;
   }
@@ -51,7 +51,7 @@ class GroupLogRow {
   bool isContinued() const { return (countAndMarks_ & kContinued) != 0; }
   // The row belongs to the operation of the row before.
   bool isContinuation() const { return (countAndMarks_ & kContinuation) != 0; }
-  // False for a count that no writer leaves; needed() must not be asked then.
+  // False for a count that no writer leaves; needed() must not be called then.
   bool isPlausible() const { return neededCount() <= kNeededPerRow; }
   std::uint32_t neededCount() const { return countAndMarks_ & ~(kContinued | kContinuation); }
   TableVersion needed(std::uint32_t at) const {

@@ -18,14 +18,14 @@ namespace Asic {
 // Kind: object with identity, one per group.
 // Ownership: holds its entries; refers to the loop, which outlives it.
 // Threads: the event loop's.
-// Invariants: a generation is walked in turns of its own, never inside a call. A walk takes the
-// entries in queue order and asks each isResolved() and, if so, at once has it committed; what is
-// not resolved stays where it is. Entries that arrive during a walk wait for the next one. One
-// turn looks at no more than kEntriesPerTurn entries and ends with the entry that makes it
-// kRowsPerTurn rows of shared memory touched, so that other turns are not starved. What an entry
-// throws ends the turn and goes to the loop, and the walk goes on behind that entry in the
-// next turn: an entry that threw in isResolved() waits on; one that threw in commitEntry() leaves
-// the queue, because its commit has begun and a second one could log and answer it twice.
+// Invariants: a generation is walked in turns of its own, never inside a call. A walk asks each
+// entry isResolved(), in queue order, and commits a resolved entry at once; an unresolved entry
+// keeps its place. Entries that arrive during a walk wait for the next one. One turn looks at no
+// more than kEntriesPerTurn entries, and ends with the entry that brings the number of touched rows
+// of shared memory to kRowsPerTurn, so that other turns are not starved. An exception of an entry
+// ends the turn and goes to the loop, and the walk goes on behind that entry in the next turn. An
+// entry that threw in isResolved() goes on waiting. An entry that threw in commitEntry() leaves the
+// queue: its commit has begun, and a second one could log and answer it twice.
 class GroupResolver : public Zev::Typed<GroupResolver, Zev::NotifyingObject> {
  public:
   static constexpr const char* kTypeName = "Asic::GroupResolver";

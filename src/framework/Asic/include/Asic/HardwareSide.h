@@ -15,8 +15,8 @@
 
 namespace Asic {
 
-// Where the tables' writer runs. One on this thread is at rest whenever the hardware looks; one in
-// another process may be between any two of its stores.
+// Where the tables' writer runs. A writer on this thread is at rest whenever the hardware looks; a
+// writer in another process may be between any two of its stores.
 enum class Writer : std::uint8_t { onThisThread, elsewhere };
 
 // What a comparison of the hardware with the tables found and mended, in entries of all units.
@@ -29,11 +29,11 @@ struct Resynchronisation {
 
 // The hardware of one group of tables, as the agent sees it.
 //
-// It takes the operations of the group's tables in group order. One is applied when every version
-// that it needs has been applied, and every earlier operation of its own table has; so the order in
-// which it is announced is always an order in which it may be applied. What the logs do not tell
-// any more is made good by a comparison with the configuration rows, which goes no further than
-// what may be applied.
+// It takes the operations of the group's tables in group order. An operation is applied when every
+// version that it needs and every earlier operation of its own table have been applied. So the
+// order of the announcements is always an order in which the operations may be applied. When the
+// logs do not tell enough, the hardware is compared with the configuration rows, as far as
+// operations may be applied.
 //
 // Kind: interface; the agent holds one for the group, or another process does.
 // Threads: one.
@@ -41,14 +41,14 @@ struct Resynchronisation {
 // by the rows that it touches.
 // Errors: none is thrown. Hardware that takes no change keeps its applied version where it is and
 // says why (fault()); the same change is tried again by the next step. Until it is taken,
-// operations of other tables that come behind it may wait too.
+// later operations of other tables may wait too.
 class HardwareSide {
  public:
-  // What the clean-up after the report of a write touches: its log row twice, its group row.
+  // Rows that the clean-up of a reported write touches: its log row twice, its group row.
   static constexpr std::uint64_t kRowsOfACleanup = 3;
-  // The same of a deletion, beside that: its configuration row twice.
+  // Further rows that the clean-up of a reported deletion touches: its configuration row twice.
   static constexpr std::uint64_t kRowsOfADeletion = 2;
-  // What one write counts in a step: its group row, its log row, and its clean-up.
+  // Rows that a write counts in a step: its group row, its log row, and its clean-up.
   static constexpr std::uint64_t kRowsOfAWrite = 2 + kRowsOfACleanup;
 
   HardwareSide() = default;
@@ -56,11 +56,11 @@ class HardwareSide {
   HardwareSide& operator=(const HardwareSide&) = delete;
   virtual ~HardwareSide() = default;
 
-  // Goes on with a resynchronisation that has begun, then takes what is new in the group log and
-  // applies what can be applied, until nothing is left, the hardware takes no more, or the work of
-  // so many rows (at least 1) is done: rows touched here, and rows that the clean-up after the
-  // report will touch. One operation, or one row, is begun as long as any of it is left, and
-  // finished. True when it stopped for the budget.
+  // Continues a resynchronisation that has begun, then takes and applies new operations. Stops when
+  // nothing is left, when the hardware takes no more, or after the work of `rows` rows (at least
+  // 1): rows touched here, and rows that the clean-up after the report will touch. As long as any
+  // of that work is left, one more operation or row is begun, and then finished. True when the rows
+  // were used up.
   virtual bool step(std::uint32_t rows) = 0;
 
   // Takes what has been announced, and then compares every configuration row that may be applied by
@@ -69,19 +69,18 @@ class HardwareSide {
   // not take all, zeros are returned, and the steps that follow do the rest.
   virtual Resynchronisation resynchronise() = 0;
 
-  // Up to where each table has been applied.
+  // The version up to which each table has been applied.
   virtual const std::map<SwTableId, LogVersion>& appliedVersions() const = 0;
   // 0 for a table of which nothing has been applied.
   LogVersion appliedVersion(SwTableId tableId) const;
-  // The version of the first deletion of a whole table behind `from`; `to` when there is none up to
-  // that. A report that tells of one tells of nothing behind it, so that its clean-up is one turn.
-  // Costs a look at each version.
+  // The version of the first deletion of a whole table after `from`, or `to` if there is none up to
+  // `to`. A report ends there, so that the clean-up takes one turn. Costs a look at each version.
   virtual LogVersion upToTableDeletion(TableVersion from, LogVersion to) const = 0;
 
   // Verification: what the hardware holds of a unit's table. Entries are the bytes of the log rows'
   // entries; keys are their numbers.
 
-  // Copies the entry of that key, which has that many bytes. False: it holds none.
+  // Copies the entry of that key; `bytes` is as long as the entry. False: the hardware holds none.
   virtual bool entry(SwTableId tableId, UnitId unitId, std::uint64_t key,
                      std::span<std::byte> bytes) const = 0;
   using VisitEntry = std::function<void(std::uint64_t key, std::span<const std::byte> bytes)>;
@@ -96,8 +95,8 @@ class HardwareSide {
   virtual Pell::String fault() const = 0;
 };
 
-// Makes the hardware side of an agent, whose tables are there by then: those of the units in the
-// state folder. Throws ZevGlint::MountException when one is not there.
+// Makes the hardware side of an agent. By then the tables of the units are in the state folder.
+// Throws ZevGlint::MountException when one is missing.
 using HardwareMaker = std::function<std::unique_ptr<HardwareSide>(
     const Pell::String& stateFolder, const std::vector<UnitId>& unitIds, Writer writer)>;
 

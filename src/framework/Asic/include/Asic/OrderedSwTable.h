@@ -32,7 +32,7 @@ class OrderedSwTable : public SwTableBase {
     LogVersion logVersion() const { return logVersion_; }
     void logVersionIs(LogVersion version) { logVersion_ = version; }
 
-    // Called with this handle when the operation is applied or has failed; empty: nobody asks.
+    // Called with this handle when the operation is applied or has failed; empty: there is none.
     const ResponseHandler& responseHandler() const { return responseHandler_; }
     void responseHandlerIs(ResponseHandler handler) { responseHandler_ = std::move(handler); }
 

@@ -12,8 +12,8 @@ namespace Asic {
 //
 // Threads: the event loop's.
 // Invariants: an observer hears of a flag when it has its new value. Observers may drop the last
-// reference to the status. What one throws goes to whoever set the flag, and keeps the observers
-// behind it from hearing of that attribute.
+// reference to the status. An exception of an observer goes to the caller that set the flag, and
+// later observers do not hear of the change.
 class OrderedSwTableStatus : public Zev::Typed<OrderedSwTableStatus, Zev::NotifyingObject> {
  public:
   static constexpr const char* kTypeName = "Asic::OrderedSwTableStatus";

@@ -78,7 +78,7 @@ class FecTableDataModelConfigGlintEntry {
   FecTableDataModelEntryKey key() const { return logEntry_.key; }
   const FecTableDataModelLogEntry& logEntry() const { return logEntry_; }
   FecTableDataModelResourceKeys rsrcKeys() const { return {Wirex::IntfId::fromValue(rsrcKeys_)}; }
-  // Of the last change of this row.
+  // The version of the last change of this row.
   Asic::LogVersion version() const { return Asic::LogVersion(version_); }
   // True from the entry's deletion until the deletion is cleaned up.
   bool isDeleted() const { return isDeleted_ != 0; }

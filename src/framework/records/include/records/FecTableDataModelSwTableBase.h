@@ -9,7 +9,7 @@ namespace LoamFec {
 
 // State of a walk over the entries of one FEC software table.
 //
-// Ownership: held by who walks.
+// Ownership: held by the code that walks.
 class FecTableDataModelSwTableIteratorState : public Zev::PtrInterface {
  public:
   // Moves to the next entry and returns it; at the end of the walk the default entry, and atEnd()

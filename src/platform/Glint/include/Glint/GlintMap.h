@@ -76,14 +76,14 @@ class GlintMap : public GlintMapBase {
     bool valid() const { return row_.has_value(); }
     // A copy made when the iterator came to the row; it stays as it was. Valid iterators only.
     const Row& row() const { return *row_; }
-    // To the next row. After an exception: to the first one behind the damaged slot, if
+    // Moves to the next row; after an exception, to the first row behind the damaged slot, if
     // canGoOn().
     void advance();
-    // The same, but looks at no more than that many slots (at least 1). When it returns false and
-    // is not valid, it found no row in them, and the next call goes on behind them.
+    // Like advance(), but looks at no more than `slots` slots (at least 1). When it returns false
+    // and is not valid, it found no row in them, and the next call goes on behind them.
     bool advanceWithin(std::uint32_t slots);
-    // Reads the row's place again. The copy is then that of the row that is there now, or of the
-    // next row if there is none any more. Valid iterators only.
+    // Reads the slot again: the copy becomes its present row, or the next row if the slot is empty.
+    // Valid iterators only.
     void refresh();
     // After an exception: false when the end of the slots is not known.
     bool canGoOn() const { return slot_ != kNowhere; }

@@ -51,7 +51,7 @@ template <typename Map, typename Visit>
   }
 }
 
-// The same, but the first damage ends the walk: visits the rows before it. True: there was none.
+// Visits the rows before the first damaged one, in slot order. True: there was no damage.
 template <typename Map, typename Visit>
 [[nodiscard]] bool walkToDamage(Map& map, Visit&& visit) {
   auto at = map.beforeFirst();

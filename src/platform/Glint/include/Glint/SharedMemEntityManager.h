@@ -42,8 +42,8 @@ class EntityManager : public Zev::Typed<EntityManager> {
 
   explicit EntityManager(const Pell::String& rootFolder);
 
-  // Mounts the entity of that path; an entity mounted there is replaced, and whoever holds the old
-  // one can go on using it. Throws ZevGlint::MountException; then everything is as it was.
+  // Mounts the entity of that path; an entity mounted there is replaced, and code that holds the
+  // old one can go on using it. Throws ZevGlint::MountException; then everything is as it was.
   void doMount(const Pell::String& path, const Pell::String& typeName,
                const ZevGlint::MountInfo& mountInfo);
   // The entity mounted at that path; null if none is.
@@ -83,7 +83,7 @@ Pell::Ptr<Entity> mountEntity(const Pell::Ptr<const Vanta::EntityManager>& entit
   return Pell::dynamicPtrCast<Entity>(manager->getEntity(path));
 }
 
-// The same with the capacity that the entity's type has, Entity::kCapacity.
+// mountEntity() with the capacity of the entity's type, Entity::kCapacity.
 template <typename Entity>
 Pell::Ptr<Entity> mountForWriting(const Pell::Ptr<const Vanta::EntityManager>& entityManager,
                                   const Pell::String& path) {

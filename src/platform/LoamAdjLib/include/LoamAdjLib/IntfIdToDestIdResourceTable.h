@@ -51,10 +51,10 @@ struct DestId {
 // operations that they had logged and released by then have been applied: no hardware entry uses it
 // any more. Later releases do not hold it back.
 //
-// Turns are bounded. An update is told to one subscriber of its handle after the other, and one
-// update after the other; a turn begins no further step when its rows or its steps are used up. So
-// one subscriber that touches many rows has its turn for itself. A report of the hardware costs
-// what it settles, not what waits.
+// Turns are bounded. Updates are told one after the other, and each update to one subscriber after
+// the other. A turn begins no further step when its rows or its steps are used up, so a subscriber
+// that touches many rows has a turn for itself. The cost of a hardware report depends on what it
+// settles, not on what waits.
 class IntfIdToDestIdResourceTableResourceTable
     : public Zev::Typed<IntfIdToDestIdResourceTableResourceTable, Asic::ResourceTableBase> {
  public:
@@ -71,7 +71,7 @@ class IntfIdToDestIdResourceTableResourceTable
 
   // The destination of one interface, as all clients see it.
   //
-  // Ownership: held by the table for good, and by whoever uses it.
+  // Ownership: held by the table for good, and by the code that uses it.
   // Invariants: changes only in a turn of the table's own. Subscribers are told in later turns, and
   // find the handle as it is by then; the next change waits until all have been told. A client that
   // subscribes meanwhile is not told and acknowledges by itself.
@@ -136,8 +136,8 @@ class IntfIdToDestIdResourceTableResourceTable
     virtual void release(const Pell::Ptr<ResourceHandle const>& handle,
                          const Dependency& dependency);
 
-    // Tells how many operations the client may log for an update of the key's handle. It only
-    // looks. Without one: none.
+    // Returns how many operations the client may log for an update of the key's handle. The handler
+    // changes nothing. A client without a handler logs none.
     using UsersHandler = std::function<std::uint32_t(const Key&)>;
     void usersHandlerIs(UsersHandler handler) { usersHandler_ = std::move(handler); }
     std::uint32_t users(const Key& key) const { return usersHandler_ ? usersHandler_(key) : 0; }

@@ -59,8 +59,8 @@ class Subscriber {
 // Threads: one.
 // Invariants: during a delivery any subscriber may be added (it hears the next change), removed (it
 // hears nothing more) or destroyed, and the publisher itself may be destroyed. Adding and removing
-// take constant time on average. Only for a subscriber that was added several times, the next
-// addition is searched for.
+// take constant time on average. Only the removal of a subscriber that was added several times
+// searches for its next addition.
 class Publisher {
  public:
   // A change that is told to one subscriber at a time, in as many calls as there are subscribers.
@@ -126,7 +126,8 @@ class Publisher {
   void recursiveAttributeChange(short attributeId, const void* oldValue) {
     publish(attributeId, nullptr, oldValue);
   }
-  // As attributeChange(), told step by step by who holds the token. Nobody is told in this call.
+  // Like attributeChange(), but the holder of the token tells the subscribers one by one. Nobody is
+  // told in this call.
   PacedDelivery pacedAttributeChange(short attributeId) { return {*this, attributeId}; }
 
  private:

@@ -14,7 +14,7 @@ namespace Zev {
 //
 // Kind: object with static lifetime, one per type, made on first use through trackerOf<T>().
 // Threads: as the counts of the objects: one, in thread-safe-pointer mode any number. A type is
-// first used on the loop's.
+// first used on the loop's thread.
 class AllocationTracker {
  public:
   explicit AllocationTracker(std::string_view typeName);

@@ -33,7 +33,7 @@ class ObjectMemory {
   // `bytes` as in take().
   static void give(void* block, std::size_t bytes) noexcept;
 
-  // Blocks kept of the size that an object of so many bytes has.
+  // Number of blocks kept for objects of that many bytes.
   static std::size_t kept(std::size_t bytes);
 };
 

@@ -19,7 +19,7 @@ class Publisher;
 namespace Zev {
 
 // Base of every object of the platform: counted, typed, and able to tell whether it is live.
-// Classes that objects are made of derive from it through Typed, below.
+// Concrete classes derive from it through Typed, below.
 //
 // Kind: object with identity, made by makeObject<T>() only.
 // Ownership: lives while a Pell::Ptr holds it. It is born with one construction reference, so its
@@ -27,9 +27,9 @@ namespace Zev {
 // pointer it returns.
 // Threads: counts are plain increments unless thread-safe-pointer mode is on.
 // Invariants: once being destroyed it stays so; counted pointers made by a destructor do no harm.
-// An object that has taken notifications ends with its last reference and in no other way: they are
-// off before the first of its destructors begins, so that no destructor has to see to it. One that
-// ends with notifications on stops the process.
+// Notifications of an object are off before its first destructor begins, so that no destructor has
+// to turn them off. An object that has taken notifications ends only with its last reference; one
+// that ends with notifications on stops the process.
 class PtrInterface {
  public:
   PtrInterface(const PtrInterface&) = delete;
@@ -78,9 +78,8 @@ class PtrInterface {
   bool beingDestroyed_ = false;
 };
 
-// What a class that objects are made of derives from, in place of Base: gives it the hook that
-// tells its type record. The record holds the name alone, unless the class has a typeRecord() of
-// its own.
+// Stands between a concrete class and its base, and supplies the hook that returns its type record.
+// The record holds only the name, unless the class has a typeRecord() of its own.
 //
 //   class Door : public Zev::Typed<Door, Zev::NotifyingObject> {
 //    public:

@@ -90,7 +90,7 @@ constexpr std::string_view moduleName(std::string_view path) {
 #define ZEV_TRACE(handle, level, className, ...) \
   ZEV_TRACE_AS(handle, level, className, static_cast<const char*>(__func__), __VA_ARGS__)
 
-// The same under another function's name.
+// ZEV_TRACE under the name of another function.
 #define ZEV_TRACE_AS(handle, level, className, functionName, ...)                        \
   do {                                                                                   \
     if ((handle).enabled(level)) [[unlikely]] {                                          \
