@@ -61,7 +61,7 @@ TableFile fileOf(const std::string& name) {
   return file;
 }
 
-// What a mount says begins with the path, which whoever shows the fault knows already.
+// A mount's text begins with the path, which the reader of the fault knows already.
 std::string withoutPath(const std::string& text, const std::string& path) {
   return text.starts_with(path + ": ") ? text.substr(path.size() + 2) : text;
 }

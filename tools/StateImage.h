@@ -58,15 +58,16 @@ class StateImage {
   const std::vector<TableFile>& tables() const { return tables_; }  // by name
   // Null if there is none.
   const TableFile* table(TableRole role, Asic::UnitId unit = Asic::UnitId()) const;
-  // Tables that are not there though one is that is made after them: an agent makes group log,
-  // applied versions, log and configuration tables, in this order. The last of them first.
+  // Tables that are missing although a table that an agent makes later exists. An agent makes group
+  // log, applied versions, log and configuration tables, in this order. The last of them comes
+  // first.
   std::vector<TableRole> missingTables() const;
   static constexpr const char* kMissingTable =
       "it is missing, but tables that are made after it exist";
   // Files that a killed agent or repair was creating, and copies that a repair has kept; by name.
   const std::vector<std::string>& unfinished() const { return names_.unfinished; }
   const std::vector<std::string>& kept() const { return names_.kept; }
-  // Who holds the writer lock; nothing if nobody does.
+  // The holder of the writer lock; nothing if there is none.
   const std::optional<std::string>& writer() const { return writer_; }
   int looks() const { return looks_; }
 

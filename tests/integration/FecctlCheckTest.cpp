@@ -258,7 +258,7 @@ TEST_F(FecdBesideTest, AFecdThatRunsIsCheckedAndNotRepaired) {
   }
 }
 
-TEST_F(FecctlCheckTest, WhatCannotBeToldExitsWithTwo) {
+TEST_F(FecctlCheckTest, AStateThatCannotBeJudgedExitsWithTwo) {
   for (const char* command : {"check", "repair"}) {
     const Outcome none = fecctl({command, "--state", parent_.path() + "/none"});
     EXPECT_EQ(none.exitCode, kCannot) << command;

@@ -299,7 +299,7 @@ TEST_F(FecdReplayTest, TheTableReadsBackAsJsonRowByRow) {
   EXPECT_EQ(table["log_version"], 1);
 }
 
-TEST_F(FecdReplayTest, DifferencesAreNamedOneALine) {
+TEST_F(FecdReplayTest, DifferencesAreNamedOnePerLine) {
   const std::string links = write("links.json", R"([{"ifname":"eth1","operstate":"UP"}])");
   const std::string nextHops = write(
       "nexthops.json", R"([{"id":7,"gateway":"10.0.0.9","dev":"eth1"},{"id":8,"dev":"eth1"}])");

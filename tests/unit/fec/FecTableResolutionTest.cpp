@@ -152,7 +152,7 @@ TEST_F(GroupLogRoomTest, AFullGroupLogIsTracedBehindAFullEntryLog) {
 }
 
 TEST_F(GroupLogRoomTest, RequestsThatNeedThousandsOfTablesWaitForRoomAndAllFollow) {
-  constexpr std::uint32_t kTables = 65536;  // 8192 rows an operation
+  constexpr std::uint32_t kTables = 65536;  // 8192 rows per operation
   agent_.client().handle("eth1")->contentsAre(State::done, {7, 0, 0}, needs(kTables));
   std::vector<Handle> written;
   for (std::uint32_t fecId = 1; fecId <= 30; ++fecId) {
@@ -269,7 +269,7 @@ TEST_F(FecTableResolutionTest, AWriteIsRetriedUntilItsResourceLeavesStateZero) {
   generation();
   resourceIs("eth1", State::hwWritePending);
   EXPECT_EQ(written->entryState(), State::notResolved);
-  EXPECT_THAT(agent_.client().requests, SizeIs(requestsOfTheWrite + 3)) << "once a generation";
+  EXPECT_THAT(agent_.client().requests, SizeIs(requestsOfTheWrite + 3)) << "once per generation";
   resourceIs("eth1", State::done, 100);
   EXPECT_EQ(written->entryState(), State::hwWritePending);
   EXPECT_THAT(agent_.client().requests, SizeIs(requestsOfTheWrite + 4));

@@ -59,7 +59,7 @@ TEST_F(HardwareTracesTest, AnOperationThatIsBlockedTellsWhatItWaitsFor) {
   EXPECT_THAT(traced(3), ElementsAre("3 LogDrivenHardware::step 03:01:0806@2 waits for "
                                      "03:01:0807@9, applied up to 8; operations behind it: 1"));
   step();
-  EXPECT_EQ(traced(3).size(), 1U) << "once a step";
+  EXPECT_EQ(traced(3).size(), 1U) << "once per step";
   announce(kThird, 9);
   step();
   EXPECT_THAT(traced(3), IsEmpty());

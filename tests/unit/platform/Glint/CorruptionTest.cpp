@@ -366,7 +366,8 @@ class KilledWithinAChange : public CorruptionTest {
       EXPECT_EQ(glint_test::walk(entity->rows()).steps, kRows - 1);
     }
     mountAnew();
-    EXPECT_EQ(generation(), generationBefore + 2) << "for whoever follows the chain at this moment";
+    EXPECT_EQ(generation(), generationBefore + 2)
+        << "for a reader that follows the chain at this moment";
     const Glint::Verification after = Glint::verifyTable(file());
     EXPECT_TRUE(after.clean() && !after.changeInFlight);
     EXPECT_EQ(after.freeSlots, kSlots - (kRows - 1));

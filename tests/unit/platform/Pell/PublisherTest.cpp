@@ -473,9 +473,9 @@ TEST_F(PublisherDeathTest, ASubscriberThatIsWithAnotherPublisherStopsTheProcess)
   EXPECT_DEATH(second.subscriberAdd(*a), "a subscriber of one publisher: it is with another one");
 }
 
-// One subscriber a step.
+// One subscriber per step.
 
-TEST_F(PublisherTest, APacedDeliveryTellsOneAStepInOrder) {
+TEST_F(PublisherTest, APacedDeliveryTellsOnePerStepInOrder) {
   Subscriber first([&](Publisher* publisher, Subscriber* self, short attributeId,
                        const void* element, const void* oldValue) {
     EXPECT_EQ(publisher, publisher_.get());

@@ -311,7 +311,7 @@ TEST_F(TraceProcessDeathTest, TheTimesOfALineAreThoseOfTheTwoClocks) {
               StartsWith("2023-11-14T22:13:20.000006Z 12.345678 3 FecTableSwTable:42 "));
 }
 
-TEST(Trace, TheDefaultSinkReadsEachClockOnceALineAndNoneForALevelThatIsOff) {
+TEST(Trace, TheDefaultSinkReadsEachClockOncePerLineAndNoneForALevelThatIsOff) {
   const TraceRecorder recorder({"TraceTest"}, levels({3}));
   Zev::traceSinkIs({});
   const ClockWatch clocks;
