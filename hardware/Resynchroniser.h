@@ -68,7 +68,7 @@ class Resynchroniser {
  private:
   // True when a configuration row has decided the key, false when its row was above the limit; a
   // key without a row has none.
-  static constexpr std::uint32_t kSalt = 0x5b1e92d7;
+  static constexpr std::uint32_t kSalt = 0x9c27f1a3;
   using Decided = Pell::HashMap<FecKey, bool, LoamFec::FecKeyHash<kSalt>>;
 
   struct Sighting {

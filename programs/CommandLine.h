@@ -11,6 +11,9 @@
 
 namespace Programs {
 
+// Where the tables are without --state.
+inline constexpr const char* kDefaultStateFolder = "/dev/shm/loam-fec";
+
 // For a program that was started with closed standard streams: the next files that it opens would
 // take their numbers, and with them what it says. Now nothing can be read there or written.
 inline void holdClosedStreams() {

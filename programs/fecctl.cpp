@@ -34,7 +34,7 @@ constexpr std::size_t kLinesShown = 200;  // of findings, notes and steps
 constexpr std::size_t kDifferencesShown = 20;
 
 struct Options {
-  std::string stateFolder = "/dev/shm/loam-fec";
+  std::string stateFolder = Programs::kDefaultStateFolder;
   std::uint16_t unit = 0;
   std::size_t limit = kRowsShown;
   std::string linksFile;

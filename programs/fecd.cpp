@@ -31,7 +31,7 @@ constexpr int kBadInput = 2;  // nothing was changed
 constexpr int kNoState = 3;   // the state folder cannot be used
 
 struct Options {
-  std::string stateFolder = "/dev/shm/loam-fec";
+  std::string stateFolder = Programs::kDefaultStateFolder;
   std::vector<std::string> linkFiles;
   std::vector<std::string> nextHopFiles;
   std::vector<std::uint16_t> units = {0};

@@ -589,6 +589,9 @@ MUTANTS = [
 """,
      """Pell::Ptr<Asic::OrderedSwTable::EntryHandle const> FecTableSwTable::updateEntry(Key const& key) {
 """, {"by": "FecTableRestoreTest"}),
+    ("update looks at the row again for its wrapper",
+     "entryWrapperFromLook<Wrapper>(key, committed);", "entryWrapperFromConfig<Wrapper>(key, false);",
+     {"by": "FecTableRestoreTest"}),
     ("table is not held while what is pending is dropped",
      """void FecTableSwTable::elementDelAll(Map& map, short attributeId) {
   const Pell::Ptr<FecTableSwTable> self(this);

@@ -10,6 +10,7 @@
 
 #include "EntryLogFixture.h"
 #include "LinkageFixture.h"
+#include "Zev/WorkMeter.h"
 #include "testing/Printers.h"
 
 namespace {
@@ -470,6 +471,17 @@ TEST_F(UpdateTest, AnUnchangedDestinationLogsNothingAndGivesTheLogsCurrentVersio
   EXPECT_EQ(updated->entryState(), EntryState::hwWritePending);
   EXPECT_EQ(recorder.texts(3),
             Texts{" key: 5, commitToLog: true, no change in logEntry or don't commit to log"});
+}
+
+TEST_F(UpdateTest, TheCommittedRowIsLookedAtOnce) {
+  const auto rowsOfAnUpdate = [this] {
+    const Zev::WorkBudget work(0);
+    (void)table().updateEntry(key(5));
+    return work.used();
+  };
+  EXPECT_EQ(rowsOfAnUpdate(), 1U) << "nothing has changed";
+  resourceShows(EntryState::done, 101);
+  EXPECT_EQ(rowsOfAnUpdate(), 4U) << "the row, and three that are logged";
 }
 
 TEST_F(UpdateTest, AnUnresolvedResourceLogsNothingEvenIfTheLoggedFormWouldChange) {

@@ -242,6 +242,7 @@ class RowAccess {
         return true;
       }
     }
+    static_assert(kSlotAttempts == 65536);
     table_->throwDamagedSlot(slot, "its row changed during every one of 65536 looks");
   }
 
