@@ -148,6 +148,11 @@ class TheTreeStandsAlone(Installed):
             found[program] = [kind for kind, it in kinds.items() if re.search(it, all_of_it)]
         self.assertEqual(found, {"fecd": list(kinds), "fecctl": []})
 
+    def test_the_printers_for_gdb_are_there(self):
+        with open(self.path("share", "loamfec", "loamfec-gdb.py"), "rb") as installed:
+            with open(os.path.join(SOURCE, "share/gdb/loamfec-gdb.py"), "rb") as ours:
+                self.assertEqual(installed.read(), ours.read())
+
     def test_the_headers_are_those_of_the_libraries_and_include_no_others(self):
         root = self.path("include", "loamfec")
         self.assertEqual(sorted(os.listdir(root)), HEADER_FOLDERS)

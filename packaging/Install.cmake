@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 
 # What `cmake --install` installs: the two programs, the libraries that an agent is built on with their
-# headers, and how CMake and pkg-config find them. The installed tree may be moved as a whole: all that
-# stands in it finds the rest by relative paths.
+# headers, how CMake and pkg-config find them, and the printers for gdb. The installed tree may be moved as
+# a whole: all that stands in it finds the rest by relative paths.
 #
 # Components: Programs; Libraries, which the programs need; Development, which needs Libraries.
 
@@ -52,7 +52,7 @@ install(
   DESTINATION ${package_folder}
   COMPONENT Development)
 configure_package_config_file(
-  cmake/LoamFecConfig.cmake.in ${PROJECT_BINARY_DIR}/install/LoamFecConfig.cmake
+  packaging/LoamFecConfig.cmake.in ${PROJECT_BINARY_DIR}/install/LoamFecConfig.cmake
   INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(
   ${PROJECT_BINARY_DIR}/install/LoamFecConfigVersion.cmake
@@ -70,10 +70,15 @@ foreach(library ${installed_libraries})
   get_target_property(name ${library} OUTPUT_NAME)
   string(APPEND link_options " -l${name}")
 endforeach()
-configure_file(cmake/loamfec.pc.in ${PROJECT_BINARY_DIR}/install/loamfec.pc @ONLY)
+configure_file(packaging/loamfec.pc.in ${PROJECT_BINARY_DIR}/install/loamfec.pc @ONLY)
 install(
   FILES ${PROJECT_BINARY_DIR}/install/loamfec.pc
   DESTINATION ${pkgconfig_folder}
+  COMPONENT Development)
+
+install(
+  FILES ${PROJECT_SOURCE_DIR}/share/gdb/loamfec-gdb.py
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/loamfec
   COMPONENT Development)
 
 install(
