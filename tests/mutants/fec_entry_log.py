@@ -328,7 +328,7 @@ MUTANTS = [
     ("deletion that has a log row is swept",
      "    if (!hasLogRow) {\n", "    {\n", {"by": "FecTableLogCleanupTest"}),
     ("orphan is swept while damage hides its log row",
-     "    bool hasLogRow = true;\n", "    bool hasLogRow = false;\n", {"by": "fecAgentTest"}),
+     "    bool hasLogRow = true;\n", "    bool hasLogRow = false;\n", {"by": "AgentTest"}),
     ("sweep ends at the first damage",
      "  (void)Glint::walkOverDamage(unit.swTableEntries(), sweep);\n",
      "  (void)Glint::walkToDamage(unit.swTableEntries(), sweep);\n", {"by": "FecTableLogCleanupTest"}),

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
 FILE = "src/platform/Glint/format/TableView.h"
-TESTS = ["GlintTest", "stateToolsTest", "CrashTest", "FormatTest", "AgentCrashTest"]
+TESTS = ["GlintTest", "StateToolsTest", "CrashTest", "FormatTest", "AgentCrashTest"]
 
 MUTANTS = [
     ("row checks out without its last word",

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
 FILE = "hardware/FecAsic.cpp"
-TESTS = ["simulatedAsicTest"]
+TESTS = ["HardwareTest"]
 
 MUTANTS = [
     ("a refusal is forgotten by an empty flush", """  if (waiting_.empty()) {

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
 FILE = "hardware/LogDrivenHardware.cpp"
-TESTS = ["simulatedAsicTest"]
+TESTS = ["HardwareTest"]
 
 MUTANTS = [
     ("a new comparison keeps what the last one had left", """  resynchroniser_ = nullptr;

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
 FILE = "hardware/Resynchroniser.cpp"
-TESTS = ["simulatedAsicTest"]
+TESTS = ["HardwareTest"]
 
 MUTANTS = [
     ("a full ASIC is given more at once", "if (sighting.held < asic_->capacity()) {", "if (true) {"),

@@ -13,15 +13,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "AsicFixture.h"
+#include "HardwareFixture.h"
 #include "hardware/HardwareTurns.h"
 #include "testing/TraceRecorder.h"
 
 namespace {
 
-using asic_test::kPlenty;
-using asic_test::kUnit0;
 using Hardware::AsicDriver;
+using hardware_test::kPlenty;
+using hardware_test::kUnit0;
 using LoamFec::FecTableConstants;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -62,7 +62,7 @@ class StubbornAsic : public Hardware::SimulatedAsic {
   }
 };
 
-class AsicDriverTest : public asic_test::AsicFixture {
+class AsicDriverTest : public hardware_test::HardwareFixture {
  protected:
   AsicDriverTest() { restart(); }
 
@@ -74,7 +74,7 @@ class AsicDriverTest : public asic_test::AsicFixture {
   }
   void write(std::uint32_t first, std::uint32_t last) {
     for (std::uint32_t fecId = first; fecId <= last; ++fecId) {
-      AsicFixture::write(fecId, fecId);
+      HardwareFixture::write(fecId, fecId);
     }
   }
 
@@ -152,13 +152,13 @@ TEST_F(AsicDriverTest, ARefusalInTheMiddleOfAStepEndsIt) {
 // Another table needs what the hardware has not taken.
 TEST_F(AsicDriverTest, WhatNeedsARefusedVersionWaits) {
   write(1, 2);
-  announce(asic_test::kOther, 1, {fec(2)});
+  announce(hardware_test::kOther, 1, {fec(2)});
   driver_->allowed = 1;
   asic_->step(kPlenty);
-  EXPECT_EQ(applied(asic_test::kOther), 0U);
+  EXPECT_EQ(applied(hardware_test::kOther), 0U);
   driver_->allowed = 1;
   asic_->step(kPlenty);
-  EXPECT_EQ(applied(asic_test::kOther), 1U);
+  EXPECT_EQ(applied(hardware_test::kOther), 1U);
 }
 
 TEST_F(AsicDriverTest, ARefusalIsTracedWithItsReason) {
@@ -199,7 +199,7 @@ TEST_F(AsicDriverTest, WhatNobodyHasCommittedIsTakenOffThoughTheAsicRefusesAtFir
   asic_->step(kPlenty);
   driver_->allowed = 0;
   for (std::uint32_t fecId = 11; fecId <= 100; ++fecId) {
-    config().rowDel(asic_test::FecHarness::key(fecId));
+    config().rowDel(hardware_test::FecHarness::key(fecId));
   }
   asic_->resynchronise();
   EXPECT_TRUE(asic_->resynchronising());
@@ -224,7 +224,7 @@ TEST_F(AsicDriverTest, ARefusalWithinAComparisonEndsTheStep) {
   asic_->step(kPlenty);
   driver_->allowed = 0;
   driver_->batches.clear();
-  config().rowDel(asic_test::FecHarness::key(2));
+  config().rowDel(hardware_test::FecHarness::key(2));
   asic_->resynchronise();
   EXPECT_THAT(driver_->batches, ElementsAre(1U));
   asic_->step(kPlenty);
@@ -233,8 +233,8 @@ TEST_F(AsicDriverTest, ARefusalWithinAComparisonEndsTheStep) {
 
 // Two other tables need what is refused.
 TEST_F(AsicDriverTest, ARefusalEndsTheStepWhoeverElseWaits) {
-  announce(asic_test::kOther, 1, {fec(2)});
-  announce(asic_test::kThird, 1, {fec(2)});
+  announce(hardware_test::kOther, 1, {fec(2)});
+  announce(hardware_test::kThird, 1, {fec(2)});
   write(1, 2);
   driver_->allowed = 1;
   EXPECT_FALSE(asic_->step(kPlenty));
@@ -244,12 +244,12 @@ TEST_F(AsicDriverTest, ARefusalEndsTheStepWhoeverElseWaits) {
   driver_->allowed = SIZE_MAX;
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(asic_->fault(), "");
-  EXPECT_EQ(applied(asic_test::kOther), 1U);
-  EXPECT_EQ(applied(asic_test::kThird), 1U);
+  EXPECT_EQ(applied(hardware_test::kOther), 1U);
+  EXPECT_EQ(applied(hardware_test::kThird), 1U);
 }
 
 TEST_F(AsicDriverTest, ATableThatWaitsForSomethingElseDoesNotCutBatchesShort) {
-  announce(asic_test::kOther, 1, {{asic_test::kThird, Asic::LogVersion(1)}});
+  announce(hardware_test::kOther, 1, {{hardware_test::kThird, Asic::LogVersion(1)}});
   write(1, 3);
   asic_->step(kPlenty);
   EXPECT_THAT(driver_->batches, ElementsAre(3U));
@@ -313,7 +313,7 @@ TEST_F(AsicDriverTest, ANewComparisonForgetsWhatARefusedOneHadLeft) {
 }
 
 // The hardware is full of what is to go: that goes first.
-class FullAsicTest : public asic_test::AsicFixture {
+class FullAsicTest : public hardware_test::HardwareFixture {
  protected:
   FullAsicTest() {
     asic_.reset();
@@ -326,7 +326,7 @@ class FullAsicTest : public asic_test::AsicFixture {
 };
 
 TEST_F(FullAsicTest, AComparisonTakesOffWhatNobodyHasCommittedBeforeItAdds) {
-  config().rowDel(asic_test::FecHarness::key(1));
+  config().rowDel(hardware_test::FecHarness::key(1));
   configRow(3, 7, 2);
   asic_->resynchronise();
   EXPECT_FALSE(asic_->resynchronising());
@@ -336,7 +336,7 @@ TEST_F(FullAsicTest, AComparisonTakesOffWhatNobodyHasCommittedBeforeItAdds) {
 }
 
 TEST_F(FullAsicTest, AComparisonTakesOffWhatWasDeletedBeforeItAddsWhereverTheRowsAre) {
-  config().rowDel(asic_test::FecHarness::key(1));
+  config().rowDel(hardware_test::FecHarness::key(1));
   configRow(3, 7, 2);  // in the slot of key 1, before that of key 2
   configRow(2, 0, 2, true);
   configRow(4, 8, 2);
@@ -352,7 +352,7 @@ TEST_F(FullAsicTest, OneEntryTooManyIsRefusedAndAllOthersAreThere) {
   EXPECT_TRUE(asic_->resynchronising());
   EXPECT_EQ(asic_->fault(), "unit 0: its table is full: 2 of 2 entries");
   EXPECT_EQ(hardware().size(), 2U);
-  config().rowDel(asic_test::FecHarness::key(3));
+  config().rowDel(hardware_test::FecHarness::key(3));
   asic_->resynchronise();
   EXPECT_FALSE(asic_->resynchronising());
   EXPECT_EQ(hardware(), committed());
@@ -381,8 +381,8 @@ TEST_F(AsicDriverTest, WhateverIsRefusedInTheEndTheHardwareIsTheTable) {
           remove(below(20));
           break;
         default:
-          AsicFixture::write(below(20), below(1000));
-          AsicFixture::write(below(20), below(1000));
+          HardwareFixture::write(below(20), below(1000));
+          HardwareFixture::write(below(20), below(1000));
           break;
       }
       driver_->allowed = below(4);

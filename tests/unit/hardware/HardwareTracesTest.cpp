@@ -12,20 +12,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "AsicFixture.h"
+#include "HardwareFixture.h"
 #include "hardware/HardwareTurns.h"
 #include "testing/TraceRecorder.h"
 
 namespace {
 
-using namespace asic_test;
+using namespace hardware_test;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing_support::TraceRecorder;
 
-class HardwareTracesTest : public AsicFixture {
+class HardwareTracesTest : public HardwareFixture {
  protected:
   std::vector<std::string> traced(int highestLevel) {
     std::vector<std::string> lines = traces_.lines(highestLevel);

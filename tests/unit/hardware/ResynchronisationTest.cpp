@@ -6,19 +6,19 @@
 #include <random>
 #include <string>
 
-#include "AsicFixture.h"
+#include "HardwareFixture.h"
 
 namespace {
 
-using asic_test::Content;
-using asic_test::kOther;
-using asic_test::kPlenty;
-using asic_test::kThird;
-using asic_test::kUnit0;
+using hardware_test::Content;
+using hardware_test::kOther;
+using hardware_test::kPlenty;
+using hardware_test::kThird;
+using hardware_test::kUnit0;
 using LoamFec::FecTableConstants;
 using testing_support::FecHarness;
 
-class ResynchronisationTest : public asic_test::AsicFixture {
+class ResynchronisationTest : public hardware_test::HardwareFixture {
  protected:
   // An announcement of a table that nobody knows is lost, so that the next step begins a repair.
   void loseAnAnnouncement() {

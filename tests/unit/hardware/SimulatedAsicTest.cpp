@@ -4,18 +4,18 @@
 // when, and how much in one step. ResynchronisationTest has what it does when the log does not tell
 // enough.
 
-#include "AsicFixture.h"
+#include "HardwareFixture.h"
 
 namespace {
 
-using asic_test::kOther;
-using asic_test::kPlenty;
-using asic_test::kThird;
-using asic_test::kUnit0;
+using hardware_test::kOther;
+using hardware_test::kPlenty;
+using hardware_test::kThird;
+using hardware_test::kUnit0;
 using LoamFec::FecTableConstants;
 using testing_support::FecHarness;
 
-class SimulatedAsicTest : public asic_test::AsicFixture {};
+class SimulatedAsicTest : public hardware_test::HardwareFixture {};
 
 TEST_F(SimulatedAsicTest, AppliesWritesAndDeletesInLogOrder) {
   write(1, 11);
@@ -258,10 +258,10 @@ TEST_F(SimulatedAsicTest, AVersionThatIsAppliedIsWaitedForByNobodyAndTheNextOneI
   writeThatNeeds(3, 33, kOther, 6);
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(applied(kOther), 5U);
-  EXPECT_EQ(hardware(), (asic_test::Content{{1, 11}, {2, 22}}));
+  EXPECT_EQ(hardware(), (hardware_test::Content{{1, 11}, {2, 22}}));
   announce(kOther, 6);
   EXPECT_FALSE(asic_->step(kPlenty));
-  EXPECT_EQ(hardware(), (asic_test::Content{{1, 11}, {2, 22}, {3, 33}}));
+  EXPECT_EQ(hardware(), (hardware_test::Content{{1, 11}, {2, 22}, {3, 33}}));
 }
 
 TEST_F(SimulatedAsicTest, EveryTableThatIsNeededMustHaveComeThatFar) {

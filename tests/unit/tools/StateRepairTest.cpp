@@ -454,7 +454,7 @@ TEST_F(StateRepairTest, AStateInUseIsLeftAloneAndItsUserNamed) {
   for (const RepairReport& report : {planRepair(folder()), carryOutRepair(folder())}) {
     EXPECT_EQ(report.outcome, Outcome::cannot);
     EXPECT_THAT(report.why, AllOf(HasSubstr("in use by"), HasSubstr("process "),
-                                  HasSubstr("(stateToolsTest)")));
+                                  HasSubstr("(StateToolsTest)")));
     EXPECT_THAT(report.steps, IsEmpty());
   }
   EXPECT_EQ(testing_support::stateContents(folder()), before);

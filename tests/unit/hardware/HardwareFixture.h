@@ -22,7 +22,7 @@
 #include "testing/StateFiles.h"
 #include "testing/TestHardware.h"
 
-namespace asic_test {
+namespace hardware_test {
 
 using LoamFec::FecTableConstants;
 using testing_support::FakeDependency;
@@ -36,9 +36,9 @@ const Asic::SwTableId kThird(0x03010807);
 using ConfigRows = Glint::GlintMap<LoamFec::FecTableDataModelConfigGlintEntry>;
 
 // A whole agent, and a simulated ASIC that a test steps by hand. Entries are known by their mark.
-class AsicFixture : public testing_support::LeakCheckedTest {
+class HardwareFixture : public testing_support::LeakCheckedTest {
  protected:
-  AsicFixture() {
+  HardwareFixture() {
     harness_.table();
     harness_.destinationIs("eth1", 100);
     start();
@@ -178,4 +178,4 @@ class AsicFixture : public testing_support::LeakCheckedTest {
 
 using Content = std::map<std::uint32_t, std::uint32_t>;
 
-}  // namespace asic_test
+}  // namespace hardware_test
