@@ -6,7 +6,6 @@
 #include "testing/FolderImage.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,9 @@
 #include <set>
 #include <system_error>
 #include <utility>
+
+#include "folder/Mapping.h"
+#include "folder/RootFolder.h"
 
 namespace testing_support {
 
@@ -46,46 +48,44 @@ void writePage(int fd, std::uint64_t number, const Page& page, std::uint64_t fil
   }
 }
 
-int openFile(const std::string& path, int flags) {
-  const int fd = ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0640);
-  if (fd < 0) {
+Glint::UniqueFd openFile(const std::string& path, int flags) {
+  Glint::UniqueFd fd(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0640));
+  if (!fd) {
     fail("open " + path);
   }
   return fd;
 }
 
 void writeFile(const std::string& path, const FolderImage::File& file) {
-  const int fd = openFile(path, O_WRONLY | O_CREAT | O_EXCL);
-  if (::ftruncate(fd, static_cast<off_t>(file.bytes)) != 0) {
+  const Glint::UniqueFd fd = openFile(path, O_WRONLY | O_CREAT | O_EXCL);
+  if (::ftruncate(fd.get(), static_cast<off_t>(file.bytes)) != 0) {
     fail("ftruncate " + path);
   }
   for (const auto& [number, page] : file.pages) {
     if (!isZero(page->data())) {
-      writePage(fd, number, *page, file.bytes);
+      writePage(fd.get(), number, *page, file.bytes);
     }
   }
-  ::close(fd);
 }
 
 void rewriteFile(const std::string& path, const FolderImage::File& file,
                  const FolderImage::File& held) {
   static const Page kZero{};
-  const int fd = openFile(path, O_WRONLY);
-  if (file.bytes != held.bytes && ::ftruncate(fd, static_cast<off_t>(file.bytes)) != 0) {
+  const Glint::UniqueFd fd = openFile(path, O_WRONLY);
+  if (file.bytes != held.bytes && ::ftruncate(fd.get(), static_cast<off_t>(file.bytes)) != 0) {
     fail("ftruncate " + path);
   }
   for (const auto& [number, page] : held.pages) {
     if (!file.pages.contains(number) && number * kPageBytes < file.bytes) {
-      writePage(fd, number, kZero, file.bytes);
+      writePage(fd.get(), number, kZero, file.bytes);
     }
   }
   for (const auto& [number, page] : file.pages) {
     const auto before = held.pages.find(number);
     if (before == held.pages.end() || *before->second != *page) {
-      writePage(fd, number, *page, file.bytes);
+      writePage(fd.get(), number, *page, file.bytes);
     }
   }
-  ::close(fd);
 }
 
 }  // namespace
@@ -133,18 +133,15 @@ void FolderImage::rewrite(const std::string& folder, const FolderImage& held) co
   }
 }
 
-LiveFolder::~LiveFolder() {
-  for (const auto& [inode, file] : files_) {
-    unmap(file);
-  }
-}
+struct LiveFolder::Mapped {
+  std::string name;
+  Glint::UniqueFd fd;
+  std::uint64_t bytes = 0;
+  Glint::Mapping mapping;  // null for an empty file
+};
 
-void LiveFolder::unmap(const Mapped& file) {
-  if (file.base != nullptr) {
-    ::munmap(const_cast<std::byte*>(file.base), file.bytes);
-  }
-  ::close(file.fd);
-}
+LiveFolder::LiveFolder(std::string path) : path_(std::move(path)) {}
+LiveFolder::~LiveFolder() = default;
 
 void LiveFolder::rescan() {
   std::set<ino_t> there;
@@ -155,32 +152,19 @@ void LiveFolder::rescan() {
     }
     there.insert(status.st_ino);
     const auto bytes = static_cast<std::uint64_t>(status.st_size);
-    auto held = files_.find(status.st_ino);
-    if (held != files_.end() && held->second.bytes != bytes) {
-      unmap(held->second);
-      files_.erase(held);
-      held = files_.end();
-    }
-    if (held == files_.end()) {
-      Mapped file{{}, openFile(entry.path().string(), O_RDONLY), bytes, nullptr};
+    std::unique_ptr<Mapped>& file = files_[status.st_ino];
+    if (!file || file->bytes != bytes) {
+      file = std::make_unique<Mapped>(Mapped{{}, openFile(entry.path(), O_RDONLY), bytes, {}});
       if (bytes > 0) {
-        void* base = ::mmap(nullptr, bytes, PROT_READ, MAP_SHARED, file.fd, 0);
-        if (base == MAP_FAILED) {
+        file->mapping = Glint::Mapping::ofFile(file->fd.get(), bytes, Glint::Mapping::Access::read);
+        if (!file->mapping) {
           fail("mmap " + entry.path().string());
         }
-        file.base = static_cast<const std::byte*>(base);
       }
-      held = files_.emplace(status.st_ino, file).first;
     }
-    held->second.name = entry.path().filename().string();
+    file->name = entry.path().filename().string();
   }
-  std::erase_if(files_, [&](const auto& item) {
-    const bool gone = !there.contains(item.first);
-    if (gone) {
-      unmap(item.second);
-    }
-    return gone;
-  });
+  std::erase_if(files_, [&](const auto& item) { return !there.contains(item.first); });
 }
 
 // visit(number, bytes) returns whether to go on. The last page of a file may be read to its end:
@@ -189,14 +173,14 @@ template <typename Visit>
 bool LiveFolder::forEachDataPage(const Mapped& file, Visit visit) {
   off_t end = 0;
   for (;;) {
-    const off_t begin = ::lseek(file.fd, end, SEEK_DATA);
+    const off_t begin = ::lseek(file.fd.get(), end, SEEK_DATA);
     if (begin < 0) {
       return true;  // ENXIO: nothing more
     }
-    end = ::lseek(file.fd, begin, SEEK_HOLE);
+    end = ::lseek(file.fd.get(), begin, SEEK_HOLE);
     for (std::uint64_t number = static_cast<std::uint64_t>(begin) / kPageBytes;
          number * kPageBytes < static_cast<std::uint64_t>(end); ++number) {
-      if (!visit(number, file.base + number * kPageBytes)) {
+      if (!visit(number, file.mapping.base() + number * kPageBytes)) {
         return false;
       }
     }
@@ -206,10 +190,10 @@ bool LiveFolder::forEachDataPage(const Mapped& file, Visit visit) {
 FolderImage LiveFolder::capture() const {
   FolderImage image;
   for (const auto& [inode, file] : files_) {
-    FolderImage::File& copy = image.files()[file.name];
+    FolderImage::File& copy = image.files()[file->name];
     copy.inode = inode;
-    copy.bytes = file.bytes;
-    forEachDataPage(file, [&copy](std::uint64_t number, const std::byte* bytes) {
+    copy.bytes = file->bytes;
+    forEachDataPage(*file, [&copy](std::uint64_t number, const std::byte* bytes) {
       if (!isZero(bytes)) {
         std::memcpy(copy.page(number).data(), bytes, kPageBytes);
       }
@@ -224,13 +208,13 @@ bool LiveFolder::equals(const FolderImage& image) const {
     return false;
   }
   for (const auto& [inode, file] : files_) {
-    const auto held = image.files().find(file.name);
-    if (held == image.files().end() || held->second.bytes != file.bytes) {
+    const auto held = image.files().find(file->name);
+    if (held == image.files().end() || held->second.bytes != file->bytes) {
       return false;
     }
     const auto& pages = held->second.pages;
     std::size_t met = 0;
-    const bool same = forEachDataPage(file, [&](std::uint64_t number, const std::byte* bytes) {
+    const bool same = forEachDataPage(*file, [&](std::uint64_t number, const std::byte* bytes) {
       const auto page = pages.find(number);
       if (page == pages.end()) {
         return isZero(bytes);
@@ -251,9 +235,9 @@ bool LiveFolder::equals(const FolderImage& image) const {
 
 const std::byte* LiveFolder::page(ino_t inode, std::uint64_t number) const {
   const auto held = files_.find(inode);
-  const bool there = held != files_.end() && held->second.base != nullptr &&
-                     number * kPageBytes < held->second.bytes;
-  return there ? held->second.base + number * kPageBytes : nullptr;
+  const bool there =
+      held != files_.end() && held->second->mapping && number * kPageBytes < held->second->bytes;
+  return there ? held->second->mapping.base() + number * kPageBytes : nullptr;
 }
 
 }  // namespace testing_support

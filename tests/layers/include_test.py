@@ -43,7 +43,7 @@ LAYERS = {
     "testing": ("loamTesting", {"testing/include": ["testing"]}, ["Zev"]),
     # These have their headers beside those of the one before.
     "fec testing": ("loamFecTesting", {}, ["testing", "fec"]),
-    "step testing": ("loamStepTesting", {}, ["testing"]),
+    "step testing": ("loamStepTesting", {}, ["testing", "Glint", "Glint inside"]),
     "state testing": ("loamStateTesting", {}, ["testing", "Glint", "Glint inside"]),
 }
 # Headers that only a layer itself includes, and the layers that name them above.

@@ -10,7 +10,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <utility>
 
 namespace testing_support {
 
@@ -52,7 +51,7 @@ class FolderImage {
 // Throws std::system_error.
 class LiveFolder {
  public:
-  explicit LiveFolder(std::string path) : path_(std::move(path)) {}
+  explicit LiveFolder(std::string path);
   LiveFolder(const LiveFolder&) = delete;
   LiveFolder& operator=(const LiveFolder&) = delete;
   ~LiveFolder();
@@ -69,19 +68,13 @@ class LiveFolder {
   const std::byte* page(ino_t inode, std::uint64_t number) const;
 
  private:
-  struct Mapped {
-    std::string name;
-    int fd = -1;
-    std::uint64_t bytes = 0;
-    const std::byte* base = nullptr;
-  };
+  struct Mapped;
 
   template <typename Visit>
   static bool forEachDataPage(const Mapped& file, Visit visit);
-  static void unmap(const Mapped& file);
 
   std::string path_;
-  std::map<ino_t, Mapped> files_;
+  std::map<ino_t, std::unique_ptr<Mapped>> files_;
 };
 
 }  // namespace testing_support
