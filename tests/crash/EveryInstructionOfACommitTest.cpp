@@ -32,7 +32,6 @@
 #include "records/FecSharedTables.h"
 #include "testing/ChildProcess.h"
 #include "testing/LeakCheck.h"
-#include "testing/LongForm.h"
 #include "testing/SingleStep.h"
 #include "testing/TemporaryRoot.h"
 #include "testing/TestHardware.h"
@@ -45,15 +44,14 @@ using Agent::FecAgent;
 using Asic::UnitId;
 using LoamFec::FecTableDataModelEntryKey;
 using testing_support::FolderImage;
+using testing_support::longForm;
 using testing_support::SteppedRun;
 using testing_support::SteppedState;
 using testing_support::SteppedWork;
 using testing_support::Stepping;
+using testing_support::stepping;
 using testing_support::TemporaryRoot;
 using ZevSharedMem::mountForReading;
-
-bool longForm() { return testing_support::times("LOAMFEC_EVERY_INSTRUCTION", 0) != 0; }
-Stepping stepping() { return longForm() ? Stepping::everyInstruction : Stepping::everyStore; }
 
 const std::vector<UnitId> kUnits = {UnitId(0), UnitId(3)};
 

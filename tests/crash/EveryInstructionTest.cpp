@@ -22,7 +22,6 @@
 #include <gtest/gtest.h>
 
 #include "offline/Verify.h"
-#include "testing/LongForm.h"
 #include "testing/SingleStep.h"
 #include "testing/TemporaryRoot.h"
 #include "testing/TestTables.h"
@@ -37,14 +36,13 @@ using glint_test::SmallRow;
 using glint_test::smallRow;
 using glint_test::State;
 using testing_support::FolderImage;
+using testing_support::longForm;
 using testing_support::SteppedRun;
 using testing_support::SteppedState;
 using testing_support::SteppedWork;
 using testing_support::Stepping;
+using testing_support::stepping;
 using testing_support::TemporaryRoot;
-
-bool longForm() { return testing_support::times("LOAMFEC_EVERY_INSTRUCTION", 0) != 0; }
-Stepping stepping() { return longForm() ? Stepping::everyInstruction : Stepping::everyStore; }
 
 // ---- the tables: as small as can be, so that chains are long and slots are used again
 

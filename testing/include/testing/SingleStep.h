@@ -8,6 +8,7 @@
 #include <string>
 
 #include "testing/FolderImage.h"
+#include "testing/LongForm.h"
 
 // A child process that works on the shared tables of a folder is stopped at every state that it
 // leaves the files in, as a kill there would leave them.
@@ -51,6 +52,12 @@ enum class Stepping {
   everyStore,        // a stop at each store to a mapped table and at each system call: the same
                      // states some hundred times faster, but for what only the first way can show
 };
+
+// A test's long form, with LOAMFEC_EVERY_INSTRUCTION in the environment, and how it steps.
+inline bool longForm() { return times("LOAMFEC_EVERY_INSTRUCTION", 0) != 0; }
+inline Stepping stepping() {
+  return longForm() ? Stepping::everyInstruction : Stepping::everyStore;
+}
 
 // The statistics of one run.
 struct SteppedRun {
