@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <set>
 #include <string>
@@ -14,19 +13,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "testing/TextFile.h"
+
 namespace {
 
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAreArray;
+using testing_support::textOf;
 using Names = std::vector<std::string>;
 
 const std::filesystem::path kSource = SOURCE_DIR;
 const std::string kTitle = "\n### `";
-
-std::string architecture() {
-  std::ifstream file(kSource / "ARCHITECTURE.md");
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // The folder's part of the document, from its title to the next one; empty if it has none.
 std::string partOf(const std::string& document, const std::string& folder) {
@@ -79,7 +76,7 @@ Names mappedFolders() {
 constexpr std::size_t kFilesWithoutAMap = 2;
 
 TEST(ArchitectureDocument, MapsEveryFileOfAFolder) {
-  const std::string document = architecture();
+  const std::string document = textOf(kSource / "ARCHITECTURE.md");
   std::size_t maps = 0;
   for (const std::string& folder : mappedFolders()) {
     const Names files = filesOf(kSource / folder);
@@ -94,7 +91,7 @@ TEST(ArchitectureDocument, MapsEveryFileOfAFolder) {
 }
 
 TEST(ArchitectureDocument, NamesNoFolderThatIsNotThere) {
-  const std::string document = architecture();
+  const std::string document = textOf(kSource / "ARCHITECTURE.md");
   Names missing;
   for (std::size_t at = document.find(kTitle); at != std::string::npos;
        at = document.find(kTitle, at + 1)) {

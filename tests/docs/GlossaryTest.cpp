@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -18,12 +16,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "testing/TextFile.h"
+
 namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
+using testing_support::textOf;
 using Texts = std::vector<std::string>;
 using Words = std::set<std::string>;
 
@@ -31,12 +32,6 @@ const std::filesystem::path kSource = SOURCE_DIR;
 
 // Folders of the repository without public headers: what they hold is for tests, or is made.
 const Words kPrivateFolders = {"bench", "build", "testing", "tests"};
-
-std::string contentsOf(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  EXPECT_TRUE(file) << path;
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 bool isUpper(char c) { return std::isupper(static_cast<unsigned char>(c)) != 0; }
 bool isLower(char c) { return std::islower(static_cast<unsigned char>(c)) != 0; }
@@ -179,7 +174,7 @@ std::map<std::string, Words> partsOfPublicHeaders() {
     for (const auto& file : std::filesystem::recursive_directory_iterator(folder)) {
       const std::string path = std::filesystem::relative(file, kSource);
       if (path.ends_with(".h") && path.find("/include/") != std::string::npos) {
-        parts[path] = partsOfNamesIn(contentsOf(file));
+        parts[path] = partsOfNamesIn(textOf(file));
       }
     }
   }
@@ -189,8 +184,8 @@ std::map<std::string, Words> partsOfPublicHeaders() {
 TEST(GlossaryTest, EveryPartOfANameInAPublicHeaderIsAWordOrExplained) {
   const std::map<std::string, Words> headers = partsOfPublicHeaders();
   EXPECT_GT(headers.size(), 50U);
-  Words known = wordsIn(contentsOf(kSource / "tests/docs/words.txt"));
-  known.merge(explainedIn(contentsOf(kSource / "docs/glossary.md")));
+  Words known = wordsIn(textOf(kSource / "tests/docs/words.txt"));
+  known.merge(explainedIn(textOf(kSource / "docs/glossary.md")));
   EXPECT_THAT(unexplained(headers, known), IsEmpty())
       << "explain an abbreviation in docs/glossary.md, or add a word to tests/docs/words.txt";
 }
@@ -202,8 +197,8 @@ TEST(GlossaryTest, NamesWithoutAnExplanationAreFound) {
 }
 
 TEST(GlossaryTest, NoAbbreviationOfTheGlossaryPassesForAWord) {
-  const Words words = wordsIn(contentsOf(kSource / "tests/docs/words.txt"));
-  const std::string document = contentsOf(kSource / "docs/glossary.md");
+  const Words words = wordsIn(textOf(kSource / "tests/docs/words.txt"));
+  const std::string document = textOf(kSource / "docs/glossary.md");
   const Words explained =
       explainedIn(document.substr(document.find("\n## Abbreviations in names\n")));
   EXPECT_THAT(explained, Contains("rsrc"));

@@ -4,8 +4,6 @@
 // each number: every promise has some, and every test that is named is there.
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <string_view>
@@ -14,20 +12,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "testing/TextFile.h"
+
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testing_support::textOf;
 using Names = std::set<std::string>;
 using Texts = std::vector<std::string>;
 
 const std::filesystem::path kSource = SOURCE_DIR;
-
-std::string contentsOf(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  EXPECT_TRUE(file) << path;
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 std::string withoutBlanks(std::string_view text) {
   std::string kept(text);
@@ -55,7 +50,7 @@ Names definedTests() {
   Names names;
   for (const auto& file : std::filesystem::recursive_directory_iterator(kSource / "tests")) {
     if (file.path().extension() == ".cpp") {
-      addTestsOf(contentsOf(file.path()), names);
+      addTestsOf(textOf(file.path()), names);
     }
   }
   return names;
@@ -144,7 +139,7 @@ Texts complaints(const std::string& document, const Names& defined) {
 }
 
 TEST(GuaranteesTest, EveryPromiseNamesTestsAndEachOfThemIsThere) {
-  const std::string document = contentsOf(kSource / "docs/guarantees.md");
+  const std::string document = textOf(kSource / "docs/guarantees.md");
   const Names defined = definedTests();
   EXPECT_TRUE(defined.contains("GuaranteesTest.EveryPromiseNamesTestsAndEachOfThemIsThere"));
   EXPECT_GT(promisesIn(document).size(), 50U);

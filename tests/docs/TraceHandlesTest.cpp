@@ -3,8 +3,6 @@
 // docs/debugging.md lists the handles of traces and sets some: each of them is there.
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <set>
 #include <string>
@@ -12,20 +10,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "testing/TextFile.h"
+
 namespace {
 
 using ::testing::Contains;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using testing_support::textOf;
 using Names = std::set<std::string>;
 
 const std::filesystem::path kSource = SOURCE_DIR;
-
-std::string contentsOf(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  EXPECT_TRUE(file) << path;
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // The first group of each match.
 Names found(const std::string& text, const std::regex& pattern) {
@@ -42,7 +37,7 @@ Names namesInSources() {
   for (const char* folder : {"src", "hardware"}) {
     for (const auto& file : std::filesystem::recursive_directory_iterator(kSource / folder)) {
       const std::string source =
-          file.path().extension() == ".cpp" ? contentsOf(file.path()) : std::string();
+          file.path().extension() == ".cpp" ? textOf(file.path()) : std::string();
       if (source.find("Zev::traceHandle(") != std::string::npos) {
         names.merge(found(source, std::regex("\"([A-Z][A-Za-z_]+)\"")));
       }
@@ -52,7 +47,7 @@ Names namesInSources() {
 }
 
 TEST(DebuggingDocument, SetsAndListsOnlyHandlesThatAreThere) {
-  const std::string document = contentsOf(kSource / "docs" / "debugging.md");
+  const std::string document = textOf(kSource / "docs" / "debugging.md");
   Names handles;
   for (const std::string& setting : found(document, std::regex("LOAM_TRACE='([^']*)'"))) {
     handles.merge(found(setting, std::regex("([A-Za-z]+)=")));
