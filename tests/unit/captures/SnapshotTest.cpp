@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "captures/Snapshot.h"
+#include "testing/Interfaces.h"
 #include "testing/TemporaryRoot.h"
 
 namespace Captures {
@@ -25,6 +26,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::Pair;
 using ::testing::StartsWith;
+using testing_support::intf;
 
 constexpr std::string_view kLinksAdvice = "; give the output of `ip -j link`, whole and unchanged";
 constexpr std::string_view kNextHopsAdvice =
@@ -33,8 +35,6 @@ constexpr std::string_view kNextHopsAdvice =
 std::uint32_t ipv4(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
   return a << 24 | b << 16 | c << 8 | d;
 }
-
-Wirex::IntfId intf(std::string_view name) { return Wirex::IntfId::fromName(name); }
 
 // Two files in a folder of the test's own.
 class SnapshotTest : public ::testing::Test {

@@ -13,10 +13,12 @@
 #include "LinkageFixture.h"
 #include "Zev/WorkMeter.h"
 #include "records/FecTableConstants.h"
+#include "testing/Interfaces.h"
 
 namespace {
 
 using namespace fec_test;
+using testing_support::intf;
 
 // Helper that notes what it is told, and decides as a test says.
 class NotingHelper : public LoamFec::FecTableSwTableHelperBase {
@@ -359,7 +361,6 @@ class WholeRoadTest : public LinkageFixture {
       freed_.push_back(destId.first);
     });
   }
-  static Wirex::IntfId intf(const char* name) { return Wirex::IntfId::fromName(name); }
   std::uint32_t destinationOf(std::uint32_t fecId) {
     return table().entryRead(key(fecId)).resolvedDest.first;
   }
