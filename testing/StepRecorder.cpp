@@ -240,18 +240,19 @@ std::string StepRecorder::rowBehind(std::string_view message) const {
     return {};
   }
   const std::uint64_t key = numberBehind(message, ": row ");
-  if (message.find("grouplog") != std::string_view::npos) {
+  const auto isOf = [&](const Pell::String& path) { return message.starts_with(path); };
+  if (isOf(FecTableConstants::groupLogGlintPath())) {
     auto& rows =
         static_cast<Glint::GlintMap<Asic::GroupLogRow>&>(agent_.group()->groupLog()->logMap());
     return rowText(rows.row(key).value());
   }
-  if (message.find("FecTable.log") != std::string_view::npos) {
+  if (isOf(FecTableConstants::entryLogGlintPath())) {
     return rowText(
         agent_.log().tableEntryLog()->entryLogConfig().row(Asic::LogVersion(key)).value());
   }
-  if (message.find("config") != std::string_view::npos) {
-    const auto unit = static_cast<std::uint16_t>(numberBehind(message, "FecTable.unit"));
-    const auto& entries = agent_.log().tableConfigGlint(Asic::UnitId(unit))->swTableEntries();
+  const Asic::UnitId unit(static_cast<std::uint16_t>(numberBehind(message, ".unit")));
+  if (isOf(FecTableConstants::configGlintPath(unit))) {
+    const auto& entries = agent_.log().tableConfigGlint(unit)->swTableEntries();
     return rowText(entries.row(FecHarness::key(static_cast<std::uint32_t>(key))).value());
   }
   return {};

@@ -17,6 +17,7 @@
 #include "testing/ChildProcess.h"
 #include "testing/StateFiles.h"
 #include "testing/TemporaryRoot.h"
+#include "tools/TableRole.h"
 
 namespace {
 
@@ -25,11 +26,12 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using testing_support::Outcome;
 using testing_support::TablePlaces;
+using Tools::TableRole;
 
 const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
-const std::string kConfig = "LoamAdj.FecTable.unit0.config.table";
-const std::string kLog = "LoamAdj.LoamAdj.FecTable.log.table";
-const std::string kGroupLog = "LoamAdj.LoamAdj.grouplog.table";
+const std::string kConfig = Tools::fileNameOf(TableRole::config);
+const std::string kLog = Tools::fileNameOf(TableRole::log);
+const std::string kGroupLog = Tools::fileNameOf(TableRole::groupLog);
 
 constexpr int kClean = 0;
 constexpr int kFindings = 1;

@@ -132,8 +132,7 @@ TEST_F(FecTableObjectsTest, FecTableObjectsTellTheirNameAndEndWithNotificationsO
       Zev::makeObject<ResourceTable::ResourceHandle>(ResourceTable::Key()), nullptr);
   holdsFor<FecTableEntryLog>("LoamFec::FecTableEntryLog", id, manager, group_->groupLogInterface());
   holdsForMounted<LoamFec::FecTableDataModelEntryLogGlint>(
-      "LoamFec::FecTableDataModelEntryLogGlint",
-      Asic::Constants::tableEntryLogGlintPath("LoamAdj", "LoamAdj", "FecTable"));
+      "LoamFec::FecTableDataModelEntryLogGlint", FecTableConstants::entryLogGlintPath());
   holdsForMounted<LoamFec::FecTableDataModelConfigGlint>(
       "LoamFec::FecTableDataModelConfigGlint", FecTableConstants::configGlintPath(UnitId(0)));
   holdsFor<FecTableSwTable>("LoamFec::FecTableSwTable", nullptr, id, UnitId(0), status, log,
