@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "folder/FolderUpkeep.h"
@@ -18,8 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-Glint::UniqueFd open(const std::string& path, int flags) {
-  Glint::UniqueFd file(::open(path.c_str(), flags | O_CLOEXEC));
+Glint::UniqueFd open(const std::string& path) {
+  Glint::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) {
     throw std::runtime_error("cannot open " + path);
   }
@@ -38,7 +37,7 @@ Value valueAt(int file, std::uint64_t offset) {
 
 // The data between the holes, each piece behind its place.
 std::string dataOf(const std::string& path) {
-  const Glint::UniqueFd file = open(path, O_RDONLY);
+  const Glint::UniqueFd file = open(path);
   std::string text = std::to_string(fs::file_size(path));
   for (off_t at = ::lseek(file.get(), 0, SEEK_DATA); at >= 0;) {
     const off_t end = ::lseek(file.get(), at, SEEK_HOLE);
@@ -74,45 +73,32 @@ void copyState(const std::string& from, const std::string& to) {
   }
 }
 
-void flipBit(const std::string& path, std::uint64_t bit) {
-  const std::uint64_t offset = bit / 64 * 8;
-  wordIs(path, offset, wordAt(path, offset) ^ std::uint64_t{1} << bit % 64);
-}
-
-std::uint64_t wordAt(const std::string& path, std::uint64_t offset) {
-  return valueAt<std::uint64_t>(open(path, O_RDONLY).get(), offset);
-}
-
-void wordIs(const std::string& path, std::uint64_t offset, std::uint64_t word) {
-  const Glint::UniqueFd file = open(path, O_RDWR);
-  if (::pwrite(file.get(), &word, sizeof word, static_cast<off_t>(offset)) !=
-      static_cast<ssize_t>(sizeof word)) {
-    throw std::runtime_error("cannot write " + path);
-  }
-}
-
-TablePlaces::TablePlaces(const std::string& path) {
-  const Glint::UniqueFd file = open(path, O_RDONLY);
-  header_ = valueAt<Glint::Header>(file.get(), 0);
-  const Glint::FixedHeader& fixed = header_.fixed;
-  geometry_ = Glint::Geometry::of(fixed.bucketCount, fixed.slotCount, fixed.slotBytes);
-  for (std::uint32_t number = 0; number < Glint::Counter(header_.slotsInUse).value(); ++number) {
+TablePlaces::TablePlaces(const std::string& path) : Offsets(path) {
+  const Glint::UniqueFd file = open(path);
+  const auto header = valueAt<Glint::Header>(file.get(), 0);
+  for (std::uint32_t number = 0; number < Glint::Counter(header.slotsInUse).value(); ++number) {
     const Glint::Seq seq(valueAt<std::uint64_t>(file.get(), slot(number)));
     if (seq.live()) {
       liveSlots_.push_back(number);
       seqs_[number] = seq;
     }
   }
-  for (std::uint32_t bucket = 0; bucket < fixed.bucketCount; ++bucket) {
+  for (std::uint32_t bucket = 0; bucket < header.fixed.bucketCount; ++bucket) {
     if (!Glint::Link(valueAt<std::uint32_t>(file.get(), head(bucket))).atEnd()) {
       usedBuckets_.push_back(bucket);
     }
   }
 }
 
-std::uint64_t TablePlaces::liveRow(std::uint32_t number) const {
-  const std::size_t words = Glint::rowWords(header_.fixed.rowBytes);
-  return slot(number) + 8 * (Glint::copyWord(words, seqs_.at(number).copy()) + 1);
+void damageRowOf(const std::string& path, std::uint32_t fecId) {
+  const TablePlaces places(path);
+  for (const std::uint32_t slot : places.liveSlots()) {
+    if (wordAt<std::uint32_t>(path, places.liveRow(slot)) == fecId) {
+      damageRow(path, slot);
+      return;
+    }
+  }
+  throw std::runtime_error(path + ": no row of key " + std::to_string(fecId));
 }
 
 }  // namespace testing_support

@@ -451,22 +451,22 @@ class GrowingWriter {
   void undoDamage() {
     if (board_.damages % 2 == 1) {
       const std::string path = pathOf(board_.place >> 32U);
-      const auto word = glint_test::wordAt<std::uint32_t>(path, board_.bit / 32 * 4);
+      const auto word = testing_support::wordAt<std::uint32_t>(path, board_.bit / 32 * 4);
       if (!Glint::Link(word).valid()) {
-        glint_test::flipBit(path, board_.bit);
+        testing_support::flipBit(path, board_.bit);
       }
       ++board_.damages;
     }
   }
 
   bool damageAndMeet(Glint::GlintMap<RisingRow>& rows, std::uint64_t key) {
-    const glint_test::Offsets at(kGrowingCapacity, rows.slotCount(), sizeof(RisingRow));
+    const testing_support::Offsets at(kGrowingCapacity, rows.slotCount(), sizeof(RisingRow));
     const std::uint32_t bucket =
         Glint::bucketOf(key, Glint::KeyHash::identity, std::bit_ceil(kGrowingCapacity));
     const std::uint64_t corruptions = rows.corruptionCount();
     board_.bit = 8 * at.head(bucket) + random_() % 32;
     ++board_.damages;
-    glint_test::flipBit(pathOf(board_.place >> 32U), board_.bit);
+    testing_support::flipBit(pathOf(board_.place >> 32U), board_.bit);
     waitForALookupBeside();
     rows.rowIs(risingRow(key, ++board_.changes));
     ++board_.damages;

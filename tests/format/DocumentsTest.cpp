@@ -3,8 +3,6 @@
 // docs/format/ against what it describes: its hexadecimal dumps are pieces of real files, its
 // tables of names and figures are those of the code.
 
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -19,16 +17,14 @@
 #include "Wirex/IntfId.h"
 #include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
+#include "testing/TextFile.h"
 
 namespace {
 
 using Cells = std::vector<std::string>;
 
 std::string document(const std::string& name) {
-  const std::string path = std::string(FORMAT_DOCS) + "/" + name;
-  std::ifstream file(path);
-  EXPECT_TRUE(file) << path;
-  return {std::istreambuf_iterator<char>(file), {}};
+  return testing_support::textOf(std::string(FORMAT_DOCS) + "/" + name);
 }
 
 // The rows of each Markdown table whose first column's title is `title`, without code quotes.
@@ -56,7 +52,7 @@ std::vector<Cells> rowsOfTable(const std::string& text, const std::string& title
 }
 
 Glint::FixedHeader headerOf(const std::string& file) {
-  return glint_test::wordAt<Glint::FixedHeader>(file, 0);
+  return testing_support::wordAt<Glint::FixedHeader>(file, 0);
 }
 
 class DocumentsTest : public ::testing::Test {
@@ -86,7 +82,8 @@ TEST_F(DocumentsTest, TheDumpsOfFecRowsArePiecesOfTheGoldenFiles) {
     std::istringstream bytes(match[2]);
     std::uint64_t at = std::stoull(match[1], nullptr, 16);
     for (unsigned byte = 0; bytes >> std::hex >> byte; ++at) {
-      EXPECT_EQ(glint_test::wordAt<std::uint8_t>(fileAt(file), at), byte) << file << ": " << line;
+      EXPECT_EQ(testing_support::wordAt<std::uint8_t>(fileAt(file), at), byte)
+          << file << ": " << line;
     }
     files.insert(file);
   }

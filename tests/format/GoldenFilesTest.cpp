@@ -184,7 +184,7 @@ TEST_F(GoldenFilesTest, TheTextHoldsEveryByteOfTheFile) {
   const std::string smallest = kGoldenFiles[3];
   const std::string restored = other.path() + "/" + smallest;
   format_test::fromText(format_test::toText(fileAt(smallest)), restored);
-  EXPECT_EQ(glint_test::readFile(restored), glint_test::readFile(fileAt(smallest)));
+  EXPECT_EQ(testing_support::readFile(restored), testing_support::readFile(fileAt(smallest)));
 }
 
 TEST_F(GoldenFilesTest, AReaderReadsEveryRowOfTheFirstRelease) {

@@ -2,15 +2,13 @@
 
 #include "GoldenState.h"
 
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "SparseText.h"
 #include "testing/TableFile.h"
+#include "testing/TextFile.h"
 
 namespace format_test {
 
@@ -84,13 +82,6 @@ void writeApplied(Glint::GlintMap<Asic::GroupVersionRow>& rows) {
   rows.rowDel(otherTable(3));
 }
 
-// A bit behind the key of the fifth row, which stands in copy 1.
-void damageFifthRow(const std::string& file) {
-  const auto header = glint_test::wordAt<Glint::FixedHeader>(file, 0);
-  const glint_test::Offsets at(header.nominalCapacity, header.slotCount, header.rowBytes);
-  glint_test::flipBit(file, 8 * (at.row(4, 1) + 8));
-}
-
 }  // namespace
 
 FecTables::FecTables(const std::string& root, ZevGlintType type)
@@ -129,18 +120,13 @@ void writeGoldenState(const std::string& root) {
     writeApplied(tables.applied());
   }
   for (const char* file : kGoldenFiles) {
-    damageFifthRow(root + "/" + file);
+    testing_support::damageRow(root + "/" + file, 4);
   }
   const FecTables retiring(root, ZevGlintType::writer);
 }
 
 std::string goldenText(const std::string& fileName) {
-  const std::string path = std::string(GOLDEN_DIR) + "/1/" + fileName + ".txt";
-  std::ifstream file(path);
-  if (!file) {
-    throw std::runtime_error("cannot read " + path);
-  }
-  return {std::istreambuf_iterator<char>(file), {}};
+  return testing_support::textOf(std::string(GOLDEN_DIR) + "/1/" + fileName + ".txt");
 }
 
 void restoreGoldenState(const std::string& root) {

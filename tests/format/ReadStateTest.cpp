@@ -18,6 +18,7 @@
 
 #include "GoldenState.h"
 #include "SparseText.h"
+#include "records/FecTableConstants.h"
 #include "testing/ChildProcess.h"
 #include "testing/TableFile.h"
 #include "testing/TemporaryRoot.h"
@@ -31,7 +32,8 @@ using testing_support::Outcome;
 using ZevGlint::ZevGlintType;
 
 const std::string kCaptures = std::string(EXAMPLES_DIR) + "/frr-nexthops/";
-const std::string kConfigFile = "LoamAdj.FecTable.unit0.config.table";
+const std::string kConfigFile =
+    LoamFec::FecTableConstants::configGlintPath(Asic::UnitId(0)) + ".table";
 const std::string kGoldenConfigFile = format_test::kGoldenFiles[0];
 
 class ReadStateTest : public ::testing::Test {
@@ -140,31 +142,31 @@ class ConfigFile {
  public:
   explicit ConfigFile(std::string path)
       : path_(std::move(path)),
-        header_(glint_test::wordAt<Glint::FixedHeader>(path_, 0)),
-        at_(header_.nominalCapacity, header_.slotCount, header_.rowBytes) {}
+        header_(testing_support::wordAt<Glint::FixedHeader>(path_, 0)),
+        at_(header_) {}
 
   Glint::Seq seq(std::uint32_t slot) const {
-    return Glint::Seq(glint_test::wordAt<std::uint64_t>(path_, at_.slot(slot)));
+    return Glint::Seq(testing_support::wordAt(path_, at_.slot(slot)));
   }
   void seqIs(std::uint32_t slot, Glint::Seq seq) const {
-    glint_test::wordAtIs(path_, at_.slot(slot), seq.word());
+    testing_support::wordIs(path_, at_.slot(slot), seq.word());
   }
   void generationIs(std::uint64_t generation) const {
-    glint_test::wordAtIs(path_, offsetof(Glint::Header, generation), generation);
+    testing_support::wordIs(path_, offsetof(Glint::Header, generation), generation);
   }
   std::uint32_t liveKey(std::uint32_t slot) const {
-    return glint_test::wordAt<std::uint32_t>(path_, at_.row(slot, seq(slot).copy()));
+    return testing_support::wordAt<std::uint32_t>(path_, at_.row(slot, seq(slot).copy()));
   }
   std::uint64_t headAt(std::uint32_t key) const {
     return at_.head(Glint::bucketOf(key, header_.keyHash, header_.bucketCount));
   }
-  const glint_test::Offsets& at() const { return at_; }
+  const testing_support::Offsets& at() const { return at_; }
   const std::string& path() const { return path_; }
 
  private:
   std::string path_;
   Glint::FixedHeader header_;
-  glint_test::Offsets at_;
+  testing_support::Offsets at_;
 };
 
 TEST_F(ReadStateTest, ADamagedRowIsReportedAndEveryOtherRowIsRead) {
@@ -188,7 +190,7 @@ TEST_F(ReadStateTest, ADamagedRowIsReportedAndEveryOtherRowIsRead) {
       format_test::fromText(format_test::toText(fmt::format("{}/{}", state_, name)),
                             fmt::format("{}/{}", copy, name));
     }
-    glint_test::flipBit(fmt::format("{}/{}", copy, kConfigFile), 8 * place + 5);
+    testing_support::flipBit(fmt::format("{}/{}", copy, kConfigFile), 8 * place + 5);
     const Outcome outcome = python({"fec"}, copy);
     EXPECT_EQ(outcome.exitCode, 1) << place;
     EXPECT_THAT(outcome.err, HasSubstr("damaged: " + kConfigFile + ": slot 1234:"));
@@ -204,7 +206,7 @@ TEST_F(ReadStateTest, ADamagedBucketIsReportedByLookupsAndDoesNotTouchTheWalk) {
   format_test::restoreGoldenState(parent_.path());
   const ConfigFile file(parent_.path() + "/" + kGoldenConfigFile);
   const json whole = pythonRows({"--unit", "3"}, parent_.path());
-  glint_test::flipBit(file.path(), 8 * file.headAt(7));
+  testing_support::flipBit(file.path(), 8 * file.headAt(7));
   EXPECT_EQ(pythonRows({"--unit", "3"}, parent_.path()), whole);
   const Outcome outcome = python({"--unit", "3", "--key", "7"}, parent_.path());
   EXPECT_EQ(outcome.exitCode, 1);
@@ -236,7 +238,7 @@ TEST_F(ReadStateTest, WhileTheIndexIsBeingRebuiltLookupsScan) {
   format_test::restoreGoldenState(parent_.path());
   const ConfigFile file(parent_.path() + "/" + kGoldenConfigFile);
   file.generationIs(5);
-  glint_test::wordAtIs(file.path(), file.headAt(7), Glint::Link::end().word());
+  testing_support::wordIs(file.path(), file.headAt(7), Glint::Link::end().word());
   EXPECT_EQ(pythonRows({"--unit", "3", "--key", "7"}, parent_.path())["count"], 1);
 }
 
@@ -411,11 +413,11 @@ TEST_F(ReadStateTest, AFileThatIsNotTheTableIsRefused) {
   const std::pair<std::uint64_t, const char*> places[] = {
       {0, "wrong magic"}, {8, "format version"}, {24, "header is damaged"}, {130, "damaged"}};
   for (const auto& [place, words] : places) {
-    glint_test::flipBit(file, 8 * place);
+    testing_support::flipBit(file, 8 * place);
     const Outcome outcome = python({"--unit", "3"}, parent_.path());
     EXPECT_EQ(outcome.exitCode, 3) << place;
     EXPECT_THAT(outcome.err, HasSubstr(words));
-    glint_test::flipBit(file, 8 * place);
+    testing_support::flipBit(file, 8 * place);
   }
   std::filesystem::rename(parent_.path() + "/" + format_test::kGoldenFiles[3], file);
   EXPECT_THAT(python({"--unit", "3"}, parent_.path()).err, HasSubstr("it holds rows of"));

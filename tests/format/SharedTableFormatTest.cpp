@@ -35,7 +35,7 @@ void makeExample(const std::string& root) {
 }
 
 // 16 bytes per line, each line with its offset in the file.
-std::string dump(const glint_test::Bytes& bytes, std::size_t begin, std::size_t end) {
+std::string dump(const testing_support::Bytes& bytes, std::size_t begin, std::size_t end) {
   std::string text;
   for (std::size_t at = begin; at < end; ++at) {
     if ((at - begin) % 16 == 0) {
@@ -50,11 +50,11 @@ class SharedTableFormatTest : public ::testing::Test {
  protected:
   SharedTableFormatTest() {
     makeExample(root_.path());
-    bytes_ = glint_test::readFile(root_.path() + "/example.table");
+    bytes_ = testing_support::readFile(root_.path() + "/example.table");
   }
 
   testing_support::TemporaryRoot root_;
-  glint_test::Bytes bytes_;
+  testing_support::Bytes bytes_;
 };
 
 TEST_F(SharedTableFormatTest, TheFileIsAsLongAsItsPartsInWholePages) {
@@ -145,7 +145,7 @@ TEST_F(SharedTableFormatTest, EverythingBetweenThePartsIsZero) {
 
 TEST_F(SharedTableFormatTest, AFileOfTheseBytesMountsAndReadsAsItWasWritten) {
   const testing_support::TemporaryRoot other;
-  glint_test::writeFile(other.path() + "/example.table", bytes_);
+  testing_support::writeFile(other.path() + "/example.table", bytes_);
   State state(other.path());
   auto& rows = state.mount<SmallRow>("example", 4)->rows();
   EXPECT_EQ(rows.rowCount(), 2U);

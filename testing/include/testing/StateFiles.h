@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "format/Format.h"
+#include "testing/TableFile.h"
 
 // The files of a state folder as bytes, for tests that damage, copy and compare them.
 
@@ -19,24 +19,14 @@ std::map<std::string, std::string> stateContents(const std::string& folder);
 // Copies every file of a folder that no agent uses to another one, which is made. Holes stay holes.
 void copyState(const std::string& from, const std::string& to);
 
-void flipBit(const std::string& path, std::uint64_t bit);
-std::uint64_t wordAt(const std::string& path, std::uint64_t offset);
-void wordIs(const std::string& path, std::uint64_t offset, std::uint64_t word);
-
-// Where the parts of one table file are, in bytes from its beginning.
-class TablePlaces {
+// What stands in one table file: its slots that hold a row, and its chains.
+class TablePlaces : public Offsets {
  public:
   explicit TablePlaces(const std::string& path);
 
-  std::uint64_t head(std::uint32_t bucket) const { return geometry_.headsAt + 4 * bucket; }
-  std::uint64_t link(std::uint32_t slot) const { return geometry_.linksAt + 4 * slot; }
-  std::uint64_t slot(std::uint32_t number) const {
-    return geometry_.slotsAt + std::uint64_t{header_.fixed.slotBytes} * number;
-  }
   // The first byte of the row that is live in the slot.
-  std::uint64_t liveRow(std::uint32_t number) const;
+  std::uint64_t liveRow(std::uint32_t number) const { return row(number, seq(number).copy()); }
   Glint::Seq seq(std::uint32_t liveSlot) const { return seqs_.at(liveSlot); }
-  std::uint32_t slotBytes() const { return header_.fixed.slotBytes; }
 
   // The slots that hold a row.
   const std::vector<std::uint32_t>& liveSlots() const { return liveSlots_; }
@@ -44,11 +34,13 @@ class TablePlaces {
   const std::vector<std::uint32_t>& usedBuckets() const { return usedBuckets_; }
 
  private:
-  Glint::Header header_{};
-  Glint::Geometry geometry_;
   std::map<std::uint32_t, Glint::Seq> seqs_;
   std::vector<std::uint32_t> liveSlots_;
   std::vector<std::uint32_t> usedBuckets_;
 };
+
+// Flips a bit in the key's row of a configuration table's file. Throws std::runtime_error when it
+// has none.
+void damageRowOf(const std::string& path, std::uint32_t fecId);
 
 }  // namespace testing_support

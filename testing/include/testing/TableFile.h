@@ -2,11 +2,13 @@
 
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,7 @@
 
 // Table files as bytes, for tests that look at them, damage them and compare them.
 
-namespace glint_test {
+namespace testing_support {
 
 using Bytes = std::vector<char>;
 
@@ -28,24 +30,30 @@ inline void writeFile(const std::string& path, const Bytes& bytes) {
       .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-// Changes bytes of a file in place, under the eyes of the processes that have mapped it.
-template <typename Word>
+// One word of a file, read and changed in place, under the eyes of the processes that have mapped it.
+// Throw std::ios_base::failure.
+template <typename Word = std::uint64_t>
 Word wordAt(const std::string& path, std::uint64_t offset) {
   Word word{};
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in;
+  in.exceptions(std::ios::failbit | std::ios::badbit);
+  in.open(path, std::ios::binary);
   in.seekg(static_cast<std::streamoff>(offset));
   in.read(static_cast<char*>(static_cast<void*>(&word)), sizeof word);
   return word;
 }
 template <typename Word>
-void wordAtIs(const std::string& path, std::uint64_t offset, Word word) {
-  std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+void wordIs(const std::string& path, std::uint64_t offset, Word word) {
+  std::fstream file;
+  file.exceptions(std::ios::failbit | std::ios::badbit);
+  file.open(path, std::ios::binary | std::ios::in | std::ios::out);
   file.seekp(static_cast<std::streamoff>(offset));
   file.write(static_cast<const char*>(static_cast<const void*>(&word)), sizeof word);
+  file.flush();
 }
 inline void flipBit(const std::string& path, std::uint64_t bit) {
-  wordAtIs(path, bit / 8,
-           static_cast<std::uint8_t>(wordAt<std::uint8_t>(path, bit / 8) ^ 1U << bit % 8));
+  wordIs(path, bit / 8,
+         static_cast<std::uint8_t>(wordAt<std::uint8_t>(path, bit / 8) ^ 1U << bit % 8));
 }
 
 // Everything below a folder save the lock file: what a refused mount leaves as it was.
@@ -59,12 +67,15 @@ inline std::map<std::string, Bytes> filesOf(const std::string& folder) {
   return files;
 }
 
-// Offsets within a table's file.
+// Where the parts of a table file are, in bytes from its beginning.
 struct Offsets {
   Offsets(std::uint32_t capacity, std::uint32_t slots, std::size_t row)
       : rowBytes(row),
         geometry(Glint::Geometry::of(std::bit_ceil(capacity), slots,
                                      static_cast<std::uint32_t>(Glint::slotBytes(row)))) {}
+  explicit Offsets(const Glint::FixedHeader& header)
+      : Offsets(header.nominalCapacity, header.slotCount, header.rowBytes) {}
+  explicit Offsets(const std::string& path) : Offsets(wordAt<Glint::FixedHeader>(path, 0)) {}
 
   std::uint64_t head(std::uint32_t bucket) const { return geometry.headsAt + 4 * bucket; }
   std::uint64_t link(std::uint32_t slot) const { return geometry.linksAt + 4 * slot; }
@@ -82,4 +93,15 @@ struct Offsets {
   Glint::Geometry geometry;
 };
 
-}  // namespace glint_test
+// Flips a bit in that byte of the row that is live in the slot; the one that is meant without it is
+// behind the key of each kind of row. Throws std::runtime_error when the slot holds no row.
+inline void damageRow(const std::string& path, std::uint32_t slot, std::uint64_t byte = 8) {
+  const Offsets offsets(path);
+  const Glint::Seq seq(wordAt(path, offsets.slot(slot)));
+  if (!seq.live()) {
+    throw std::runtime_error(path + ": no row is live in slot " + std::to_string(slot));
+  }
+  flipBit(path, 8 * (offsets.row(slot, seq.copy()) + byte));
+}
+
+}  // namespace testing_support

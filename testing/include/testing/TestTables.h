@@ -101,6 +101,7 @@ template <typename Row>
 class TestEntity : public Zev::Typed<TestEntity<Row>, Zev::Entity> {
  public:
   static constexpr const char* kTypeName = Glint::RowTraits<Row>::kTypeName;
+  static constexpr const char* kCollectionName = "rows";
 
   explicit TestEntity(const ZevGlint::MountSite& site)
       : TestEntity::Typed(site.path()), rows_(site) {}
@@ -110,13 +111,6 @@ class TestEntity : public Zev::Typed<TestEntity<Row>, Zev::Entity> {
  private:
   Glint::GlintMap<Row> rows_;
 };
-
-inline ZevGlint::MountInfo mountInfo(ZevGlint::ZevGlintType type, std::uint32_t capacity,
-                                     const Pell::String& collection = "rows") {
-  ZevGlint::MountInfo info(type);
-  info.collectionInfoIs({collection, capacity});
-  return info;
-}
 
 // One process's view of a state folder: dropping it is what the end of the process is.
 class State {
@@ -133,8 +127,7 @@ class State {
     ZevSharedMem::entityTypeIs(TestEntity<Row>::kTypeName, [](const ZevGlint::MountSite& site) {
       return Zev::makeObject<TestEntity<Row>>(site);
     });
-    manager_->doMount(path, TestEntity<Row>::kTypeName, mountInfo(type, capacity));
-    return Pell::dynamicPtrCast<TestEntity<Row>>(manager_->getEntity(path));
+    return ZevSharedMem::mountEntity<TestEntity<Row>>(vanta_, path, type, capacity);
   }
 
   template <typename Row>

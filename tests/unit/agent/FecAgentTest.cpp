@@ -87,18 +87,9 @@ class FecAgentTest : public testing_support::LeakCheckedTest {
   std::string fileOf(Tools::TableRole role, Asic::UnitId unit = kUnits[0]) const {
     return root_.path() + "/" + Tools::fileNameOf(role, unit);
   }
-  // Flips a bit in the key's configuration row of the first unit.
+  // In the configuration of the first unit.
   void damageRowOf(std::uint32_t fecId) const {
-    const std::string path = fileOf(Tools::TableRole::config);
-    const testing_support::TablePlaces places(path);
-    for (const std::uint32_t slot : places.liveSlots()) {
-      const std::uint64_t row = places.liveRow(slot);
-      if (static_cast<std::uint32_t>(testing_support::wordAt(path, row)) == fecId) {
-        testing_support::flipBit(path, 8 * (row + 20) + 3);
-        return;
-      }
-    }
-    FAIL() << "no row of key " << fecId;
+    testing_support::damageRowOf(fileOf(Tools::TableRole::config), fecId);
   }
   void repair() const {
     const Tools::RepairReport report = Tools::carryOutRepair(root_.path());

@@ -33,7 +33,7 @@ using Needed = Pell::Ptr<const Asic::NeededEntry>;
 
 inline constexpr UnitId kUnit{0};
 inline constexpr UnitId kOtherUnit{1};
-inline const Pell::String kLogPath = "LoamAdj.LoamAdj.FecTable.log";
+inline const Pell::String kLogPath = FecTableConstants::entryLogGlintPath();
 
 // The mark tells two contents of one key apart.
 inline LogEntry logEntry(std::uint32_t fecId, std::uint32_t mark = 0) {
@@ -99,20 +99,18 @@ class RowFile {
   using Traits = Glint::RowTraits<Row>;
 
  public:
-  explicit RowFile(const Glint::GlintMap<Row>& rows)
-      : path_(rows.filePath()),
-        offsets_(rows.capacity(), Traits::physicalSlots(rows.capacity()), sizeof(Row)) {}
+  explicit RowFile(const Glint::GlintMap<Row>& rows) : path_(rows.filePath()), offsets_(path_) {}
 
   const Pell::String& path() const { return path_; }
-  const glint_test::Offsets& offsets() const { return offsets_; }
+  const testing_support::Offsets& offsets() const { return offsets_; }
 
   // The slot that holds the key's row; the key must have one.
   std::uint32_t slotOf(const typename Traits::Key& key) const {
     const auto inUse =
-        glint_test::wordAt<std::uint32_t>(path_, offsetof(Glint::Header, slotsInUse));
+        testing_support::wordAt<std::uint32_t>(path_, offsetof(Glint::Header, slotsInUse));
     for (std::uint32_t slot = 0; slot < inUse; ++slot) {
-      const Glint::Seq seq = seqOf(slot);
-      const auto word = glint_test::wordAt<std::uint64_t>(path_, offsets_.row(slot, seq.copy()));
+      const Glint::Seq seq(testing_support::wordAt(path_, offsets_.slot(slot)));
+      const auto word = testing_support::wordAt(path_, offsets_.row(slot, seq.copy()));
       if (seq.live() && Glint::keyBitsOf(word, sizeof key) == Traits::keyBits(key)) {
         return slot;
       }
@@ -122,19 +120,16 @@ class RowFile {
   }
   // One bit of the row's contents, behind its key.
   void damageRow(const typename Traits::Key& key) const {
-    const std::uint32_t slot = slotOf(key);
-    glint_test::flipBit(path_, 8 * (offsets_.row(slot, seqOf(slot).copy()) + 20));
+    testing_support::damageRow(path_, slotOf(key));
   }
   // One bit of the word that says what the slot holds: every reader that meets it is told.
-  void damageSlot(std::uint32_t slot) const { glint_test::flipBit(path_, 8 * offsets_.slot(slot)); }
-
- private:
-  Glint::Seq seqOf(std::uint32_t slot) const {
-    return Glint::Seq(glint_test::wordAt<std::uint64_t>(path_, offsets_.slot(slot)));
+  void damageSlot(std::uint32_t slot) const {
+    testing_support::flipBit(path_, 8 * offsets_.slot(slot));
   }
 
+ private:
   Pell::String path_;
-  glint_test::Offsets offsets_;
+  testing_support::Offsets offsets_;
 };
 
 // One process's entry log on a state folder.

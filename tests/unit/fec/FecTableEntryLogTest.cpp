@@ -131,7 +131,7 @@ TEST_F(FecTableEntryLogMounts, TheLogIsACollectionOf100000RowsNamedEntryLogConfi
   EXPECT_EQ(logRows().capacity(), 100000U);
   EXPECT_TRUE(logRows().isWriter());
   EXPECT_EQ(ZevGlint::ZevGlintType{0}, ZevGlint::ZevGlintType::writer);
-  const auto header = glint_test::wordAt<Glint::FixedHeader>(logRows().filePath(), 0);
+  const auto header = testing_support::wordAt<Glint::FixedHeader>(logRows().filePath(), 0);
   EXPECT_STREQ(header.collectionName.data(), "entryLogConfig");
   EXPECT_EQ(header.rowBytes, 56U);
 }
@@ -141,7 +141,7 @@ TEST_F(FecTableEntryLogMounts, AConfigurationTableIsACollectionOf65536RowsNamedS
   EXPECT_EQ(log().tableConfigGlint(kUnit)->name(), FecTableConstants::configGlintPath(kUnit));
   EXPECT_EQ(configRows().capacity(), 65536U);
   EXPECT_TRUE(configRows().isWriter());
-  const auto header = glint_test::wordAt<Glint::FixedHeader>(configRows().filePath(), 0);
+  const auto header = testing_support::wordAt<Glint::FixedHeader>(configRows().filePath(), 0);
   EXPECT_STREQ(header.collectionName.data(), "swTableEntries");
   EXPECT_EQ(header.rowBytes, 64U);
 }

@@ -77,6 +77,10 @@ class FecTableInterfaceTest : public testing_support::LeakCheckedTest {
     }
   }
 
+  std::string fileAt(const Pell::String& glintPath) const {
+    return root_.path() + "/" + glintPath + ".table";
+  }
+
   testing_support::TemporaryRoot root_;
   ManualEventLoop loop_;
   Pell::Ptr<Asic::OrderedTableInterface> tables_;
@@ -309,7 +313,7 @@ class RemovedLogTest : public FecTableInterfaceTest {
   void startWithoutTheLog(std::optional<std::uint64_t> applied) {
     leaveBehind(5, applied);
     end();
-    ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.FecTable.log.table"));
+    ASSERT_TRUE(std::filesystem::remove(fileAt(FecTableConstants::entryLogGlintPath())));
     begin();
     fec_ = getIntf();
   }
@@ -353,8 +357,8 @@ TEST_F(RemovedLogTest, TheLogItselfKeepsTheVersionThatItWasRaisedTo) {
   EXPECT_EQ(scratchpad(), 5U);
   fec_ = nullptr;
   end();
-  ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.grouplog.table"));
-  ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.applied.table"));
+  ASSERT_TRUE(std::filesystem::remove(fileAt(FecTableConstants::groupLogGlintPath())));
+  ASSERT_TRUE(std::filesystem::remove(fileAt(FecTableConstants::groupVersionsGlintPath())));
   begin();
   fec_ = getIntf();
   EXPECT_EQ(version(), LogVersion(5));
@@ -369,7 +373,7 @@ TEST_F(RemovedLogTest, ARaisedVersionIsTracedAndOneThatIsThereAlreadyIsNot) {
   EXPECT_THAT(traces.texts(3), IsEmpty());
   fec_ = nullptr;
   end();
-  ASSERT_TRUE(std::filesystem::remove(root_.path() + "/LoamAdj.LoamAdj.FecTable.log.table"));
+  ASSERT_TRUE(std::filesystem::remove(fileAt(FecTableConstants::entryLogGlintPath())));
   begin();
   fec_ = getIntf();
   EXPECT_THAT(traces.texts(3), ElementsAre(" raised to announced: 5 from tableVersion: 0"));
@@ -379,16 +383,6 @@ TEST_F(RemovedLogTest, ARaisedVersionIsTracedAndOneThatIsThereAlreadyIsNot) {
 
 class DamagedGroupLogTest : public FecTableInterfaceTest {
  protected:
-  // Flips one bit of the version in the first row of the file.
-  static void damageVersionRow(const std::string& file) {
-    using Row = Asic::GroupVersionRow;
-    constexpr std::uint32_t kCapacity = Asic::GroupVersionsGlint::kCapacity;
-    const glint_test::Offsets offsets(kCapacity, Glint::RowTraits<Row>::physicalSlots(kCapacity),
-                                      sizeof(Row));
-    const Glint::Seq seq(glint_test::wordAt<std::uint64_t>(file, offsets.slot(0)));
-    ASSERT_TRUE(seq.live());
-    glint_test::flipBit(file, 8 * (offsets.row(0, seq.copy()) + 8));
-  }
   std::string file() const { return group()->groupLog()->versionsMap().filePath(); }
   std::uint64_t corruptions() const { return group()->groupLog()->versionsMap().corruptionCount(); }
   // Starts; nothing is cleaned, and everything after the cleanup is done.
@@ -409,14 +403,14 @@ class DamagedGroupLogTest : public FecTableInterfaceTest {
 TEST_F(DamagedGroupLogTest, ARowThatIsDamagedWhileMappedIsReportedAndStartUpGoesOn) {
   leaveBehind(3, 2);
   restart();
-  damageVersionRow(file());
+  testing_support::damageRow(file(), 0);
   expectStartsWithoutCleanup();
 }
 
 TEST_F(DamagedGroupLogTest, TheReportOfTheDamageCarriesItsMessage) {
   leaveBehind(3, 2);
   restart();
-  damageVersionRow(file());
+  testing_support::damageRow(file(), 0);
   const TraceRecorder traces({"GlintMapBase"});
   getIntf();
   ASSERT_EQ(traces.texts(1).size(), 1U);
@@ -427,7 +421,7 @@ TEST_F(DamagedGroupLogTest, ARowThatIsDamagedWhileUnmountedCountsAsAbsent) {
   leaveBehind(3, 2);
   const std::string damaged = file();
   end();
-  damageVersionRow(damaged);
+  testing_support::damageRow(damaged, 0);
   begin();
   expectStartsWithoutCleanup();
 }
@@ -435,7 +429,7 @@ TEST_F(DamagedGroupLogTest, ARowThatIsDamagedWhileUnmountedCountsAsAbsent) {
 TEST_F(DamagedGroupLogTest, AReportAfterTheDamageCleansTheLogAsEver) {
   leaveBehind(3, 2);
   restart();
-  damageVersionRow(file());
+  testing_support::damageRow(file(), 0);
   const auto fec = getIntf();
   fec->makeSwTable(UnitId(0), nullptr, false);
   group()->tableVersionApplied({kTableId, LogVersion(3)});

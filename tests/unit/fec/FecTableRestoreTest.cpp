@@ -407,13 +407,9 @@ TEST_F(ClearTest, ATableThatIsNotReadyGetsNoTableDelete) {
     return Pell::Ptr<Zev::Entity>(Zev::makeObject<UnreadyConfig>(site));
   });
   const Asic::UnitId unit = table().unitId();
-  const auto manager = ZevSharedMem::getEntityManager(log().entityManager());
-  const Pell::String path = LoamFec::FecTableConstants::configGlintPath(unit);
-  ZevGlint::MountInfo info(ZevGlint::ZevGlintType::writer);
-  info.collectionInfoIs(ZevGlint::CollectionInfo(UnreadyConfig::kCollectionName,
-                                                 LoamFec::FecTableConstants::kConfigCapacity));
-  manager->doMount(path, UnreadyConfig::kTypeName, info);
-  log().tableConfigGlintIs(unit, Pell::dynamicPtrCast<UnreadyConfig>(manager->getEntity(path)));
+  log().tableConfigGlintIs(
+      unit, ZevSharedMem::mountForWriting<UnreadyConfig>(
+                log().entityManager(), LoamFec::FecTableConstants::configGlintPath(unit)));
 
   table().clearTable(true);
   EXPECT_EQ(logVersion(), 3U);

@@ -130,19 +130,6 @@ class HardwareFixture : public testing_support::LeakCheckedTest {
                      copy * sizeof(Glint::ScratchpadSlot::Copy)));
     }
   }
-  // Flips a bit in the key's row of the configuration table in that file, unseen by those that have
-  // it mounted.
-  static void damageRowOf(const std::string& path, std::uint32_t fecId) {
-    const testing_support::TablePlaces places(path);
-    for (const std::uint32_t slot : places.liveSlots()) {
-      const std::uint64_t row = places.liveRow(slot);
-      if (static_cast<std::uint32_t>(testing_support::wordAt(path, row)) == fecId) {
-        testing_support::flipBit(path, 8 * (row + 20) + 3);
-        return;
-      }
-    }
-    FAIL() << "no row of key " << fecId;
-  }
 
   std::uint64_t applied(Asic::SwTableId table = FecTableConstants::kTableId) const {
     return asic_->appliedVersion(table).value();

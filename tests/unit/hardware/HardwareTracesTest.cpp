@@ -137,7 +137,7 @@ TEST_F(HardwareTracesTest, WhatEachConfigurationRowDecidesIsTraced) {
 
 TEST_F(HardwareTracesTest, DamagedRowsOfAUnitAreTold) {
   write(1);
-  damageRowOf(config().filePath(), 1);
+  testing_support::damageRowOf(config().filePath(), 1);
   traces_.clear();
   start();
   EXPECT_THAT(traced(3), Contains("3 Resynchroniser::lookAtRowsOf unitId: 0 has damaged rows: no "

@@ -96,8 +96,7 @@ TEST_F(ResynchronisationTest, ResynchronisationCountsWhatItRepairs) {
 TEST_F(ResynchronisationTest, ADamagedLogRowIsRepairedLikeOneThatIsMissing) {
   write(1, 1);
   const std::string path = harness_.log().tableEntryLog()->entryLogConfig().filePath();
-  const testing_support::TablePlaces places(path);
-  testing_support::flipBit(path, 8 * (places.liveRow(places.liveSlots().front()) + 20));
+  testing_support::damageRow(path, testing_support::TablePlaces(path).liveSlots().front());
   asic_->step(kPlenty);
   EXPECT_EQ(asic_->repairs(), 1U);
   EXPECT_EQ(applied(), 1U);
@@ -159,8 +158,7 @@ TEST_F(ResynchronisationTest, DamageInTheGroupLogAtAStartIsCounted) {
   write(1, 1);
   write(2, 2);
   const std::string path = harness_.group()->groupLog()->logMap().filePath();
-  const testing_support::TablePlaces places(path);
-  testing_support::flipBit(path, 8 * (places.liveRow(places.liveSlots().front()) + 20));
+  testing_support::damageRow(path, testing_support::TablePlaces(path).liveSlots().front());
   start();
   EXPECT_EQ(asic_->missedGroupRows(), 1U);
   EXPECT_EQ(hardware(), committed());
@@ -665,7 +663,7 @@ class DamagedRowTest : public ResynchronisationTest {
 
 TEST_F(DamagedRowTest, AReaderThatDoesNotSeeAllRowsRemovesNothing) {
   harness_.stop();
-  damageRowOf(path_, 2);
+  testing_support::damageRowOf(path_, 2);
   const Asic::Resynchronisation found = asic_->resynchronise();
   EXPECT_EQ(found.removed, 0U);
   EXPECT_EQ(found.unchanged, kEntries - 1);
@@ -673,7 +671,7 @@ TEST_F(DamagedRowTest, AReaderThatDoesNotSeeAllRowsRemovesNothing) {
 }
 
 TEST_F(DamagedRowTest, ARepairBesideAWriterThatHasNotMetTheDamageRemovesNothing) {
-  damageRowOf(path_, 2);
+  testing_support::damageRowOf(path_, 2);
   loseAnAnnouncement();
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(asic_->repairs(), 1U);
@@ -681,7 +679,7 @@ TEST_F(DamagedRowTest, ARepairBesideAWriterThatHasNotMetTheDamageRemovesNothing)
 }
 
 TEST_F(DamagedRowTest, TheRowThatTheWriterHasRetiredIsTakenOffAndNoOther) {
-  damageRowOf(path_, 2);
+  testing_support::damageRowOf(path_, 2);
   EXPECT_EQ(harness_.log().entryHas(FecHarness::key(2), kUnit0), false);
   loseAnAnnouncement();
   EXPECT_FALSE(asic_->step(kPlenty));
@@ -692,7 +690,7 @@ TEST_F(DamagedRowTest, TheRowThatTheWriterHasRetiredIsTakenOffAndNoOther) {
 TEST_F(DamagedRowTest, WhatIsMarkedDeletedIsTakenOffThoughDamageHidesAnotherRow) {
   remove(5);
   loseLogRow(version());
-  damageRowOf(path_, 2);
+  testing_support::damageRowOf(path_, 2);
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(asic_->repairs(), 1U);
   EXPECT_EQ(hardware().size(), kEntries - 1);
@@ -704,7 +702,7 @@ TEST_F(DamagedRowTest, TheLogStillTellsOfTheKeyWhoseRowIsHidden) {
   loseAnAnnouncement();
   write(kEntries + 1, 9);
   loseLogRow(version());
-  damageRowOf(path_, 2);
+  testing_support::damageRowOf(path_, 2);
   start();
   EXPECT_EQ(hardware().size(), kEntries + 1);
   ASSERT_NE(held(2), nullptr);
@@ -721,7 +719,7 @@ TEST_F(DamagedRowTest, DamageInOneUnitKeepsNothingInAnother) {
   asic_->step(kPlenty);
   config(0).rowDel(FecHarness::key(1));
   config(1).rowDel(FecHarness::key(1));
-  damageRowOf(path_, 2);
+  testing_support::damageRowOf(path_, 2);
   loseAnAnnouncement();
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(hardware(0).size(), kEntries);

@@ -212,7 +212,7 @@ TEST_F(StateRepairTest, SlotsThatCannotBeToldAreFoundBehindAGap) {
   testing_support::flipBit(path(TableRole::config), 8 * offsetof(Glint::Header, slotsInUse) + 10);
   std::fstream file(path(TableRole::config), std::ios::in | std::ios::out | std::ios::binary);
   file.seekp(static_cast<std::streamoff>(gapAt));
-  const std::string zeros(places.slotBytes() * std::size_t{Glint::kChunkSlots}, '\0');
+  const std::string zeros(Glint::slotBytes(places.rowBytes) * Glint::kChunkSlots, '\0');
   file << zeros << std::flush;
   repair();
   EXPECT_EQ(entries(), expected);
@@ -375,8 +375,10 @@ TEST_F(StateRepairTest, ARepairThatIsKilledWhileItCopiesLeavesNoHalfACopy) {
 TEST_F(StateRepairTest, ARepairThatIsKilledWhileItBuildsAnIndexIsRunAgain) {
   const auto expected = entries();
   const testing_support::TablePlaces places(path(TableRole::config));
-  testing_support::wordIs(path(TableRole::config), offsetof(Glint::Header, generation), 7);
-  testing_support::wordIs(path(TableRole::config), places.head(places.usedBuckets()[0]) & ~7U, 0);
+  testing_support::wordIs(path(TableRole::config), offsetof(Glint::Header, generation),
+                          std::uint64_t{7});
+  testing_support::wordIs(path(TableRole::config), places.head(places.usedBuckets()[0]) & ~7U,
+                          std::uint64_t{0});
   EXPECT_THAT(steps(repair()), Contains("change_in_flight"));
   EXPECT_EQ(entries(), expected);
   anAgentGoesOn();
@@ -524,7 +526,7 @@ TEST_F(StateRepairTest, AnyFlippedBitIsHarmlessOrFoundAndRepaired) {
     const testing_support::TablePlaces places(path(TableRole::config));
     const std::uint64_t headerBit = random() % (8 * sizeof(Glint::Header));
     const std::uint64_t slotBit =
-        8 * places.slot(0) + random() % (8 * std::uint64_t{places.slotBytes()} * (kEntries + 1));
+        8 * places.slot(0) + random() % (8 * Glint::slotBytes(places.rowBytes) * (kEntries + 1));
     const std::uint64_t linkBit = 8 * places.link(0) + random() % (32 * kEntries);
     const std::uint64_t bits[] = {headerBit, slotBit, linkBit};
     const std::uint64_t bit = bits[flip % 3];

@@ -93,8 +93,7 @@ class StateFolderTest : public testing_support::LeakCheckedTest {
   // Damages the row that stands in the n-th slot that holds one.
   void damageRow(TableRole role, std::size_t number, std::uint64_t byte = 20) const {
     const testing_support::TablePlaces places(path(role));
-    testing_support::flipBit(path(role),
-                             8 * (places.liveRow(places.liveSlots().at(number)) + byte));
+    testing_support::damageRow(path(role), places.liveSlots().at(number), byte);
   }
 
   static std::vector<std::string> kindsOf(const std::vector<Tools::Remark>& remarks) {

@@ -86,14 +86,8 @@ class GroupLogFollowerTest : public testing_support::LeakCheckedTest {
   Glint::GlintMap<GroupLogRow>& logRows() const {
     return dynamic_cast<Glint::GlintMap<GroupLogRow>&>(log_->logMap());
   }
-  void damageSlot(std::uint32_t slot) const {
-    using Traits = Glint::RowTraits<GroupLogRow>;
-    constexpr std::uint32_t kCapacity = GroupLogGlint::kCapacity;
-    const std::string& file = log_->logMap().filePath();
-    const glint_test::Offsets at(kCapacity, Traits::physicalSlots(kCapacity), sizeof(GroupLogRow));
-    const Glint::Seq seq(glint_test::wordAt<std::uint64_t>(file, at.slot(slot)));
-    ASSERT_TRUE(seq.live());
-    glint_test::flipBit(file, 8 * (at.row(slot, seq.copy()) + 8));
+  void damageRow(std::uint32_t slot) const {
+    testing_support::damageRow(log_->logMap().filePath(), slot);
   }
 
   static std::string text(const Announcement& announcement) {
@@ -217,7 +211,7 @@ TEST_F(GroupLogFollowerTest, ARowThatIsDamagedIsAGapAndTheNextOperationFollows) 
   add(kTableA, 1);
   add(kTableA, 2);
   add(kTableA, 3);
-  damageSlot(1);
+  damageRow(1);
   EXPECT_THAT(taken(), ElementsAre("1:03:01:0805@1+0", "gap 2", "3:03:01:0805@3+0"));
 }
 
@@ -246,9 +240,9 @@ TEST_F(GroupLogFollowerTest, ACountThatNoWriterLeavesIsAGap) {
 TEST_F(GroupLogFollowerTest, AScratchpadThatIsDamagedAnnouncesNothingUntilTheNextOperation) {
   add(kTableA, 1);
   const std::string& file = log_->logMap().filePath();
-  const auto header = glint_test::wordAt<Glint::Header>(file, 0);
+  const auto header = testing_support::wordAt<Glint::Header>(file, 0);
   const Glint::Seq seq(header.scratchpad.seq);
-  glint_test::flipBit(
+  testing_support::flipBit(
       file, 8 * (offsetof(Glint::Header, scratchpad) + offsetof(Glint::ScratchpadSlot, copies) +
                  seq.copy() * sizeof(Glint::ScratchpadSlot::Copy) +
                  offsetof(Glint::ScratchpadSlot::Copy, value)));
@@ -323,7 +317,7 @@ TEST_F(GroupLogFollowerTest, DamageAmongStandingRowsIsSaid) {
   add(kTableA, 1);
   add(kTableA, 2, 17);
   add(kTableA, 3);
-  damageSlot(2);
+  damageRow(2);
   EXPECT_THAT(standing(false), ElementsAre("1:03:01:0805@1+0", "5:03:01:0805@3+0"));
   EXPECT_THAT(taken(), IsEmpty());
 }

@@ -104,24 +104,6 @@ class GroupLogTest : public testing_support::LeakCheckedTest {
     return word;
   }
 
-  // Flips one bit in the live copy of the row that stands in the slot, in the file.
-  static void damage(const std::string& file, const glint_test::Offsets& offsets,
-                     std::uint32_t slot) {
-    const Glint::Seq seq(glint_test::wordAt<std::uint64_t>(file, offsets.slot(slot)));
-    ASSERT_TRUE(seq.live());
-    glint_test::flipBit(file, 8 * (offsets.row(slot, seq.copy()) + 8));
-  }
-  static void damageVersionRow(const std::string& file, std::uint32_t slot = 0) {
-    using Traits = Glint::RowTraits<GroupVersionRow>;
-    constexpr std::uint32_t kCapacity = Asic::GroupVersionsGlint::kCapacity;
-    damage(file, {kCapacity, Traits::physicalSlots(kCapacity), sizeof(GroupVersionRow)}, slot);
-  }
-  static void damageLogRow(const std::string& file, std::uint32_t slot) {
-    using Traits = Glint::RowTraits<GroupLogRow>;
-    constexpr std::uint32_t kCapacity = Asic::GroupLogGlint::kCapacity;
-    damage(file, {kCapacity, Traits::physicalSlots(kCapacity), sizeof(GroupLogRow)}, slot);
-  }
-
   testing_support::TemporaryRoot root_;
   Pell::Ptr<Vanta::EntityManager> entityManager_;
   Pell::Ptr<GroupLog> log_;
@@ -581,7 +563,7 @@ TEST_F(GroupLogTest, SequencesGoOnBeyond32Bits) {
 
 TEST_F(GroupLogTest, AnAppliedVersionThatIsDamagedWhileMappedThrowsUntilItIsReported) {
   apply(kTableA, 7);
-  damageVersionRow(log_->versionsMap().filePath());
+  testing_support::damageRow(log_->versionsMap().filePath(), 0);
   EXPECT_THROW((void)log_->hasTableVersion(kTableA), Pell::CorruptionDetectedException);
   EXPECT_THROW((void)log_->tableVersion(kTableA), Pell::CorruptionDetectedException);
   log_->versionsMap().doCorruptionDetected("damaged");
@@ -606,7 +588,7 @@ TEST_F(GroupLogTest, WhatIsKnownAsAppliedIsWhatWasOnRecordOrReported) {
 TEST_F(GroupLogTest, DamageToARecordTakesNothingBackUntilARestart) {
   add(kTableA, 7);
   apply(kTableA, 7);
-  damageVersionRow(log_->versionsMap().filePath());
+  testing_support::damageRow(log_->versionsMap().filePath(), 0);
   EXPECT_EQ(log_->applied(kTableA), LogVersion(7));
   apply(kTableA, 6);
   EXPECT_EQ(log_->applied(kTableA), LogVersion(7));
@@ -619,7 +601,7 @@ TEST_F(GroupLogTest, AReportReplacesAnAppliedVersionThatIsDamaged) {
   add(kTableA, 7);
   add(kTableA, 8);
   apply(kTableA, 7);
-  damageVersionRow(log_->versionsMap().filePath());
+  testing_support::damageRow(log_->versionsMap().filePath(), 0);
   apply(kTableA, 8);
   EXPECT_EQ(log_->versionsMap().corruptionCount(), 0U) << "nobody had to read it";
   EXPECT_EQ(log_->tableVersion(kTableA), LogVersion(8));
@@ -630,7 +612,7 @@ TEST_F(GroupLogTest, AnAppliedVersionThatIsDamagedWhileUnmountedCountsAsAbsent) 
   apply(kTableA, 7);
   const std::string file = log_->versionsMap().filePath();
   stop();
-  damageVersionRow(file);
+  testing_support::damageRow(file, 0);
   start();
   EXPECT_EQ(log_->versionsMap().corruptionCount(), 1U);
   EXPECT_FALSE(log_->hasTableVersion(kTableA));
@@ -646,12 +628,12 @@ TEST_F(GroupLogTest, DamageThatAStartMeetsIsTracedWithWhatItCosts) {
   const std::string versions = log_->versionsMap().filePath();
   const std::string log = log_->logMap().filePath();
   stop();
-  damageVersionRow(versions);
+  testing_support::damageRow(versions, 0);
   const testing_support::TraceRecorder traces({"GlintTable", "GroupLog"}, 1U << 1 | 1U << 3);
   Zev::traceSinkIs([&, recording = Zev::traceSink()](const Zev::TraceRecord& record) {
     if (record.className == "GlintTable") {
-      damageVersionRow(versions, 1);
-      damageLogRow(log, 1);
+      testing_support::damageRow(versions, 1);
+      testing_support::damageRow(log, 1);
     } else {
       recording(record);
     }
@@ -669,7 +651,7 @@ TEST_F(GroupLogTest, ADamagedRowCostsThatRowAloneAcrossARestart) {
   }
   const std::string file = log_->logMap().filePath();
   stop();
-  damageLogRow(file, 2);
+  testing_support::damageRow(file, 2);
   start();
   EXPECT_EQ(log_->logMap().corruptionCount(), 1U);
   EXPECT_THAT(rows(), ElementsAre(Row{1, kTableA, 1}, Row{2, kTableA, 2}, Row{4, kTableA, 4},
@@ -684,7 +666,7 @@ TEST_F(GroupLogTest, ARowThatIsDamagedWhileMappedDoesNotStopTheReport) {
   for (std::uint64_t version = 1; version <= 3; ++version) {
     add(kTableA, version);
   }
-  damageLogRow(log_->logMap().filePath(), 1);
+  testing_support::damageRow(log_->logMap().filePath(), 1);
   apply(kTableA, 3);
   EXPECT_THAT(rows(), IsEmpty());
   EXPECT_EQ(log_->tableVersion(kTableA), LogVersion(3));
@@ -699,9 +681,9 @@ TEST_F(GroupLogTest, ARowThatIsDamagedWhileTheGroupStartsCostsThatRowAlone) {
   const std::string file = log_->logMap().filePath();
   const std::string versions = log_->versionsMap().filePath();
   stop();
-  damageVersionRow(versions);
+  testing_support::damageRow(versions, 0);
   const testing_support::TraceRecorder levels({"GlintTable"});
-  Zev::traceSinkIs([&](const Zev::TraceRecord&) { damageLogRow(file, 1); });
+  Zev::traceSinkIs([&](const Zev::TraceRecord&) { testing_support::damageRow(file, 1); });
   start();
   EXPECT_EQ(log_->logMap().corruptionCount(), 1U);
   EXPECT_THAT(rows(), ElementsAre(Row{1, kTableA, 1}, Row{3, kTableA, 3}));
@@ -715,7 +697,7 @@ TEST_F(GroupLogTest, TheRowsHaveFixedSizesAndTheTablesTheirNamesAndCapacities) {
   EXPECT_EQ(log_->logMap().filePath(), root_.path() + "/agent.group.grouplog.table");
   EXPECT_EQ(log_->versionsMap().filePath(), root_.path() + "/agent.group.applied.table");
   const auto header = [](const Glint::GlintMapBase& map) {
-    return glint_test::wordAt<Glint::FixedHeader>(map.filePath(), 0);
+    return testing_support::wordAt<Glint::FixedHeader>(map.filePath(), 0);
   };
   EXPECT_STREQ(header(log_->logMap()).collectionName.data(), "groupLog");
   EXPECT_STREQ(header(log_->versionsMap()).collectionName.data(), "appliedVersions");

@@ -21,12 +21,12 @@
 
 namespace {
 
-using glint_test::Offsets;
 using glint_test::RisingRow;
 using glint_test::risingRow;
 using glint_test::State;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using testing_support::Offsets;
 using Rows = Glint::GlintMap<RisingRow>;
 
 constexpr std::uint32_t kCapacity = 8;  // buckets too, and keys are their own hashes
@@ -60,15 +60,13 @@ class CorruptionTest : public testing_support::LeakCheckedTest {
   const std::string& root() const { return root_.path(); }
   std::string file() const { return root_.path() + "/t.table"; }
   std::uint64_t generation() const {
-    return glint_test::wordAt<std::uint64_t>(file(), offsetof(Glint::Header, generation));
+    return testing_support::wordAt(file(), offsetof(Glint::Header, generation));
   }
 
   Glint::Seq seq(std::uint32_t slot) const {
-    return Glint::Seq(glint_test::wordAt<std::uint64_t>(file(), kOffsets.slot(slot)));
+    return Glint::Seq(testing_support::wordAt(file(), kOffsets.slot(slot)));
   }
-  void damageRow(std::uint32_t slot) {
-    glint_test::flipBit(file(), 8 * (kOffsets.row(slot, seq(slot).copy()) + 20));
-  }
+  void damageRow(std::uint32_t slot) { testing_support::damageRow(file(), slot); }
 
   // Damage is thrown once, counted, and not met again; returns what was thrown.
   std::string thrownOnceBy(const std::function<void()>& look) {
@@ -152,11 +150,11 @@ TEST_F(CorruptionTest, ADamagedKeyDoesNotHideItsRow) {
   // Key 8 becomes one of another bucket, then another one of its own bucket.
   for (const unsigned bit : {1U, 20U}) {
     const std::uint64_t keyBit = 8 * kOffsets.row(8, seq(8).copy()) + bit;
-    glint_test::flipBit(file(), keyBit);
+    testing_support::flipBit(file(), keyBit);
     EXPECT_THROW(rows().row(8), Pell::CorruptionDetectedException);
     EXPECT_THROW(rows().has(kAbsent), Pell::CorruptionDetectedException);  // on the way to a miss
     EXPECT_EQ(rows().row(0), risingRow(0, 0));  // behind it on the same chain
-    glint_test::flipBit(file(), keyBit);
+    testing_support::flipBit(file(), keyBit);
   }
   expectRowsExcept(std::nullopt);
 }
@@ -179,10 +177,10 @@ TEST_F(CorruptionTest, AWalkEndsAtADamagedRowAndTheNextOneIsWhole) {
 TEST_F(CorruptionTest, TheHintThatAKeyIsNeededSoonChangesNothingAndMindsNoDamage) {
   rows().fetchAhead(5);
   rows().fetchAhead(kAbsent);
-  glint_test::wordAtIs<std::uint32_t>(file(), kOffsets.head(3), 0xFFFFFFFFU);
-  const auto before = glint_test::readFile(file());
+  testing_support::wordIs<std::uint32_t>(file(), kOffsets.head(3), 0xFFFFFFFFU);
+  const auto before = testing_support::readFile(file());
   rows().fetchAhead(3);
-  EXPECT_EQ(glint_test::readFile(file()), before);
+  EXPECT_EQ(testing_support::readFile(file()), before);
   EXPECT_EQ(rows().corruptionCount(), 0U);
   EXPECT_EQ(rows().row(5), risingRow(5, 5));
 }
@@ -194,7 +192,7 @@ TEST_F(CorruptionTest, AWalkThatBeginsAtADamagedRowIsReportedToo) {
 }
 
 TEST_F(CorruptionTest, AnImpossibleSeqIsReportedByLookupsAndWalks) {
-  glint_test::flipBit(file(), 8 * kOffsets.slot(4) + 1);  // the live bit
+  testing_support::flipBit(file(), 8 * kOffsets.slot(4) + 1);  // the live bit
   EXPECT_THROW(rows().iteratorAt(4), Pell::CorruptionDetectedException);
   EXPECT_THROW(glint_test::walk(rows()), Pell::CorruptionDetectedException);
   EXPECT_THAT(thrownOnceBy([&] { rows().row(4); }), HasSubstr("slot 4: its seq is impossible"));
@@ -203,7 +201,7 @@ TEST_F(CorruptionTest, AnImpossibleSeqIsReportedByLookupsAndWalks) {
 }
 
 TEST_F(CorruptionTest, ALiveSlotOfVersion0IsImpossible) {
-  glint_test::wordAtIs(file(), kOffsets.slot(4), Glint::Seq(0, true, 0).word());
+  testing_support::wordIs(file(), kOffsets.slot(4), Glint::Seq(0, true, 0).word());
   EXPECT_THROW(rows().row(4), Pell::CorruptionDetectedException);
   unmount();
   EXPECT_THAT(Glint::verifyTable(file()).findings.front(), HasSubstr("slot 4: impossible seq"));
@@ -211,8 +209,8 @@ TEST_F(CorruptionTest, ALiveSlotOfVersion0IsImpossible) {
 
 TEST_F(CorruptionTest, ARowThatWasTakenOffWithAValidSeqIsMissed) {
   // Dead with a valid check, though nobody deleted it: no checksum vouches for that.
-  glint_test::wordAtIs(file(), kOffsets.slot(4),
-                       Glint::Seq(seq(4).version(), false, seq(4).copy()).word());
+  testing_support::wordIs(file(), kOffsets.slot(4),
+                          Glint::Seq(seq(4).version(), false, seq(4).copy()).word());
   EXPECT_THAT(thrownOnceBy([&] { rows().has(4); }), HasSubstr("does not belong there"));
   EXPECT_FALSE(rows().has(4));
   expectVerifies();
@@ -220,7 +218,7 @@ TEST_F(CorruptionTest, ARowThatWasTakenOffWithAValidSeqIsMissed) {
 
 TEST_F(CorruptionTest, ALinkOutOfRangeIsMendedAndNoRowIsLost) {
   for (const std::uint32_t slot : {kSlots, kSlots + 1, Glint::Link::kMaxSlots - 1}) {
-    glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::to(slot).word());
+    testing_support::wordIs(file(), kOffsets.head(0), Glint::Link::to(slot).word());
     EXPECT_THAT(thrownOnceBy([&] { rows().row(0); }), HasSubstr("leads nowhere")) << slot;
     expectRowsExcept(std::nullopt);
     expectVerifies();
@@ -228,7 +226,7 @@ TEST_F(CorruptionTest, ALinkOutOfRangeIsMendedAndNoRowIsLost) {
 }
 
 TEST_F(CorruptionTest, ADamagedLinkWithinAChainIsMendedAndNoRowIsLost) {
-  glint_test::flipBit(file(), 8 * kOffsets.link(8));  // 8 precedes 0
+  testing_support::flipBit(file(), 8 * kOffsets.link(8));  // 8 precedes 0
   EXPECT_THAT(thrownOnceBy([&] { rows().row(0); }), HasSubstr("leads nowhere"));
   expectRowsExcept(std::nullopt);
   expectVerifies();
@@ -236,7 +234,7 @@ TEST_F(CorruptionTest, ADamagedLinkWithinAChainIsMendedAndNoRowIsLost) {
 
 TEST_F(CorruptionTest, ARowThatARebuiltIndexDoesNotTakeIsTraced) {
   damageRow(3);
-  glint_test::flipBit(file(), 8 * kOffsets.link(8));  // 8 precedes 0
+  testing_support::flipBit(file(), 8 * kOffsets.link(8));  // 8 precedes 0
   const testing_support::TraceRecorder traces({"GlintTable"});
   EXPECT_THROW((void)rows().row(0), Pell::CorruptionDetectedException);
   rows().doCorruptionDetected("a link");
@@ -246,22 +244,22 @@ TEST_F(CorruptionTest, ARowThatARebuiltIndexDoesNotTakeIsTraced) {
 }
 
 TEST_F(CorruptionTest, ACycleIsMendedAndNoRowIsLost) {
-  glint_test::wordAtIs(file(), kOffsets.link(0), Glint::Link::to(8).word());
+  testing_support::wordIs(file(), kOffsets.link(0), Glint::Link::to(8).word());
   EXPECT_THAT(thrownOnceBy([&] { rows().has(kAbsent); }), HasSubstr("cycle"));
   expectRowsExcept(std::nullopt);
   expectVerifies();
 }
 
 TEST_F(CorruptionTest, AChainThatLeadsIntoAnotherBucketIsMendedAndNoRowIsLost) {
-  glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::to(1).word());
+  testing_support::wordIs(file(), kOffsets.head(0), Glint::Link::to(1).word());
   EXPECT_THAT(thrownOnceBy([&] { rows().row(0); }), HasSubstr("does not belong there"));
   expectRowsExcept(std::nullopt);
   expectVerifies();
 }
 
 TEST_F(CorruptionTest, MutatorsMendWhatTheyMeetAndGoOn) {
-  damageRow(8);                                       // precedes key 0 on its chain
-  glint_test::flipBit(file(), 8 * kOffsets.head(1));  // the chain of keys 1 and 9
+  damageRow(8);                                            // precedes key 0 on its chain
+  testing_support::flipBit(file(), 8 * kOffsets.head(1));  // the chain of keys 1 and 9
   EXPECT_FALSE(rows().rowDel(kAbsent));
   EXPECT_FALSE(rows().has(8));
   EXPECT_TRUE(rows().rowDel(9));
@@ -274,7 +272,7 @@ TEST_F(CorruptionTest, MutatorsMendWhatTheyMeetAndGoOn) {
 
 TEST_F(CorruptionTest, AFreeSlotThatBecameLiveIsRetiredWhenItsTurnComes) {
   const std::uint32_t next = kRows;  // slots of a fresh table are filled in turn
-  glint_test::wordAtIs(file(), kOffsets.slot(next), Glint::Seq(1, true, 0).word());
+  testing_support::wordIs(file(), kOffsets.slot(next), Glint::Seq(1, true, 0).word());
   rows().rowIs(risingRow(12, 12));
   EXPECT_EQ(rows().corruptionCount(), 1U);
   EXPECT_TRUE(seq(next).retired());
@@ -282,7 +280,7 @@ TEST_F(CorruptionTest, AFreeSlotThatBecameLiveIsRetiredWhenItsTurnComes) {
 }
 
 TEST_F(CorruptionTest, AWriterThatFindsTheGenerationOddRebuildsTheIndex) {
-  glint_test::flipBit(file(), 8 * offsetof(Glint::Header, generation));
+  testing_support::flipBit(file(), 8 * offsetof(Glint::Header, generation));
   EXPECT_EQ(rows().row(3), risingRow(3, 3));  // found in the slots
   rows().rowIs(risingRow(20, 20));
   EXPECT_EQ(rows().corruptionCount(), 1U);
@@ -315,7 +313,7 @@ TEST_F(CorruptionTest, AMountPutsDamagedRowsOutOfUseAndCountsThem) {
 
 TEST_F(CorruptionTest, AMountCountsRowsAnewWhenTheCounterIsDamaged) {
   unmount();
-  glint_test::flipBit(file(), 8 * offsetof(Glint::Header, rowCount));
+  testing_support::flipBit(file(), 8 * offsetof(Glint::Header, rowCount));
   const testing_support::TraceRecorder traces({"GlintTable"});
   mountAnew();
   EXPECT_THAT(traces.lines(), ElementsAre(fmt::format(
@@ -328,9 +326,9 @@ TEST_F(CorruptionTest, AMountCountsRowsAnewWhenTheCounterIsDamaged) {
 
 TEST_F(CorruptionTest, AMountFinishesTheRebuildingOfAnIndex) {
   unmount();
-  glint_test::wordAtIs<std::uint64_t>(file(), offsetof(Glint::Header, generation), 101);
+  testing_support::wordIs<std::uint64_t>(file(), offsetof(Glint::Header, generation), 101);
   for (std::uint32_t bucket = 0; bucket < kCapacity; ++bucket) {
-    glint_test::wordAtIs(file(), kOffsets.head(bucket), Glint::Link::end().word());
+    testing_support::wordIs(file(), kOffsets.head(bucket), Glint::Link::end().word());
   }
   {
     State reader(root());  // until then readers find every row in the slots
@@ -352,7 +350,7 @@ class KilledWithinAChange : public CorruptionTest {
   // The state in which the row of key 8, at the head of its chain, is dead and still linked.
   void expectSeenAsAbsentAndTidiedUp(Glint::Seq dead) {
     unmount();
-    glint_test::wordAtIs(file(), kOffsets.slot(8), dead.word());
+    testing_support::wordIs(file(), kOffsets.slot(8), dead.word());
     const Glint::Verification before = Glint::verifyTable(file());
     EXPECT_TRUE(before.clean()) << before.findings.front();
     EXPECT_TRUE(before.changeInFlight);
@@ -389,7 +387,7 @@ TEST_F(KilledWithinAChange, AnInsertThatWasNotPublishedIsUndone) {
 
 TEST_F(KilledWithinAChange, ARetirementThatWasNotUnlinkedIsFinished) {
   unmount();
-  glint_test::wordAtIs(file(), kOffsets.slot(8), Glint::Seq::retiredSlot().word());
+  testing_support::wordIs(file(), kOffsets.slot(8), Glint::Seq::retiredSlot().word());
   EXPECT_TRUE(Glint::verifyTable(file()).clean());
   mountAnew();
   expectRowsExcept(8);
@@ -400,7 +398,7 @@ TEST_F(KilledWithinAChange, ARetirementThatWasNotUnlinkedIsFinished) {
 TEST_F(KilledWithinAChange, TwoChangesInFlightAreNotWhatAKillLeaves) {
   unmount();
   for (const std::uint32_t slot : {8U, 9U}) {
-    glint_test::wordAtIs(file(), kOffsets.slot(slot), seq(slot).deleted().word());
+    testing_support::wordIs(file(), kOffsets.slot(slot), seq(slot).deleted().word());
   }
   EXPECT_THROW(mountAnew(), ZevGlint::MountException);
   EXPECT_THAT(Glint::verifyTable(file()).findings,
@@ -410,7 +408,7 @@ TEST_F(KilledWithinAChange, TwoChangesInFlightAreNotWhatAKillLeaves) {
 TEST_F(KilledWithinAChange, AHalfFilledIdleCopyIsNobodysBusiness) {
   unmount();
   for (std::uint32_t slot = 0; slot < kRows; ++slot) {
-    glint_test::flipBit(file(), 8 * (kOffsets.row(slot, seq(slot).copy() ^ 1U) + 8));
+    testing_support::flipBit(file(), 8 * (kOffsets.row(slot, seq(slot).copy() ^ 1U) + 8));
   }
   EXPECT_TRUE(Glint::verifyTable(file()).clean());
   mountAnew();
@@ -419,9 +417,9 @@ TEST_F(KilledWithinAChange, AHalfFilledIdleCopyIsNobodysBusiness) {
 
 TEST_F(CorruptionTest, AMountRefusesADamagedStructureAndChangesNothing) {
   unmount();
-  const glint_test::Bytes good = glint_test::readFile(file());
+  const testing_support::Bytes good = testing_support::readFile(file());
   const auto refused = [&](const char* why) {
-    const glint_test::Bytes damaged = glint_test::readFile(file());
+    const testing_support::Bytes damaged = testing_support::readFile(file());
     try {
       mountAnew();
       ADD_FAILURE() << "mounted in spite of: " << why;
@@ -429,36 +427,36 @@ TEST_F(CorruptionTest, AMountRefusesADamagedStructureAndChangesNothing) {
       EXPECT_THAT(error.what(), HasSubstr(why));
       EXPECT_THAT(error.what(), HasSubstr("nothing has been changed"));
     }
-    EXPECT_EQ(glint_test::readFile(file()), damaged);
+    EXPECT_EQ(testing_support::readFile(file()), damaged);
     EXPECT_THAT(Glint::verifyTable(file()).findings, ::testing::Contains(HasSubstr(why)));
     unmount();
-    glint_test::writeFile(file(), good);
+    testing_support::writeFile(file(), good);
   };
-  glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::end().word());
+  testing_support::wordIs(file(), kOffsets.head(0), Glint::Link::end().word());
   refused("slot 0: live but not reachable from bucket 0");
-  glint_test::wordAtIs(file(), kOffsets.head(0), Glint::Link::to(kSlots).word());
+  testing_support::wordIs(file(), kOffsets.head(0), Glint::Link::to(kSlots).word());
   refused("bucket 0: link");
-  glint_test::wordAtIs(file(), kOffsets.link(0), Glint::Link::to(8).word());
+  testing_support::wordIs(file(), kOffsets.link(0), Glint::Link::to(8).word());
   refused("bucket 0: slot 8 is reached twice");
-  glint_test::wordAtIs(file(), kOffsets.link(0), Glint::Link::to(12).word());
+  testing_support::wordIs(file(), kOffsets.link(0), Glint::Link::to(12).word());
   refused("slot 12: reachable, dead, and no change of it is in flight");
-  glint_test::flipBit(file(), 8 * kOffsets.slot(6) + 40);
+  testing_support::flipBit(file(), 8 * kOffsets.slot(6) + 40);
   refused("slot 6: impossible seq");
-  glint_test::flipBit(file(), 8 * offsetof(Glint::Header, slotsInUse));
+  testing_support::flipBit(file(), 8 * offsetof(Glint::Header, slotsInUse));
   refused("slots in use: impossible word");
-  glint_test::flipBit(file(), 8 * (offsetof(Glint::Header, scratchpad) + 32));
+  testing_support::flipBit(file(), 8 * (offsetof(Glint::Header, scratchpad) + 32));
   refused("scratchpad: the checksum does not match");
 }
 
 TEST_F(CorruptionTest, TheVerifierSeesAnAltogetherWrongRowCount) {
   unmount();
   for (const std::uint32_t count : {kRows - 1, kRows, kRows + 1}) {  // a kill may leave one off
-    glint_test::wordAtIs(file(), offsetof(Glint::Header, rowCount),
-                         Glint::Counter::of(count).word());
+    testing_support::wordIs(file(), offsetof(Glint::Header, rowCount),
+                            Glint::Counter::of(count).word());
     expectVerifies();
   }
-  glint_test::wordAtIs(file(), offsetof(Glint::Header, rowCount),
-                       Glint::Counter::of(kRows + 2).word());
+  testing_support::wordIs(file(), offsetof(Glint::Header, rowCount),
+                          Glint::Counter::of(kRows + 2).word());
   EXPECT_THAT(Glint::verifyTable(file()).findings,
               ::testing::ElementsAre("the header counts 14 rows, but there are 12"));
 }

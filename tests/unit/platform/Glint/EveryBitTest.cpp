@@ -61,7 +61,7 @@ struct OddTable {
 // The file's bytes, to flip bits in and to put everything back with.
 class FileBytes {
  public:
-  explicit FileBytes(const std::string& path) : good_(glint_test::readFile(path)) {
+  explicit FileBytes(const std::string& path) : good_(testing_support::readFile(path)) {
     const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
     bytes_ = Glint::Mapping::ofFile(fd, good_.size(), Glint::Mapping::Access::write);
     ::close(fd);
@@ -82,7 +82,7 @@ class FileBytes {
   }
 
  private:
-  glint_test::Bytes good_;
+  testing_support::Bytes good_;
   Glint::Mapping bytes_;
 };
 
@@ -135,8 +135,7 @@ class EveryBit : public testing_support::LeakCheckedTest {
     unmount();
     bytes_.emplace(file());
     for (std::uint32_t slot = 0; slot < kRows; ++slot) {
-      liveCopy_.push_back(
-          Glint::Seq(glint_test::wordAt<std::uint64_t>(file(), offsets_.slot(slot))).copy());
+      liveCopy_.push_back(Glint::Seq(testing_support::wordAt(file(), offsets_.slot(slot))).copy());
     }
     absent_ = keyBesides(0);
   }
@@ -325,7 +324,7 @@ class EveryBit : public testing_support::LeakCheckedTest {
   testing_support::TemporaryRoot root_;
   std::optional<State> state_;
   Pell::Ptr<glint_test::TestEntity<Row>> entity_;
-  glint_test::Offsets offsets_;
+  testing_support::Offsets offsets_;
   std::vector<Row> expected_;
   std::vector<unsigned> liveCopy_;  // of each row's slot
   std::uint32_t absent_ = 0;

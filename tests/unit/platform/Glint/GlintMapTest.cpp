@@ -242,11 +242,11 @@ TEST_F(GlintMapDeathTest, ASlotsVersionStopsBeforeItsBound) {
     first.mount<SmallRow>("t", 4)->rows().rowIs(smallRow(1, 1));
   }
   const Glint::Seq seq(Glint::Seq::kVersionLimit - 3, true, 0);
-  const glint_test::Offsets at(4, 8, sizeof(SmallRow));
+  const testing_support::Offsets at(4, 8, sizeof(SmallRow));
   const Glint::SealedRow<2> row{{1, 1, seq.word()}};
-  glint_test::wordAtIs(file, at.row(0, 0), row.words);
-  glint_test::wordAtIs(file, at.checksum(0, 0), row.checksum());
-  glint_test::wordAtIs(file, at.slot(0), seq.word());
+  testing_support::wordIs(file, at.row(0, 0), row.words);
+  testing_support::wordIs(file, at.checksum(0, 0), row.checksum());
+  testing_support::wordIs(file, at.slot(0), seq.word());
   auto entity = state().mount<SmallRow>("t", 4);
   entity->rows().rowIs(smallRow(1, 2));
   EXPECT_EQ(entity->rows().row(1)->value, 2U);

@@ -23,12 +23,12 @@
 
 namespace {
 
-using glint_test::Offsets;
 using glint_test::RisingRow;
 using glint_test::risingRow;
 using glint_test::State;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testing_support::Offsets;
 using Rows = Glint::GlintMap<RisingRow>;
 using Keys = std::vector<std::uint64_t>;
 
@@ -61,17 +61,12 @@ class GuardedTest : public testing_support::LeakCheckedTest {
   std::string file() const { return root_.path() + "/t.table"; }
   const std::string& root() const { return root_.path(); }
 
-  Glint::Seq seq(std::uint32_t slot) const {
-    return Glint::Seq(glint_test::wordAt<std::uint64_t>(file(), kOffsets.slot(slot)));
-  }
-  void damageRow(std::uint32_t slot) const {
-    glint_test::flipBit(file(), 8 * (kOffsets.row(slot, seq(slot).copy()) + 20));
-  }
+  void damageRow(std::uint32_t slot) const { testing_support::damageRow(file(), slot); }
   void damageSeq(std::uint32_t slot) const {
-    glint_test::flipBit(file(), 8 * kOffsets.slot(slot) + 9);
+    testing_support::flipBit(file(), 8 * kOffsets.slot(slot) + 9);
   }
   void damageSlotsInUse() const {
-    glint_test::flipBit(file(), 8 * offsetof(Glint::Header, slotsInUse));
+    testing_support::flipBit(file(), 8 * offsetof(Glint::Header, slotsInUse));
   }
 
  private:

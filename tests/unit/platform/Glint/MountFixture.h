@@ -19,6 +19,13 @@ namespace glint_test {
 
 inline constexpr std::uint32_t kCapacity = 8;
 
+inline ZevGlint::MountInfo mountInfo(ZevGlint::ZevGlintType type, std::uint32_t capacity,
+                                     const Pell::String& collection = "rows") {
+  ZevGlint::MountInfo info(type);
+  info.collectionInfoIs({collection, capacity});
+  return info;
+}
+
 // The text of the exception that `mount` ends with; empty if it does not.
 inline std::string refusal(const std::function<void()>& mount) {
   try {
@@ -47,13 +54,13 @@ class MountTest : public testing_support::LeakCheckedTest {
   // Both kinds of mount refuse the file with a text that has its path and `why` in it, and leave
   // everything as it was.
   void expectRefused(const std::string& why) {
-    const auto before = filesOf(root());
+    const auto before = testing_support::filesOf(root());
     for (const ZevGlint::ZevGlintType type :
          {ZevGlint::ZevGlintType::writer, ZevGlint::ZevGlintType::reader}) {
       EXPECT_THAT(refusalOf(type),
                   ::testing::AllOf(::testing::HasSubstr("t.table"), ::testing::HasSubstr(why)));
     }
-    EXPECT_EQ(filesOf(root()), before);
+    EXPECT_EQ(testing_support::filesOf(root()), before);
   }
 
  private:

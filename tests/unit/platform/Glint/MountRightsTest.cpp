@@ -67,14 +67,14 @@ TEST_F(MountTest, ModesOfWhatARepairMakesAreTheSameWhateverTheUmask) {
     const std::string copy = Glint::keepCopy(root(), "t.table");
     EXPECT_EQ(copy, "t.table.damaged-1");
     EXPECT_EQ(modeOf(root() + "/" + copy), fs::perms(0640)) << mask;
-    EXPECT_EQ(glint_test::readFile(root() + "/" + copy), glint_test::readFile(file()));
+    EXPECT_EQ(testing_support::readFile(root() + "/" + copy), testing_support::readFile(file()));
 
     fs::permissions(file(), fs::perms(0600));
     const std::string aside = Glint::setAside(root(), "t.table");
     EXPECT_EQ(modeOf(root() + "/" + aside), fs::perms(0600)) << mask;  // the file itself
     makeTable();                                                       // in its place
     EXPECT_EQ(modeOf(file()), fs::perms(0640)) << mask;
-    EXPECT_EQ(glint_test::filesOf(root()).size(), 3U);
+    EXPECT_EQ(testing_support::filesOf(root()).size(), 3U);
   }
 }
 
@@ -117,7 +117,7 @@ TEST_F(MountAsRootTest, AReaderWithoutPermissionIsToldWhatToDo) {
 TEST_F(MountAsRootTest, AReaderThatMayNotEnterTheFolderIsToldWhatToDo) {
   makeTable();
   fs::permissions(root(), fs::perms(0750));  // as a writer makes it
-  const auto before = glint_test::filesOf(root());
+  const auto before = testing_support::filesOf(root());
   {
     const NobodyGuard guard;
     EXPECT_EQ(refusalOf(ZevGlintType::reader),
@@ -125,7 +125,7 @@ TEST_F(MountAsRootTest, AReaderThatMayNotEnterTheFolderIsToldWhatToDo) {
                   ": cannot open the state folder: no permission; run as the owner of the state "
                   "folder or as a member of its group");
   }
-  EXPECT_EQ(glint_test::filesOf(root()), before);
+  EXPECT_EQ(testing_support::filesOf(root()), before);
 }
 
 // A folder of another user's own, for what that one may not do there.
@@ -144,8 +144,8 @@ class MountAsOwnerTest : public MountAsRootTest {
   // Both kinds of mount, made by the owner, end so; an empty text stands for success. Nothing of
   // the folder is changed by a refusal, not even the lock file.
   void expectRefusals(const std::string& writers, const std::string& readers) const {
-    const auto before = glint_test::filesOf(root());
-    const glint_test::Bytes lockBefore = glint_test::readFile(lock());
+    const auto before = testing_support::filesOf(root());
+    const testing_support::Bytes lockBefore = testing_support::readFile(lock());
     const std::string remedy =
         ": no permission; run as the owner of the state folder or as a member of its group";
     {
@@ -153,8 +153,8 @@ class MountAsOwnerTest : public MountAsRootTest {
       EXPECT_EQ(refusalOf(ZevGlintType::writer), writers + remedy);
       EXPECT_EQ(refusalOf(ZevGlintType::reader), readers.empty() ? "" : readers + remedy);
     }
-    EXPECT_EQ(glint_test::filesOf(root()), before);
-    EXPECT_EQ(glint_test::readFile(lock()), lockBefore);
+    EXPECT_EQ(testing_support::filesOf(root()), before);
+    EXPECT_EQ(testing_support::readFile(lock()), lockBefore);
   }
 };
 
@@ -207,14 +207,14 @@ TEST_F(MountAsRootTest, AFileOfAForeignOwnerIsRefused) {
 TEST_F(MountAsRootTest, ALockFileOfAForeignOwnerIsRefusedAndNotRewritten) {
   makeTable();
   const std::string lock = root() + "/.writer";
-  glint_test::writeFile(lock, {'h', 'i', 's'});
+  testing_support::writeFile(lock, {'h', 'i', 's'});
   fs::permissions(lock, fs::perms(0600));
   ASSERT_EQ(::chown(lock.c_str(), kNobody, kNobody), 0);
-  const auto before = glint_test::filesOf(root());
+  const auto before = testing_support::filesOf(root());
   EXPECT_EQ(refusalOf(ZevGlintType::writer),
             lock + ": it belongs to user 65534, its folder to user 0; remove it");
-  EXPECT_EQ(glint_test::filesOf(root()), before);
-  EXPECT_EQ(glint_test::readFile(lock), (glint_test::Bytes{'h', 'i', 's'}));
+  EXPECT_EQ(testing_support::filesOf(root()), before);
+  EXPECT_EQ(testing_support::readFile(lock), (testing_support::Bytes{'h', 'i', 's'}));
   EXPECT_EQ(modeOf(lock), fs::perms(0600));
   EXPECT_EQ(refusalOf(ZevGlintType::reader), "");
 }
@@ -242,7 +242,7 @@ class FileSizeGuard {
 TEST_F(MountTest, ATableThatCannotBeCreatedLeavesNothing) {
   const FileSizeGuard guard(8192);
   EXPECT_THAT(refusalOf(ZevGlintType::writer), HasSubstr("cannot create the table"));
-  EXPECT_TRUE(glint_test::filesOf(root()).empty());
+  EXPECT_TRUE(testing_support::filesOf(root()).empty());
 }
 
 // A tmpfs of a size, for as long as it lives.
@@ -273,7 +273,7 @@ TEST_F(MountAsRootTest, AFullFileSystemIsAClearErrorAndNothingIsLeft) {
   }
   EXPECT_THAT(refusalOf(ZevGlintType::writer, 4096),
               AllOf(HasSubstr("No space left on device"), HasSubstr("make room")));
-  EXPECT_TRUE(glint_test::filesOf(root()).empty());
+  EXPECT_TRUE(testing_support::filesOf(root()).empty());
 }
 
 using MountAsRootDeathTest = MountAsRootTest;

@@ -41,19 +41,19 @@ using ZevGlint::ZevGlintType;
 
 TEST_F(MountTest, AWrongMagicIsRefused) {
   makeTable();
-  glint_test::wordAtIs<char>(file(), 0, 'X');
+  testing_support::wordIs<char>(file(), 0, 'X');
   expectRefused("it is not a shared table (wrong magic)");
 }
 
 TEST_F(MountTest, AnotherFormatVersionIsRefusedAndBothAreNamed) {
   makeTable();
-  glint_test::wordAtIs<std::uint32_t>(file(), 8, 2);
+  testing_support::wordIs<std::uint32_t>(file(), 8, 2);
   expectRefused("it has format version 2, but this program knows version 1");
 }
 
 TEST_F(MountTest, ADamagedSealedHeaderIsRefused) {
   makeTable();
-  glint_test::flipBit(file(), 8 * 40);
+  testing_support::flipBit(file(), 8 * 40);
   expectRefused("its header is damaged (checksum)");
 }
 
@@ -109,11 +109,11 @@ TEST_F(MountTest, AnotherLayoutOfTheSameRowTypeIsRefused) {
 // As no writer makes it: the digest is that of the rows, the sizes are not.
 TEST_F(MountTest, SizesThatAreNotThoseOfTheRowsAreRefusedUnderAGoodSeal) {
   makeTable();
-  auto sealed = glint_test::wordAt<Glint::FixedHeader>(file(), 0);
+  auto sealed = testing_support::wordAt<Glint::FixedHeader>(file(), 0);
   ASSERT_EQ(sealed.rowBytes, 16U);
   sealed.rowBytes = 15;
   sealed.checksum = XXH3_64bits(&sealed, offsetof(Glint::FixedHeader, checksum));
-  glint_test::wordAtIs(file(), 0, sealed);
+  testing_support::wordIs(file(), 0, sealed);
   expectRefused("its rows of glint_test::SmallRow are laid out differently");
 }
 
@@ -125,11 +125,11 @@ TEST_F(MountTest, AnotherCapacityIsRefusedAndBothAreNamed) {
 
 TEST_F(MountTest, ATruncatedFileIsRefused) {
   makeTable();
-  const glint_test::Bytes good = glint_test::readFile(file());
+  const testing_support::Bytes good = testing_support::readFile(file());
   for (const std::size_t bytes : {std::size_t{0}, std::size_t{1}, std::size_t{295},
                                   std::size_t{296}, std::size_t{4096}, good.size() - 1}) {
-    glint_test::writeFile(file(),
-                          {good.begin(), good.begin() + static_cast<std::ptrdiff_t>(bytes)});
+    testing_support::writeFile(file(),
+                               {good.begin(), good.begin() + static_cast<std::ptrdiff_t>(bytes)});
     expectRefused(bytes < 296 ? "it is too short for a shared table" : "its header says");
   }
 }
@@ -176,7 +176,7 @@ TEST_F(MountDeathTest, AReadersMappingCannotBeWrittenNorMadeWritable) {
 #endif
 #endif
   makeTable();
-  const glint_test::Bytes before = glint_test::readFile(file());
+  const testing_support::Bytes before = testing_support::readFile(file());
   State state(root());
   auto entity = state.mountReader<SmallRow>("t");
   const MappedFile mapped(file());
@@ -191,7 +191,7 @@ TEST_F(MountDeathTest, AReadersMappingCannotBeWrittenNorMadeWritable) {
         *static_cast<volatile char*>(mapped.base()) = 'X';
       },
       ::testing::KilledBySignal(SIGSEGV), "");
-  EXPECT_EQ(glint_test::readFile(file()), before);
+  EXPECT_EQ(testing_support::readFile(file()), before);
   EXPECT_EQ(entity->rows().row(1), smallRow(1, 2));
 }
 
@@ -227,15 +227,15 @@ class ZeroedPage : public MountTest {
   std::string at(const std::string& text) const { return file() + ": " + text; }
 
   void zeroPage(std::ptrdiff_t page) const {
-    glint_test::Bytes bytes = glint_test::readFile(file());
+    testing_support::Bytes bytes = testing_support::readFile(file());
     std::fill_n(bytes.begin() + 4096 * page, 4096, '\0');
-    glint_test::writeFile(file(), bytes);
+    testing_support::writeFile(file(), bytes);
   }
   // The writer's refusal; nothing is changed, and the verifier sees it too.
   void expectWriterRefused(const std::string& why) const {
-    const auto before = glint_test::filesOf(root());
+    const auto before = testing_support::filesOf(root());
     EXPECT_EQ(refusalOf(ZevGlintType::writer), at(why));
-    EXPECT_EQ(glint_test::filesOf(root()), before);
+    EXPECT_EQ(testing_support::filesOf(root()), before);
     EXPECT_FALSE(Glint::verifyTable(file()).clean());
   }
   static std::string structureDamaged(int findings, const std::string& first) {
@@ -331,25 +331,26 @@ TEST_F(MountTest, ASymbolicLinkInPlaceOfTheStateFolderIsRefused) {
 
 TEST_F(MountTest, ASymbolicLinkInPlaceOfTheLockFileIsRefusedAndNotFollowed) {
   makeTable();
-  glint_test::writeFile(root() + "/elsewhere", {'o', 'l', 'd'});
+  testing_support::writeFile(root() + "/elsewhere", {'o', 'l', 'd'});
   fs::remove(root() + "/.writer");
   fs::create_symlink("elsewhere", root() + "/.writer");
-  const auto before = glint_test::filesOf(root());
+  const auto before = testing_support::filesOf(root());
   EXPECT_THAT(refusalOf(ZevGlintType::writer),
               AllOf(HasSubstr("/.writer: "), HasSubstr("it is a symbolic link; remove it")));
-  EXPECT_EQ(glint_test::filesOf(root()), before);
+  EXPECT_EQ(testing_support::filesOf(root()), before);
   EXPECT_TRUE(fs::is_symlink(root() + "/.writer"));
   EXPECT_EQ(refusalOf(ZevGlintType::reader), "");  // readers have nothing to do with it
 }
 
 TEST_F(MountTest, ASymbolicLinkWhereATableIsMadeIsReplacedAndNotFollowed) {
-  glint_test::writeFile(root() + "/elsewhere", {'o', 'l', 'd'});
+  testing_support::writeFile(root() + "/elsewhere", {'o', 'l', 'd'});
   fs::create_symlink("elsewhere", root() + "/.new.t.table");
   makeTable();
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(file())));
   EXPECT_TRUE(Glint::verifyTable(file()).clean());
-  EXPECT_EQ(glint_test::readFile(root() + "/elsewhere"), (glint_test::Bytes{'o', 'l', 'd'}));
-  EXPECT_EQ(glint_test::filesOf(root()).size(), 2U);
+  EXPECT_EQ(testing_support::readFile(root() + "/elsewhere"),
+            (testing_support::Bytes{'o', 'l', 'd'}));
+  EXPECT_EQ(testing_support::filesOf(root()).size(), 2U);
 }
 
 TEST_F(MountTest, AFolderOrASpecialFileInPlaceOfTheLockFileIsRefused) {
@@ -359,7 +360,7 @@ TEST_F(MountTest, AFolderOrASpecialFileInPlaceOfTheLockFileIsRefused) {
   fs::remove(lock);
   ASSERT_EQ(::mkfifo(lock.c_str(), 0640), 0);
   EXPECT_EQ(refusalOf(ZevGlintType::writer), lock + ": it is not a regular file; remove it");
-  EXPECT_TRUE(glint_test::filesOf(root()).empty());
+  EXPECT_TRUE(testing_support::filesOf(root()).empty());
 }
 
 TEST_F(MountTest, ASpecialFileIsRefused) {
@@ -444,7 +445,7 @@ TEST_F(MountTest, DistinctPathsHaveDistinctFiles) {
   for (const std::string path : {"a/b", "a.b", "a_b", "a:b", "ab"}) {
     state.mount<SmallRow>(path, kCapacity);
   }
-  EXPECT_EQ(glint_test::filesOf(root()).size(), 5U);
+  EXPECT_EQ(testing_support::filesOf(root()).size(), 5U);
 }
 
 // ---- one writer
@@ -452,12 +453,12 @@ TEST_F(MountTest, DistinctPathsHaveDistinctFiles) {
 TEST_F(MountTest, ASecondWriterIsRefusedAndToldWhoHoldsTheFolder) {
   State first(root());
   first.mount<SmallRow>("t", kCapacity);
-  const auto before = glint_test::filesOf(root());
+  const auto before = testing_support::filesOf(root());
   const std::string text = refusal([&] { State(root()).mount<SmallRow>("other", kCapacity); });
   EXPECT_THAT(text, AllOf(HasSubstr("in use by another writer"),
                           HasSubstr("process " + std::to_string(::getpid())),
                           HasSubstr(std::string("(") + ::program_invocation_short_name + ")")));
-  EXPECT_EQ(glint_test::filesOf(root()), before);
+  EXPECT_EQ(testing_support::filesOf(root()), before);
 }
 
 TEST_F(MountTest, OneProcessMountsManyEntitiesUnderOneLock) {
@@ -465,7 +466,7 @@ TEST_F(MountTest, OneProcessMountsManyEntitiesUnderOneLock) {
   for (const std::string path : {"a", "b", "c"}) {
     state.mount<SmallRow>(path, kCapacity)->rows().rowIs(smallRow(1, 1));
   }
-  EXPECT_EQ(glint_test::filesOf(root()).size(), 3U);
+  EXPECT_EQ(testing_support::filesOf(root()).size(), 3U);
 }
 
 TEST_F(MountTest, TheLockGoesWithTheLastTableOfItsWriter) {
@@ -525,7 +526,7 @@ TEST_F(MountTest, WhatAKilledCreationLeftIsReplaced) {
   makeTable();
   fs::rename(file(), root() + "/.new.t.table");
   makeTable();
-  EXPECT_EQ(glint_test::filesOf(root()).size(), 1U);
+  EXPECT_EQ(testing_support::filesOf(root()).size(), 1U);
   EXPECT_TRUE(Glint::verifyTable(file()).clean());
 }
 

@@ -8,6 +8,7 @@
 #include "Asic/NeededEntry.h"
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
 #include "Vanta/EntityManager.h"
+#include "testing/Interfaces.h"
 #include "testing/LeakCheck.h"
 #include "testing/ManualEventLoop.h"
 #include "testing/RecordingResources.h"
@@ -17,6 +18,7 @@
 namespace resource_table_test {
 
 using testing_support::FakeDependency;
+using testing_support::intf;
 using testing_support::ResourceTable;
 using Handle = ResourceTable::ResourceHandle;
 using HandlePtr = Pell::Ptr<Handle const>;
@@ -31,7 +33,6 @@ inline constexpr DestId kFirst{100, 1, 11};
 inline constexpr DestId kSecond{200, 2, 22};
 inline constexpr DestId kThird{300, 3, 33};
 
-inline Wirex::IntfId intf(const char* name) { return Wirex::IntfId::fromName(name); }
 inline ResourceTable::Key key(const char* name) { return ResourceTable::Key(intf(name)); }
 
 inline Needed needed(std::initializer_list<Asic::TableVersion> versions) {
@@ -129,14 +130,7 @@ class ResourceTableTest : public testing_support::LeakCheckedTest {
   }
   // Flips one bit of the only applied version that is recorded, in the file.
   void damageAppliedVersion() {
-    using Traits = Glint::RowTraits<Asic::GroupVersionRow>;
-    constexpr std::uint32_t kCapacity = Asic::GroupVersionsGlint::kCapacity;
-    const std::string& file = groupLog_->versionsMap().filePath();
-    const glint_test::Offsets offsets(kCapacity, Traits::physicalSlots(kCapacity),
-                                      sizeof(Asic::GroupVersionRow));
-    const Glint::Seq seq(glint_test::wordAt<std::uint64_t>(file, offsets.slot(0)));
-    ASSERT_TRUE(seq.live());
-    glint_test::flipBit(file, 8 * (offsets.row(0, seq.copy()) + 8));
+    testing_support::damageRow(groupLog_->versionsMap().filePath(), 0);
   }
 
   testing_support::TemporaryRoot root_;
