@@ -2,6 +2,10 @@
 
 #include "testing/FecHarness.h"
 
+#include <ostream>
+
+#include <fmt/format.h>
+
 #include "Asic/Constants.h"
 #include "Asic/SwTableInterfacesSingleton.h"
 #include "Vanta/EntityManager.h"
@@ -107,6 +111,11 @@ LoamFec::FecTableDataModelEntry FecHarness::entry(const Pell::String& intfName,
   entry.intfId = Wirex::IntfId::fromName(intfName);
   entry.opaqueA = mark;
   return entry;
+}
+
+void PrintTo(const Response& response, std::ostream* out) {
+  *out << fmt::format("key {}, state {}, version {}", response.key, response.state,
+                      response.version);
 }
 
 void FecHarness::destinationIs(const Pell::String& intfName, std::uint32_t destination) {

@@ -88,4 +88,12 @@ std::ostream& operator<<(std::ostream& out, const TraceRecorder::Record& record)
              << "::" << record.function << " \"" << record.message << '"';
 }
 
+std::ostream& operator<<(std::ostream& out, const TraceRecorder& recorder) {
+  out << recorder.records().size() << " traces";
+  for (const TraceRecorder::Record& record : recorder.records()) {
+    out << "\n  " << record;
+  }
+  return out;
+}
+
 }  // namespace testing_support

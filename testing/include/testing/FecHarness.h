@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <iosfwd>
 #include <optional>
 #include <vector>
 
@@ -21,6 +22,7 @@ struct Response {
   Asic::EntryState state = Asic::EntryState::notResolved;
   Asic::LogVersion version;
 };
+void PrintTo(const Response& response, std::ostream* out);
 
 // A whole agent without its program: loop, state folder, group, resource table and FEC table, made
 // by hand and driven turn by turn.

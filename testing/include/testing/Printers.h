@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Pell/HashMap.h"
 #include "Pell/Ptr.h"
 #include "Pell/Strep.h"
 
@@ -43,6 +44,16 @@ void PrintTo(const T& value, std::ostream* out) {
 }
 }  // namespace Wirex
 namespace Pell {
+// The keys of the elements.
+template <typename Key, typename Value, typename Hash>
+void PrintTo(const HashMap<Key, Value, Hash>& map, std::ostream* out) {
+  *out << "keys {";
+  map.forEach([&](const Key& key, const Value&) {
+    *out << ' ';
+    ::testing::internal::UniversalPrint(key, out);
+  });
+  *out << " }";
+}
 // The address, which a comparison is about, and the version of what has one.
 template <typename T>
 void PrintTo(const Ptr<T>& pointer, std::ostream* out) {

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include <gmock/gmock.h>
+
 #include "Zev/Trace.h"
 
 namespace testing_support {
@@ -53,7 +55,6 @@ class TraceRecorder {
   std::vector<std::string> lines(int highestLevel = Zev::kHighestTraceLevel) const;
 
   // Messages are compared whole, blanks included.
-  bool has(int level, std::string_view text) const { return count(level, text) != 0; }
   std::size_t count(int level, std::string_view text) const;
   // The oldest record of that message; null when there is none.
   const Record* find(std::string_view text) const;
@@ -71,5 +72,10 @@ class TraceRecorder {
 
 // For failure messages; the message stands between quotes so that its blanks show.
 std::ostream& operator<<(std::ostream& out, const TraceRecorder::Record& record);
+// Every record, in a line of its own.
+std::ostream& operator<<(std::ostream& out, const TraceRecorder& recorder);
+
+// A recorder that has recorded that message on that level.
+MATCHER_P2(HasTrace, level, text, "") { return arg.count(level, text) != 0; }
 
 }  // namespace testing_support

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "agent/FecClient.h"
@@ -16,6 +17,7 @@ namespace {
 
 using Agent::Answer;
 using LoamFec::FecTableConstants;
+using ::testing::IsEmpty;
 using testing_support::FecHarness;
 
 class FecClientTest : public testing_support::LeakCheckedTest {
@@ -48,7 +50,7 @@ class FecClientTest : public testing_support::LeakCheckedTest {
 TEST_F(FecClientTest, AWriteIsAnsweredWhenTheHardwareHasIt) {
   ASSERT_TRUE(write(1, "eth1"));
   harness_.run();
-  EXPECT_TRUE(answers_.empty());
+  EXPECT_THAT(answers_, IsEmpty());
   EXPECT_EQ(client_->unanswered(), 1U);
   settle();
   EXPECT_EQ(answers_, std::vector{Answer::programmed});
@@ -275,7 +277,7 @@ TEST_F(FecClientTest, AClientThatHasGoneAnswersNobody) {
   ASSERT_TRUE(write(1, "eth1"));
   client_.reset();
   settle();
-  EXPECT_TRUE(answers_.empty());
+  EXPECT_THAT(answers_, IsEmpty());
 }
 
 }  // namespace

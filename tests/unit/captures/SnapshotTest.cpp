@@ -23,6 +23,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::Pair;
 using ::testing::StartsWith;
@@ -99,9 +100,9 @@ std::string nextHops(std::string_view wrong) {
 
 TEST_F(SnapshotTest, EmptyArraysGiveAnEmptySnapshot) {
   const Snapshot snapshot = read();
-  EXPECT_TRUE(snapshot.links.empty());
-  EXPECT_TRUE(snapshot.nextHops.empty());
-  EXPECT_TRUE(snapshot.skippedByKind.empty());
+  EXPECT_THAT(snapshot.links, IsEmpty());
+  EXPECT_THAT(snapshot.nextHops, IsEmpty());
+  EXPECT_THAT(snapshot.skippedByKind, IsEmpty());
   EXPECT_EQ(snapshot.skippedLinks, 0U);
 }
 

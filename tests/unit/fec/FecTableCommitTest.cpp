@@ -188,7 +188,7 @@ TEST_F(FecTableCommitTest, AWriteGoesThroughItsStepsInOrder) {
   EXPECT_THAT(steps, ElementsAre("commitEntry", "checkCommitToLog", "finalizeOnSuccess",
                                  "getNeededEntrySet", "updateLocalUsage", "entryHas",
                                  "addResKeyMapping", "entryIs", "maybeUpdateSuspend"));
-  EXPECT_TRUE(traces.has(8, "Entry: 5, isEntryDeleted: false, isTableDeleted: false"));
+  EXPECT_THAT(traces, HasTrace(8, "Entry: 5, isEntryDeleted: false, isTableDeleted: false"));
 }
 
 TEST_F(FecTableCommitTest, TheTransientMapsAreCleanedBeforeTheWriteIsLogged) {
@@ -299,7 +299,7 @@ TEST_F(FecTableCommitTest, ARemoveIsLoggedAsTheDeletionOfItsEntry) {
   const Handle removed = remove(5);
   const TraceRecorder traces({"FecTableSwTable"});
   agent_.run();
-  EXPECT_TRUE(traces.has(8, "Entry: 5, isEntryDeleted: true, isTableDeleted: false"));
+  EXPECT_THAT(traces, HasTrace(8, "Entry: 5, isEntryDeleted: true, isTableDeleted: false"));
   ASSERT_TRUE(logRow(2));
   EXPECT_EQ(logRow(2)->operation(), FecTableDataModelLogGlintEntry::kEntryDeleted);
   EXPECT_EQ(logRow(2)->logEntry().opaqueA, 77U);
@@ -392,8 +392,8 @@ TEST_F(FecTableCommitTest, ARemoveAllIsLoggedAsOneTableDelete) {
   removeAll(other);
   const TraceRecorder traces({"FecTableSwTable"});
   agent_.run();
-  EXPECT_TRUE(traces.has(8, "Entry: 0, isEntryDeleted: false, isTableDeleted: true"));
-  ASSERT_TRUE(traces.has(8, "Committing table delete for version: 0"));
+  EXPECT_THAT(traces, HasTrace(8, "Entry: 0, isEntryDeleted: false, isTableDeleted: true"));
+  ASSERT_THAT(traces, HasTrace(8, "Committing table delete for version: 0"));
   EXPECT_EQ(traces.find("Committing table delete for version: 0")->function, "commitEntry");
   ASSERT_TRUE(logRow(3));
   EXPECT_EQ(logRow(3)->operation(), FecTableDataModelLogGlintEntry::kTableDeleted);
@@ -455,7 +455,8 @@ TEST_F(FecTableCommitTest, EachCommittedRemoveAllLowersTheVersionByOne) {
   EXPECT_FALSE(table().transientRemoveAllVersion().valid());
   const TraceRecorder traces({"FecTableSwTable"});
   removeAll();
-  EXPECT_TRUE(traces.has(8, "No remove all operation currently enqueued")) << "it starts again";
+  EXPECT_THAT(traces, HasTrace(8, "No remove all operation currently enqueued"))
+      << "it starts again";
 }
 
 TEST_F(FecTableCommitTest, TheHandleOfASuccessfulRemoveAllIsNeverAnswered) {

@@ -139,7 +139,7 @@ TEST_F(FecTableEndTest, AUnitEndsInTheInterfaceTheSetAndTheResolverAtOnce) {
   agent_.run();
   TraceRecorder traces({"FecTableInterface"});
   agent_.fec().unitDel(kUnit);
-  EXPECT_TRUE(traces.has(2, "unitId: 0"));
+  EXPECT_THAT(traces, HasTrace(2, "unitId: 0"));
   EXPECT_FALSE(agent_.fec().swTable(kUnit));
   EXPECT_FALSE(agent_.group()->swTableSet(FecTableConstants::kTableId)->swTable(kUnit));
   EXPECT_EQ(waiting(), 1U) << "the other unit's";

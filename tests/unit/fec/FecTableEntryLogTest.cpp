@@ -391,7 +391,7 @@ TEST_F(FecTableEntryLogWrites, ADeletionOfAKeyThatWasNeverWrittenGetsVersion0And
   EXPECT_THAT(traces.textsOf("entryDel"),
               ElementsAre(" key:5 neededEntry: null unitId: 0",
                           " key: 5 entry does not exist. So ignoring delete"));
-  EXPECT_TRUE(traces.has(3, " key: 5 entry does not exist. So ignoring delete"));
+  EXPECT_THAT(traces, HasTrace(3, " key: 5 entry does not exist. So ignoring delete"));
   EXPECT_EQ(log().tableVersion(), LogVersion(1));
   EXPECT_EQ(logRows().control().scratchpad(), 1U);
   EXPECT_THAT(loggedVersions(), ElementsAre(1));
@@ -832,7 +832,7 @@ TEST_F(FecTableEntryLogDamage, ADeletionOfADamagedRowIsIgnored) {
   groupLog().announced.clear();
   EXPECT_EQ(remove(2), LogVersion(0));
   expectTold(traces, 1);
-  EXPECT_TRUE(traces.has(3, " key: 2 entry does not exist. So ignoring delete"));
+  EXPECT_THAT(traces, HasTrace(3, " key: 2 entry does not exist. So ignoring delete"));
   EXPECT_EQ(log().tableVersion(), LogVersion(3));
   EXPECT_THAT(loggedVersions(), ElementsAre(1, 2, 3));
   EXPECT_THAT(groupLog().announced, IsEmpty());

@@ -140,7 +140,7 @@ TEST_F(FecTableExceptionTest, ASuccessHookThatThrowsRefusesTheWriteWhichIsAnswer
   const Handle refused = write(5);
   TraceRecorder traces({"FecTableSwTable"});
   EXPECT_EQ(thrownBy([this] { agent_.run(); }), "of the hook");
-  EXPECT_TRUE(traces.has(1, "Failed to commit entry key: 5"));
+  EXPECT_THAT(traces, HasTrace(1, "Failed to commit entry key: 5"));
   EXPECT_EQ(refused->entryState(), State::commitFailed);
   ASSERT_THAT(responses(), SizeIs(1));
   EXPECT_EQ(responses()[0].state, State::commitFailed);

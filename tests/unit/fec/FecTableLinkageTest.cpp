@@ -92,7 +92,7 @@ TEST_F(LinkageTest, ANullInterfaceIsNeverRequestedAndResolvesAsSuccessAtOnce) {
   EXPECT_THAT(client().requests, IsEmpty());
   EXPECT_EQ(entry->intfIdResPtr(), nullptr);
   EXPECT_EQ(linkage().entryResolutionState(entry), EntryState::done);
-  EXPECT_TRUE(linkage().getNeededEntrySet(entry)->empty());
+  EXPECT_THAT(linkage().getNeededEntrySet(entry)->tableVersions(), IsEmpty());
 }
 
 TEST_F(LinkageTest, ANullWrapperNeedsNoResource) {
@@ -100,7 +100,7 @@ TEST_F(LinkageTest, ANullWrapperNeedsNoResource) {
   linkage().setResourceHandle(nullptr);
   EXPECT_THAT(client().requests, IsEmpty());
   EXPECT_EQ(linkage().entryResolutionState(nullptr), EntryState::done);
-  EXPECT_TRUE(linkage().getNeededEntrySet(nullptr)->empty());
+  EXPECT_THAT(linkage().getNeededEntrySet(nullptr)->tableVersions(), IsEmpty());
 }
 
 TEST_F(LinkageTest, ResolvingRequestsTheInterfaceWithANullDependencyAndStoresTheHandle) {
@@ -162,8 +162,8 @@ TEST_F(LinkageTest, SetRsrcPtrsRequestsWithRefreshAndTakesWhatIsHeldWithout) {
   table().setRsrcPtrs(entry, true);
   EXPECT_EQ(entry->intfIdResPtr(), handle());
   EXPECT_THAT(client().requests, ElementsAre(resKey("eth1")));
-  EXPECT_TRUE(recorder.has(8, "key: 5, refresh: false"));
-  EXPECT_TRUE(recorder.has(8, "key: 5, refresh: true"));
+  EXPECT_THAT(recorder, HasTrace(8, "key: 5, refresh: false"));
+  EXPECT_THAT(recorder, HasTrace(8, "key: 5, refresh: true"));
   EXPECT_EQ(recorder.textsOf("setRsrcPtrs").size(), 2U);
 }
 
@@ -227,7 +227,7 @@ TEST_F(LinkageTest, TheNeededSetIsACopyOfTheHandlesOwn) {
 
 TEST_F(LinkageTest, AHandleWithoutASetNeedsNothing) {
   const WrapperPtr entry = wrapperInState(EntryState::done);
-  EXPECT_TRUE(linkage().getNeededEntrySet(entry)->empty());
+  EXPECT_THAT(linkage().getNeededEntrySet(entry)->tableVersions(), IsEmpty());
 }
 
 TEST_F(LinkageTest, EachNeededVersionIsTracedAtLevel9) {

@@ -34,7 +34,6 @@ class ReadsTest : public LinkageFixture {
     }
     agent_.run();
   }
-  bool isDefault(const Entry& entry) const { return Entry::isEq(entry, Entry()); }
   static Ids rest(const State& state) {
     Ids ids;
     for (Entry entry = state->maybeUpdateCurrentEntry(); !state->atEnd();
@@ -93,7 +92,7 @@ TEST_F(ReadsTest, ACommittedEntryReadsWithTheInterfaceOfItsResourceKeys) {
 TEST_F(ReadsTest, AKeyWithAPendingRemoveReadsAsTheDefaultAlthoughTheLogHoldsIt) {
   commitAll({5, 6});
   remove(5);
-  EXPECT_TRUE(isDefault(table().entryRead(key(5))));
+  EXPECT_THAT(table().entryRead(key(5)), IsEq(Entry()));
   EXPECT_FALSE(table().entryHas(key(5)));
   EXPECT_TRUE(committed(5));
   EXPECT_EQ(table().entrys(), 1U);
@@ -101,9 +100,9 @@ TEST_F(ReadsTest, AKeyWithAPendingRemoveReadsAsTheDefaultAlthoughTheLogHoldsIt) 
 }
 
 TEST_F(ReadsTest, AKeyThatNoSourceHoldsReadsAsTheDefault) {
-  EXPECT_TRUE(isDefault(table().entryRead(key(5))));
+  EXPECT_THAT(table().entryRead(key(5)), IsEq(Entry()));
   EXPECT_FALSE(table().entryHas(key(5)));
-  EXPECT_TRUE(isDefault(table().entryFromConfig(key(5))));
+  EXPECT_THAT(table().entryFromConfig(key(5)), IsEq(Entry()));
 }
 
 TEST_F(ReadsTest, WhileARemoveAllIsPendingACommittedEntryIsReadableButNotThere) {
@@ -119,26 +118,26 @@ TEST_F(ReadsTest, WhileARemoveAllIsPendingACommittedEntryIsReadableButNotThere) 
   EXPECT_EQ(table().entryRead(key(1)).opaqueA, 1U) << "readable until the remove-all commits";
   EXPECT_EQ(table().entryRead(key(2)).opaqueA, 22U);
   agent_.run();
-  EXPECT_TRUE(isDefault(table().entryRead(key(1))));
+  EXPECT_THAT(table().entryRead(key(1)), IsEq(Entry()));
   EXPECT_EQ(table().entrys(), 2U);
 }
 
 TEST_F(ReadsTest, ARemoveAllForgetsAPendingRemoveAndTheEntryIsReadableByKeyAgain) {
   commitAll({1});
   remove(1);
-  ASSERT_TRUE(isDefault(table().entryRead(key(1))));
+  ASSERT_THAT(table().entryRead(key(1)), IsEq(Entry()));
   removeAll();
   EXPECT_EQ(table().entryRead(key(1)).opaqueA, 1U) << "until one of the two commits";
   EXPECT_FALSE(table().entryHas(key(1)));
   agent_.run();
-  EXPECT_TRUE(isDefault(table().entryRead(key(1))));
+  EXPECT_THAT(table().entryRead(key(1)), IsEq(Entry()));
 }
 
 TEST_F(ReadsTest, ARemoveThatFollowsAPendingRemoveAllHidesItsKeyFromReadsToo) {
   commitAll({1, 2});
   removeAll();
   remove(1);
-  EXPECT_TRUE(isDefault(table().entryRead(key(1))));
+  EXPECT_THAT(table().entryRead(key(1)), IsEq(Entry()));
   EXPECT_EQ(table().entryRead(key(2)).opaqueA, 2U);
   EXPECT_EQ(table().entrys(), 0U) << "the remove is not counted off a second time";
 }
@@ -157,7 +156,7 @@ TEST_F(ReadsTest, ADeletedRowThatIsNotCleanedIsNeitherReadNorCountedNorWalked) {
   remove(5);
   agent_.run();
   ASSERT_TRUE(rows().row(key(5))->isDeleted());
-  EXPECT_TRUE(isDefault(table().entryRead(key(5))));
+  EXPECT_THAT(table().entryRead(key(5)), IsEq(Entry()));
   EXPECT_FALSE(table().entryHas(key(5)));
   EXPECT_EQ(table().entrys(), 1U);
   EXPECT_EQ(walked(), Ids{6});
@@ -227,7 +226,7 @@ TEST_F(ReadsTest, AskingForAKeyIsTracedAtLevel8) {
 TEST_F(ReadsTest, AnEmptyTableIsAtItsEndAtOnceAndStaysThere) {
   const State state = table().initIterState();
   for (int i = 0; i < 3; ++i) {
-    EXPECT_TRUE(isDefault(state->maybeUpdateCurrentEntry()));
+    EXPECT_THAT(state->maybeUpdateCurrentEntry(), IsEq(Entry()));
     EXPECT_TRUE(state->atEnd());
   }
 }
@@ -253,7 +252,7 @@ TEST_F(ReadsTest, AWalkYieldsPendingWritesInTheirOrderAndThenWhatNothingPendingS
   EXPECT_TRUE(typed(state)->inTblCfg());
   EXPECT_FALSE(typed(state)->fromTransient());
   EXPECT_EQ(rest(state), Ids{4});
-  EXPECT_TRUE(isDefault(state->currentEntry()));
+  EXPECT_THAT(state->currentEntry(), IsEq(Entry()));
 }
 
 TEST_F(ReadsTest, AnEntryOfKey0IsYieldedAndIsNotTheEnd) {
@@ -301,7 +300,7 @@ TEST_F(ReadsTest, StartingAtAnAbsentKeyIsAtTheEnd) {
   commitAll({1});
   write(2, "eth1");
   const State state = table().initIterStateFromKey(key(5));
-  EXPECT_TRUE(isDefault(state->maybeUpdateCurrentEntry()));
+  EXPECT_THAT(state->maybeUpdateCurrentEntry(), IsEq(Entry()));
   EXPECT_TRUE(state->atEnd());
 }
 
@@ -546,7 +545,7 @@ TEST_F(ReadsTest, AWalkThatBeginsAtADamagedRowIsAtItsEnd) {
 TEST_F(ReadsTest, ADamagedRowReadsAsAbsent) {
   commitAll({1, 2});
   RowFile<ConfigRow>(rows()).damageRow(key(1));
-  EXPECT_TRUE(isDefault(table().entryRead(key(1))));
+  EXPECT_THAT(table().entryRead(key(1)), IsEq(Entry()));
   EXPECT_FALSE(table().entryHas(key(1)));
   EXPECT_EQ(table().entryRead(key(2)).opaqueA, 2U);
   EXPECT_EQ(rows().corruptionCount(), 1U);
@@ -658,7 +657,7 @@ TEST_F(ReadsTest, ASnapshotsEntriesAreReplacedAndRemovedByKey) {
   snapshot->tableEntriesDel(key(1));
   EXPECT_FALSE(snapshot->tableEntries().has(key(1)));
   snapshot->tableEntriesDelAll();
-  EXPECT_TRUE(snapshot->tableEntries().empty());
+  EXPECT_THAT(snapshot->tableEntries(), IsEmpty());
   EXPECT_EQ(snapshot->fwkType().attributes.at(0).name, "tableEntries");
 }
 
@@ -667,8 +666,10 @@ TEST_F(ReadsTest, AnIteratorStateIsMadeByItsFactory) {
   const auto made = LoamFec::fecTableSwTableIteratorStateFactory(held);
   EXPECT_TRUE(made->hasNotificationActive());
   EXPECT_EQ(made->fwkType().name, "LoamFec::FecTableSwTableIteratorState");
-  EXPECT_FALSE(made->fromTransient() || made->positioned() || made->inTblCfg() ||
-               made->removeAllPending());
+  EXPECT_FALSE(made->fromTransient());
+  EXPECT_FALSE(made->positioned());
+  EXPECT_FALSE(made->inTblCfg());
+  EXPECT_FALSE(made->removeAllPending());
 }
 
 }  // namespace

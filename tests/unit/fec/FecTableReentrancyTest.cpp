@@ -462,7 +462,7 @@ TEST_F(FecTableReentrancyTest, AnObserverMayEndItselfInTheMiddleOfARemoveAll) {
   const TableObserver ender(table(), [&](const TableChange&) { observer = nullptr; });
   removeAll();
   EXPECT_FALSE(observer);
-  EXPECT_TRUE(table().transientAddEntry().empty());
+  EXPECT_THAT(table().transientAddEntry(), IsEmpty());
 }
 
 TEST_F(FecTableReentrancyTest, AnObserverMayWriteTheKeyWhoseVersionIsBeingStored) {
@@ -509,8 +509,8 @@ TEST_F(FecTableReentrancyTest, AnObserverOfARemoveAllMayWriteAndRemove) {
   });
   removeAll();
   EXPECT_TRUE(reacted);
-  EXPECT_TRUE(table().transientAddEntry().empty());
-  EXPECT_TRUE(table().transientRemoveEntry().empty()) << "they came before the remove-all";
+  EXPECT_THAT(table().transientAddEntry(), IsEmpty());
+  EXPECT_THAT(table().transientRemoveEntry(), IsEmpty()) << "they came before the remove-all";
   EXPECT_EQ(resolver().resolverQueueLength(), 6U);
   agent_.run();
   EXPECT_EQ(resolver().resolverQueueLength(), 3U) << "the writes without destination";

@@ -24,11 +24,11 @@ class FecTableRequestTest : public FecTableFixture {
 TEST_F(FecTableRequestTest, WritesOfAKeyThatArePendingTogetherAreCountedFromZero) {
   TraceRecorder traces({"FecTableSwTable"});
   EXPECT_EQ(major(write(5, "eth1")), 0U);
-  EXPECT_TRUE(traces.has(8, " Key: 5 not found in entry version collection"));
+  EXPECT_THAT(traces, HasTrace(8, " Key: 5 not found in entry version collection"));
   traces.clear();
   EXPECT_EQ(major(write(5, "eth1")), 1U);
   EXPECT_EQ(major(write(5, "eth1")), 2U);
-  EXPECT_FALSE(traces.has(8, " Key: 5 not found in entry version collection"));
+  EXPECT_THAT(traces, ::testing::Not(HasTrace(8, " Key: 5 not found in entry version collection")));
   EXPECT_EQ(major(write(6, "eth1")), 0U) << "each key counts for itself";
   EXPECT_EQ(pendingVersion(5), 2U);
   EXPECT_EQ(pendingVersion(6), 0U);
@@ -233,13 +233,13 @@ TEST_F(FecTableRequestTest, ARequestMayBeGivenAKeyThatItsOwnStepsRemove) {
   const TraceRecorder traces({"FecTableSwTable"});
   table().transientAddEntry().forEach(
       [this](const auto& pending, const auto&) { table().entryRemove(pending, nullptr); });
-  EXPECT_TRUE(traces.has(2, " Done processing remove for key: 5 "));
-  EXPECT_TRUE(traces.has(2, " Done processing remove for key: 6 "));
+  EXPECT_THAT(traces, HasTrace(2, " Done processing remove for key: 5 "));
+  EXPECT_THAT(traces, HasTrace(2, " Done processing remove for key: 6 "));
   table().transientRemoveEntry().forEach([this](const auto& pending, const auto&) {
     table().entryWrite(pending, FecTableDataModelEntry(), nullptr);
   });
-  EXPECT_TRUE(traces.has(2, "Done processing write for key: 5 "));
-  EXPECT_TRUE(traces.has(2, "Done processing write for key: 6 "));
+  EXPECT_THAT(traces, HasTrace(2, "Done processing write for key: 5 "));
+  EXPECT_THAT(traces, HasTrace(2, "Done processing write for key: 6 "));
   EXPECT_EQ(table().transientAddEntry().size(), 2U);
 }
 
@@ -261,12 +261,12 @@ TEST_F(FecTableRequestTest, TheNextRemoveAllCountsOn) {
   removeAll();
   const TraceRecorder traces({"FecTableSwTable"});
   removeAll();
-  EXPECT_TRUE(traces.has(8, "Found valid table remove all version: 0"));
+  EXPECT_THAT(traces, HasTrace(8, "Found valid table remove all version: 0"));
   EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(1));
   removeAll();
-  EXPECT_TRUE(traces.has(8, "Found valid table remove all version: 1"));
+  EXPECT_THAT(traces, HasTrace(8, "Found valid table remove all version: 1"));
   EXPECT_EQ(table().transientRemoveAllVersion(), Asic::MajorVersion(2));
-  EXPECT_FALSE(traces.has(8, "No remove all operation currently enqueued"));
+  EXPECT_THAT(traces, ::testing::Not(HasTrace(8, "No remove all operation currently enqueued")));
 }
 
 TEST_F(FecTableRequestTest, ARemoveAllEmptiesBothMapsThenPublishesItsVersion) {

@@ -249,8 +249,9 @@ TEST_F(FecTableResolutionTest, ARemoveAllIsCheckedLikeAWriteAndAsksForNothing) {
   const TraceRecorder traces({"FecTableSwTable"});
   removeAll();
   agent_.run();
-  EXPECT_TRUE(traces.has(8, "key: 0, refresh: true"));
-  EXPECT_TRUE(traces.has(3, "key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true"));
+  EXPECT_THAT(traces, HasTrace(8, "key: 0, refresh: true"));
+  EXPECT_THAT(traces,
+              HasTrace(3, "key: 0, isEntryDeleted: false, isTableDeleted: true, resolved: true"));
   EXPECT_THAT(agent_.client().requests, IsEmpty());
   EXPECT_EQ(resolver().resolverQueueLength(), 0U);
 }
@@ -344,7 +345,7 @@ TEST_F(FecTableResolutionTest, TheNeededSetIsAFreshCopyOfWhatTheLinkageReports) 
 TEST_F(FecTableResolutionTest, TheNeededSetOfAnEntryWithoutInterfaceIsEmptyAndNeverNull) {
   const auto needed = table().getNeededEntrySet(wrapper(5, ""));
   ASSERT_TRUE(needed);
-  EXPECT_TRUE(needed->empty());
+  EXPECT_THAT(needed->tableVersions(), IsEmpty());
 }
 
 }  // namespace

@@ -174,7 +174,7 @@ TEST_F(ResourceChangeTest, AChangeIsTracedWithTheNameOfItsStepAlone) {
   committedUsers({1});
   const TraceRecorder recorder({kTrace});
   resourceChanges("eth1", EntryState::done, 101);
-  EXPECT_TRUE(recorder.has(8, ""));
+  EXPECT_THAT(recorder, HasTrace(8, ""));
   EXPECT_EQ(recorder.textsOf("handleResourceChange"),
             (Texts{"", "Updating sw table entry for key: "}));
 }

@@ -276,7 +276,7 @@ TEST_F(ClearTest, ClearingIsTracedByTheTableAndByItsGenericStep) {
             Texts{" releaseResources: false, neededEntry:null "});
   EXPECT_EQ(recorder.texts(8).size(), 2U);
   table().clearTable(true);
-  EXPECT_TRUE(recorder.has(8, " releaseResources: true, neededEntry:null "));
+  EXPECT_THAT(recorder, HasTrace(8, " releaseResources: true, neededEntry:null "));
 }
 
 TEST_F(ClearTest, ARemoveAllsDeletionCarriesItsNeededVersions) {
@@ -437,7 +437,7 @@ class UpdateTest : public SharedStateTest {
 TEST_F(UpdateTest, AKeyThatIsNotCommittedGivesNullAndALevel3Trace) {
   const TraceRecorder recorder({"FecTableSwTable"});
   EXPECT_EQ(table().updateEntry(key(9)), nullptr);
-  EXPECT_TRUE(recorder.has(3, " key: 9 entry does not exist "));
+  EXPECT_THAT(recorder, HasTrace(3, " key: 9 entry does not exist "));
   EXPECT_EQ(recorder.texts().size(), 1U);
   EXPECT_EQ(recorder.records()[0].function, "updateEntry");
 }

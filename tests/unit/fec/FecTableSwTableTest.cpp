@@ -56,9 +56,9 @@ TEST_F(FecTableSwTableTest, ANewTableHasADefaultHelperNoLinkageAndNothingPending
   const FecTableSwTableHelperBase& installed = *helper;
   EXPECT_STREQ(typeid(installed).name(), typeid(FecTableSwTableHelperBase).name());
   EXPECT_FALSE(made->intfIdToDestIdLinkage());
-  EXPECT_TRUE(made->transientAddEntry().empty());
-  EXPECT_TRUE(made->transientRemoveEntry().empty());
-  EXPECT_TRUE(made->transientVersionForKey().empty());
+  EXPECT_THAT(made->transientAddEntry(), IsEmpty());
+  EXPECT_THAT(made->transientRemoveEntry(), IsEmpty());
+  EXPECT_THAT(made->transientVersionForKey(), IsEmpty());
   EXPECT_FALSE(made->transientRemoveAllVersion().valid());
   EXPECT_EQ(made->transientRemoveAllVersion().value(), kInvalid);
   EXPECT_EQ(made->entryHandlesInLog(), 0U);
@@ -267,7 +267,7 @@ TEST_F(FecTableSwTableTest, APendingWriteIsPublishedWhenItIsStoredReplacedAndRem
   table().transientAddEntryDel(key(6));
   table().transientAddEntryDel(key(5));
   table().transientAddEntryDel(key(5));
-  EXPECT_TRUE(table().transientAddEntry().empty());
+  EXPECT_THAT(table().transientAddEntry(), IsEmpty());
   EXPECT_THAT(observer.changes(),
               ElementsAre(TableChange{kAdd, 5}, TableChange{kAdd, 5}, TableChange{kAdd, 5}));
 }
@@ -284,7 +284,7 @@ TEST_F(FecTableSwTableTest, APendingRemoveIsPublishedWhenItIsStoredReplacedAndRe
   table().transientRemoveEntryDel(key(6));
   table().transientRemoveEntryDel(key(5));
   table().transientRemoveEntryDel(key(5));
-  EXPECT_TRUE(table().transientRemoveEntry().empty());
+  EXPECT_THAT(table().transientRemoveEntry(), IsEmpty());
   EXPECT_THAT(observer.changes(), ElementsAre(TableChange{kRemove, 5}, TableChange{kRemove, 5},
                                               TableChange{kRemove, 5}));
 }
@@ -350,9 +350,9 @@ TEST_F(FecTableSwTableTest, EmptyingAMapThatNobodyObservesReleasesEveryWrapper) 
   table().transientRemoveEntryDelAll();
   table().transientVersionForKeyDelAll();
   EXPECT_EQ(live<FecTableEntryWrapper>(), before);
-  EXPECT_TRUE(table().transientAddEntry().empty());
-  EXPECT_TRUE(table().transientRemoveEntry().empty());
-  EXPECT_TRUE(table().transientVersionForKey().empty());
+  EXPECT_THAT(table().transientAddEntry(), IsEmpty());
+  EXPECT_THAT(table().transientRemoveEntry(), IsEmpty());
+  EXPECT_THAT(table().transientVersionForKey(), IsEmpty());
 }
 
 TEST_F(FecTableSwTableTest, TheRemoveAllVersionIsPublishedWithItsOldValueWhenItChanges) {

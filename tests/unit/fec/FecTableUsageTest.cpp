@@ -47,7 +47,7 @@ TEST_F(UsageTest, ARecordHoldsItsHandleAndIsFiledUnderTheHandlesKey) {
   EXPECT_EQ(made->resourceHandle(), handle());
   EXPECT_EQ(made->key(), resKey("eth1"));
   EXPECT_TRUE(made->hasNotificationActive());
-  EXPECT_TRUE(made->entryUsage().empty());
+  EXPECT_THAT(made->entryUsage(), IsEmpty());
 }
 
 TEST_F(UsageTest, ARecordWithoutAHandleHasTheNullKeyAndHearsNothing) {
@@ -69,7 +69,7 @@ TEST_F(UsageTest, KeysAreASetAddingOrRemovingTwiceChangesNothing) {
   EXPECT_FALSE(made->entryUsageHas(key(1)));
   EXPECT_EQ(made->entryUsage().size(), 1U);
   made->entryUsageDelAll();
-  EXPECT_TRUE(made->entryUsage().empty());
+  EXPECT_THAT(made->entryUsage(), IsEmpty());
 }
 
 TEST_F(UsageTest, AKeyIsPublishedWhenItComesAndWhenItGoesAndOnlyThen) {
@@ -383,9 +383,9 @@ TEST_F(UsageTest, ThePreviousInterfaceIsTheCommittedOneAndNotAQueuedOne) {
 TEST_F(UsageTest, AnEntryOnTheNullInterfaceIsTracedAsNullAndNotTracked) {
   const TraceRecorder recorder({kTrace});
   writeCommitted(7, "");
-  EXPECT_TRUE(recorder.has(8, "key: 7"));
-  EXPECT_TRUE(recorder.has(8, "resKey: , swKey: 7"));
-  EXPECT_TRUE(recorder.has(3, "Null resKey: "));
+  EXPECT_THAT(recorder, HasTrace(8, "key: 7"));
+  EXPECT_THAT(recorder, HasTrace(8, "resKey: , swKey: 7"));
+  EXPECT_THAT(recorder, HasTrace(3, "Null resKey: "));
   EXPECT_EQ(recorder.textsOf("addResKeyMapping").size(), 2U);
   EXPECT_EQ(recorder.textsOf("updateLocalUsage"), Texts{"key: 7"});
   EXPECT_EQ(linkage().entryUsageSms(), 0U);

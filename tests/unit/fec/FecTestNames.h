@@ -39,11 +39,13 @@ using LoamFec::FecTableSwTableHelperBase;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
 using testing_support::FakeDependency;
 using testing_support::FecHarness;
+using testing_support::HasTrace;
 using testing_support::IsEq;
 using testing_support::LeakCheck;
 using testing_support::LeakCheckedTest;

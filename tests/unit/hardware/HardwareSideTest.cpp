@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Zev/WorkMeter.h"
@@ -16,6 +17,7 @@
 
 namespace {
 
+using ::testing::IsEmpty;
 using testing_support::FakeDependency;
 using testing_support::FecHarness;
 
@@ -348,7 +350,7 @@ TEST_F(HardwareSideTest, OneThatHasGoneHearsNothingMore) {
   write(1);
   harness_.run();
   EXPECT_EQ(harness_.log().tableVersion().value(), 1U);
-  EXPECT_TRUE(harness_.responses.empty());
+  EXPECT_THAT(harness_.responses, IsEmpty());
 }
 
 }  // namespace

@@ -16,6 +16,7 @@ using hardware_test::kPlenty;
 using hardware_test::kThird;
 using hardware_test::kUnit0;
 using LoamFec::FecTableConstants;
+using ::testing::IsEmpty;
 using testing_support::FecHarness;
 
 class ResynchronisationTest : public hardware_test::HardwareFixture {
@@ -571,7 +572,7 @@ TEST_F(ResynchronisationTest, RowsThatATableDeletionMarkedAreItsOwnAndNotLeftOve
   announce(kOther, 1);
   EXPECT_FALSE(asic_->step(kPlenty));
   EXPECT_EQ(applied(), 3U);
-  EXPECT_TRUE(hardware().empty());
+  EXPECT_THAT(hardware(), IsEmpty());
   EXPECT_EQ(asic_->repairs(), 0U);
 }
 

@@ -13,6 +13,7 @@ using hardware_test::kPlenty;
 using hardware_test::kThird;
 using hardware_test::kUnit0;
 using LoamFec::FecTableConstants;
+using ::testing::IsEmpty;
 using testing_support::FecHarness;
 
 class SimulatedAsicTest : public hardware_test::HardwareFixture {};
@@ -194,10 +195,10 @@ class TableDeletionTest : public SimulatedAsicTest {
 
 TEST_F(TableDeletionTest, AStepThatBeginsATableDeletionOfManyRowsDoesNotBeginAnotherOne) {
   EXPECT_TRUE(asic_->step(kEntries));
-  EXPECT_TRUE(hardware(0).empty());
+  EXPECT_THAT(hardware(0), IsEmpty());
   EXPECT_EQ(hardware(1).size(), kEntries);
   EXPECT_TRUE(asic_->step(kEntries));
-  EXPECT_TRUE(hardware(1).empty());
+  EXPECT_THAT(hardware(1), IsEmpty());
   EXPECT_FALSE(asic_->step(kEntries));
 }
 
@@ -210,7 +211,7 @@ TEST_F(TableDeletionTest, OneRowMoreThanATableDeletionCountsBeginsTheNext) {
   EXPECT_TRUE(asic_->step(kDeletion + 1));
   EXPECT_EQ(hardware(1).size(), kEntries) << "its group row";
   asic_->step(1);
-  EXPECT_TRUE(hardware(1).empty());
+  EXPECT_THAT(hardware(1), IsEmpty());
 }
 
 TEST_F(SimulatedAsicTest, AnOperationOfAnotherTableCountsItsGroupRowAndItsCleanUp) {

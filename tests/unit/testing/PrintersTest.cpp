@@ -41,6 +41,14 @@ TEST(PrintersTest, APointerIsPrintedAsItsAddressAndTheVersionOfWhatItPointsAt) {
   EXPECT_EQ(PrintToString(Pell::Ptr<Numbered>()), "0");
 }
 
+TEST(PrintersTest, OfAMapTheKeysArePrinted) {
+  Pell::HashMap<int, std::string, std::hash<int>> map;
+  EXPECT_EQ(PrintToString(map), "keys { }");
+  map.insertOrAssign(4, "four");
+  map.insertOrAssign(2, "two");
+  EXPECT_EQ(PrintToString(map), "keys { 4 2 }");
+}
+
 TEST(PrintersTest, ARecordThatDiffersIsToldWithBothItsValues) {
   LoamFec::FecTableDataModelLogEntry entry;
   entry.opaqueA = 4711;

@@ -11,7 +11,14 @@
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::PrintToString;
+using ::testing::StartsWith;
+using testing_support::HasTrace;
 using testing_support::TraceRecorder;
 
 void speak(int level, const char* text) {
@@ -40,14 +47,14 @@ TEST(TraceRecorder, ComparesTextsWholeAndWithTheirLevel) {
   TraceRecorder recorder({"Speaker"});
   speak(3, "one ");
   speak(3, "one ");
-  EXPECT_TRUE(recorder.has(3, "one "));
-  EXPECT_FALSE(recorder.has(3, "one"));
-  EXPECT_FALSE(recorder.has(2, "one "));
+  EXPECT_THAT(recorder, HasTrace(3, "one "));
+  EXPECT_THAT(recorder, Not(HasTrace(3, "one")));
+  EXPECT_THAT(recorder, Not(HasTrace(2, "one ")));
   EXPECT_EQ(recorder.count(3, "one "), 2U);
   EXPECT_EQ(recorder.find("one "), &recorder.records().front());
   EXPECT_EQ(recorder.find("one"), nullptr);
   recorder.clear();
-  EXPECT_FALSE(recorder.has(3, "one "));
+  EXPECT_THAT(recorder, Not(HasTrace(3, "one ")));
 }
 
 TEST(TraceRecorder, LinesSayWhoTracesAtWhichLevel) {
@@ -87,6 +94,19 @@ TEST(TraceRecorder, ARecordPrintsItsMessageBetweenQuotes) {
   std::ostringstream out;
   out << TraceRecorder::Record{3, "File", "function", 12, "Class", "blank at the end "};
   EXPECT_EQ(out.str(), "3 File:12 Class::function \"blank at the end \"");
+}
+
+TEST(TraceRecorder, WhereATraceIsMissingEveryTraceThatCameIsPrinted) {
+  const TraceRecorder recorder({"Speaker"});
+  speak(3, "one ");
+  whisper("two");
+  EXPECT_THAT(PrintToString(recorder),
+              AllOf(StartsWith("2 traces\n  3 "), HasSubstr("::speak \"one \"\n  9 "),
+                    EndsWith("::whisper \"two\"")));
+  const ::testing::Matcher<const TraceRecorder&> matcher = HasTrace(8, "two");
+  std::ostringstream expected;
+  matcher.DescribeTo(&expected);
+  EXPECT_EQ(expected.str(), "has trace (level: 8, text: \"two\")");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "Asic/NeededEntry.h"
 #include "testing/LeakCheck.h"
+#include "testing/Printers.h"
 
 namespace {
 
@@ -13,6 +14,7 @@ using Asic::NeededEntry;
 using Asic::SwTableId;
 using Asic::TableVersion;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 TableVersion version(std::uint32_t table, std::uint64_t logVersion) {
   return {SwTableId(table), LogVersion(logVersion)};
@@ -28,7 +30,7 @@ class NeededEntryTest : public testing_support::LeakCheckedTest {
 
 TEST_F(NeededEntryTest, StartsEmpty) {
   EXPECT_TRUE(needed_->empty());
-  EXPECT_TRUE(needed_->tableVersions().empty());
+  EXPECT_THAT(needed_->tableVersions(), IsEmpty());
   EXPECT_TRUE(needed_->hasNotificationActive());
 }
 

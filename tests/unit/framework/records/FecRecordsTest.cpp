@@ -20,6 +20,7 @@ namespace {
 
 using namespace LoamFec;
 using ::testing::Each;
+using testing_support::IsEq;
 
 FecTableDataModelLogEntry filledLogEntry() {
   FecTableDataModelLogEntry logged;
@@ -130,10 +131,9 @@ TEST(FecEntryTest, WhatIsLoggedAndTheResourceKeysGiveTheEntryBack) {
   const FecTableDataModelEntry entry =
       FecTableDataModelEntry::fromLog(filledLogEntry(), FecTableDataModelResourceKeys{kEth1});
   EXPECT_EQ(entry.intfId, kEth1);
-  EXPECT_TRUE(FecTableDataModelLogEntry::isEq(entry.logEntry(), filledLogEntry()));
+  EXPECT_THAT(entry.logEntry(), IsEq(filledLogEntry()));
   EXPECT_EQ(entry.resourceKeys().intfId, kEth1);
-  EXPECT_TRUE(FecTableDataModelEntry::isEq(
-      entry, FecTableDataModelEntry::fromLog(entry.logEntry(), entry.resourceKeys())));
+  EXPECT_THAT(FecTableDataModelEntry::fromLog(entry.logEntry(), entry.resourceKeys()), IsEq(entry));
 }
 
 TEST(FecLogEntryTest, TheBytesOfALogEntryStandAtTheirOffsets) {

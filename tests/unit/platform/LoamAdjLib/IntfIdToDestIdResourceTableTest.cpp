@@ -2,6 +2,7 @@
 
 // Handles, when they change, and what a change waits for.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "ResourceTableFixture.h"
@@ -70,9 +71,9 @@ TEST_F(ResourceTableTest, NothingReactsInsideACall) {
   table_->destinationDel(intf("eth1"));
   client_->ackUpdate(handle, handle->updateNumber(), nullptr);
   client_->release(handle, nullptr);
-  EXPECT_TRUE(watch.seen.empty());
+  EXPECT_THAT(watch.seen, ::testing::IsEmpty());
   EXPECT_EQ(handle->destId(), kFirst);
-  EXPECT_TRUE(freed_.empty());
+  EXPECT_THAT(freed_, ::testing::IsEmpty());
   run();
   EXPECT_EQ(watch.seen.size(), 1U);
 }
@@ -112,7 +113,7 @@ TEST_F(ResourceTableTest, AnEqualValueChangesNothing) {
   const HandleWatch watch(handle);
   destinationIs("eth1", kFirst, needed({one, two}));
   destinationIs("eth1", kFirst, needed({two, one}));
-  EXPECT_TRUE(watch.seen.empty());
+  EXPECT_THAT(watch.seen, ::testing::IsEmpty());
   destinationIs("eth1", kFirst, needed({one}));
   EXPECT_EQ(watch.seen.size(), 1U);
   destinationIs("eth1", kFirst, nullptr);
@@ -237,7 +238,7 @@ TEST_F(ResourceTableTest, ManyChangesWhileWaitingCoalesceToTheLast) {
     run();
   }
   destinationIs("eth1", kThird);
-  EXPECT_TRUE(watch.seen.empty());
+  EXPECT_THAT(watch.seen, ::testing::IsEmpty());
   applied(10);
   ASSERT_EQ(watch.seen.size(), 1U);
   EXPECT_EQ(watch.seen[0].destId, kThird);
@@ -252,7 +253,7 @@ TEST_F(ResourceTableTest, ChangesThatComeBackToWhatIsShownPublishNothing) {
   destinationIs("eth1", kSecond);
   destinationIs("eth1", kFirst);
   applied(10);
-  EXPECT_TRUE(watch.seen.empty());
+  EXPECT_THAT(watch.seen, ::testing::IsEmpty());
 }
 
 TEST_F(ResourceTableTest, AnAcknowledgementOfAnotherNumberAcknowledgesNothing) {
@@ -287,7 +288,7 @@ TEST_F(ResourceTableTest, TheOperationOfAnOldAcknowledgementHoldsBackTheFreeingA
   destinationIs("eth1", kSecond);
   client_->ackUpdate(handle, 1, operation(10));
   ack(handle);
-  EXPECT_TRUE(freed_.empty());
+  EXPECT_THAT(freed_, ::testing::IsEmpty());
   destinationIs("eth1", kThird);
   EXPECT_EQ(handle->destId(), kThird);
   applied(10);
@@ -431,7 +432,7 @@ TEST_F(ResourceTableTest, AChangeDoesNotWaitForTheOperationThatAReleaseNames) {
   client_->release(handle, operation(10));
   destinationIs("eth1", kSecond);
   EXPECT_EQ(handle->destId(), kSecond);
-  EXPECT_TRUE(freed_.empty()) << "the freeing does";
+  EXPECT_THAT(freed_, ::testing::IsEmpty()) << "the freeing does";
 }
 
 TEST_F(ResourceTableTest, AReleaseStillWaitsForTheOperationAcknowledgedBefore) {
@@ -451,7 +452,7 @@ TEST_F(ResourceTableTest, ReleasingTwiceOrWhatWasNeverUsedChangesNothing) {
   client_->release(handle, nullptr);
   client_->release(handle, nullptr);
   run();
-  EXPECT_TRUE(watch.seen.empty());
+  EXPECT_THAT(watch.seen, ::testing::IsEmpty());
   destinationIs("eth1", kFirst);
   EXPECT_EQ(handle->destId(), kFirst);
 }

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <optional>
+#include <ostream>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "Asic/NeededEntry.h"
 #include "LoamAdjLib/IntfIdToDestIdResourceTable.h"
@@ -51,6 +54,10 @@ class HandleWatch {
     Asic::EntryState state;
     DestId destId;
     std::uint32_t updateNumber;
+    friend void PrintTo(const Seen& seen, std::ostream* out) {
+      *out << fmt::format("attribute {}, state {}, destination {}, update {}", seen.attributeId,
+                          seen.state, seen.destId.first, seen.updateNumber);
+    }
   };
 
   explicit HandleWatch(HandlePtr handle)
@@ -95,6 +102,9 @@ class ResourceTableTest : public testing_support::LeakCheckedTest {
     Wirex::IntfId intfId;
     DestId destId;
     friend bool operator==(const Freed&, const Freed&) = default;
+    friend void PrintTo(const Freed& freed, std::ostream* out) {
+      *out << fmt::format("{} at {}", freed.intfId, freed.destId.first);
+    }
   };
 
   ResourceTableTest() {

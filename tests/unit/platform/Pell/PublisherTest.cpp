@@ -21,6 +21,7 @@ namespace {
 using Pell::Publisher;
 using Pell::Subscriber;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 // Notes the name of each subscriber that heard something, and then does what the test asks for.
 class PublisherTest : public ::testing::Test {
@@ -363,7 +364,7 @@ class PublisherRemovalTest : public PublisherTest {
     EXPECT_TRUE(publisher_->idle());
     told_.clear();
     publisher_->attributeChange(1);
-    EXPECT_TRUE(told_.empty());
+    EXPECT_THAT(told_, IsEmpty());
     EXPECT_LE(publisher_->removalSteps(), 4U * kMany);
     EXPECT_GT(publisher_->removalSteps(), std::uint64_t{kMany}) << "the holes were closed up";
   }
@@ -425,7 +426,7 @@ TEST_F(PublisherRemovalTest, InOneDeliveryCostsAConstantToo) {
   publisher_->subscriberAdd(*removesAll);
   addMany();
   publisher_->attributeChange(1);
-  EXPECT_TRUE(told_.empty());
+  EXPECT_THAT(told_, IsEmpty());
   EXPECT_LE(publisher_->removalSteps(), 4U * kMany);
   EXPECT_FALSE(publisher_->idle());
 }

@@ -11,6 +11,7 @@
 
 namespace {
 
+using ::testing::IsEmpty;
 using testing_support::virtualSlot;
 
 class Bare : public Zev::Typed<Bare> {
@@ -56,8 +57,8 @@ using Typed = testing_support::LeakCheckedTest;
 TEST_F(Typed, AClassThatSaysNothingElseTellsItsName) {
   const auto bare = Zev::makeObject<Bare>();
   EXPECT_EQ(bare->fwkType().name, "TypedTest.Bare");
-  EXPECT_TRUE(bare->fwkType().attributes.empty());
-  EXPECT_TRUE(bare->fwkType().operations.empty());
+  EXPECT_THAT(bare->fwkType().attributes, IsEmpty());
+  EXPECT_THAT(bare->fwkType().operations, IsEmpty());
 }
 
 TEST_F(Typed, AClassTellsTheRecordThatItHasOfItsOwn) {
