@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Asic/Constants.h"
@@ -30,6 +31,8 @@ using Asic::GroupLogRow;
 using Asic::LogVersion;
 using Asic::SwTableId;
 using Asic::TableVersion;
+using ::testing::IsEmpty;
+using ::testing::Not;
 using testing_support::SteppedState;
 using testing_support::SteppedWork;
 using testing_support::TemporaryRoot;
@@ -60,6 +63,12 @@ bool isWhole(const Announcement& announcement, std::uint64_t version, std::uint3
             TableVersion(SwTableId(table), LogVersion(100 * version + table));
   }
   return whole;
+}
+// The operation of that version, which needs that many tables.
+MATCHER_P2(IsWhole, version, tables, "") {
+  *result_listener << fmt::format("which is {} and needs {}", arg.tableVersion,
+                                  fmt::join(arg.needed, " "));
+  return isWhole(arg, version, tables);
 }
 
 Pell::Ptr<GroupLogGlint> readerIn(const std::string& root) {
@@ -195,12 +204,14 @@ TEST(EveryStoreOfAReport, LeavesReadersWithWholeOperationsOnly) {
     bool sawAll = false;
     const std::vector<Announcement> standing = standingIn(copy.path(), sawAll);
     EXPECT_TRUE(sawAll);
-    EXPECT_FALSE(standing.empty());
-    EXPECT_TRUE(standing.empty() || isWhole(standing.back(), 3, 9));
+    EXPECT_THAT(standing, Not(IsEmpty())) << "state " << state.number;
+    if (!standing.empty()) {
+      EXPECT_THAT(standing.back(), IsWhole(3U, 9U)) << "state " << state.number;
+    }
     for (const Announcement& announcement : standing) {
       const std::uint64_t version = announcement.tableVersion.logVersion().value();
       const std::uint32_t tables = version == 1 ? 24 : version == 2 ? 17 : 9;
-      EXPECT_TRUE(isWhole(announcement, version, tables)) << "state " << state.number;
+      EXPECT_THAT(announcement, IsWhole(version, tables)) << "state " << state.number;
     }
     const auto next = writerIn(copy.path());
     next->tableVersionIs({kTable, LogVersion(2)});

@@ -24,6 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using testing_support::Outcome;
 using testing_support::TablePlaces;
 using Tools::TableRole;
@@ -225,7 +226,7 @@ class FecdBesideTest : public FecctlCheckTest {
     while (fecd.running()) {
       fecd.pause();
       const auto report = nlohmann::json::parse(check({"--json"}).out);
-      EXPECT_TRUE(report["findings"].empty()) << report.dump(2);
+      EXPECT_THAT(report["findings"], IsEmpty()) << report.dump(2);
       if (fecd.running() && report["writer"].is_string()) {
         atWork = true;
         EXPECT_EQ(report["verdict"], "clean");

@@ -26,6 +26,8 @@ using glint_test::risingRow;
 using glint_test::State;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing_support::HasTrace;
 using testing_support::Offsets;
 using Rows = Glint::GlintMap<RisingRow>;
 
@@ -101,7 +103,7 @@ class CorruptionTest : public testing_support::LeakCheckedTest {
 
   void expectVerifies() {
     const Glint::Verification found = Glint::verifyTable(file());
-    EXPECT_TRUE(found.clean()) << found.findings.front();
+    EXPECT_THAT(found.findings, IsEmpty());
   }
 
  private:
@@ -139,7 +141,7 @@ TEST_F(CorruptionTest, TheSlotOfADamagedRowIsNotUsedAgainNotEvenAfterARestart) {
 TEST_F(CorruptionTest, ACorruptionIsTracedAtLevel1WithItsText) {
   testing_support::TraceRecorder traces({"GlintMapBase"});
   rows().doCorruptionDetected("some damage");
-  ASSERT_TRUE(traces.has(1, "some damage"));
+  ASSERT_THAT(traces, HasTrace(1, "some damage"));
   EXPECT_EQ(traces.find("some damage")->className, "GlintMapBase");
   EXPECT_EQ(traces.find("some damage")->function, "doCorruptionDetected");
   EXPECT_EQ(rows().corruptionCount(), 1U);
@@ -352,7 +354,7 @@ class KilledWithinAChange : public CorruptionTest {
     unmount();
     testing_support::wordIs(file(), kOffsets.slot(8), dead.word());
     const Glint::Verification before = Glint::verifyTable(file());
-    EXPECT_TRUE(before.clean()) << before.findings.front();
+    EXPECT_THAT(before.findings, IsEmpty());
     EXPECT_TRUE(before.changeInFlight);
     const std::uint64_t generationBefore = generation();
     {
@@ -367,13 +369,14 @@ class KilledWithinAChange : public CorruptionTest {
     EXPECT_EQ(generation(), generationBefore + 2)
         << "for a reader that follows the chain at this moment";
     const Glint::Verification after = Glint::verifyTable(file());
-    EXPECT_TRUE(after.clean() && !after.changeInFlight);
+    EXPECT_THAT(after.findings, IsEmpty());
+    EXPECT_FALSE(after.changeInFlight);
     EXPECT_EQ(after.freeSlots, kSlots - (kRows - 1));
     EXPECT_EQ(rows().corruptionCount(), 0U);
     expectRowsExcept(8);
     rows().rowIs(risingRow(8, 8));
     expectRowsExcept(std::nullopt);
-    EXPECT_TRUE(Glint::verifyTable(file()).clean());
+    EXPECT_THAT(Glint::verifyTable(file()).findings, IsEmpty());
   }
 };
 
@@ -388,7 +391,7 @@ TEST_F(KilledWithinAChange, AnInsertThatWasNotPublishedIsUndone) {
 TEST_F(KilledWithinAChange, ARetirementThatWasNotUnlinkedIsFinished) {
   unmount();
   testing_support::wordIs(file(), kOffsets.slot(8), Glint::Seq::retiredSlot().word());
-  EXPECT_TRUE(Glint::verifyTable(file()).clean());
+  EXPECT_THAT(Glint::verifyTable(file()).findings, IsEmpty());
   mountAnew();
   expectRowsExcept(8);
   EXPECT_FALSE(Glint::verifyTable(file()).changeInFlight);
@@ -410,7 +413,7 @@ TEST_F(KilledWithinAChange, AHalfFilledIdleCopyIsNobodysBusiness) {
   for (std::uint32_t slot = 0; slot < kRows; ++slot) {
     testing_support::flipBit(file(), 8 * (kOffsets.row(slot, seq(slot).copy() ^ 1U) + 8));
   }
-  EXPECT_TRUE(Glint::verifyTable(file()).clean());
+  EXPECT_THAT(Glint::verifyTable(file()).findings, IsEmpty());
   mountAnew();
   expectRowsExcept(std::nullopt);
 }

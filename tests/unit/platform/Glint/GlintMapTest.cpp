@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Zev/WorkMeter.h"
@@ -40,7 +41,7 @@ class GlintMapTest : public testing_support::LeakCheckedTest {
 
   void expectVerifies(const Pell::String& file, std::uint32_t rows) {
     const Glint::Verification found = Glint::verifyTable(root() + "/" + file);
-    EXPECT_TRUE(found.clean()) << found.findings.front();
+    EXPECT_THAT(found.findings, ::testing::IsEmpty());
     EXPECT_EQ(found.liveRows, rows);
     EXPECT_EQ(found.freeSlots + found.liveRows + found.retiredSlots, found.slotsInUse);
     EXPECT_FALSE(found.changeInFlight);

@@ -32,6 +32,7 @@ using glint_test::smallRow;
 using glint_test::State;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ZevGlint::ZevGlintType;
 
 constexpr uid_t kNobody = 65534;
@@ -242,7 +243,7 @@ class FileSizeGuard {
 TEST_F(MountTest, ATableThatCannotBeCreatedLeavesNothing) {
   const FileSizeGuard guard(8192);
   EXPECT_THAT(refusalOf(ZevGlintType::writer), HasSubstr("cannot create the table"));
-  EXPECT_TRUE(testing_support::filesOf(root()).empty());
+  EXPECT_THAT(testing_support::filesOf(root()), IsEmpty());
 }
 
 // A tmpfs of a size, for as long as it lives.
@@ -273,7 +274,7 @@ TEST_F(MountAsRootTest, AFullFileSystemIsAClearErrorAndNothingIsLeft) {
   }
   EXPECT_THAT(refusalOf(ZevGlintType::writer, 4096),
               AllOf(HasSubstr("No space left on device"), HasSubstr("make room")));
-  EXPECT_TRUE(testing_support::filesOf(root()).empty());
+  EXPECT_THAT(testing_support::filesOf(root()), IsEmpty());
 }
 
 using MountAsRootDeathTest = MountAsRootTest;
@@ -312,7 +313,7 @@ TEST_F(MountAsRootDeathTest, AFileSystemThatFillsUpLaterStopsTheProcessAndKeepsE
   const std::uint64_t rows = *stored;
   EXPECT_EQ(rows % Glint::kChunkSlots, 0U);
   EXPECT_GT(rows, Glint::kChunkSlots);  // a reservation went well, so it grew before it was full
-  EXPECT_TRUE(Glint::verifyTable(file()).clean());
+  EXPECT_THAT(Glint::verifyTable(file()).findings, IsEmpty());
   {
     State reader(root());
     expectRows(*reader.mountReader<SmallRow>("t"), rows);
