@@ -30,8 +30,8 @@ inline void writeFile(const std::string& path, const Bytes& bytes) {
       .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-// One word of a file, read and changed in place, under the eyes of the processes that have mapped it.
-// Throw std::ios_base::failure.
+// One word of a file, read and changed in place, under the eyes of the processes that have mapped
+// it. Throw std::ios_base::failure.
 template <typename Word = std::uint64_t>
 Word wordAt(const std::string& path, std::uint64_t offset) {
   Word word{};

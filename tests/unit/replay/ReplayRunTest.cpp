@@ -68,7 +68,7 @@ TEST_F(ReplayRunTest, SnapshotsAreAppliedInOrder) {
   EXPECT_EQ(outcome.snapshots[0].report.writes, 100U);
   EXPECT_EQ(outcome.snapshots[1].report.removes, 50U);
   EXPECT_EQ(outcome.snapshots[1].report.writes, 50U);
-  EXPECT_TRUE(outcome.good());
+  EXPECT_TRUE(outcome.good()) << Replay::outcomeText(outcome);
   EXPECT_FALSE(outcome.restart.has_value());
   EXPECT_THAT(outcome.linkChanges, IsEmpty());
 }
@@ -81,7 +81,7 @@ TEST_F(ReplayRunTest, ASecondRunGoesOnFromTheFirstAndOneWithResetBeginsAnew) {
   const Outcome anew = carryOut(plan_);
   EXPECT_EQ(anew.snapshots[0].report.unchanged, 0U);
   EXPECT_EQ(anew.snapshots[0].report.writes, 100U);
-  EXPECT_TRUE(anew.good());
+  EXPECT_TRUE(anew.good()) << Replay::outcomeText(anew);
 }
 
 TEST_F(ReplayRunTest, LinksFlapBetweenSnapshotsAndNotAfterTheLast) {
@@ -95,7 +95,7 @@ TEST_F(ReplayRunTest, LinksFlapBetweenSnapshotsAndNotAfterTheLast) {
   EXPECT_EQ(change.down.logVersions, 50U);
   EXPECT_EQ(change.up.entries, 50U);
   EXPECT_TRUE(change.hardwareEqual);
-  EXPECT_TRUE(outcome.good());
+  EXPECT_TRUE(outcome.good()) << Replay::outcomeText(outcome);
 }
 
 TEST_F(ReplayRunTest, NothingAnsweredIsLostWhenTheAgentIsKilled) {
@@ -113,7 +113,7 @@ TEST_F(ReplayRunTest, NothingAnsweredIsLostWhenTheAgentIsKilled) {
     EXPECT_TRUE(restart.hardwareEqual);
     EXPECT_EQ(outcome.snapshots.size(), answers <= 100 ? 2U : 1U) << "from where it was killed";
     EXPECT_EQ(outcome.snapshots.back().report.entries, kHops);
-    EXPECT_TRUE(outcome.good());
+    EXPECT_TRUE(outcome.good()) << Replay::outcomeText(outcome);
   }
 }
 
@@ -122,7 +122,7 @@ TEST_F(ReplayRunTest, EveryUnitsAnswersSurviveAKill) {
   plan_.killAfter = 250;
   const Outcome outcome = carryOut(plan_);
   EXPECT_EQ(outcome.restart->answered, 250U);
-  EXPECT_TRUE(outcome.good());
+  EXPECT_TRUE(outcome.good()) << Replay::outcomeText(outcome);
   EXPECT_EQ(outcome.snapshots.back().report.entries, 3 * kHops);
 }
 
@@ -179,7 +179,7 @@ TEST_F(ReplayRunTest, AnOutcomeIsGoodOnlyIfEverythingComparedEqual) {
   plan_.killAfter = 10;
   plan_.flaps = {Wirex::IntfId::fromName("eth2")};
   const Outcome outcome = carryOut(plan_);
-  EXPECT_TRUE(outcome.good());
+  EXPECT_TRUE(outcome.good()) << Replay::outcomeText(outcome);
   const auto spoilt = [&outcome](auto&& spoil) {
     Outcome copy = outcome;
     spoil(copy);

@@ -23,10 +23,12 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using Tools::checkState;
 using Tools::StateReport;
 using Tools::TableRole;
 using tools_test::FecHarness;
+using tools_test::IsClean;
 using tools_test::RawTables;
 using ConfigRow = LoamFec::FecTableDataModelConfigGlintEntry;
 using LogRow = LoamFec::FecTableDataModelLogGlintEntry;
@@ -45,7 +47,7 @@ class StateCheckTest : public tools_test::StateFolderTest {
   // There is a finding of that kind about that file.
   void expectFinding(const char* kind, TableRole role, const char* text) const {
     const StateReport report = check();
-    EXPECT_FALSE(report.clean());
+    EXPECT_THAT(report, Not(IsClean()));
     const auto found = std::find_if(
         report.findings.begin(), report.findings.end(), [&](const Tools::Remark& finding) {
           return finding.kind == kind && finding.file == Tools::fileNameOf(role);
@@ -57,7 +59,7 @@ class StateCheckTest : public tools_test::StateFolderTest {
 
 TEST_F(StateCheckTest, WhatAnAgentHasLeftIsClean) {
   const StateReport report = check();
-  EXPECT_TRUE(report.clean());
+  EXPECT_THAT(report, IsClean());
   EXPECT_THAT(kindsOf(report.findings), IsEmpty());
   EXPECT_THAT(kindsOf(report.notes), IsEmpty());
   EXPECT_EQ(report.writer, std::nullopt);
@@ -148,7 +150,7 @@ TEST_F(StateCheckTest, EarlierDamageThatIsOutOfUseIsANote) {
   damageRow(TableRole::config, 20);
   { const RawTables tables(folder()); }
   const StateReport report = check();
-  EXPECT_TRUE(report.clean()) << report.findings.front().text;
+  EXPECT_THAT(report, IsClean());
   ASSERT_THAT(kindsOf(report.notes), ElementsAre("earlier_damage"));
   EXPECT_EQ(report.notes.front().text,
             "1 corruption since the table was made, 1 slot out of use for good");
@@ -158,7 +160,7 @@ TEST_F(StateCheckTest, EarlierDamageThatIsOutOfUseIsANote) {
 
 TEST_F(StateCheckTest, ATableOfAnotherKindIsVerifiedForItself) {
   fs::copy_file(path(TableRole::applied), folder() + "/other.table");
-  EXPECT_TRUE(check().clean());
+  EXPECT_THAT(check(), IsClean());
   EXPECT_EQ(check().tables.size(), 6U);
   testing_support::flipBit(folder() + "/other.table", 8 * offsetof(Glint::Header, rowCount));
   EXPECT_THAT(kindsOf(check().findings), ElementsAre("damaged_counter"));
@@ -174,7 +176,7 @@ TEST_F(StateCheckTest, EachTableThatIsMissingIsAFinding) {
     expectFinding("missing_table", role, "it is missing");
     fs::rename(copy, path(role));
   }
-  EXPECT_TRUE(check().clean());
+  EXPECT_THAT(check(), IsClean());
 }
 
 TEST_F(StateCheckTest, AConfigurationTableThatTheLogSpeaksOfIsMissed) {
@@ -193,14 +195,14 @@ TEST_F(StateCheckTest, AnAgentThatDiedWhileItMadeItsTablesLeavesNoFinding) {
   }
   fs::remove(path(TableRole::log));
   const StateReport report = check();
-  EXPECT_TRUE(report.clean()) << report.findings.front().text;
+  EXPECT_THAT(report, IsClean());
   EXPECT_THAT(kindsOf(report.notes), Contains("unfinished_file"));
   fs::remove(path(TableRole::applied));
-  EXPECT_TRUE(check().clean());
+  EXPECT_THAT(check(), IsClean());
   fs::remove(path(TableRole::groupLog));
-  EXPECT_TRUE(check().clean());
+  EXPECT_THAT(check(), IsClean());
   fs::remove(folder() + "/.new." + name);
-  EXPECT_TRUE(check().clean()) << "the lock file is there: an agent was here";
+  EXPECT_THAT(check(), IsClean()) << "the lock file is there: an agent was here";
 }
 
 // ---- what a kill leaves
@@ -223,10 +225,10 @@ class CutShortTest : public StateCheckTest {
         }
       }
       const StateReport left = checkState(copy);
-      EXPECT_TRUE(left.clean()) << left.findings.front().text;
+      EXPECT_THAT(left, IsClean());
       goOn(copy);
       const StateReport after = checkState(copy);
-      EXPECT_TRUE(after.clean()) << after.findings.front().text;
+      EXPECT_THAT(after, IsClean());
     }
   }
 
@@ -363,7 +365,7 @@ TEST_F(CutShortTest, OneChangeAfterTheOther) {
       steps[step](tables);
     }
     const StateReport left = check();
-    ASSERT_TRUE(left.clean()) << left.findings.front().text;
+    ASSERT_THAT(left, IsClean());
   }
 }
 
@@ -372,7 +374,7 @@ TEST_F(CutShortTest, OneChangeAfterTheOther) {
 TEST_F(StateCheckTest, TheHolderOfTheLockIsNamed) {
   const RawTables agent(folder());
   const StateReport report = check();
-  EXPECT_TRUE(report.clean());
+  EXPECT_THAT(report, IsClean());
   ASSERT_TRUE(report.writer.has_value());
   EXPECT_THAT(*report.writer, HasSubstr("process " + std::to_string(::getpid())));
   EXPECT_THAT(Tools::reportText(report, 0), HasSubstr("in use by process"));
@@ -447,10 +449,12 @@ TEST_F(StateCheckTest, BesideAnAgentAtWorkThereAreNoFindings) {
   for (int times = 0; times < 5; ++times) {
     const StateReport report = check();
     EXPECT_THAT(kindsOf(report.findings), IsEmpty()) << Tools::reportText(report, 0);
-    EXPECT_TRUE(report.clean() ? report.writer.has_value() : !report.cannotTell.empty());
+    if (report.cannotTell.empty()) {
+      EXPECT_NE(report.writer, std::nullopt);
+    }
   }
   agent.kill();
-  EXPECT_TRUE(check().clean());
+  EXPECT_THAT(check(), IsClean());
   ::close(begun[0]);
   ::close(begun[1]);
 }

@@ -27,6 +27,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using Tools::carryOutRepair;
 using Tools::checkState;
 using Tools::fileNameOf;
@@ -35,6 +36,7 @@ using Tools::RepairReport;
 using Tools::StateReport;
 using Tools::TableRole;
 using tools_test::FecHarness;
+using tools_test::IsClean;
 using tools_test::RawTables;
 using Outcome = Tools::RepairReport::Outcome;
 
@@ -64,7 +66,7 @@ class StateRepairTest : public tools_test::StateFolderTest {
       EXPECT_EQ(after.at(kept), before.at(kept.substr(0, kept.rfind(".damaged-"))));
     }
     const StateReport checked = checkState(folder());
-    EXPECT_TRUE(checked.clean()) << Tools::reportText(checked, 0);
+    EXPECT_THAT(checked, IsClean());
     EXPECT_EQ(planRepair(folder()).outcome, Outcome::nothingToDo);
     return report;
   }
@@ -105,7 +107,7 @@ class StateRepairTest : public tools_test::StateFolderTest {
     EXPECT_GT(agent.log().tableVersion().value(), last);
     EXPECT_TRUE(agent.table().entryHas(FecHarness::key(1000)));
     agent.stop();
-    EXPECT_TRUE(checkState(agent.stateFolder()).clean());
+    EXPECT_THAT(checkState(agent.stateFolder()), IsClean());
   }
 };
 
@@ -273,7 +275,7 @@ TEST_F(StateRepairTest, OfADamagedScratchpadTheValueBeforeIsTakenIfItIsAboveAllR
 TEST_F(StateRepairTest, AFileWithoutAUsableHeaderIsSetAsideAndToldLoudly) {
   testing_support::flipBit(path(TableRole::config), 8 * 40);
   const RepairReport report = repair();
-  ASSERT_FALSE(report.steps.empty());
+  ASSERT_THAT(report.steps, Not(IsEmpty()));
   EXPECT_EQ(report.steps[0].kind, "unusable_table");
   EXPECT_TRUE(report.steps[0].losesTable);
   EXPECT_THAT(Tools::repairText(report, 0),
@@ -313,7 +315,7 @@ TEST_F(StateRepairTest, ASymbolicLinkIsSetAsideAndWhatItLeadsToIsLeftAlone) {
   EXPECT_EQ(carryOutRepair(folder()).outcome, Outcome::done);
   EXPECT_TRUE(fs::is_symlink(path(TableRole::applied) + ".damaged-1"));
   EXPECT_TRUE(fs::exists(elsewhere));
-  EXPECT_TRUE(checkState(folder()).clean());
+  EXPECT_THAT(checkState(folder()), IsClean());
 }
 
 TEST_F(StateRepairTest, WhatAKillHasLeftIsFinishedAndNothingIsKept) {
@@ -502,7 +504,7 @@ TEST_F(StateRepairTest, TheJsonHoldsEverythingUnderStableKeys) {
   EXPECT_EQ(json["outcome"], "planned");
   EXPECT_EQ(json["steps"][0]["kind"], "damaged_row");
   EXPECT_EQ(json["steps"][0]["loses_table"], false);
-  EXPECT_TRUE(json["kept"].empty());
+  EXPECT_THAT(json["kept"], IsEmpty());
   json = nlohmann::json::parse(Tools::repairJson(carryOutRepair(folder())));
   EXPECT_EQ(json["outcome"], "done");
   EXPECT_EQ(json["kept"].size(), 1U);
@@ -541,7 +543,7 @@ TEST_F(StateRepairTest, AnyFlippedBitIsHarmlessOrFoundAndRepaired) {
     ASSERT_EQ(carryOutRepair(folder()).outcome, Outcome::done);
     const bool inSealedHeader = bit < 8 * offsetof(Glint::Header, generation);
     EXPECT_GE(entries().size() + 1, inSealedHeader ? 1 : expected.size());
-    EXPECT_TRUE(checkState(folder()).clean());
+    EXPECT_THAT(checkState(folder()), IsClean());
   }
   std::printf("seed %u: %d of %d flips were found and repaired\n", kSeed, found, kFlips);
   EXPECT_GT(found, kFlips / 4);

@@ -18,6 +18,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using Tools::ConfigRow;
 using Tools::Judgement;
 using Tools::LogRow;
@@ -221,7 +222,7 @@ TEST_F(StateRulesTest, ALogRowTwoAheadIsAFinding) {
   config(3, 10);
   log(12, LogRow::kEntryWritten, entry(3));
   const auto all = findings();
-  ASSERT_FALSE(all.empty());
+  ASSERT_THAT(all, Not(IsEmpty()));
   EXPECT_EQ(all.front(), "above_log");
   mendAll();
   EXPECT_THAT(findings(), IsEmpty());

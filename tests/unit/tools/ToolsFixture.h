@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Asic/Constants.h"
@@ -32,6 +33,12 @@ namespace tools_test {
 using testing_support::FecHarness;
 using Tools::fileNameOf;
 using Tools::TableRole;
+
+// Of a report that a check has given. When it is not, the report is printed.
+MATCHER(IsClean, "") {
+  *result_listener << "whose text is\n" << Tools::reportText(arg, 0);
+  return arg.clean();
+}
 
 // The tables of a state folder, mounted for writing, to be changed behind the agent's back.
 struct RawTables {
