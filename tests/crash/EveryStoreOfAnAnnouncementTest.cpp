@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,14 @@
 #include "Glint/SharedMemEntityManager.h"
 #include "testing/SingleStep.h"
 #include "testing/TemporaryRoot.h"
+
+namespace Asic {
+// How a failed test prints it.
+inline void PrintTo(const Announcement& announcement, std::ostream* out) {
+  *out << fmt::format("{} that needs [{}]", announcement.tableVersion,
+                      fmt::join(announcement.needed, " "));
+}
+}  // namespace Asic
 
 namespace {
 
@@ -65,11 +74,7 @@ bool isWhole(const Announcement& announcement, std::uint64_t version, std::uint3
   return whole;
 }
 // The operation of that version, which needs that many tables.
-MATCHER_P2(IsWhole, version, tables, "") {
-  *result_listener << fmt::format("which is {} and needs {}", arg.tableVersion,
-                                  fmt::join(arg.needed, " "));
-  return isWhole(arg, version, tables);
-}
+MATCHER_P2(IsWhole, version, tables, "") { return isWhole(arg, version, tables); }
 
 Pell::Ptr<GroupLogGlint> readerIn(const std::string& root) {
   return ZevSharedMem::mountForReading<GroupLogGlint>(

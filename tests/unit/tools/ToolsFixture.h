@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <fstream>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -28,17 +29,21 @@
 #include "tools/StateCheck.h"
 #include "tools/TableRole.h"
 
+namespace Tools {
+// How a failed test prints it.
+inline void PrintTo(const StateReport& report, std::ostream* out) {
+  *out << "the report\n" << reportText(report, 0);
+}
+}  // namespace Tools
+
 namespace tools_test {
 
 using testing_support::FecHarness;
 using Tools::fileNameOf;
 using Tools::TableRole;
 
-// Of a report that a check has given. When it is not, the report is printed.
-MATCHER(IsClean, "") {
-  *result_listener << "whose text is\n" << Tools::reportText(arg, 0);
-  return arg.clean();
-}
+// For the report that a check has given.
+MATCHER(IsClean, "") { return arg.clean(); }
 
 // The tables of a state folder, mounted for writing, to be changed behind the agent's back.
 struct RawTables {

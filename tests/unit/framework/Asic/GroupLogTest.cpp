@@ -28,7 +28,6 @@ namespace {
 
 using Asic::GroupLog;
 using Asic::GroupLogRow;
-using Asic::GroupVersionRow;
 using Asic::LogVersion;
 using Asic::SwTableId;
 using ::testing::ElementsAre;

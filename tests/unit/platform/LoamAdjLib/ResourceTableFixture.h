@@ -54,9 +54,9 @@ class HandleWatch {
     Asic::EntryState state;
     DestId destId;
     std::uint32_t updateNumber;
-    friend void PrintTo(const Seen& seen, std::ostream* out) {
-      *out << fmt::format("attribute {}, state {}, destination {}, update {}", seen.attributeId,
-                          seen.state, seen.destId.first, seen.updateNumber);
+    friend void PrintTo(const Seen& one, std::ostream* out) {
+      *out << fmt::format("attribute {}, state {}, destination {}, update {}", one.attributeId,
+                          one.state, one.destId.first, one.updateNumber);
     }
   };
 
