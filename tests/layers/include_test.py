@@ -104,7 +104,8 @@ def command_of(files):
     file = min(files.keys() - EXCEPTIONS.keys())
     words = files[file]
     kept = words[:words.index("-o")] + ["-fsyntax-only", "-x", "c++", "-"]
-    dropped = {"-MD", "-MT", "-MF"}
+    # What would write files beside the source.
+    dropped = {"-MD", "-MT", "-MF", "--coverage"}
     command = [word for at, word in enumerate(kept)
                if word not in dropped and (at == 0 or kept[at - 1] not in {"-MT", "-MF"})]
     return command, os.path.abspath(os.path.dirname(file))
