@@ -183,7 +183,7 @@ class TheExampleIsBuiltOnIt(Installed):
 
     def test_by_find_package(self):
         build = os.path.join(self.folder, "by-cmake")
-        run(CMAKE, "-S", self.example, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}",
+        run(CMAKE, "-G", "Ninja", "-S", self.example, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}",
             f"-DCMAKE_CXX_COMPILER={CXX}", f"-DCMAKE_CXX_FLAGS={' '.join(self.flags)}",
             "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON")
         with open(os.path.join(build, "compile_commands.json"), encoding="utf-8") as file:
