@@ -37,12 +37,15 @@ if(LOAMFEC_SANITIZE)
   target_link_options(loamfec_options INTERFACE -fsanitize=${LOAMFEC_SANITIZE})
 endif()
 if(LOAMFEC_COVERAGE)
-  # Only what is reported counts itself: the lines of src/, wherever they are compiled into. Counting
-  # atomically costs seven times as much, so only targets do that whose code tests run in several threads.
+  # Only what is reported counts itself: the lines of src/, wherever they are compiled into. The filter is
+  # a regular expression, so a dot stands for what may have a meaning there.
+  string(REGEX REPLACE "[^A-Za-z0-9/_-]" "." counted ${PROJECT_SOURCE_DIR}/src/)
+  # Counting atomically costs six times as much: only targets do it whose code tests run in several
+  # threads.
   set(counts $<IF:$<BOOL:$<TARGET_PROPERTY:LOAMFEC_RUNS_IN_THREADS>>,atomic,single>)
   target_compile_options(
     loamfec_options INTERFACE --coverage -fprofile-update=${counts}
-                              -fprofile-filter-files=${PROJECT_SOURCE_DIR}/src/.*)
+                              -fprofile-filter-files=${counted}.*)
   target_link_options(loamfec_options INTERFACE --coverage)
 endif()
 
